@@ -1,0 +1,119 @@
+# Takes the figures: interleaved samples of statements, imports and peaks of memory.
+
+import gc
+import itertools
+import statistics
+import subprocess
+import sys
+import time
+from pathlib import Path
+
+from rows import Kind
+
+PEAK_PROGRAM = Path(__file__).resolve().parent / "peak.py"
+
+# A child reports the time of its own import, so that the start of the interpreter is not in it.
+IMPORT_PROGRAM = """
+import time
+start = time.perf_counter()
+{statement}
+print(time.perf_counter() - start)
+"""
+
+# Every name of the row is a parameter and so a fast local: no column pays for a global.
+SAMPLE_PROGRAM = """
+def sample(repeats_, clock_, {names}):
+    start_ = clock_()
+    for _ in repeats_:
+        {statement}
+    return clock_() - start_
+"""
+
+
+def modules():
+    """The names that every statement may use."""
+    import array
+
+    import numpy
+    import velmar
+
+    return {"velmar": velmar, "np": numpy, "array": array.array, "sys": sys}
+
+
+class Sampler:
+    """One column of a row, compiled, with the count of runs that makes up one sample."""
+
+    def __init__(self, statement, names, least_seconds):
+        scope = {}
+        exec(SAMPLE_PROGRAM.format(names=", ".join(names), statement=statement), scope)
+        self.function = scope["sample"]
+        self.names = names
+        self.runs = 1
+        while (seconds := self.total()) < least_seconds:
+            growth = least_seconds / max(seconds, 1e-9)
+            self.runs = int(self.runs * min(10, max(2, growth * 1.1)))
+
+    def total(self):
+        repeats = itertools.repeat(None, self.runs)
+        return self.function(repeats, time.perf_counter, **self.names)
+
+    def __call__(self):
+        return self.total() / self.runs
+
+
+def medians_of(samplers, repeats):
+    """Takes one sample of every column in turn, so that a slow moment hits them all alike."""
+    samples = {column: [] for column in samplers}
+    for _ in range(repeats):
+        for column, sampler in samplers.items():
+            samples[column].append(sampler())
+    return {column: statistics.median(values) for column, values in samples.items()}
+
+
+def measure_times(case, repeats, least_seconds):
+    names = modules()
+    if case.data:
+        names["data"] = case.data()
+    samplers = {}
+    for column, statement in case.statements.items():
+        own = dict(names)
+        if case.makers:
+            own["a"] = eval(case.makers[column], own)
+            own.pop("__builtins__")
+        samplers[column] = Sampler(statement, own, least_seconds)
+    gc.collect()
+    gc.disable()
+    try:
+        return medians_of(samplers, repeats)
+    finally:
+        gc.enable()
+
+
+def run_child(*arguments):
+    command = [sys.executable, *arguments]
+    return float(subprocess.run(command, capture_output=True, check=True, text=True).stdout)
+
+
+def measure_imports(case, repeats):
+    def sampler(statement):
+        return lambda: run_child("-c", IMPORT_PROGRAM.format(statement=statement))
+
+    samplers = {column: sampler(statement) for column, statement in case.statements.items()}
+    medians_of(samplers, 1)  # writes the byte code and warms the file cache
+    return medians_of(samplers, repeats)
+
+
+def measure_peaks(case, repeats):
+    def sampler(column):
+        return lambda: run_child(str(PEAK_PROGRAM), case.name, column)
+
+    return medians_of({column: sampler(column) for column in case.statements}, repeats)
+
+
+def measure(case, quick):
+    """The median of every column of the row."""
+    if case.kind is Kind.IMPORT:
+        return measure_imports(case, 5 if quick else 15)
+    if case.kind is Kind.PEAK:
+        return measure_peaks(case, 1 if quick else 3)
+    return measure_times(case, 3 if quick else 9, 0.002 if quick else 0.02)

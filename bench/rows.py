@@ -1,0 +1,151 @@
+# What a row of the benchmark is, and the helpers that make a row of one line.
+"""A statement may use velmar, np, array, sys, the row's data, and a where the row has makers."""
+
+import random
+from collections.abc import Callable
+from dataclasses import dataclass, field
+from enum import Enum
+from functools import partial
+
+OURS = "velmar"
+NUMPY = "numpy"
+NUMPY_F = "numpy-F"  # column-major, the fair one for anything that reorders
+ARRAY = "array"  # a list of array.array rows, or one flat array.array
+LIST = "list"  # shares the elements, so a floor and no equal where others convert
+BYTES = "bytearray"
+PEERS = (NUMPY, NUMPY_F, ARRAY, LIST, BYTES)
+
+# What a peak may have on top at any size: arenas of the allocator, pages of code.
+PEAK_CONSTANT_BYTES = 1 << 20
+
+
+class Kind(Enum):
+    """What the figures of a row are."""
+
+    TIME = "seconds of the statement"
+    IMPORT = "seconds of the import, in a fresh process"
+    PEAK = "growth of the resident peak, in sizes of the elements, in a fresh process"
+
+
+@dataclass(frozen=True)
+class Limit:
+    """Our figure over the peer's (without a peer: our figure) is at most ratio, better aim."""
+
+    ratio: float
+    peer: str | None = None
+    aim: float | None = None
+
+
+@dataclass(frozen=True)
+class Case:
+    """Statements and makers go by column; a maker gives that column's a from data."""
+
+    name: str
+    statements: dict[str, str]
+    limit: Limit | None = None
+    data: Callable[[], list] | None = None
+    makers: dict[str, str] = field(default_factory=dict)
+    kind: Kind = Kind.TIME
+    element_bytes: int = 0
+
+
+def at_most(ratio, peer=None, aim=None):
+    return Limit(ratio, peer, aim)
+
+
+# --- Data: every element is an object of its own, and every run has the same ones.
+
+
+def random_float(generator):
+    return generator.random() * 1000
+
+
+def random_int(generator):
+    return generator.randrange(-1_000_000, 1_000_000)
+
+
+def random_byte(generator):
+    return generator.randrange(256)
+
+
+def random_bool(generator):
+    return generator.random() < 0.5
+
+
+def random_complex(generator):
+    return complex(generator.random(), generator.random())
+
+
+def make_nested(rows, columns, draw):
+    generator = random.Random(rows * columns)
+    return [[draw(generator) for _ in range(columns)] for _ in range(rows)]
+
+
+def make_flat(count, draw):
+    return make_nested(1, count, draw)[0]
+
+
+def nested(rows, columns, draw):
+    return partial(make_nested, rows, columns, draw)
+
+
+def flat(count, draw):
+    return partial(make_flat, count, draw)
+
+
+# --- Rows.
+
+
+def from_nested(ours, theirs, letter):
+    """Every column's way to take nested lists in; letter None: array.array has no such element."""
+    statements = {
+        OURS: f"velmar.{ours}",
+        NUMPY: f"np.array({theirs})",
+        NUMPY_F: f'np.array({theirs}, order="F")',
+        LIST: "[list(row) for row in data]",
+    }
+    return statements | ({ARRAY: f'[array("{letter}", row) for row in data]'} if letter else {})
+
+
+def build(name, data, ours, limit=None, theirs="data", letter="d"):
+    return Case(name, from_nested(ours, theirs, letter), limit, data)
+
+
+def build_flat(name, data, ours, limit=None, theirs="data", letter="d"):
+    peers = {NUMPY: f"np.array({theirs})", ARRAY: f'array("{letter}", data)', LIST: "list(data)"}
+    return Case(name, {OURS: f"velmar.{ours}"} | peers, limit, data)
+
+
+def peak(name, data, element_bytes, ours, limit=None, theirs="data", letter="d"):
+    statements = from_nested(ours, theirs, letter)
+    return Case(name, statements, limit, data, kind=Kind.PEAK, element_bytes=element_bytes)
+
+
+def zeros(rows, columns, limit=None):
+    statements = {
+        OURS: f"velmar.double(size=({rows}, {columns}))",
+        NUMPY: f"np.zeros(({rows}, {columns}))",
+        NUMPY_F: f'np.zeros(({rows}, {columns}), order="F")',
+        ARRAY: f'[array("d", bytes({columns * 8})) for _ in range({rows})]',
+        LIST: f"[[0.0] * {columns} for _ in range({rows})]",
+        BYTES: f"bytearray({rows * columns * 8})",
+    }
+    return Case(f"size=({rows}, {columns})", statements, limit)
+
+
+DOUBLE_MAKERS = {
+    OURS: "velmar.double(data)",
+    NUMPY: "np.array(data)",
+    NUMPY_F: 'np.array(data, order="F")',
+    ARRAY: '[array("d", row) for row in data]',
+    LIST: "data",
+}
+
+
+def read(statement, limit=None, rows=100, columns=100, numpy=None):
+    """One expression of a rows by columns array of doubles; numpy where NumPy needs another."""
+    statements = dict.fromkeys(DOUBLE_MAKERS, statement)
+    if numpy:
+        statements |= {NUMPY: numpy, NUMPY_F: numpy}
+    name = f"{statement}, {rows}x{columns}"
+    return Case(name, statements, limit, nested(rows, columns, random_float), DOUBLE_MAKERS)

@@ -1,0 +1,141 @@
+# Runs the benchmark rows and prints one table: medians, ratios to the neighbours, limits.
+"""A cell is the neighbour's median and, in brackets, our median over it: below 1 we are faster."""
+
+import argparse
+import json
+import os
+import platform
+import sys
+from importlib.util import find_spec
+
+from cases import CASES
+from measure import measure
+from rows import OURS, PEAK_CONSTANT_BYTES, PEERS, Kind
+
+NAME_WIDTH = 27
+OURS_WIDTH = 8
+PEER_WIDTH = 15
+LIMIT_WIDTH = 26
+
+
+def figure(value, kind):
+    if kind is Kind.PEAK:
+        return f"{value:.2f} x"
+    for unit, scale in (("s", 1), ("ms", 1e3), ("us", 1e6)):
+        if value * scale >= 1:
+            return f"{value * scale:.3g} {unit}"
+    return f"{value * 1e9:.3g} ns"
+
+
+class Result:
+    """The medians of one row and how they stand against its limit."""
+
+    def __init__(self, case, medians):
+        self.case = case
+        self.medians = medians
+        ours = medians[OURS]
+        self.ratios = {peer: ours / medians[peer] for peer in PEERS if peer in medians}
+        self.holds = None
+        self.meets_aim = None
+        if case.limit:
+            allowance = 0.0
+            if case.kind is Kind.PEAK:
+                allowance = PEAK_CONSTANT_BYTES / case.element_bytes
+            held = self.ratios[case.limit.peer] if case.limit.peer else ours - allowance
+            self.holds = held <= case.limit.ratio
+            self.meets_aim = case.limit.aim is not None and held <= case.limit.aim
+
+    def peer_cell(self, peer):
+        if peer not in self.medians:
+            return "-"
+        ratio = self.ratios[peer]
+        text = f"{ratio:.2f}" if ratio < 10 else f"{ratio:.0f}"
+        return f"{figure(self.medians[peer], self.case.kind)} ({text})"
+
+    def limit_cell(self):
+        limit = self.case.limit
+        if not limit:
+            return ""
+        text = f"{limit.ratio:g} of {limit.peer}" if limit.peer else f"{limit.ratio:g} x + 1 MiB"
+        return text + (f", aim {limit.aim:g}" if limit.aim is not None else "")
+
+    def verdict(self):
+        if self.holds is None:
+            return ""
+        if not self.holds:
+            return "MISSED"
+        return "holds, aim met" if self.meets_aim else "holds"
+
+    def line(self):
+        cells = [self.case.name.ljust(NAME_WIDTH)]
+        cells.append(figure(self.medians[OURS], self.case.kind).rjust(OURS_WIDTH))
+        cells += [self.peer_cell(peer).rjust(PEER_WIDTH) for peer in PEERS]
+        cells += [f" {self.limit_cell()}".ljust(LIMIT_WIDTH), self.verdict()]
+        return " ".join(cells).rstrip()
+
+    def as_dict(self):
+        limit = self.case.limit
+        return {
+            "name": self.case.name,
+            "figures": self.case.kind.value,
+            "statements": self.case.statements,
+            "medians": self.medians,
+            "ratios": self.ratios,
+            "limit": {"ratio": limit.ratio, "peer": limit.peer, "aim": limit.aim}
+            if limit
+            else None,
+            "holds": self.holds,
+        }
+
+
+def header():
+    cells = ["operation".ljust(NAME_WIDTH), OURS.rjust(OURS_WIDTH)]
+    cells += [peer.rjust(PEER_WIDTH) for peer in PEERS]
+    return " ".join([*cells, " at most".ljust(LIMIT_WIDTH), "verdict"])
+
+
+def machine():
+    import numpy
+
+    return {
+        "python": platform.python_version(),
+        "numpy": numpy.__version__,
+        "system": platform.platform(),
+        "processors": os.cpu_count(),
+    }
+
+
+def parse_arguments():
+    parser = argparse.ArgumentParser(description="Times the arrays against their neighbours.")
+    parser.add_argument("--quick", action="store_true", help="fewer and shorter samples")
+    parser.add_argument("--check", action="store_true", help="exit status 1 if a limit is missed")
+    parser.add_argument("--only", default="", metavar="TEXT", help="rows whose name has TEXT")
+    parser.add_argument("--json", metavar="FILE", help="write the figures there as well")
+    return parser.parse_args()
+
+
+def main():
+    arguments = parse_arguments()
+    for needed in ("velmar", "numpy"):
+        if find_spec(needed) is None:
+            sys.exit(f"bench: {needed} cannot be imported; script/bench sets everything up")
+    print(", ".join(f"{name} {value}" for name, value in machine().items()))
+    print("medians; in brackets ours over theirs, so below 1 we are faster or smaller\n")
+    print(header())
+    results = []
+    for case in CASES:
+        if arguments.only in case.name:
+            results.append(Result(case, measure(case, arguments.quick)))
+            print(results[-1].line(), flush=True)
+    judged = [result for result in results if result.holds is not None]
+    missed = [result for result in judged if not result.holds]
+    print(f"\n{len(judged) - len(missed)} of {len(judged)} limits hold")
+    if arguments.json:
+        rows = [result.as_dict() for result in results]
+        with open(arguments.json, "w", encoding="utf-8") as file:
+            json.dump({"machine": machine(), "rows": rows}, file, indent=1)
+    return 1 if arguments.check and missed else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

@@ -1,0 +1,35 @@
+# Two interface targets: what every source of ours is compiled with, and what those that speak to
+# Python are compiled with on top.
+add_library(build_flags INTERFACE)
+target_compile_features(build_flags INTERFACE cxx_std_20)
+target_include_directories(build_flags INTERFACE "${PROJECT_SOURCE_DIR}/src")
+target_compile_options(
+  build_flags
+  INTERFACE -fPIC
+            -fvisibility=hidden
+            -fvisibility-inlines-hidden
+            -Wall
+            -Wextra
+            -Wpedantic
+            -Wconversion
+            -Wsign-conversion
+            -Wshadow
+            -Werror)
+
+if(VELMAR_SANITIZE)
+  target_compile_options(
+    build_flags INTERFACE -fsanitize=address,undefined -fno-sanitize-recover=all
+                          -fno-omit-frame-pointer)
+  target_link_options(build_flags INTERFACE -fsanitize=address,undefined)
+endif()
+
+find_package(Boost 1.71 REQUIRED)
+target_include_directories(build_flags SYSTEM INTERFACE ${Boost_INCLUDE_DIRS})
+
+# Headers only: the module takes every Python name from the interpreter that loads it, so that one
+# file serves all of them. 0x030B0000 is 3.11, the first version whose stable interface has the
+# buffer protocol.
+find_package(Python 3.11 REQUIRED COMPONENTS Interpreter Development.Module)
+add_library(python_limited_api INTERFACE)
+target_include_directories(python_limited_api SYSTEM INTERFACE ${Python_INCLUDE_DIRS})
+target_compile_definitions(python_limited_api INTERFACE Py_LIMITED_API=0x030B0000)

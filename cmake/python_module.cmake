@@ -1,0 +1,33 @@
+# Functions from which src and tests/native are put together.
+
+# add_room(<folder> <source>...): the object library <folder>_objects of one folder of src.
+function(add_room folder)
+  add_library(${folder}_objects OBJECT ${ARGN})
+  target_link_libraries(
+    ${folder}_objects PUBLIC build_flags python_limited_api zrfoundation_velmardata
+                             zrfoundation_velmardata_standalone)
+endfunction()
+
+# add_abi3_module(<target> <exports> <source>...): a loadable <target>.abi3.so that exports only the
+# names of the linker script <exports>. Hidden visibility alone leaves the weak names of the
+# standard library's templates visible.
+function(add_abi3_module target exports)
+  add_library(${target} MODULE ${ARGN})
+  set_target_properties(${target} PROPERTIES PREFIX "" SUFFIX ".abi3.so" LINK_DEPENDS "${exports}")
+  target_link_options(${target} PRIVATE "LINKER:--version-script=${exports}")
+  target_link_libraries(
+    ${target} PRIVATE build_flags python_limited_api zrfoundation_velmardata
+                      zrfoundation_velmardata_standalone)
+endfunction()
+
+# install_in_wheel(<target>...): puts libraries at the top level of the wheel.
+function(install_in_wheel)
+  foreach(target IN LISTS ARGN)
+    get_target_property(imported ${target} IMPORTED)
+    if(imported)
+      install(IMPORTED_RUNTIME_ARTIFACTS ${target} LIBRARY DESTINATION .)
+    else()
+      install(TARGETS ${target} LIBRARY DESTINATION .)
+    endif()
+  endforeach()
+endfunction()

@@ -1,0 +1,5 @@
+"""The two exceptions of the array classes under the module name that they carry."""
+
+from velmarmultidimarrayforpython import ShapeError, SizeError
+
+__all__ = ["ShapeError", "SizeError"]

@@ -1,0 +1,105 @@
+"""Checks of the C++ sources that no compiler makes: rooms, banned names, lists, shape of files.
+
+Prints one line for each finding and ends with status 1 if there is any.
+"""
+
+import re
+import sys
+from pathlib import Path
+
+ROOT = Path(__file__).resolve().parents[1]
+PYTHON_DOOR = Path("src/module/python.hpp")
+
+# What each room may include from. The data library is open to all and knows none of them.
+ROOMS = {
+    "module": {"module"},
+    "storage": {"module", "storage"},
+    "construct": {"module", "storage", "construct"},
+    "indexing": {"module", "storage", "indexing"},
+    "operations": {"module", "storage", "construct", "indexing", "operations"},
+    "module/entry": {"module", "storage", "construct", "indexing", "operations", "module/entry"},
+}
+# Counts change through Py_IncRef and Py_DecRef inside PyRef; the macros reach into the object.
+BANNED = re.compile(
+    r"\b(Py_INCREF|Py_DECREF|Py_XINCREF|Py_XDECREF|Py_CLEAR|Py_SETREF|Py_XSETREF|Py_NewRef"
+    r"|Py_XNewRef|Py_RETURN_\w+)\b"
+)
+COUNTING = re.compile(r"\b(Py_IncRef|Py_DecRef)\b")
+INCLUDE = re.compile(r'^\s*#\s*include\s+(["<])([^">]+)[">]', re.MULTILINE)
+COMMENT_OR_TEXT = re.compile(r'//[^\n]*|/\*.*?\*/|"(?:\\.|[^"\\\n])*"', re.DOTALL)
+LONGEST_FILE = {"src": 400, "velmardata": 400, "tests": 500}
+
+
+def room_of(path):
+    """The room of a path below src, whole or as included; None elsewhere."""
+    parts = path.parts[1:] if path.parts[0] == "src" else path.parts
+    if len(parts) < 2:
+        return None
+    room = "/".join(parts[:2]) if parts[:2] == ("module", "entry") else parts[0]
+    return room if room in ROOMS else None
+
+
+def check_include(file, quote, name):
+    if name == "Python.h" and file != PYTHON_DOOR:
+        yield f"includes Python.h; only {PYTHON_DOOR} may"
+    if file.parts[0] == "velmardata":
+        if quote == '"' and not (ROOT / file.parent / name).exists():
+            yield f'includes "{name}", which is outside the data library'
+    elif file.parts[0] == "src" and quote == '"':
+        room, target = room_of(file), room_of(Path(name))
+        if target is None or not (ROOT / "src" / name).exists():
+            yield f'includes "{name}", which is no path below src'
+        elif target not in ROOMS[room]:
+            yield f'includes "{name}": the room {room} is below {target} or beside it'
+
+
+def check_shape(file, text):
+    lines = text.splitlines()
+    longest = LONGEST_FILE[file.parts[0]]
+    if len(lines) > longest:
+        yield f"has {len(lines)} lines; split at {longest}"
+    if not lines or not lines[0].startswith(("// ", "/* ")):
+        yield "does not begin with a comment that says its role"
+    if not text.isascii():
+        yield "has characters outside ASCII"
+    if file.suffix == ".hpp" and "\n#pragma once\n" not in text:
+        yield "has no #pragma once"
+
+
+def check_file(file):
+    text = (ROOT / file).read_text(encoding="utf-8")
+    yield from check_shape(file, text)
+    for quote, name in INCLUDE.findall(text):
+        yield from check_include(file, quote, name)
+    code = COMMENT_OR_TEXT.sub(" ", text)
+    for name in sorted(set(BANNED.findall(code))):
+        yield f"uses {name}, which is banned"
+    if file.parts[0] == "src" and file.name != "py_ref.hpp":
+        for name in sorted(set(COUNTING.findall(code))):
+            yield f"uses {name}, which belongs into PyRef"
+
+
+def check_lists():
+    """Every source stands in the list of its CMakeLists.txt: a forgotten test would never run."""
+    for folder in (Path("src"), Path("velmardata"), Path("tests/native")):
+        listed = (ROOT / folder / "CMakeLists.txt").read_text().split()
+        listed = {word.strip("()") for word in listed}
+        for source in sorted((ROOT / folder).rglob("*.cpp")):
+            name = source.relative_to(ROOT / folder)
+            if str(name) not in listed:
+                yield folder / name, f"is not in the list of {folder}/CMakeLists.txt"
+
+
+def main():
+    findings = list(check_lists())
+    for folder in ("src", "velmardata", "tests"):
+        for path in sorted((ROOT / folder).rglob("*.[ch]pp")):
+            file = path.relative_to(ROOT)
+            findings += [(file, finding) for finding in check_file(file)]
+    for file, finding in findings:
+        print(f"{file}: {finding}")
+    return 1 if findings else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

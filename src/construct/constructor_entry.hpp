@@ -1,0 +1,9 @@
+// What calling one of the classes reaches.
+#pragma once
+
+#include "module/python.hpp"
+
+// New reference to an array, or null with an exception set. T is the element type of the class.
+// Linear in the number of elements.
+template <class T>
+PyObject* MCPyArray_New(PyTypeObject* type, PyObject* args, PyObject* kwargs);

@@ -1,0 +1,68 @@
+// The conversions that do not depend on the element type, and the instances of those that do.
+#include "construct/element_conversion_impl.hpp"
+
+#include <boost/numeric/conversion/bounds.hpp>
+
+#include "module/element_types.hpp"
+
+namespace {
+
+constexpr const char* tooLarge = "Python int too large to convert to C long long";
+
+}  // namespace
+
+// Both read without raising, since an exception object is an allocation, and that can run any code.
+ConversionResult<long long> getLongLongFromPyObject(PyObject* value) {
+  if (!pyObjectIsLong(value)) return {};
+  int overflow = 0;
+  const long long number = PyLong_AsLongLongAndOverflow(value, &overflow);
+  if (overflow == 0) return {number, std::nullopt};
+  return {std::nullopt, ConversionFailure{PyExc_OverflowError, tooLarge}};
+}
+
+ConversionResult<unsigned long long> getUnsignedLongLongFromPyObject(PyObject* value,
+                                                                     const char* typeWord) {
+  if (!pyObjectIsLong(value)) return {};
+  int overflow = 0;
+  const long long number = PyLong_AsLongLongAndOverflow(value, &overflow);
+  if (overflow == 0 && number >= 0) return {static_cast<unsigned long long>(number), std::nullopt};
+  if (overflow == 0) {
+    return {std::nullopt,
+            ConversionFailure{PyExc_OverflowError, outOfRangeText(number, typeWord)}};
+  }
+  if (overflow > 0) {
+    const unsigned long long large = PyLong_AsUnsignedLongLong(value);
+    if (large != static_cast<unsigned long long>(-1) || PyErr_Occurred() == nullptr) {
+      return {large, std::nullopt};
+    }
+    PyErr_Clear();
+  }
+  // Deliberate: the text names the signed type here too.
+  return {std::nullopt, ConversionFailure{PyExc_OverflowError, tooLarge}};
+}
+
+float convertDoubleToFloat(double value) {
+  if (value != value) return std::numeric_limits<float>::quiet_NaN();
+  try {
+    return boost::numeric::converter<float, double>::convert(value);
+  } catch (const boost::numeric::bad_numeric_cast&) {
+    return std::numeric_limits<float>::infinity();  // deliberate: the negative side too
+  }
+}
+
+ConversionFailure makeRefusal(PyObject* value) {
+  const char* message = "type does not match.";
+  if (pyObjectIsUnicodeOrString(value)) {
+    message = "value is not numeric.";
+  } else if (PySequence_Check(value) != 0) {
+    message = "sequence passed when scalar was expected.";
+  } else if (value == Py_None) {
+    message = "value must not be 'None'.";
+  }
+  return {PyExc_TypeError, message};
+}
+
+#define X(name, number, type) \
+  template ConversionResult<type> convertPyObjectToElement<type>(PyObject*, bool);
+VELMARDATA_FOR_EACH_ARRAY_TYPE(X)
+#undef X

@@ -1,0 +1,100 @@
+// Bodies of the subscript handlers.
+#pragma once
+
+#include <complex>
+#include <cstring>
+#include <string>
+
+#include "indexing/element_read.hpp"
+#include "indexing/element_to_number.hpp"
+#include "indexing/index_items.hpp"
+#include "module/py_ref.hpp"
+#include "module/support.hpp"
+#include "module/type_objects.hpp"
+
+template <class T>
+PyObject* MCppPyArray::getNumericPyObjectFromNormalizedIntIndices(const Position& position) const {
+  const std::byte* address = getAddressOfElementFromNormalizedIntIndices(position);
+  if (address == nullptr) return nullptr;
+  T element;
+  std::memcpy(&element, address, sizeof(T));
+  return makeNumber(element);
+}
+
+namespace element_read {
+
+// A view of `parent` with one subscript more. The item is in storage coordinates already if the
+// parent ends in a slice, which the item then replaces.
+template <class T, class Item>
+PyObject* makeView(MCppPyArray& parent, Item& item, bool useWeakPtr) {
+  PyRef object = PyRef::steal(allocMCPyArray(typeObjectOf(classOf<T>)));
+  if (!object) return nullptr;
+  auto* view = new MCppPyArray(parent, useWeakPtr);
+  getMCPyArrayFromPyObject(object.get())->mcppPyArray = view;
+  if (view->sliceInFinalPreexistingPosition()) view->getIndicesRef().pop_back();
+  return view->appendIndexItem(item) ? object.release() : nullptr;
+}
+
+// The number at the position that the integers of the chain and a last index denote.
+template <class T>
+PyObject* readElement(const MCppPyArray& view, std::int64_t lastIndex) {
+  bool success = false;
+  Position position = view.getIntegerIndicesSoFar(success);
+  if (!success) return nullptr;
+  position.push_back(lastIndex);
+  return view.isComplex()
+             ? view.getNumericPyObjectFromNormalizedIntIndices<std::complex<T>>(position)
+             : view.getNumericPyObjectFromNormalizedIntIndices<T>(position);
+}
+
+}  // namespace element_read
+
+template <class T>
+PyObject* MCPyArray_GetItem(PyObject* self, Py_ssize_t index) {
+  MCppPyArray* view = getInitializedView(self);
+  if (view == nullptr) return nullptr;
+  const std::int64_t fixed = view->getNumberOfIntegerIndicesSoFar();
+  const std::int64_t length = view->getLengthOfActiveDimension();
+  if (length < 0) return nullptr;
+  const int dimensions = view->getNumberOfDimensions();
+  if (dimensions < 0) return nullptr;
+  if (dimensions <= fixed) {
+    setError(PyExc_RuntimeError, messages::tooManyIndices);
+    return nullptr;
+  }
+  IntegerIndexItem item{index, false};
+  if (!item.normalizeAgainstLength(length)) {
+    setError(PyExc_IndexError, "index has an invalid value: " + std::to_string(index));
+    return nullptr;
+  }
+  if (view->sliceInFinalPreexistingPosition() &&
+      !view->getReplacementIndexForSliceAndInt(item, length)) {
+    return nullptr;
+  }
+  // The last dimension: the element is read without a view of it ever being made.
+  if (fixed == dimensions - 1) return element_read::readElement<T>(*view, item.m_index);
+  return element_read::makeView<T>(*view, item, view->hasWeakPtrToWrapper());
+}
+
+template <class T>
+PyObject* MCPyArray_GetViaIndex(PyObject* self, PyObject* index) {
+  MCppPyArray* view = getInitializedView(self);
+  if (view == nullptr) return nullptr;
+  if (const auto integer = getIntegerIndexFromIndexObject(index)) {
+    return MCPyArray_GetItem<T>(self, *integer);
+  }
+  if (Py_TYPE(index) != &PySlice_Type) {
+    setError(PyExc_RuntimeError, messages::indexIsNoIndex);
+    return nullptr;
+  }
+  const std::int64_t length = view->getLengthOfActiveDimension();
+  if (length < 0) return nullptr;
+  SliceIndexItem item;
+  if (!getSliceData(index, length, item)) return nullptr;
+  if (view->sliceInFinalPreexistingPosition() &&
+      !view->getReplacementIndexForSliceAndSlice(item, length)) {
+    return nullptr;
+  }
+  // Deliberate: strong even for a weak parent, whose slice thereby has no storage at all.
+  return element_read::makeView<T>(*view, item, false);
+}

@@ -1,0 +1,91 @@
+// The module's numbering of element types and every mapping between it, ArrayType and the letters
+// of the buffer protocol.
+#pragma once
+
+#include <array>
+#include <complex>
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <type_traits>
+#include <velmardata/element_types.hpp>
+
+// Index of an array class in every per-class table. Complexity is kept beside it.
+enum class SupportedArrayEnum : std::int8_t {
+#define X(name, number, enumerator, ...) enumerator,
+  VELMARDATA_FOR_EACH_CLASS_TYPE(X)
+#undef X
+};
+
+inline constexpr std::size_t numberOfArrayClasses = 0
+#define X(...) +1
+    VELMARDATA_FOR_EACH_CLASS_TYPE(X)
+#undef X
+    ;
+static_assert(numberOfArrayClasses == 11);
+
+// The letter of each class in format strings, not terminated.
+inline constexpr std::array<char, numberOfArrayClasses> TypeAsChar = {
+#define X(name, number, enumerator, type, suffix, word, letter) letter,
+    VELMARDATA_FOR_EACH_CLASS_TYPE(X)
+#undef X
+};
+
+struct TypeAndComplexity {
+  bool isValid;  // false: no Python class, and the other fields mean nothing
+  SupportedArrayEnum supportedArrayEnum;
+  bool isComplex;
+};
+
+// Constant time. Character arrays and unknown numbers are not valid.
+TypeAndComplexity getTypeAndComplexityFromArrayType(foundation::velmardata::ArrayType type);
+
+// The buffer protocol's format string, static. Throws std::out_of_range for a type without one.
+char* classid2format(foundation::velmardata::ArrayType type);
+
+// The element-type number of a format letter: index of the class plus 4, so "?" gives 14 and not
+// the ArrayType of logical. Empty with RuntimeError set for any other letter.
+std::optional<std::int32_t> getArrayTypeEnumFromChar(char letter);
+void initializeCharToArrayTypeEnumMap(std::map<char, int>& map);
+
+// Facts about one C++ element type.
+template <class T>
+struct PartOf {
+  using Type = T;
+};
+template <class T>
+struct PartOf<std::complex<T>> {
+  using Type = T;
+};
+template <class T>
+using Part = typename PartOf<T>::Type;
+template <class T>
+inline constexpr bool isComplexElement = !std::is_same_v<Part<T>, T>;
+
+// The word that names the element type in messages; a complex element has that of its part.
+template <class T>
+struct TypeWord : TypeWord<Part<T>> {};
+// Character elements occur inside only, and their messages say "double".
+template <>
+struct TypeWord<char16_t> {
+  static constexpr const char* value = "double";
+};
+template <class T>
+struct ClassOf;
+#define X(name, number, enumerator, type, suffix, word, letter)               \
+  template <>                                                                 \
+  struct TypeWord<type> {                                                     \
+    static constexpr const char* value = word;                                \
+  };                                                                          \
+  template <>                                                                 \
+  struct ClassOf<type> {                                                      \
+    static constexpr SupportedArrayEnum value = SupportedArrayEnum::enumerator; \
+  };
+VELMARDATA_FOR_EACH_CLASS_TYPE(X)
+#undef X
+template <class T>
+inline constexpr const char* typeWord = TypeWord<T>::value;
+// The class of the arrays whose parts are of type T.
+template <class T>
+inline constexpr SupportedArrayEnum classOf = ClassOf<T>::value;

@@ -1,0 +1,65 @@
+// Entry points, slot tables and specs of the classes, all from the table of element types.
+#include "module/entry/type_specs.hpp"
+
+#include "construct/constructor_entry.hpp"
+#include "indexing/element_read.hpp"
+#include "operations/iterator.hpp"
+#include "operations/text_forms.hpp"
+#include "storage/mcpy_array.hpp"
+
+extern "C" {
+#define ENTRY(result, handler, type, suffix, parameters, ...) \
+  static result handler##_##suffix parameters { return handler<type>(__VA_ARGS__); }
+#define X(name, number, enumerator, type, suffix, ...)                                         \
+  ENTRY(PyObject*, MCPyArray_GetItem, type, suffix, (PyObject * o, Py_ssize_t i), o, i)        \
+  ENTRY(PyObject*, MCPyArray_GetRepr, type, suffix, (PyObject * o), o)                         \
+  ENTRY(PyObject*, MCPyArray_GetViaIndex, type, suffix, (PyObject * o, PyObject * k), o, k)    \
+  ENTRY(PyObject*, MCPyArray_GetStr, type, suffix, (PyObject * o), o)                          \
+  ENTRY(PyObject*, MCPyArray_New, type, suffix, (PyTypeObject * t, PyObject * a, PyObject * k), \
+        t, a, k)
+VELMARDATA_FOR_EACH_CLASS_TYPE(X)
+#undef X
+#undef ENTRY
+}
+
+namespace {
+
+template <class Function>
+PyType_Slot slot(int number, Function* function) {
+  return {number, reinterpret_cast<void*>(function)};
+}
+
+#define X(name, number, enumerator, type, suffix, word, letter)             \
+  PyType_Slot slotsOf##enumerator[] = {                                     \
+      slot(Py_tp_dealloc, MCPyArray_Delete),                                \
+      slot(Py_sq_length, MCPyArray_NumElemsInFirstDim),                     \
+      slot(Py_sq_item, MCPyArray_GetItem_##suffix),                         \
+      slot(Py_tp_repr, MCPyArray_GetRepr_##suffix),                         \
+      slot(Py_mp_length, MCPyArray_NumElemsInFirstDim),                     \
+      slot(Py_mp_subscript, MCPyArray_GetViaIndex_##suffix),                \
+      slot(Py_tp_str, MCPyArray_GetStr_##suffix),                           \
+      slot(Py_tp_new, MCPyArray_New_##suffix),                              \
+      {0, nullptr}};                                                        \
+  PyType_Spec specOf##enumerator = {"velmar." word, sizeof(MCPyArray), 0, 0, slotsOf##enumerator};
+VELMARDATA_FOR_EACH_CLASS_TYPE(X)
+#undef X
+
+char iteratorDoc[] = "Internal iterator object";
+PyType_Slot iteratorSlots[] = {
+    slot(Py_tp_iter, MCPyIter_GetIter), {Py_tp_doc, iteratorDoc}, {0, nullptr}};
+
+}  // namespace
+
+const std::array<PyType_Spec*, numberOfArrayClasses> TypeSpecPointers = {
+#define X(name, number, enumerator, ...) &specOf##enumerator,
+    VELMARDATA_FOR_EACH_CLASS_TYPE(X)
+#undef X
+};
+
+const std::array<const char*, numberOfArrayClasses + 1> MCPyArrayTypeNames = {
+#define X(name, number, enumerator, type, suffix, word, letter) word,
+    VELMARDATA_FOR_EACH_CLASS_TYPE(X)
+#undef X
+        nullptr};
+
+PyType_Spec MCPyIterTypeSpec = {"velmar.MCPyIter", sizeof(MCPyIter), 0, 0, iteratorSlots};

@@ -1,0 +1,137 @@
+// The view: a pointer to shared storage and the chain of subscripts that restricts it.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+#include <velmardata/velmardata.hpp>
+
+#include "module/element_types.hpp"
+#include "module/python.hpp"
+#include "storage/index_items.hpp"
+#include "storage/md_array_wrapper.hpp"
+
+// Access to a view's storage, for a stretch of code that runs no Python code. Keeps the storage of
+// a weak view alive while it lives. Null when the storage has gone; RuntimeError is set then.
+class WrapperAccess {
+ public:
+  explicit WrapperAccess(MDArrayWrapper* strong) : m_wrapper(strong) {}
+  explicit WrapperAccess(std::shared_ptr<MDArrayWrapper>&& locked)
+      : m_lock(std::move(locked)), m_wrapper(m_lock.get()) {}
+  MDArrayWrapper* operator->() const { return m_wrapper; }
+  explicit operator bool() const { return m_wrapper != nullptr; }
+
+ private:
+  std::shared_ptr<MDArrayWrapper> m_lock;  // of a weak view only
+  MDArrayWrapper* m_wrapper;
+};
+
+class MCppPyArray {
+ public:
+  // A fresh array with storage of its own, held strongly. Test hasMirror() of the storage after.
+  MCppPyArray(foundation::velmardata::Array&& array, SupportedArrayEnum type, bool isComplex,
+              bool isColumnMajor);
+  MCppPyArray(const foundation::velmardata::Array& array, SupportedArrayEnum type, bool isComplex,
+              bool isColumnMajor);
+  // A view with other's chain. Deliberate: with useWeakPtr false the strong pointer of `other` is
+  // copied whatever kind `other` is, so that a weak parent gives a view without storage.
+  MCppPyArray(MCppPyArray& other, bool useWeakPtr);
+  // A view with a chain of the given positions alone; other's chain is not looked at.
+  MCppPyArray(MCppPyArray& other, const Position& indices, bool useWeakPtr);
+  MCppPyArray(const MCppPyArray&) = delete;
+  MCppPyArray& operator=(const MCppPyArray&) = delete;
+  ~MCppPyArray();
+
+  // Records for Python. Null with RuntimeError set when the record cannot be had.
+  PyObject* allocMCPyArrayFromMCppPyArray() const;
+  PyObject* shallowCopyToMCPyArray();  // a weak view of the same part
+
+  WrapperAccess wrapper() const;
+
+  // Forwarded to the storage. When it has gone, RuntimeError is set and the result is the value
+  // behind the slash. References are valid until Python code may run.
+  std::byte* buf() const;                            // null
+  int getNumberOfDimensions() const;                 // -1
+  const std::vector<std::int64_t>& shape() const;    // an empty vector
+  char getOrder() const;                             // -1
+  std::int64_t* bytewiseStrides() const;             // null
+  std::int64_t getBufferSizeInBytes() const;         // -1
+  std::int64_t getElementSizeInBytes() const;        // -1
+  int isReadOnly() const;                            // -1
+  std::int64_t* suboffsets() const;                  // null
+  std::int64_t getNumberOfElements() const;          // -1
+  const foundation::velmardata::Array& array() const;  // an empty handle
+  char* format() const;                              // null
+  char* getBufAsCharPtr() const { return reinterpret_cast<char*>(buf()); }
+
+  // Need no storage.
+  SupportedArrayEnum getSupportedArrayEnum() const { return m_supportedArrayEnum; }
+  bool isComplex() const { return m_isComplex; }
+  std::int64_t getNumberOfIntegerIndicesSoFar() const { return m_numberOfIntegerIndicesSoFar; }
+  bool hasWeakPtrToWrapper() const { return m_hasWeakPtrToWrapper; }
+  bool indicesAreEmpty() const { return m_indices.empty(); }
+  IndexChain& getIndicesRef() { return m_indices; }
+  IndexChain getRestrictingIndices() const { return m_indices; }
+  bool sliceInFinalPreexistingPosition() const { return finalSlice() != nullptr; }
+  // The slice that ends the chain, or null. No error is set.
+  const SliceIndexItem* finalSlice() const;
+  MCppPyArray* getIndexRestrictedMCppPyArray() const { return m_indexRestrictedMCppPyArray.get(); }
+  void setIndexedArrayAsMDA(foundation::velmardata::Array&& array);
+
+  // Composition: a new subscript is resolved against a final slice into storage coordinates.
+  // False results have an error set, but for a parent slice of negative length.
+  Position getIntegerIndicesSoFar(bool& success) const;
+  bool getReplacementIndexForSliceAndInt(IntegerIndexItem& item, std::int64_t length) const;
+  bool convertSliceAndIntegerToInteger(IntegerIndexItem& item) const;
+  bool getReplacementIndexForSliceAndSlice(SliceIndexItem& item, std::int64_t length) const;
+  bool convertSliceAndSliceToSlice(SliceIndexItem& item) const;
+  bool appendIndexItem(IntegerIndexItem& item);
+  bool appendIndexItem(SliceIndexItem& item);
+
+  // Traversal of the view's positions.
+  bool incrementIndices(Position& position) const;
+  bool containsElementWithIndices(const Position& position, std::int64_t numberOfDimensions) const;
+  Position getIndicesOfStartElement(std::int64_t length) const;
+  std::int64_t getLengthOfActiveDimension() const;  // -1 on failure
+  Position getIntIndicesOfElementFromStoredIntIndicesAndNewIntIndex(std::int64_t newIndex,
+                                                                    bool& success) const;
+  // Null with RuntimeError set when there is no element at the position.
+  const std::byte* getAddressOfElementFromNormalizedIntIndices(const Position& position) const;
+
+  // One element as a Python number; null with an error set.
+  template <class T>
+  PyObject* getNumericPyObjectFromNormalizedIntIndices(const Position& position) const;
+  PyObject* getNumericPyObjectFromNormalizedIntIndicesWithoutTemplate(
+      const Position& position) const;
+
+  // Nested lists. `indices` holds the positions fixed so far and comes back as it was.
+  template <class T>
+  PyObject* getContentsAsPyList(Position& indices, std::uint64_t dimension) const;
+  template <class T>
+  PyObject* getAllContentsAsPyList() const;
+  PyObject* getPyListFromNormalizedIntIndicesWithoutTemplate(Position& indices,
+                                                             std::int64_t dimension);
+
+  // Text of the nested list; in the constructor form, a call that makes the array anew.
+  template <class T>
+  std::optional<std::string> getStrAsStdString(bool useConstructorForm, bool keepSpaces) const;
+  template <class T>
+  PyObject* getStr(bool useConstructorForm, bool keepSpaces) const;
+
+ private:
+  void takePointerOf(const MCppPyArray& other);
+
+  bool m_hasWeakPtrToWrapper = false;
+  std::shared_ptr<MDArrayWrapper> m_wrapper;      // empty in a weak view
+  std::weak_ptr<MDArrayWrapper> m_weakWrapper;    // empty in a strong view
+  SupportedArrayEnum m_supportedArrayEnum;
+  bool m_isComplex;
+  IndexChain m_indices;
+  std::int64_t m_numberOfIntegerIndicesSoFar = 0;
+  // Snapshots of the view as an array of its own, made on demand and never refreshed.
+  std::optional<foundation::velmardata::Array> m_indexedArrayAsMDA;
+  std::unique_ptr<MCppPyArray> m_indexRestrictedMCppPyArray;
+};

@@ -1,0 +1,143 @@
+// Building the shared storage's description and mirror, and its index arithmetic.
+#include "storage/md_array_wrapper.hpp"
+
+#include <sys/mman.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <utility>
+
+#include "module/apply_visitor.hpp"
+#include "module/element_types.hpp"
+
+namespace vd = foundation::velmardata;
+
+namespace {
+
+constexpr std::int64_t outOfRangeMarker = -999;
+constexpr std::size_t hugePage = std::size_t{2} << 20;
+
+struct ElementSizeVisitor {
+  template <class T>
+  std::int64_t operator()(const vd::TypedArray<T>&) const {
+    return sizeof(T);
+  }
+};
+
+// A look at the elements in place: the iterator's pointer, with no copy and no unsharing.
+struct CopyElementsVisitor {
+  std::byte* target;
+  std::size_t size;
+
+  template <class T>
+  void operator()(const vd::TypedArray<T>& array) const {
+    const auto first = array.begin();
+    std::memcpy(target, &*first, size);
+  }
+};
+
+// Page faults of small pages dominate the first touch of a large block.
+void askForHugePages(std::byte* block, std::size_t size) {
+  if (size < 2 * hugePage) return;
+  const auto address = reinterpret_cast<std::uintptr_t>(block);
+  const std::uintptr_t first = (address + hugePage - 1) / hugePage * hugePage;
+  const std::uintptr_t last = (address + size) / hugePage * hugePage;
+  if (first < last) madvise(reinterpret_cast<void*>(first), last - first, MADV_HUGEPAGE);
+}
+
+}  // namespace
+
+MDArrayWrapper::MDArrayWrapper(vd::Array&& array, char order)
+    : m_array(std::move(array)), m_order(order) {
+  init();
+}
+
+MDArrayWrapper::MDArrayWrapper(const vd::Array& array, char order)
+    : m_array(array), m_order(order) {
+  init();
+}
+
+MDArrayWrapper::MDArrayWrapper(const MDArrayWrapper& other)
+    : m_array(other.m_array),
+      m_shape(other.m_shape),
+      m_bytewiseStrides(other.m_bytewiseStrides),
+      m_order(other.m_order),
+      m_isReadOnly(other.m_isReadOnly),
+      m_nDim(other.m_nDim),
+      m_numElems(other.m_numElems),
+      m_bufferSizeInBytes(other.m_bufferSizeInBytes),
+      m_elemSizeInBytes(other.m_elemSizeInBytes) {}
+
+MDArrayWrapper::~MDArrayWrapper() { std::free(m_buf); }
+
+void MDArrayWrapper::init() {
+  setNumberOfDimensions();
+  setShape();
+  setElementSizeInBytes();
+  setBytewiseStrides();
+  setNumberOfElements();
+  setBufferSizeInBytes();
+  setBuf();
+}
+
+char* MDArrayWrapper::format() const { return classid2format(m_array.getType()); }
+
+void MDArrayWrapper::setNumberOfDimensions() {
+  m_nDim = static_cast<std::int32_t>(m_array.getDimensions().size());
+}
+
+void MDArrayWrapper::setShape() {
+  const std::vector<unsigned long> dimensions = m_array.getDimensions();
+  m_shape.assign(dimensions.begin(), dimensions.end());
+}
+
+void MDArrayWrapper::setNumberOfElements() {
+  m_numElems = static_cast<std::int64_t>(m_array.getNumberOfElements());
+}
+
+void MDArrayWrapper::setElementSizeInBytes() {
+  m_elemSizeInBytes = applyVisitor(m_array, ElementSizeVisitor{});
+}
+
+void MDArrayWrapper::setBytewiseStrides() {
+  std::vector<std::int64_t> strides(static_cast<std::size_t>(m_nDim), 0);
+  PyBuffer_FillContiguousStrides(m_nDim, m_shape.data(), strides.data(),
+                                 static_cast<int>(m_elemSizeInBytes), m_order);
+  m_bytewiseStrides = std::move(strides);
+}
+
+void MDArrayWrapper::setBuf() {
+  const auto size = static_cast<std::size_t>(m_bufferSizeInBytes);
+  std::free(m_buf);
+  m_buf = static_cast<std::byte*>(std::malloc(size));
+  if (m_buf == nullptr || size == 0) return;
+  askForHugePages(m_buf, size);
+  applyVisitor(m_array, CopyElementsVisitor{m_buf, size});
+}
+
+std::int64_t MDArrayWrapper::getElementOffsetFromIndices(const Position& indices) const {
+  if (indices.size() > static_cast<std::size_t>(m_nDim)) return -1;
+  std::int64_t bytes = 0;
+  for (std::size_t i = 0; i < indices.size(); ++i) bytes += indices[i] * m_bytewiseStrides[i];
+  return bytes / m_elemSizeInBytes;
+}
+
+std::int64_t MDArrayWrapper::normalizedIndex(std::int64_t index, std::int64_t dimension) const {
+  const std::int64_t length = m_shape[static_cast<std::size_t>(dimension)];
+  if (index < 0) return length + index;
+  return index < length ? index : outOfRangeMarker;
+}
+
+const std::byte* MDArrayWrapper::addressOfElement(const Position& position) const {
+  if (m_buf == nullptr || position.size() > static_cast<std::size_t>(m_nDim)) return nullptr;
+  std::int64_t offset = 0;
+  for (std::size_t i = 0; i < position.size(); ++i) {
+    std::int64_t step = 0;
+    if (__builtin_mul_overflow(position[i], m_bytewiseStrides[i], &step) ||
+        __builtin_add_overflow(offset, step, &offset)) {
+      return nullptr;
+    }
+  }
+  if (offset < 0 || offset > m_bufferSizeInBytes - m_elemSizeInBytes) return nullptr;
+  return m_buf + offset;
+}

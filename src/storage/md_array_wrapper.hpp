@@ -1,0 +1,75 @@
+// The storage that an array and all its views share: a library array, its description in the form
+// of the buffer protocol, and a mirror of the elements for reads that cross no library boundary.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+#include <velmardata/velmardata.hpp>
+
+#include "module/python.hpp"
+#include "storage/index_items.hpp"
+
+class MDArrayWrapper {
+ public:
+  // order: 'F' for column-major, the library's own, or 'C'. Throws EArrayUnknownDataType for an
+  // array of an unsupported type. When memory for the mirror is short, buf() is null although
+  // getBufferSizeInBytes() is not 0; the creator tests hasMirror() and reports.
+  MDArrayWrapper(foundation::velmardata::Array&& array, char order);
+  MDArrayWrapper(const foundation::velmardata::Array& array, char order);
+  // Shallow and deliberately incomplete: the copy shares the array and has no mirror.
+  MDArrayWrapper(const MDArrayWrapper& other);
+  MDArrayWrapper& operator=(const MDArrayWrapper&) = delete;
+  ~MDArrayWrapper();
+
+  void init();
+
+  const foundation::velmardata::Array& array() const { return m_array; }
+  std::byte* buf() const { return m_buf; }
+  bool hasMirror() const { return m_buf != nullptr || m_bufferSizeInBytes == 0; }
+  std::int64_t getBufferSizeInBytes() const { return m_bufferSizeInBytes; }
+  std::int64_t getNumberOfElements() const { return m_numElems; }
+  std::int64_t getElementSizeInBytes() const { return m_elemSizeInBytes; }
+  int isReadOnly() const { return m_isReadOnly; }
+  int getNumberOfDimensions() const { return m_nDim; }
+  const std::vector<std::int64_t>& shape() const { return m_shape; }
+  std::int64_t* bytewiseStrides() { return m_bytewiseStrides.data(); }
+  char getOrder() const { return m_order; }
+  std::int64_t* suboffsets() const { return nullptr; }
+  char* format() const;
+
+  void setOrder(char order) { m_order = order; }
+  void setNumberOfDimensions(int numberOfDimensions) { m_nDim = numberOfDimensions; }
+  void setNumberOfDimensions();
+  void setShape(const std::vector<std::int64_t>& shape) { m_shape = shape; }
+  void setShape();
+  void setNumberOfElements();
+  void setElementSizeInBytes();
+  void setBufferSizeInBytes() { m_bufferSizeInBytes = m_numElems * m_elemSizeInBytes; }
+  void setBytewiseStrides();
+  // Makes the mirror anew from the array: one copy of the elements.
+  void setBuf();
+
+  // Place of an element, counted in elements; missing trailing indices count as 0. -1, with no
+  // error set, when there are more indices than dimensions. Indices are not range tested.
+  std::int64_t getElementOffsetFromIndices(const Position& indices) const;
+  // The index counted from the end if negative (and possibly still negative); -999 marks an index
+  // past the end.
+  std::int64_t normalizedIndex(std::int64_t index, std::int64_t dimension) const;
+  // The address in the mirror of the element at a position, or null when it lies outside.
+  const std::byte* addressOfElement(const Position& position) const;
+  // A Python number from element `offset` of the array; null, with no error set, if out of range.
+  PyObject* getElementAsPyObjectFromElementOffset(std::int64_t offset) const;
+
+ private:
+  foundation::velmardata::Array m_array;
+  std::vector<std::int64_t> m_shape;            // first dimension first
+  std::vector<std::int64_t> m_bytewiseStrides;  // bytes to step, one entry a dimension
+  char m_order;
+  std::int32_t m_isReadOnly = 1;  // towards the buffer protocol, for every array
+  std::int32_t m_nDim = 0;
+  std::int64_t m_numElems = 0;
+  std::int64_t m_bufferSizeInBytes = 0;
+  std::int64_t m_elemSizeInBytes = 0;
+  std::byte* m_buf = nullptr;  // from malloc, owned; the elements in storage order
+};

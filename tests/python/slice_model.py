@@ -1,0 +1,123 @@
+"""A model of subscripting in plain Python: what a view stores, and which elements it denotes."""
+
+from __future__ import annotations
+
+import math
+from typing import Any, NamedTuple
+
+import velmar
+
+LONGEST = 2**63 - 1  # no step is longer, either way
+
+
+class SliceItem(NamedTuple):
+    """A slice in storage coordinates, as a view keeps it."""
+
+    start: int
+    stop: int
+    step: int
+    length: int
+
+    def positions(self) -> range:
+        return range(self.start, self.stop, self.step)
+
+
+EMPTY = SliceItem(0, 0, 1, 0)  # the one form of a run without positions
+
+
+def normalized(item: SliceItem, length: int) -> SliceItem:
+    """The item against a dimension of this length; what lies outside is moved in."""
+    start, stop, step, count = item
+    if start == stop or count == 0:
+        return EMPTY
+    if start >= length:
+        start = length - 1
+    if start < 0:
+        start = max(start + length, 0)
+    return SliceItem(start, stop, step, count)
+
+
+def item_of(subscript: slice, length: int) -> SliceItem:
+    """The item that a Python slice gives on a dimension of this length."""
+    start, stop, step = subscript.indices(length)
+    step = max(-LONGEST, min(LONGEST, step))
+    return normalized(SliceItem(start, stop, step, len(range(start, stop, step))), length)
+
+
+def composed(parent: SliceItem, subscript: slice) -> SliceItem:
+    """The item of a slice taken of a view that ends in a slice."""
+    child = normalized(item_of(subscript, parent.length), parent.length)
+    values = parent.positions()
+    if not values:
+        return parent
+    if len(values) <= child.start:
+        return EMPTY
+    start = values[child.start]
+    step = parent.step * child.step
+    length = min(len(values), child.length)
+    return SliceItem(start, start + step * length, step, length)
+
+
+def index_of(subscript: int, length: int) -> int:
+    """The position that an integer subscript means on a dimension of this length."""
+    index = int(subscript)
+    position = index + length if index < 0 else index
+    if not 0 <= position < length:
+        raise IndexError(f"index has an invalid value: {index}")
+    return position
+
+
+class ViewModel:
+    """A view: the nested list left by the integer subscripts, and perhaps a slice of it."""
+
+    def __init__(self, nested: list, item: SliceItem | None = None):
+        self.nested = nested
+        self.item = item
+
+    def __len__(self) -> int:
+        return len(self.nested) if self.item is None else self.item.length
+
+    def __getitem__(self, subscript: int | slice) -> Any:
+        if isinstance(subscript, slice):
+            if self.item is None:
+                return ViewModel(self.nested, item_of(subscript, len(self)))
+            return ViewModel(self.nested, composed(self.item, subscript))
+        position = index_of(subscript, len(self))
+        if self.item is not None:
+            position = self.item.positions()[position]
+        found = self.nested[position]
+        return ViewModel(found) if isinstance(found, list) else found
+
+    def contents(self) -> list:
+        if self.item is None:
+            return self.nested
+        return [self.nested[position] for position in self.item.positions()]
+
+
+def subscripted(array: Any, chain: list[int | slice]) -> Any:
+    for subscript in chain:
+        array = array[subscript]
+    return array
+
+
+def text_of(nested: Any) -> str:
+    """The text of a nested list without blanks."""
+    return str(nested).replace(" ", "")
+
+
+def line(count: int, cls: Any = None, **options: Any) -> Any:
+    """A view of one dimension that holds 0, 1, 2, ... `count` - 1."""
+    cls = cls or velmar.double
+    return cls(vector=list(range(count)), **options)[0]
+
+
+def grid(*shape: int) -> list:
+    """A nested list of floats of this shape, numbered in the order of the nesting."""
+
+    def level(first: int, rest: tuple[int, ...]) -> Any:
+        if not rest:
+            return float(first)
+        below = math.prod(rest[1:])
+        return [level(first + i * below, rest[1:]) for i in range(rest[0])]
+
+    return level(0, shape)

@@ -1,0 +1,270 @@
+"""The initializer: dimensions from the nesting, and what is refused as uneven."""
+
+from __future__ import annotations
+
+import array
+import collections
+
+import pytest
+import velmar
+from arrays import contents, each_form, exact, raises
+from nesting_model import nested, normalized
+
+TEXT = (ValueError, "value passed to initializer must be numeric.")
+UNEVEN = (ValueError, "elements of array are of different lengths or types.")
+NOT_RECTANGULAR = (ValueError, "arrays must be rectangular.")
+NONE = (TypeError, "value must not be 'None'.")
+FLOATING = (TypeError, "velmar.int8 does not accept floating-point values.")
+
+
+class Text(str):
+    """Still a str."""
+
+
+def wrapped(value, times):
+    for _ in range(times):
+        value = [value]
+    return value
+
+
+class TestDimensions:
+    ROWS = {
+        "scalar": (5, [[5]]),
+        "one": ([5], [[5]]),
+        "one in two": ([[5]], [[5]]),
+        "one in three": ([[[5]]], [[5]]),
+        "one in thirty": (wrapped(5, 30), [[5]]),
+        "flat": ([1, 2, 3], [[1, 2, 3]]),
+        "column": ([[1], [2], [3]], [[1], [2], [3]]),
+        "row": ([[1, 2, 3]], [[1, 2, 3]]),
+        "2 by 2": ([[1, 2], [3, 4]], [[1, 2], [3, 4]]),
+        "2 by 1 by 2": ([[[1, 2]], [[3, 4]]], [[[1, 2]], [[3, 4]]]),
+        "1 by 2 by 1": ([[[1], [2]]], [[1, 2]]),
+        "1 by 2 by 1 by 1": ([[[[1]], [[2]]]], [[1, 2]]),
+        "2 by 1 by 1": ([[[1]], [[2]]], [[1], [2]]),
+        "2 by 1 by 1 by 1": ([[[[1]]], [[[2]]]], [[1], [2]]),
+        "1 by 1 by 2": ([[[1, 2]]], [[[1, 2]]]),
+        "1 by 1 by 2 by 1": ([[[[1], [2]]]], [[[1, 2]]]),
+        "1 by 2 by 1 by 2": ([[[[1, 2]], [[3, 4]]]], [[[[1, 2]], [[3, 4]]]]),
+        "empty": ([], []),
+        "empty in one": ([[]], [[]]),
+        "empty in two": ([[[]]], [[[]]]),
+        "two empty": ([[], []], [[], []]),
+        "2 by 1 by 0": ([[[]], [[]]], [[[]], [[]]]),
+        "1 by 2 by 0": ([[[], []]], [[[], []]]),
+        "2 by 2 by 0": ([[[], []], [[], []]], [[[], []], [[], []]]),
+    }
+
+    @pytest.mark.parametrize("data, expected", ROWS.values(), ids=ROWS.keys())
+    def test_rows(self, data, expected):
+        array_ = velmar.int8(data)
+        assert exact(contents(array_)) == exact(expected)
+        assert repr(array_) == f"velmar.int8({expected})".replace(" ", "")
+
+    SHAPES = [(2, 3, 4), (4, 1, 3, 2), (3, 1, 1, 2), (1, 1, 1, 5), (2, 2, 2, 2, 2), (2,) * 7]
+
+    @each_form
+    @pytest.mark.parametrize("shape", SHAPES, ids=str)
+    def test_many_dimensions(self, row, is_complex, shape):
+        numbers = [number % 2 for number in range(128)]
+        zero = row.cls([0], is_complex=is_complex)[0][0]
+        expected = nested(normalized(shape), [type(zero)(number) for number in numbers])
+        made = row.cls(nested(shape, numbers), is_complex=is_complex)
+        assert exact(contents(made)) == exact(expected)
+
+    def test_deep_nesting(self):
+        made = velmar.int8(wrapped([1, 2], 150))
+        for _ in range(150):
+            assert len(made) == 1
+            made = made[0]
+        assert contents(made) == [1, 2]
+
+
+class TestKindsOfSequence:
+    """Anything with items by number is walked, whatever its type; a str never is."""
+
+    ROWS = {
+        "tuple": ((1, 2), [[1, 2]]),
+        "tuple of lists": (([1, 2], [3, 4]), [[1, 2], [3, 4]]),
+        "list of tuple and list": ([(1, 2), [3, 4]], [[1, 2], [3, 4]]),
+        "range": (range(3), [[0, 1, 2]]),
+        "list of ranges": ([range(2), range(5, 7)], [[0, 1], [5, 6]]),
+        "deque": (collections.deque([1, 2]), [[1, 2]]),
+        "user list": (collections.UserList([[1], [2]]), [[1], [2]]),
+        "user dict with numbered keys": (collections.UserDict({0: 7, 1: 8}), [[7, 8]]),
+        "bytes inside": ([b"ab", b"cd"], [[97, 98], [99, 100]]),
+        "bytes, bytearray and list inside": (
+            [b"a", bytearray(b"b"), [3]],
+            [[97], [98], [3]],
+        ),
+        "array.array inside": ([array.array("b", [1, 2]), [3, 4]], [[1, 2], [3, 4]]),
+        "memoryview inside": ([memoryview(b"ab"), [3, 4]], [[97, 98], [3, 4]]),
+        "bools": ([True, False], [[1, 0]]),
+    }
+
+    @pytest.mark.parametrize("data, expected", ROWS.values(), ids=ROWS.keys())
+    def test_rows(self, data, expected):
+        assert exact(contents(velmar.int8(data))) == exact(expected)
+
+    def test_an_array_is_walked(self):
+        row = velmar.double([1, 2])
+        assert contents(velmar.double(row)) == [[1.0, 2.0]]
+        assert contents(velmar.double(row[0])) == [[1.0, 2.0]]
+        assert contents(velmar.double(velmar.int8([[1, 2], [3, 4]]))) == [[1.0, 2.0], [3.0, 4.0]]
+        cube = nested((2, 3, 4), range(24))
+        assert contents(velmar.int8(velmar.int8(cube))) == cube
+        assert contents(velmar.int8(velmar.int8(cube)[1])) == cube[1]
+        assert contents(velmar.int8(velmar.int8(cube)[1][::-1])) == cube[1][::-1]
+
+    def test_an_array_without_elements_is_walked(self):
+        assert contents(velmar.double(velmar.double())) == []
+        assert contents(velmar.double(velmar.double(vector=[]))) == [[]]
+        assert contents(velmar.double(velmar.double(size=(3, 0)))) == [[], [], []]
+
+    def test_arrays_inside_a_list(self):
+        row = velmar.int8([1, 2])[0]
+        assert contents(velmar.int8([row, row, [3, 4]])) == [[1, 2], [1, 2], [3, 4]]
+        assert contents(velmar.int8([velmar.int8([1, 2])])) == [[[1, 2]]]
+
+    def test_an_array_is_walked_element_by_element(self):
+        with raises(*FLOATING):
+            velmar.int8(velmar.double([1, 2]))
+        text = "velmar.double does not accept complex values if 'is_complex' is not set to 'True'."
+        with raises(TypeError, text):
+            velmar.double(velmar.double([1], is_complex=True))
+        made = velmar.int8(velmar.double([1.9, -2.9]), is_complex=True)
+        assert exact(contents(made)) == exact([[1 + 0j, -2 + 0j]])
+        assert contents(velmar.logical(velmar.double([0, 0.5]))) == [[False, True]]
+
+
+class TestText:
+    ROWS = {
+        "top": ("12", TEXT),
+        "empty top": ("", TEXT),
+        "one character": ("1", TEXT),
+        "subclass": (Text("12"), TEXT),
+        "in a list": (["1"], TEXT),
+        "empty in a list": ([""], TEXT),
+        "subclass in a list": ([Text("1")], TEXT),
+        "same lengths": (["ab", "cd"], TEXT),
+        "same length as a list": (["ab", [1, 2]], TEXT),
+        "behind a list of its length": ([[1, 2], "ab"], TEXT),
+        "deep": ([[["1"]]], TEXT),
+        "other length": (["a", "bc"], UNEVEN),
+        "beside a number": ([1, "1"], UNEVEN),
+        "before a number": (["1", 1], UNEVEN),
+        "beside a longer list": ([[1, 2], "a"], UNEVEN),
+    }
+
+    @pytest.mark.parametrize("data, error", ROWS.values(), ids=ROWS.keys())
+    def test_rows(self, data, error):
+        with raises(*error):
+            velmar.int8(data)
+
+    @each_form
+    def test_all_classes(self, row, is_complex):
+        for data in ("12", ["1"]):
+            with raises(*TEXT):
+                row.cls(data, is_complex=is_complex)
+
+    def test_with_size(self):
+        with raises(*TEXT):
+            velmar.double("ab", (1, 2))
+
+
+class TestUneven:
+    ROWS = {
+        "number and list": ([1, [2]], UNEVEN),
+        "list and number": ([[1], 2], UNEVEN),
+        "number last": ([[1], [2], 3], UNEVEN),
+        "list last": ([1, 2, [3]], UNEVEN),
+        "lengths": ([[1], [2, 3]], UNEVEN),
+        "lengths, shorter last": ([[1, 2], [3, 4], [5]], UNEVEN),
+        "empty first": ([[], [1]], UNEVEN),
+        "empty last": ([[1], []], UNEVEN),
+        "empty and number": ([[], 1], UNEVEN),
+        "one level down": ([[[1], [2, 3]]], UNEVEN),
+        "in the second branch": ([[[1, 2], [3, 4]], [[5], [6, 7]]], UNEVEN),
+        "number and list, second branch": ([[1, 2], [3, [4]]], UNEVEN),
+        "tuple and list": ([(1,), [2, 3]], UNEVEN),
+        "array and number": ([velmar.int8([1])[0], 1], UNEVEN),
+    }
+
+    RECTANGULAR = {
+        "lengths across branches": ([[[1], [2]], [[3, 4], [5, 6]]], NOT_RECTANGULAR),
+        "shorter across branches": ([[[1, 2], [3, 4]], [[5], [6]]], NOT_RECTANGULAR),
+        "empty after full": ([[[1], [2]], [[], []]], NOT_RECTANGULAR),
+        "empty after one": ([[[1]], [[]]], NOT_RECTANGULAR),
+        "scalar less deep": ([[[1]], [2]], NOT_RECTANGULAR),
+        "scalar deeper": ([[1], [[2]]], NOT_RECTANGULAR),
+        "scalars of one row": ([[[1, 2]], [[[3], [4]]]], NOT_RECTANGULAR),
+        "third branch": ([[[1, 2]], [[3, 4]], [[5]]], NOT_RECTANGULAR),
+        "empty before full": ([[[], []], [[1], [2]]], NOT_RECTANGULAR),
+        "empty before one": ([[[]], [[1]]], NOT_RECTANGULAR),
+        "empty beside a scalar": ([[[]], [1]], NOT_RECTANGULAR),
+        "empty behind a scalar": ([[1], [[]]], NOT_RECTANGULAR),
+        "empty before long ones": ([[[], []], [[1, 2, 3], [4, 5, 6]]], NOT_RECTANGULAR),
+    }
+
+    ALL = {**ROWS, **RECTANGULAR}
+
+    @pytest.mark.parametrize("data, error", ALL.values(), ids=ALL.keys())
+    def test_rows(self, data, error):
+        with raises(*error):
+            velmar.int8(data)
+
+    @each_form
+    def test_all_classes(self, row, is_complex):
+        for data, error in (
+            ([1, [0]], UNEVEN),
+            ([[[1], [0]], [[1, 0], [0, 1]]], NOT_RECTANGULAR),
+            ([[[1]], [0]], NOT_RECTANGULAR),
+            ([[[], []], [[1], [0]]], NOT_RECTANGULAR),
+        ):
+            with raises(*error):
+                row.cls(data, is_complex=is_complex)
+
+    def test_too_few_elements_are_no_better_with_size(self):
+        with raises(*NOT_RECTANGULAR):
+            velmar.int8([[[], []], [[1], [2]]], (2, 2))
+
+    def test_no_elements_at_all_are_no_fault(self):
+        assert contents(velmar.int8([[[], []], [[], []]])) == [[[], []], [[], []]]
+
+
+class TestOrderOfChecks:
+    """The walk goes depth first and stops at the first fault; a list is checked before its items
+    are, and its length compared with its sisters' only after them."""
+
+    ROWS = {
+        "children before the first of them": ([None, [1]], UNEVEN),
+        "children's lengths before the first": ([[None], [1, 2]], UNEVEN),
+        "children before text": (["text", 1], UNEVEN),
+        "outer children before inner": ([[1, [2]], [3]], UNEVEN),
+        "first branch's element before the second's evenness": ([[None, 1], [[1], 2]], NONE),
+        "first branch's evenness before the second's element": ([[1, [2]], [None, 1]], UNEVEN),
+        "element before the next branch's length": ([[[None], [1]], [[1, 2], [3, 4]]], NONE),
+        "element before its own list's length": ([[[1], [2]], [[None, 4], [5, 6]]], NONE),
+        "list's length before the next list's element": (
+            [[[1], [2]], [[3, 4], [None, 6]]],
+            NOT_RECTANGULAR,
+        ),
+        "element before depth": ([[[1]], [None]], NONE),
+        "element before depth, deeper": ([[1], [[None]]], NONE),
+        "depth before the next element": ([[[1]], [[[2], [None]]]], NOT_RECTANGULAR),
+        "text before depth": ([[[1]], ["a"]], TEXT),
+        "text before its list's length": ([[[1], [2]], [["a", "b"], ["c", "d"]]], TEXT),
+        "first element of two": ([1.5, None], FLOATING),
+        "first element of two, turned": ([None, 1.5], NONE),
+        "first row's element first": ([[1, None], [1.5, 1]], NONE),
+        "element before the missing ones": ([[[], []], [[None], [2]]], NONE),
+    }
+
+    @pytest.mark.parametrize("data, error", ROWS.values(), ids=ROWS.keys())
+    def test_rows(self, data, error):
+        with raises(*error):
+            velmar.int8(data)
+
+    def test_depth_is_checked_when_every_element_converts(self):
+        with raises(*NOT_RECTANGULAR):
+            velmar.int8([[[1]], [None]], is_complex=True)

@@ -1,0 +1,105 @@
+"""The wheel as a whole: its files, what they export, import and link, the interface it claims."""
+
+import json
+import re
+import subprocess
+import sys
+from pathlib import Path
+
+import pytest
+
+MODULE = "velmarmultidimarrayforpython.abi3.so"
+DATA_LIBRARY = "libzrfoundation_velmardata.so"
+FACTORY_LIBRARY = "libzrfoundation_velmardata_standalone.so"
+LIBRARIES = [MODULE, DATA_LIBRARY, FACTORY_LIBRARY]
+OF_THE_SYSTEM = {"libstdc++.so.6", "libm.so.6", "libgcc_s.so.1", "libc.so.6"}
+
+
+def lines_of(*command):
+    return subprocess.run(command, check=True, capture_output=True, text=True).stdout.splitlines()
+
+
+def dynamic_entries(file, tag):
+    """The bracketed values of one tag of a library's dynamic section."""
+    pattern = re.compile(rf"\({tag}\).*\[(.*)\]")
+    return [found[1] for found in map(pattern.search, lines_of("readelf", "-d", file)) if found]
+
+
+def symbols(file, kind):
+    """The names, without versions, that a library defines or leaves undefined."""
+    return {line.split()[-1].split("@")[0] for line in lines_of("nm", "-D", kind, file)}
+
+
+class TestFiles:
+    def test_exact_contents(self, unpacked):
+        files = {str(file.relative_to(unpacked)) for file in unpacked.rglob("*") if file.is_file()}
+        packages = {"velmar/__init__.py", "vlexceptions/__init__.py"}
+        outside_metadata = {file for file in files if ".dist-info/" not in file}
+        assert outside_metadata == packages | set(LIBRARIES)
+
+    def test_tag(self, wheel, unpacked):
+        assert re.search(r"-cp311-abi3-\w+\.whl$", wheel.name)
+        (metadata,) = unpacked.glob("*.dist-info/WHEEL")
+        tags = [line for line in metadata.read_text().splitlines() if line.startswith("Tag:")]
+        assert tags and all(tag.startswith("Tag: cp311-abi3-") for tag in tags)
+
+
+class TestLinks:
+    @pytest.mark.parametrize("library", LIBRARIES)
+    def test_looks_beside_itself_only(self, unpacked, library):
+        file = unpacked / library
+        assert set(dynamic_entries(file, "RUNPATH")) <= {"$ORIGIN"}
+        assert dynamic_entries(file, "RPATH") == []
+
+    @pytest.mark.parametrize(
+        "library, ours",
+        [
+            (MODULE, {DATA_LIBRARY, FACTORY_LIBRARY}),
+            (DATA_LIBRARY, set()),
+            (FACTORY_LIBRARY, {DATA_LIBRARY}),
+        ],
+    )
+    def test_needs(self, unpacked, library, ours):
+        needed = set(dynamic_entries(unpacked / library, "NEEDED"))
+        assert needed - OF_THE_SYSTEM == ours
+        if ours:
+            assert dynamic_entries(unpacked / library, "RUNPATH") == ["$ORIGIN"]
+
+
+class TestNames:
+    def test_module_exports_its_entry_point_only(self, unpacked):
+        exported = symbols(unpacked / MODULE, "--defined-only")
+        assert exported == {"PyInit_velmarmultidimarrayforpython"}
+
+    @pytest.mark.parametrize("library", [DATA_LIBRARY, FACTORY_LIBRARY])
+    def test_data_libraries_export_nothing_of_python(self, unpacked, library):
+        names = symbols(unpacked / library, "--defined-only")
+        assert names
+        assert not [name for name in names if name.lstrip("_").startswith("Py")]
+
+    @pytest.mark.parametrize("library", [DATA_LIBRARY, FACTORY_LIBRARY])
+    def test_data_libraries_do_not_know_python(self, unpacked, library):
+        names = symbols(unpacked / library, "--undefined-only")
+        assert not [name for name in names if name.lstrip("_").startswith("Py")]
+
+    def test_no_reference_count_macro(self, unpacked):
+        # What the macros that drop a reference leave behind.
+        imported = symbols(unpacked / MODULE, "--undefined-only")
+        assert "Py_DecRef" in imported
+        assert "_Py_Dealloc" not in imported
+
+
+def test_abi3audit(wheel, tmp_path):
+    report = tmp_path / "report.json"
+    audit = subprocess.run(
+        [Path(sys.executable).with_name("abi3audit"), "--strict", "--report", "-o", report, wheel],
+        capture_output=True,
+        text=True,
+    )
+    assert audit.returncode == 0, audit.stdout + audit.stderr
+    (entry,) = json.loads(report.read_text())["specs"].values()
+    audited = {item["name"]: item["result"] for item in entry["wheel"]}
+    assert audited[MODULE]["is_abi3"] is True
+    assert audited[MODULE]["baseline"] == "3.11"
+    assert audited[MODULE]["non_abi3_symbols"] == []
+    assert audited[MODULE]["future_abi3_objects"] == {}

@@ -1,0 +1,36 @@
+// Which element types an operation of the library takes, as concepts over the table of types.
+#pragma once
+
+#include <concepts>
+#include <type_traits>
+
+#include "velmardata/element_types.hpp"
+
+namespace foundation::velmardata {
+
+// Any of the 22 element types.
+template <class T>
+concept ArrayElement = requires { ArrayTypeOf<T>::value; };
+
+// The 21 types whose elements a client may write. Characters are made by other programs and are
+// only read here.
+template <class T>
+concept WritableElement = ArrayElement<T> && !std::same_as<T, char16_t>;
+
+// The ten real numeric types.
+template <class T>
+concept RealNumericElement =
+    WritableElement<T> && std::is_arithmetic_v<T> && !std::same_as<T, bool>;
+
+}  // namespace foundation::velmardata
+
+namespace velmar::data {
+
+// The element type of the array that ArrayFactory::createScalarInternal<T> makes: T itself for
+// every type of the table. It is a trait so that a type that is stored differently can say so.
+template <class T>
+struct GetReturnType {
+  using type = T;
+};
+
+}  // namespace velmar::data

@@ -1,0 +1,23 @@
+// Assignment through element references, for every type that may be written.
+#include "velmardata/element_reference.hpp"
+
+#include <stdexcept>
+
+#include "reference_impl.hpp"
+
+namespace foundation::velmardata::detail {
+
+template <WritableElement T>
+void setElement(std::shared_ptr<velmar::data::detail::ReferenceImpl> reference, T value) {
+  if (reference == nullptr || reference->m_type != arrayTypeOf<T>) {
+    throw std::invalid_argument("element reference is null or of another element type.");
+  }
+  *static_cast<T*>(reference->m_element) = value;
+}
+
+#define X(name, number, type) \
+  template void setElement(std::shared_ptr<velmar::data::detail::ReferenceImpl>, type);
+VELMARDATA_FOR_EACH_CLASS_ELEMENT_TYPE(X)
+#undef X
+
+}  // namespace foundation::velmardata::detail
