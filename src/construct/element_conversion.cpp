@@ -1,24 +1,7 @@
 // The conversions that do not depend on the element type, and the instances of those that do.
 #include "construct/element_conversion_impl.hpp"
 
-#include <boost/numeric/conversion/bounds.hpp>
-
 #include "module/element_types.hpp"
-
-namespace {
-
-constexpr const char* tooLarge = "Python int too large to convert to C long long";
-
-}  // namespace
-
-// Both read without raising, since an exception object is an allocation, and that can run any code.
-ConversionResult<long long> getLongLongFromPyObject(PyObject* value) {
-  if (!pyObjectIsLong(value)) return {};
-  int overflow = 0;
-  const long long number = PyLong_AsLongLongAndOverflow(value, &overflow);
-  if (overflow == 0) return {number, std::nullopt};
-  return {std::nullopt, ConversionFailure{PyExc_OverflowError, tooLarge}};
-}
 
 ConversionResult<unsigned long long> getUnsignedLongLongFromPyObject(PyObject* value,
                                                                      const char* typeWord) {
@@ -38,7 +21,7 @@ ConversionResult<unsigned long long> getUnsignedLongLongFromPyObject(PyObject* v
     PyErr_Clear();
   }
   // Deliberate: the text names the signed type here too.
-  return {std::nullopt, ConversionFailure{PyExc_OverflowError, tooLarge}};
+  return {std::nullopt, ConversionFailure{PyExc_OverflowError, intTooLarge}};
 }
 
 float convertDoubleToFloat(double value) {

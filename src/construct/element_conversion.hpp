@@ -11,6 +11,9 @@ struct ConversionFailure {
   std::string message;
 };
 
+// Also the text for an int below or above every range, unsigned ones included.
+inline constexpr const char* intTooLarge = "Python int too large to convert to C long long";
+
 // A value, or a failure that the caller raises, or neither: only the two functions that read ints
 // return neither, for an object that is no int.
 template <class T>
@@ -26,7 +29,7 @@ struct ConversionResult {
 template <class T>
 ConversionResult<T> convertPyObjectToElement(PyObject* value, bool allowFloatingPoint);
 
-ConversionResult<long long> getLongLongFromPyObject(PyObject* value);
+inline ConversionResult<long long> getLongLongFromPyObject(PyObject* value);
 ConversionResult<unsigned long long> getUnsignedLongLongFromPyObject(PyObject* value,
                                                                      const char* typeWord);
 

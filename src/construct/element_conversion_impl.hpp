@@ -12,6 +12,16 @@
 #include "module/element_types.hpp"
 #include "module/support.hpp"
 
+// Python ints are read without raising, since an exception object is an allocation, and that can
+// run any code.
+inline ConversionResult<long long> getLongLongFromPyObject(PyObject* value) {
+  if (!pyObjectIsLong(value)) return {};
+  int overflow = 0;
+  const long long number = PyLong_AsLongLongAndOverflow(value, &overflow);
+  if (overflow == 0) [[likely]] return {number, std::nullopt};
+  return {std::nullopt, ConversionFailure{PyExc_OverflowError, intTooLarge}};
+}
+
 template <class From>
 std::string outOfRangeText(From value, const char* word) {
   std::ostringstream text;
@@ -49,13 +59,14 @@ std::optional<To> convertAndCheckForOverflow(From value, std::string& message) {
 
 namespace element_conversion {
 
-inline bool isFloat(PyObject* value) {
-  return Py_TYPE(value) == &PyFloat_Type || PyType_IsSubtype(Py_TYPE(value), &PyFloat_Type) != 0;
+// The walk up the bases is for types that are none of the usual ones.
+inline bool isOfType(PyObject* value, PyTypeObject* type) {
+  PyTypeObject* own = Py_TYPE(value);
+  if (own == type) return true;
+  return own != &PyLong_Type && own != &PyFloat_Type && PyType_IsSubtype(own, type) != 0;
 }
-inline bool isComplexNumber(PyObject* value) {
-  return Py_TYPE(value) == &PyComplex_Type ||
-         PyType_IsSubtype(Py_TYPE(value), &PyComplex_Type) != 0;
-}
+inline bool isFloat(PyObject* value) { return isOfType(value, &PyFloat_Type); }
+inline bool isComplexNumber(PyObject* value) { return isOfType(value, &PyComplex_Type); }
 
 template <class T>
 ConversionResult<T> success(T value) {

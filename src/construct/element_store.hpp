@@ -47,6 +47,8 @@ class ElementStore {
   // There must be room.
   void append(T element) { m_block[m_size++] = element; }
 
+  void shrinkTo(std::uint64_t size) { m_size = size; }
+
   // The elements in a block of exactly their number; size() stays. Null when memory is short.
   ElementBuffer<T> take() {
     if (m_block != nullptr && m_capacity == m_size) return release();

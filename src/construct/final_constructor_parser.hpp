@@ -81,10 +81,9 @@ class FinalConstructorParser {
   ElementBuffer<T> processInitializerKwarg(PyObject* initializer, bool& ok);
   bool flattenSequence(PyObject* value, bool allowFloatingPoint);
   bool flattenItems(PyObject* value, std::int64_t length, bool allowFloatingPoint);
-  bool flattenPlainNumbers(PyObject* value, std::int64_t length, bool allowFloatingPoint);
+  bool flattenPlainNumbers(PyObject* value, bool allowFloatingPoint);
   bool flattenLeaf(PyObject* value, bool allowFloatingPoint);
-  bool appendConverted(PyObject* value, bool allowFloatingPoint);
-  bool prepareForLeaf();
+  bool prepareForLeaves(std::uint64_t count);
   bool enterLevel(std::int64_t length);
   bool leaveLevel();
 

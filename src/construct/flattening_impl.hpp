@@ -1,7 +1,6 @@
 // `initializer`: the one recursive walk of nested sequences, which finds elements and dimensions.
 #pragma once
 
-#include <algorithm>
 #include <stdexcept>
 
 #include "construct/element_conversion_impl.hpp"
@@ -47,13 +46,8 @@ bool FinalConstructorParser<T>::flattenSequence(PyObject* value, bool allowFloat
     setError(PyExc_ValueError, flattening::notNumeric);
     return false;
   }
-  if (PlainSequence::matches(value)) {
-    const PlainSequence sequence(value);
-    const Py_ssize_t length = sequence.size();
-    if (sequence.holdsPlainNumbersOnly(length)) {
-      return enterLevel(length) && flattenPlainNumbers(value, length, allowFloatingPoint) &&
-             leaveLevel();
-    }
+  if (PlainSequence::matches(value) && flattenPlainNumbers(value, allowFloatingPoint)) {
+    return leaveLevel();
   }
   const RecursionGuard guard(" while flattening nested sequences");
   if (!guard) return false;
@@ -77,49 +71,55 @@ bool FinalConstructorParser<T>::flattenItems(PyObject* value, std::int64_t lengt
   return true;
 }
 
-// A row of plain numbers, which all are leaves of one depth and run no code when read.
+// A row of plain numbers, in one pass: leaves of one depth, which run no code when read. False
+// undoes the attempt, level and error included: the walk of any sequence then finds the first
+// thing wrong in the right order.
 template <class T>
-bool FinalConstructorParser<T>::flattenPlainNumbers(PyObject* value, std::int64_t length,
-                                                    bool allowFloatingPoint) {
+bool FinalConstructorParser<T>::flattenPlainNumbers(PyObject* value, bool allowFloatingPoint) {
   const PlainSequence sequence(value);
-  for (std::int64_t i = 0; i < length; ++i) {
+  const Py_ssize_t length = sequence.size();
+  const std::uint64_t before = flattenedElements.size();
+  enterLevel(length);
+  for (Py_ssize_t i = 0; i < length; ++i) {
     PyObject* item = sequence.borrowedItem(i);
-    if (!(i == 0 ? flattenLeaf(item, allowFloatingPoint)
-                 : appendConverted(item, allowFloatingPoint))) {
-      return false;
+    if (isPlainNumber(item)) {
+      const auto element = convertPyObjectToElement<T>(item, allowFloatingPoint);
+      if (element.value && (i > 0 || prepareForLeaves(static_cast<std::uint64_t>(length)))) {
+        flattenedElements.append(*element.value);
+        continue;
+      }
     }
+    PyErr_Clear();
+    flattenedElements.shrinkTo(before);
+    --currentDepth;
+    return false;
   }
   return true;
 }
 
 template <class T>
 bool FinalConstructorParser<T>::flattenLeaf(PyObject* value, bool allowFloatingPoint) {
-  return appendConverted(value, allowFloatingPoint) && prepareForLeaf();
-}
-
-template <class T>
-bool FinalConstructorParser<T>::appendConverted(PyObject* value, bool allowFloatingPoint) {
-  ConversionResult<T> element = convertPyObjectToElement<T>(value, allowFloatingPoint);
+  const auto element = convertPyObjectToElement<T>(value, allowFloatingPoint);
   if (!element.value) {
     setError(element.failure->exceptionClass, element.failure->message);
     return false;
   }
-  if (flattenedElements.size() == flattenedElements.capacity() &&
-      !growTo(std::max<std::uint64_t>(1, 2 * flattenedElements.capacity()))) {
-    return false;
-  }
+  if (!prepareForLeaves(1)) return false;
   flattenedElements.append(*element.value);
   return true;
 }
 
+// Depth, dimensions and room for elements that are about to be appended at one depth.
 template <class T>
-bool FinalConstructorParser<T>::prepareForLeaf() {
+bool FinalConstructorParser<T>::prepareForLeaves(std::uint64_t count) {
   const auto depth = static_cast<std::int64_t>(currentDepth);
   if (leafDepth == 0) leafDepth = depth;
   if (leafDepth != depth) return flattening::refuseShape();
   if (calculatedDimensions.empty()) calculatedDimensions = {1, 1};
   // The lengths along the path to the first leaf are those of the whole array if it is rectangular.
-  return reserveBuffer(size_reconciliation::wrappedProduct(sequenceLengths));
+  if (!reserveBuffer(size_reconciliation::wrappedProduct(sequenceLengths))) return false;
+  const std::uint64_t needed = flattenedElements.size() + count;
+  return needed <= flattenedElements.capacity() || growTo(needed + flattenedElements.size());
 }
 
 template <class T>

@@ -22,12 +22,6 @@ class PlainSequence {
   PyObject* borrowedItem(Py_ssize_t index) const {
     return m_isList ? PyList_GetItem(m_object, index) : PyTuple_GetItem(m_object, index);
   }
-  bool holdsPlainNumbersOnly(Py_ssize_t length) const {
-    for (Py_ssize_t i = 0; i < length; ++i) {
-      if (!isPlainNumber(borrowedItem(i))) return false;
-    }
-    return true;
-  }
 
  private:
   PyObject* m_object;

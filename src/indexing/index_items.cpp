@@ -93,11 +93,6 @@ std::vector<std::int64_t> SliceIndexItem::getIntegerIndexValues(std::int64_t len
   return values;
 }
 
-std::optional<std::int64_t> getIntegerIndexFromIndexObject(PyObject* object) {
-  if (!pyObjectIsLong(object)) return std::nullopt;
-  return PyLong_AsSsize_t(object);
-}
-
 bool getSliceData(PyObject* slice, std::int64_t length, SliceIndexItem& item) {
   Py_ssize_t start = 0;
   Py_ssize_t stop = 0;

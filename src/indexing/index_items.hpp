@@ -5,11 +5,15 @@
 #include <optional>
 
 #include "module/python.hpp"
+#include "module/support.hpp"
 #include "storage/index_items.hpp"
 
 // The value of an int (or subclass); empty, with no error set, for any other object. Deliberate: an
 // int too large for 64 bits gives -1 and leaves the interpreter's OverflowError pending.
-std::optional<std::int64_t> getIntegerIndexFromIndexObject(PyObject* object);
+inline std::optional<std::int64_t> getIntegerIndexFromIndexObject(PyObject* object) {
+  if (!pyObjectIsLong(object)) return std::nullopt;
+  return PyLong_AsSsize_t(object);
+}
 
 // Fills the item from a slice object for a dimension of the given length and normalises it. False
 // with an error set: ValueError for a step that is zero or unreadable, the interpreter's own error

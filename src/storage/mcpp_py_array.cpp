@@ -73,8 +73,7 @@ PyObject* MCppPyArray::shallowCopyToMCPyArray() {
   return record;
 }
 
-WrapperAccess MCppPyArray::wrapper() const {
-  if (!m_hasWeakPtrToWrapper && m_wrapper != nullptr) return WrapperAccess(m_wrapper.get());
+WrapperAccess MCppPyArray::lockWrapper() const {
   std::shared_ptr<MDArrayWrapper> locked = m_weakWrapper.lock();
   if (locked == nullptr) setError(PyExc_RuntimeError, messages::expiredStorage);
   return WrapperAccess(std::move(locked));
@@ -83,11 +82,6 @@ WrapperAccess MCppPyArray::wrapper() const {
 std::byte* MCppPyArray::buf() const {
   const WrapperAccess storage = wrapper();
   return storage ? storage->buf() : nullptr;
-}
-
-int MCppPyArray::getNumberOfDimensions() const {
-  const WrapperAccess storage = wrapper();
-  return storage ? storage->getNumberOfDimensions() : -1;
 }
 
 const std::vector<std::int64_t>& MCppPyArray::shape() const {
@@ -140,10 +134,6 @@ const vd::Array& MCppPyArray::array() const {
 char* MCppPyArray::format() const {
   const WrapperAccess storage = wrapper();
   return storage ? storage->format() : nullptr;
-}
-
-const SliceIndexItem* MCppPyArray::finalSlice() const {
-  return m_indices.empty() ? nullptr : std::get_if<SliceIndexItem>(&m_indices.back());
 }
 
 void MCppPyArray::setIndexedArrayAsMDA(vd::Array&& array) {

@@ -49,12 +49,17 @@ class MCppPyArray {
   PyObject* allocMCPyArrayFromMCppPyArray() const;
   PyObject* shallowCopyToMCPyArray();  // a weak view of the same part
 
-  WrapperAccess wrapper() const;
+  WrapperAccess wrapper() const {
+    return m_wrapper != nullptr ? WrapperAccess(m_wrapper.get()) : lockWrapper();
+  }
 
   // Forwarded to the storage. When it has gone, RuntimeError is set and the result is the value
   // behind the slash. References are valid until Python code may run.
   std::byte* buf() const;                            // null
-  int getNumberOfDimensions() const;                 // -1
+  int getNumberOfDimensions() const {                // -1
+    const WrapperAccess storage = wrapper();
+    return storage ? storage->getNumberOfDimensions() : -1;
+  }
   const std::vector<std::int64_t>& shape() const;    // an empty vector
   char getOrder() const;                             // -1
   std::int64_t* bytewiseStrides() const;             // null
@@ -77,7 +82,9 @@ class MCppPyArray {
   IndexChain getRestrictingIndices() const { return m_indices; }
   bool sliceInFinalPreexistingPosition() const { return finalSlice() != nullptr; }
   // The slice that ends the chain, or null. No error is set.
-  const SliceIndexItem* finalSlice() const;
+  const SliceIndexItem* finalSlice() const {
+    return m_indices.empty() ? nullptr : std::get_if<SliceIndexItem>(&m_indices.back());
+  }
   MCppPyArray* getIndexRestrictedMCppPyArray() const { return m_indexRestrictedMCppPyArray.get(); }
   void setIndexedArrayAsMDA(foundation::velmardata::Array&& array);
 
@@ -123,6 +130,7 @@ class MCppPyArray {
 
  private:
   void takePointerOf(const MCppPyArray& other);
+  WrapperAccess lockWrapper() const;
 
   bool m_hasWeakPtrToWrapper = false;
   std::shared_ptr<MDArrayWrapper> m_wrapper;      // empty in a weak view

@@ -36,13 +36,14 @@ struct CopyElementsVisitor {
   }
 };
 
-// Page faults of small pages dominate the first touch of a large block.
-void askForHugePages(std::byte* block, std::size_t size) {
-  if (size < 2 * hugePage) return;
-  const auto address = reinterpret_cast<std::uintptr_t>(block);
-  const std::uintptr_t first = (address + hugePage - 1) / hugePage * hugePage;
-  const std::uintptr_t last = (address + size) / hugePage * hugePage;
-  if (first < last) madvise(reinterpret_cast<void*>(first), last - first, MADV_HUGEPAGE);
+// Memory that free() takes back. Large blocks lie on whole huge pages, since the faults of small
+// ones take longer than the copy.
+std::byte* allocateMirror(std::size_t size) {
+  if (size < 2 * hugePage) return static_cast<std::byte*>(std::malloc(size));
+  const std::size_t rounded = (size + hugePage - 1) / hugePage * hugePage;
+  void* block = std::aligned_alloc(hugePage, rounded);
+  if (block != nullptr) madvise(block, rounded, MADV_HUGEPAGE);
+  return static_cast<std::byte*>(block);
 }
 
 }  // namespace
@@ -107,12 +108,15 @@ void MDArrayWrapper::setBytewiseStrides() {
 }
 
 void MDArrayWrapper::setBuf() {
-  const auto size = static_cast<std::size_t>(m_bufferSizeInBytes);
   std::free(m_buf);
-  m_buf = static_cast<std::byte*>(std::malloc(size));
-  if (m_buf == nullptr || size == 0) return;
-  askForHugePages(m_buf, size);
-  applyVisitor(m_array, CopyElementsVisitor{m_buf, size});
+  m_buf = allocateMirror(static_cast<std::size_t>(m_bufferSizeInBytes));
+  m_isMirrorFilled = m_buf == nullptr || m_bufferSizeInBytes == 0;
+}
+
+void MDArrayWrapper::fillMirror() const {
+  m_isMirrorFilled = true;
+  applyVisitor(m_array,
+               CopyElementsVisitor{m_buf, static_cast<std::size_t>(m_bufferSizeInBytes)});
 }
 
 std::int64_t MDArrayWrapper::getElementOffsetFromIndices(const Position& indices) const {
@@ -126,18 +130,4 @@ std::int64_t MDArrayWrapper::normalizedIndex(std::int64_t index, std::int64_t di
   const std::int64_t length = m_shape[static_cast<std::size_t>(dimension)];
   if (index < 0) return length + index;
   return index < length ? index : outOfRangeMarker;
-}
-
-const std::byte* MDArrayWrapper::addressOfElement(const Position& position) const {
-  if (m_buf == nullptr || position.size() > static_cast<std::size_t>(m_nDim)) return nullptr;
-  std::int64_t offset = 0;
-  for (std::size_t i = 0; i < position.size(); ++i) {
-    std::int64_t step = 0;
-    if (__builtin_mul_overflow(position[i], m_bytewiseStrides[i], &step) ||
-        __builtin_add_overflow(offset, step, &offset)) {
-      return nullptr;
-    }
-  }
-  if (offset < 0 || offset > m_bufferSizeInBytes - m_elemSizeInBytes) return nullptr;
-  return m_buf + offset;
 }

@@ -25,7 +25,13 @@ class MDArrayWrapper {
   void init();
 
   const foundation::velmardata::Array& array() const { return m_array; }
-  std::byte* buf() const { return m_buf; }
+  // The elements in storage order. The memory is there from construction on, the first look fills
+  // it: an array that goes from hand to hand without being read is never copied. Null when memory
+  // was short.
+  std::byte* buf() const {
+    if (!m_isMirrorFilled) fillMirror();
+    return m_buf;
+  }
   bool hasMirror() const { return m_buf != nullptr || m_bufferSizeInBytes == 0; }
   std::int64_t getBufferSizeInBytes() const { return m_bufferSizeInBytes; }
   std::int64_t getNumberOfElements() const { return m_numElems; }
@@ -47,7 +53,7 @@ class MDArrayWrapper {
   void setElementSizeInBytes();
   void setBufferSizeInBytes() { m_bufferSizeInBytes = m_numElems * m_elemSizeInBytes; }
   void setBytewiseStrides();
-  // Makes the mirror anew from the array: one copy of the elements.
+  // Room for a new mirror, to be filled with the array's elements.
   void setBuf();
 
   // Place of an element, counted in elements; missing trailing indices count as 0. -1, with no
@@ -62,6 +68,8 @@ class MDArrayWrapper {
   PyObject* getElementAsPyObjectFromElementOffset(std::int64_t offset) const;
 
  private:
+  void fillMirror() const;  // one copy of the elements
+
   foundation::velmardata::Array m_array;
   std::vector<std::int64_t> m_shape;            // first dimension first
   std::vector<std::int64_t> m_bytewiseStrides;  // bytes to step, one entry a dimension
@@ -71,5 +79,22 @@ class MDArrayWrapper {
   std::int64_t m_numElems = 0;
   std::int64_t m_bufferSizeInBytes = 0;
   std::int64_t m_elemSizeInBytes = 0;
-  std::byte* m_buf = nullptr;  // from malloc, owned; the elements in storage order
+  std::byte* m_buf = nullptr;  // the mirror, from malloc, owned
+  mutable bool m_isMirrorFilled = false;
 };
+
+// In the header since every element that is read comes through here.
+inline const std::byte* MDArrayWrapper::addressOfElement(const Position& position) const {
+  const std::byte* elements = buf();
+  if (elements == nullptr || position.size() > static_cast<std::size_t>(m_nDim)) return nullptr;
+  std::int64_t offset = 0;
+  for (std::size_t i = 0; i < position.size(); ++i) {
+    std::int64_t step = 0;
+    if (__builtin_mul_overflow(position[i], m_bytewiseStrides[i], &step) ||
+        __builtin_add_overflow(offset, step, &offset)) {
+      return nullptr;
+    }
+  }
+  if (offset < 0 || offset > m_bufferSizeInBytes - m_elemSizeInBytes) return nullptr;
+  return elements + offset;
+}

@@ -115,6 +115,12 @@ std::vector<T> elementsOf(const std::unique_ptr<T[], void (*)(void*)>& block, st
   return std::vector<T>(block.get(), block.get() + count);
 }
 
+// Another handle on the same contents, also where a plain copy would look needless.
+template <class Handle>
+Handle copyOf(const Handle& handle) {
+  return handle;
+}
+
 // Where the elements lie.
 template <class T>
 const void* addressOf(const TypedArray<T>& array) {

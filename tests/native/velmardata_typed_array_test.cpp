@@ -32,7 +32,7 @@ TYPED_TEST(ReadArray, ElementsLieInOneBlockInStorageOrder) {
 
 TYPED_TEST(ReadArray, ReadingSharedContentsCopiesNothing) {
   const TypedArray<TypeParam> first = sampleArray<TypeParam>({2, 3});
-  const TypedArray<TypeParam> second = first;
+  const TypedArray<TypeParam> second = copyOf(first);
   EXPECT_EQ(addressOf(first), addressOf(second));
   EXPECT_EQ(first.impl(), second.impl());
 }
@@ -211,8 +211,7 @@ TEST(CopyOnWrite, HandlesInSeveralThreads) {
       EXPECT_EQ(*second.begin(), 1.0);
     }
   };
-  std::vector<std::thread> threads;
-  for (int i = 0; i < 3; ++i) threads.emplace_back(work, 100.0 + i);
+  std::thread threads[] = {std::thread(work, 100.0), std::thread(work, 200.0)};
   for (std::thread& thread : threads) thread.join();
   EXPECT_EQ(referenceCount(kept), 1U);
   EXPECT_EQ(elementsOf(kept), samples<double>(100));

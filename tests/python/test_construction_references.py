@@ -126,7 +126,8 @@ class TestClassReferences:
         before = sys.getrefcount(velmar.double)
         for _ in range(REPETITIONS):
             velmar.double([1])
-        assert sys.getrefcount(velmar.double) - before == REPETITIONS
+        kept = sys.getrefcount(velmar.double) - before
+        assert kept == REPETITIONS
 
     def test_failure(self):
         call = FAILING["unknown keyword"]
@@ -134,4 +135,5 @@ class TestClassReferences:
         before = sys.getrefcount(velmar.double)
         for _ in range(REPETITIONS):
             refused(call)
-        assert sys.getrefcount(velmar.double) - before == REPETITIONS
+        kept = sys.getrefcount(velmar.double) - before
+        assert kept == REPETITIONS

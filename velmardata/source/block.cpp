@@ -41,10 +41,10 @@ std::size_t offsetOfElements(std::uint64_t bytes) noexcept {
 void adviseHugePages(void* elements, std::uint64_t bytes) noexcept {
 #ifdef MADV_HUGEPAGE
   const auto page = static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE));
-  const auto first = reinterpret_cast<std::uintptr_t>(elements);
-  const std::uintptr_t begin = (first + page - 1) / page * page;
-  const std::uintptr_t end = (first + bytes) / page * page;
-  madvise(reinterpret_cast<void*>(begin), end - begin, MADV_HUGEPAGE);
+  const std::uintptr_t intoPage = reinterpret_cast<std::uintptr_t>(elements) % page;
+  const std::uintptr_t skipped = intoPage == 0 ? 0 : page - intoPage;
+  const std::uintptr_t wholePages = (bytes - skipped) / page * page;
+  madvise(static_cast<std::byte*>(elements) + skipped, wholePages, MADV_HUGEPAGE);
 #endif
 }
 

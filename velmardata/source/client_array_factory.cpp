@@ -3,8 +3,9 @@
 
 namespace foundation::velmardata::standalone {
 
-ClientArrayFactory::ClientArrayFactory() noexcept = default;
+// Empty bodies here, and not defaulted in the class: these two names are what the library exports.
+ClientArrayFactory::ClientArrayFactory() noexcept {}
 
-ClientArrayFactory::~ClientArrayFactory() = default;
+ClientArrayFactory::~ClientArrayFactory() {}
 
 }  // namespace foundation::velmardata::standalone

@@ -2,6 +2,7 @@
 #include "velmardata/element_reference.hpp"
 
 #include <stdexcept>
+#include <utility>
 
 #include "reference_impl.hpp"
 
@@ -9,10 +10,11 @@ namespace foundation::velmardata::detail {
 
 template <WritableElement T>
 void setElement(std::shared_ptr<velmar::data::detail::ReferenceImpl> reference, T value) {
-  if (reference == nullptr || reference->m_type != arrayTypeOf<T>) {
+  const auto target = std::move(reference);
+  if (target == nullptr || target->m_type != arrayTypeOf<T>) {
     throw std::invalid_argument("element reference is null or of another element type.");
   }
-  *static_cast<T*>(reference->m_element) = value;
+  *static_cast<T*>(target->m_element) = value;
 }
 
 #define X(name, number, type) \

@@ -1,0 +1,168 @@
+// The Python record of an array: its birth and death, the mark of its class, the handlers' guard.
+#include "storage/mcpy_array.hpp"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+
+#include "module/support.hpp"
+#include "module/type_objects.hpp"
+#include "python_testing.hpp"
+
+namespace {
+
+using namespace python_testing;
+
+class Records : public ::testing::TestWithParam<SupportedArrayEnum> {
+ protected:
+  PyTypeObject* type() const { return typeObjectOf(GetParam()); }
+};
+
+TEST_P(Records, AreAllocatedWithoutAView) {
+  const PyRef record = PyRef::steal(allocMCPyArray(type()));
+  ASSERT_TRUE(record);
+  EXPECT_EQ(Py_TYPE(record.get()), type());
+  EXPECT_EQ(Py_REFCNT(record.get()), 1);
+  EXPECT_EQ(getMCPyArrayFromPyObject(record.get())->mcppPyArray, nullptr);
+}
+
+TEST_P(Records, WithoutAViewAreDestroyed) {
+  {
+    const PyRef record = PyRef::steal(allocMCPyArray(type()));
+  }
+  EXPECT_TRUE(raisedNothing());
+}
+
+TEST_P(Records, ReferenceOfARecordOnItsClassIsKept) {
+  const Py_ssize_t before = Py_REFCNT(type());
+  {
+    const PyRef record = PyRef::steal(allocMCPyArray(type()));
+    EXPECT_EQ(Py_REFCNT(type()), before + 1);
+  }
+  EXPECT_EQ(Py_REFCNT(type()), before + 1);
+}
+
+TEST_P(Records, AreKnownByTheirDestructorSlot) {
+  const PyRef record = PyRef::steal(allocMCPyArray(type()));
+  EXPECT_TRUE(MCPyArray_Check(record.get()));
+  EXPECT_FALSE(MCPyArray_Check(reinterpret_cast<PyObject*>(type())));
+  EXPECT_EQ(PyType_GetSlot(type(), Py_tp_dealloc), reinterpret_cast<void*>(MCPyArray_Delete));
+}
+
+// Every handler first sees whether there is an array at all.
+TEST_P(Records, HandlersRefuseARecordWithoutAView) {
+  const PyRef record = PyRef::steal(allocMCPyArray(type()));
+  const PyRef integer = evaluate("0");
+  const PyRef slice = evaluate("slice(None)");
+  const PyRef noSubscript = evaluate("None");
+  for (PyObject* self : {record.get(), static_cast<PyObject*>(nullptr)}) {
+    SCOPED_TRACE(self != nullptr ? "record without a view" : "no record");
+    const auto refused = [] {
+      return raised(PyExc_RuntimeError, "object not initialized.");
+    };
+    for (const int slot : {Py_sq_length, Py_mp_length}) {
+      const auto length = reinterpret_cast<lenfunc>(PyType_GetSlot(type(), slot));
+      EXPECT_EQ(length(self), -1);
+      EXPECT_TRUE(refused());
+    }
+    for (const int slot : {Py_tp_str, Py_tp_repr}) {
+      const auto form = reinterpret_cast<reprfunc>(PyType_GetSlot(type(), slot));
+      EXPECT_EQ(form(self), nullptr);
+      EXPECT_TRUE(refused());
+    }
+    const auto item = reinterpret_cast<ssizeargfunc>(PyType_GetSlot(type(), Py_sq_item));
+    EXPECT_EQ(item(self, 0), nullptr);
+    EXPECT_TRUE(refused());
+    const auto subscript = reinterpret_cast<binaryfunc>(PyType_GetSlot(type(), Py_mp_subscript));
+    for (const PyRef* index : {&integer, &slice, &noSubscript}) {
+      EXPECT_EQ(subscript(self, index->get()), nullptr);
+      EXPECT_TRUE(refused());
+    }
+  }
+}
+
+constexpr SupportedArrayEnum classes[] = {
+#define X(name, number, enumerator, ...) SupportedArrayEnum::enumerator,
+    VELMARDATA_FOR_EACH_CLASS_TYPE(X)
+#undef X
+};
+constexpr const char* words[] = {
+#define X(name, number, enumerator, type, suffix, word, letter) word,
+    VELMARDATA_FOR_EACH_CLASS_TYPE(X)
+#undef X
+};
+INSTANTIATE_TEST_SUITE_P(Classes, Records, ::testing::ValuesIn(classes), [](const auto& info) {
+  return std::string(words[static_cast<std::size_t>(info.param)]);
+});
+
+TEST(RecordHelpers, ClassThatWasNotMadeGivesNoRecord) {
+  EXPECT_EQ(allocMCPyArray(nullptr), nullptr);
+  EXPECT_TRUE(raised(PyExc_RuntimeError, "unable to initialize C object."));
+}
+
+Py_ssize_t s_itemsAskedFor = -1;
+PyObject* failingAllocator(PyTypeObject* /*type*/, Py_ssize_t items) {
+  s_itemsAskedFor = items;
+  setError(PyExc_MemoryError, "replaced");
+  return nullptr;
+}
+
+TEST(RecordHelpers, FailureOfTheAllocatorIsReported) {
+  PyType_Slot slots[] = {{Py_tp_alloc, reinterpret_cast<void*>(failingAllocator)}, {0, nullptr}};
+  PyType_Spec spec = {"test.Failing", sizeof(MCPyArray), 0, 0, slots};
+  const PyRef type = PyRef::steal(PyType_FromSpec(&spec));
+  ASSERT_TRUE(type);
+  EXPECT_EQ(allocMCPyArray(reinterpret_cast<PyTypeObject*>(type.get())), nullptr);
+  EXPECT_TRUE(raised(PyExc_RuntimeError, "unable to initialize C object."));
+  EXPECT_EQ(s_itemsAskedFor, 0);
+}
+
+TEST(RecordHelpers, OtherObjectsAreNoArrays) {
+  for (const char* expression :
+       {"None", "1.0", "[]", "'text'", "memoryview(b'bytes')", "__import__('array').array('d')",
+        "type", "__import__('velmarmultidimarrayforpython').MCPyIter"}) {
+    SCOPED_TRACE(expression);
+    EXPECT_FALSE(MCPyArray_Check(evaluate(expression).get()));
+  }
+}
+
+TEST(RecordHelpers, CastChecksNothing) {
+  EXPECT_EQ(getMCPyArrayFromPyObject(nullptr), nullptr);
+  const PyRef object = evaluate("[]");
+  EXPECT_EQ(static_cast<void*>(getMCPyArrayFromPyObject(object.get())),
+            static_cast<void*>(object.get()));
+}
+
+TEST(RecordHelpers, GuardGivesTheView) {
+  const PyRef record = makeRecord(makeArray<double>({2, 3}));
+  EXPECT_EQ(getInitializedView(record.get()), &viewOf(record));
+  EXPECT_TRUE(raisedNothing());
+}
+
+TEST(RecordHelpers, DestroyedRecordDestroysItsView) {
+  ViewPointer weak;
+  {
+    const PyRef record = makeRecord(makeArray<double>({2, 3}));
+    weak = std::make_unique<MCppPyArray>(viewOf(record), true);
+    EXPECT_EQ(weak->getNumberOfElements(), 6);
+  }
+  EXPECT_EQ(weak->getNumberOfElements(), -1);
+  EXPECT_TRUE(raisedExpired());
+}
+
+TEST(Tables, HoldTheClassesInTheirOrder) {
+  const char* const names[] = {"double", "single", "int8",   "uint8", "int16",  "uint16",
+                               "int32",  "uint32", "int64", "uint64", "logical"};
+  for (std::size_t i = 0; i < numberOfArrayClasses; ++i) {
+    SCOPED_TRACE(names[i]);
+    const PyRef published = evaluate(
+        std::string("getattr(__import__('velmarmultidimarrayforpython'), '") + names[i] + "')");
+    EXPECT_EQ(reinterpret_cast<PyObject*>(TypeObjectPointers[i]), published.get());
+    EXPECT_EQ(typeObjectOf(static_cast<SupportedArrayEnum>(i)), TypeObjectPointers[i]);
+  }
+  const PyRef iteratorClass = evaluate("__import__('velmarmultidimarrayforpython').MCPyIter");
+  EXPECT_EQ(reinterpret_cast<PyObject*>(MCPyIterTypeObj), iteratorClass.get());
+}
+
+}  // namespace
