@@ -37,8 +37,9 @@ ElementBuffer<T> FinalConstructorParser<T>::processConstructorArgsAndKwargs(
   ElementBuffer<T> buffer =
       hasVector ? processVectorKwarg(vector, ok) : processInitializerKwarg(initializer, ok);
   if (ok && hasInitializer && size != nullptr) ok = specifiedAndCalculatedDimensionsMatch();
+  if (!ok) return noBuffer();
   const std::uint64_t count = hasVector ? static_cast<std::uint64_t>(calculatedDimensions.back())
                                         : flattenedElements.size();
-  if (ok) ok = dimensionsHold(count);
+  ok = dimensionsHold(count);
   return ok ? std::move(buffer) : noBuffer();
 }

@@ -6,23 +6,15 @@
 
 namespace {
 
-// Whether an object is a sequence, and its size if so: what the children of a level agree in.
-struct Child {
-  bool isSequence = false;
-  Py_ssize_t size = 0;
-  bool operator==(const Child&) const = default;
-};
+PyRef childOf(PyObject* parent, Py_ssize_t index) {
+  PyRef child = PyRef::steal(PySequence_GetItem(parent, index));
+  if (!child) setError(PyExc_RuntimeError, messages::nullDataPointer);
+  return child;
+}
 
-// False with an error set when the child cannot be asked.
-bool describeChild(PyObject* parent, Py_ssize_t index, Child& child) {
-  const PyRef item = PyRef::steal(PySequence_GetItem(parent, index));
-  if (!item) {
-    setError(PyExc_RuntimeError, messages::nullDataPointer);
-    return false;
-  }
-  child.isSequence = PySequence_Check(item.get()) != 0;
-  child.size = child.isSequence ? PySequence_Size(item.get()) : 0;
-  return child.size >= 0;
+// The size of a sequence, 0 for an object that is none; -1 with an error set.
+Py_ssize_t sizeIfSequence(PyObject* object) {
+  return PySequence_Check(object) != 0 ? PySequence_Size(object) : 0;
 }
 
 }  // namespace
@@ -31,11 +23,18 @@ std::optional<std::int64_t> getLengthOfPySequence(PyObject* value) {
   if (PySequence_Check(value) == 0) return 1;
   const Py_ssize_t length = PySequence_Size(value);
   if (length < 2) return length;
-  Child first;
-  if (!describeChild(value, 0, first)) return std::nullopt;
+  const PyRef first = childOf(value, 0);
+  if (!first) return std::nullopt;
+  const bool isSequence = PySequence_Check(first.get()) != 0;
+  const Py_ssize_t size = sizeIfSequence(first.get());
+  if (size < 0) return std::nullopt;
   for (Py_ssize_t i = 1; i < length; ++i) {
-    Child child;
-    if (!describeChild(value, i, child) || child != first) return std::nullopt;
+    const PyRef child = childOf(value, i);
+    // No size is asked of a child that disagrees already.
+    if (!child || (PySequence_Check(child.get()) != 0) != isSequence ||
+        sizeIfSequence(child.get()) != size) {
+      return std::nullopt;
+    }
   }
   return length;
 }

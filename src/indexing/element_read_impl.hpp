@@ -12,16 +12,16 @@
 #include "module/support.hpp"
 #include "module/type_objects.hpp"
 
+namespace element_read {
+
+// The element is taken over before an object is made of it. Null for a null address.
 template <class T>
-PyObject* MCppPyArray::getNumericPyObjectFromNormalizedIntIndices(const Position& position) const {
-  const std::byte* address = getAddressOfElementFromNormalizedIntIndices(position);
+PyObject* makeNumberAt(const std::byte* address) {
   if (address == nullptr) return nullptr;
   T element;
   std::memcpy(&element, address, sizeof(T));
   return makeNumber(element);
 }
-
-namespace element_read {
 
 // A view of `parent` with one subscript more. The item is in storage coordinates already if the
 // parent ends in a slice, which the item then replaces.
@@ -35,19 +35,12 @@ PyObject* makeView(MCppPyArray& parent, Item& item, bool useWeakPtr) {
   return view->appendIndexItem(item) ? object.release() : nullptr;
 }
 
-// The number at the position that the integers of the chain and a last index denote.
-template <class T>
-PyObject* readElement(const MCppPyArray& view, std::int64_t lastIndex) {
-  bool success = false;
-  Position position = view.getIntegerIndicesSoFar(success);
-  if (!success) return nullptr;
-  position.push_back(lastIndex);
-  return view.isComplex()
-             ? view.getNumericPyObjectFromNormalizedIntIndices<std::complex<T>>(position)
-             : view.getNumericPyObjectFromNormalizedIntIndices<T>(position);
-}
-
 }  // namespace element_read
+
+template <class T>
+PyObject* MCppPyArray::getNumericPyObjectFromNormalizedIntIndices(const Position& position) const {
+  return element_read::makeNumberAt<T>(getAddressOfElementFromNormalizedIntIndices(position));
+}
 
 template <class T>
 PyObject* MCPyArray_GetItem(PyObject* self, Py_ssize_t index) {
@@ -72,7 +65,11 @@ PyObject* MCPyArray_GetItem(PyObject* self, Py_ssize_t index) {
     return nullptr;
   }
   // The last dimension: the element is read without a view of it ever being made.
-  if (fixed == dimensions - 1) return element_read::readElement<T>(*view, item.m_index);
+  if (fixed == dimensions - 1) {
+    const std::byte* address = view->getAddressOfElementFromNewIntIndex(item.m_index);
+    return view->isComplex() ? element_read::makeNumberAt<std::complex<T>>(address)
+                             : element_read::makeNumberAt<T>(address);
+  }
   return element_read::makeView<T>(*view, item, view->hasWeakPtrToWrapper());
 }
 

@@ -22,23 +22,16 @@ std::int64_t clampedStart(std::int64_t start, std::int64_t length) {
 
 }  // namespace
 
-bool IntegerIndexItem::normalizeAgainstLength(std::int64_t length) {
+bool IntegerIndexItem::refuse(std::int64_t length) const {
   if (length < 0) {
     setError(PyExc_RuntimeError,
              "len is invalid (" + std::to_string(length) + "); must be nonnegative.");
-    return false;
-  }
-  if (m_index >= length) {
+  } else if (m_index >= length) {
     setError(PyExc_RuntimeError, "index is too large: (" + std::to_string(m_index) +
                                      "; maximum: " + std::to_string(length - 1) + ").");
-    return false;
   }
   // Deliberate: an index that is too small sets no error here; each caller sets its own.
-  const std::int64_t index = m_index < 0 ? m_index + length : m_index;
-  if (index < 0) return false;
-  m_index = index;
-  m_isNormalized = true;
-  return true;
+  return false;
 }
 
 bool SliceIndexItem::normalizeAgainstLength(std::int64_t length) {

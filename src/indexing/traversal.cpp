@@ -171,6 +171,22 @@ Position MCppPyArray::getIntIndicesOfElementFromStoredIntIndicesAndNewIntIndex(
   return position;
 }
 
+const std::byte* MCppPyArray::getAddressOfElementFromNewIntIndex(std::int64_t newIndex) const {
+  const WrapperAccess storage = wrapper();
+  if (!storage) return nullptr;
+  const auto count = static_cast<std::size_t>(m_numberOfIntegerIndicesSoFar);
+  for (std::size_t k = 0; k < count; ++k) {
+    if (k < m_indices.size() && m_indices[k].index() == 0) continue;
+    setError(PyExc_RuntimeError, messages::unexpectedSlice);
+    return nullptr;
+  }
+  const std::byte* address = storage->addressOfElement(count + 1, [&](std::size_t k) {
+    return k < count ? std::get_if<IntegerIndexItem>(&m_indices[k])->m_index : newIndex;
+  });
+  if (address == nullptr) setError(PyExc_RuntimeError, messages::nullDataPointer);
+  return address;
+}
+
 const std::byte* MCppPyArray::getAddressOfElementFromNormalizedIntIndices(
     const Position& position) const {
   const WrapperAccess storage = wrapper();

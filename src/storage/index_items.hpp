@@ -15,7 +15,15 @@ struct IntegerIndexItem {
 
   // False leaves the item as it was. A negative length and an index past the end set RuntimeError;
   // an index below -length sets no error, since every caller sets one of its own.
-  bool normalizeAgainstLength(std::int64_t length);
+  bool normalizeAgainstLength(std::int64_t length) {
+    if (length < 0 || m_index >= length || m_index < -length) return refuse(length);
+    if (m_index < 0) m_index += length;
+    m_isNormalized = true;
+    return true;
+  }
+
+ private:
+  bool refuse(std::int64_t length) const;
 };
 
 // A run of positions in one dimension; start included, stop excluded, in either direction.
@@ -39,9 +47,9 @@ struct SliceIndexItem {
 
 using IndexVariant = std::variant<IntegerIndexItem, SliceIndexItem>;
 
-// Item k addresses dimension k of the storage: integers first, then at most one slice. Chains of
-// up to two items, all that arrays of three dimensions need, live inside the view.
-using IndexChain = boost::container::small_vector<IndexVariant, 2>;
+// Item k addresses dimension k of the storage: integers first, then at most one slice. A chain of
+// one item, all that the views of a matrix need, lies inside the view.
+using IndexChain = boost::container::small_vector<IndexVariant, 1>;
 
 // One index a dimension, in storage coordinates. Up to six dimensions without a heap block.
 using Position = boost::container::small_vector<std::int64_t, 6>;

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <new>
 #include <optional>
 #include <string>
 #include <utility>
@@ -44,6 +45,15 @@ class MCppPyArray {
   MCppPyArray(const MCppPyArray&) = delete;
   MCppPyArray& operator=(const MCppPyArray&) = delete;
   ~MCppPyArray();
+
+  // From the interpreter's allocator for small objects: every subscript makes a view and most are
+  // dropped at once.
+  static void* operator new(std::size_t size) {
+    void* memory = PyObject_Malloc(size);
+    if (memory == nullptr) throw std::bad_alloc();
+    return memory;
+  }
+  static void operator delete(void* memory) { PyObject_Free(memory); }
 
   // Records for Python. Null with RuntimeError set when the record cannot be had.
   PyObject* allocMCPyArrayFromMCppPyArray() const;
@@ -107,6 +117,8 @@ class MCppPyArray {
                                                                     bool& success) const;
   // Null with RuntimeError set when there is no element at the position.
   const std::byte* getAddressOfElementFromNormalizedIntIndices(const Position& position) const;
+  // The same for the position that the chain's integers and one more index denote.
+  const std::byte* getAddressOfElementFromNewIntIndex(std::int64_t newIndex) const;
 
   // One element as a Python number; null with an error set.
   template <class T>

@@ -19,15 +19,6 @@ bool MCPyArray_Check(PyObject* object) {
          PyType_GetSlot(type, Py_tp_dealloc) == reinterpret_cast<void*>(MCPyArray_Delete);
 }
 
-MCppPyArray* getInitializedView(PyObject* object) {
-  MCPyArray* record = getMCPyArrayFromPyObject(object);
-  if (record == nullptr || record->mcppPyArray == nullptr) {
-    setError(PyExc_RuntimeError, messages::objectNotInitialized);
-    return nullptr;
-  }
-  return record->mcppPyArray;
-}
-
 // Deliberate: the record goes by PyObject_Free and its reference on the class stays behind.
 void MCPyArray_Delete(PyObject* object) {
   delete getMCPyArrayFromPyObject(object)->mcppPyArray;

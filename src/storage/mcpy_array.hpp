@@ -2,6 +2,7 @@
 #pragma once
 
 #include "module/python.hpp"
+#include "module/support.hpp"
 #include "storage/mcpp_py_array.hpp"
 
 struct MCPyArray {
@@ -22,7 +23,12 @@ inline MCPyArray* getMCPyArrayFromPyObject(PyObject* object) {
 
 // The guard of the handlers: the view of a record, or null with RuntimeError set when the record
 // or its view is missing.
-MCppPyArray* getInitializedView(PyObject* object);
+inline MCppPyArray* getInitializedView(PyObject* object) {
+  MCPyArray* record = getMCPyArrayFromPyObject(object);
+  if (record != nullptr && record->mcppPyArray != nullptr) return record->mcppPyArray;
+  setError(PyExc_RuntimeError, messages::objectNotInitialized);
+  return nullptr;
+}
 
 // The classes' destructor slot, and so the mark by which MCPyArray_Check knows them.
 extern "C" void MCPyArray_Delete(PyObject* object);

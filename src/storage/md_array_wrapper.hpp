@@ -63,7 +63,12 @@ class MDArrayWrapper {
   // past the end.
   std::int64_t normalizedIndex(std::int64_t index, std::int64_t dimension) const;
   // The address in the mirror of the element at a position, or null when it lies outside.
-  const std::byte* addressOfElement(const Position& position) const;
+  const std::byte* addressOfElement(const Position& position) const {
+    return addressOfElement(position.size(), [&](std::size_t i) { return position[i]; });
+  }
+  // The same for a position whose entry i is indexAt(i).
+  template <class IndexAt>
+  const std::byte* addressOfElement(std::size_t count, IndexAt indexAt) const;
   // A Python number from element `offset` of the array; null, with no error set, if out of range.
   PyObject* getElementAsPyObjectFromElementOffset(std::int64_t offset) const;
 
@@ -84,13 +89,14 @@ class MDArrayWrapper {
 };
 
 // In the header since every element that is read comes through here.
-inline const std::byte* MDArrayWrapper::addressOfElement(const Position& position) const {
+template <class IndexAt>
+const std::byte* MDArrayWrapper::addressOfElement(std::size_t count, IndexAt indexAt) const {
   const std::byte* elements = buf();
-  if (elements == nullptr || position.size() > static_cast<std::size_t>(m_nDim)) return nullptr;
+  if (elements == nullptr || count > static_cast<std::size_t>(m_nDim)) return nullptr;
   std::int64_t offset = 0;
-  for (std::size_t i = 0; i < position.size(); ++i) {
+  for (std::size_t i = 0; i < count; ++i) {
     std::int64_t step = 0;
-    if (__builtin_mul_overflow(position[i], m_bytewiseStrides[i], &step) ||
+    if (__builtin_mul_overflow(indexAt(i), m_bytewiseStrides[i], &step) ||
         __builtin_add_overflow(offset, step, &offset)) {
       return nullptr;
     }

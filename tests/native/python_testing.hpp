@@ -194,7 +194,10 @@ inline std::string describe(const IndexVariant& item) {
 // The items of a chain with a blank between them.
 inline std::string describe(const IndexChain& chain) {
   std::string text;
-  for (const IndexVariant& item : chain) text += (text.empty() ? "" : " ") + describe(item);
+  for (const IndexVariant& item : chain) {
+    if (!text.empty()) text += ' ';
+    text += describe(item);
+  }
   return text;
 }
 

@@ -17,6 +17,7 @@ using namespace python_testing;
 class Records : public ::testing::TestWithParam<SupportedArrayEnum> {
  protected:
   PyTypeObject* type() const { return typeObjectOf(GetParam()); }
+  PyObject* classObject() const { return reinterpret_cast<PyObject*>(type()); }
 };
 
 TEST_P(Records, AreAllocatedWithoutAView) {
@@ -35,18 +36,18 @@ TEST_P(Records, WithoutAViewAreDestroyed) {
 }
 
 TEST_P(Records, ReferenceOfARecordOnItsClassIsKept) {
-  const Py_ssize_t before = Py_REFCNT(type());
+  const Py_ssize_t before = Py_REFCNT(classObject());
   {
     const PyRef record = PyRef::steal(allocMCPyArray(type()));
-    EXPECT_EQ(Py_REFCNT(type()), before + 1);
+    EXPECT_EQ(Py_REFCNT(classObject()), before + 1);
   }
-  EXPECT_EQ(Py_REFCNT(type()), before + 1);
+  EXPECT_EQ(Py_REFCNT(classObject()), before + 1);
 }
 
 TEST_P(Records, AreKnownByTheirDestructorSlot) {
   const PyRef record = PyRef::steal(allocMCPyArray(type()));
   EXPECT_TRUE(MCPyArray_Check(record.get()));
-  EXPECT_FALSE(MCPyArray_Check(reinterpret_cast<PyObject*>(type())));
+  EXPECT_FALSE(MCPyArray_Check(classObject()));
   EXPECT_EQ(PyType_GetSlot(type(), Py_tp_dealloc), reinterpret_cast<void*>(MCPyArray_Delete));
 }
 
@@ -92,8 +93,8 @@ constexpr const char* words[] = {
     VELMARDATA_FOR_EACH_CLASS_TYPE(X)
 #undef X
 };
-INSTANTIATE_TEST_SUITE_P(Classes, Records, ::testing::ValuesIn(classes), [](const auto& info) {
-  return std::string(words[static_cast<std::size_t>(info.param)]);
+INSTANTIATE_TEST_SUITE_P(Classes, Records, ::testing::ValuesIn(classes), [](const auto& row) {
+  return std::string(words[static_cast<std::size_t>(row.param)]);
 });
 
 TEST(RecordHelpers, ClassThatWasNotMadeGivesNoRecord) {

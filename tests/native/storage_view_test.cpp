@@ -148,13 +148,19 @@ TEST(Sharing, GoesByTheKindOfTheParentAndTheFlag) {
                       : std::make_unique<MCppPyArray>(*parent, row.useWeakPtr);
       EXPECT_EQ(view->hasWeakPtrToWrapper(), row.useWeakPtr);
       EXPECT_EQ(view->getNumberOfElements(), row.worksAtFirst ? 6 : -1);
-      if (!row.worksAtFirst) EXPECT_TRUE(raisedExpired());
+      if (!row.worksAtFirst) {
+        EXPECT_TRUE(raisedExpired());
+      }
       parent.reset();
       EXPECT_EQ(view->getNumberOfElements(), row.worksAtFirst ? 6 : -1) << "the owner lives";
-      if (!row.worksAtFirst) EXPECT_TRUE(raisedExpired());
+      if (!row.worksAtFirst) {
+        EXPECT_TRUE(raisedExpired());
+      }
       owner.reset();
       EXPECT_EQ(view->getNumberOfElements(), row.keepsStorageAlive ? 6 : -1);
-      if (!row.keepsStorageAlive) EXPECT_TRUE(raisedExpired());
+      if (!row.keepsStorageAlive) {
+        EXPECT_TRUE(raisedExpired());
+      }
     }
   }
 }
@@ -353,7 +359,9 @@ TEST(ViewObjects, SubscriptOfAWeakViewIsWeakAndItsSliceHasNoStorage) {
     const PyRef result = evaluate(row.expression, {{"a", weak}});
     EXPECT_EQ(viewOf(result).hasWeakPtrToWrapper(), row.isWeak);
     EXPECT_EQ(viewOf(result).buf(), row.hasStorage ? owner->buf() : nullptr);
-    if (!row.hasStorage) EXPECT_TRUE(raisedExpired());
+    if (!row.hasStorage) {
+      EXPECT_TRUE(raisedExpired());
+    }
   }
 }
 

@@ -306,6 +306,13 @@ class TestLengthLies:
         data = [Scripted([1, 2, 3], lengths=[2, 3]) for _ in range(2)]
         assert contents(velmar.int8(data)) == [[1, 2, 3], [1, 2, 3]]
 
+    def test_far_more_than_was_told(self):
+        data = [Scripted([1, 2]), Scripted([3] * 5000, lengths=[2, 5000])]
+        with raises(*NOT_RECTANGULAR):
+            velmar.int8(data)
+        data = [Scripted([3] * 5000, lengths=[2, 5000]) for _ in range(2)]
+        assert contents(velmar.int8(data)) == [[3] * 5000] * 2
+
     def test_vector_too_long(self):
         with raises(*vector_item(2)):
             velmar.int8(vector=Scripted([1, 2], lengths=[3]))

@@ -9,6 +9,7 @@ import pytest
 import velmar
 from arrays import contents, each_form, exact, raises
 from nesting_model import nested, normalized
+from scalar_values import LyingInt
 
 TEXT = (ValueError, "value passed to initializer must be numeric.")
 UNEVEN = (ValueError, "elements of array are of different lengths or types.")
@@ -137,6 +138,44 @@ class TestKindsOfSequence:
         assert contents(velmar.logical(velmar.double([0, 0.5]))) == [[False, True]]
 
 
+class TestMixedRows:
+    """Numbers of every type side by side, and beside what is no number, each taken once."""
+
+    ROWS = {
+        "subclass last": ([1, 2, LyingInt(3)], [[1, 2, 3]]),
+        "subclass first": ([LyingInt(3), 1, 2], [[3, 1, 2]]),
+        "subclass between": ([[1, LyingInt(2), True], [4, 5, 6]], [[1, 2, 1], [4, 5, 6]]),
+        "subclass in the second row": ([[1, 2], [3, LyingInt(4)]], [[1, 2], [3, 4]]),
+        "subclass in one tuple": ([(1, LyingInt(2)), [3, 4]], [[1, 2], [3, 4]]),
+        "subclass in a third dimension": (
+            [[[1, 2], [3, LyingInt(4)]], [[5, 6], [7, 8]]],
+            [[[1, 2], [3, 4]], [[5, 6], [7, 8]]],
+        ),
+        "nested in a row of its own": ([[[1, 2]], [[LyingInt(3), 4]]], [[[1, 2]], [[3, 4]]]),
+    }
+
+    @pytest.mark.parametrize("data, expected", ROWS.values(), ids=ROWS.keys())
+    def test_rows(self, data, expected):
+        assert exact(contents(velmar.int8(data))) == exact(expected)
+
+    def test_silent_zeros_of_complex_arrays(self):
+        data = [[1, 2.5, None], [3j, object(), True], [{}, 4, 5]]
+        expected = [[1 + 0j, 2.5 + 0j, 0j], [3j, 0j, 1 + 0j], [0j, 4 + 0j, 5 + 0j]]
+        assert exact(contents(velmar.double(data, is_complex=True))) == exact(expected)
+
+    def test_a_row_refused_leaves_nothing_behind(self):
+        for data, error in (([1, 2, None], NONE), ([[1, 2], [3, 4.5]], FLOATING)):
+            with raises(*error):
+                velmar.int8(data)
+            assert contents(velmar.int8([[1, 2], [3, 4]])) == [[1, 2], [3, 4]]
+
+    def test_rows_longer_than_the_first_promises(self):
+        """Room is made by the lengths on the way to the first scalar; more must fit too."""
+        for data in ([[[1]], [[2] * 5000]], [[[], []], [[1] * 500] * 2]):
+            with raises(*NOT_RECTANGULAR):
+                velmar.int8(data)
+
+
 class TestText:
     ROWS = {
         "top": ("12", TEXT),
@@ -240,6 +279,10 @@ class TestOrderOfChecks:
         "children before the first of them": ([None, [1]], UNEVEN),
         "children's lengths before the first": ([[None], [1, 2]], UNEVEN),
         "children before text": (["text", 1], UNEVEN),
+        "children before a number refused": ([1.5, [1]], UNEVEN),
+        "children before numbers refused, last": ([1, 300, 2, [3]], UNEVEN),
+        "children before a number refused, text": ([1.5, "a"], UNEVEN),
+        "children before depth": ([[[1]], [2, [3]]], UNEVEN),
         "outer children before inner": ([[1, [2]], [3]], UNEVEN),
         "first branch's element before the second's evenness": ([[None, 1], [[1], 2]], NONE),
         "first branch's evenness before the second's element": ([[1, [2]], [None, 1]], UNEVEN),
@@ -256,6 +299,7 @@ class TestOrderOfChecks:
         "text before its list's length": ([[[1], [2]], [["a", "b"], ["c", "d"]]], TEXT),
         "first element of two": ([1.5, None], FLOATING),
         "first element of two, turned": ([None, 1.5], NONE),
+        "depth before the second element": ([[[1], [2]], [3, None]], NOT_RECTANGULAR),
         "first row's element first": ([[1, None], [1.5, 1]], NONE),
         "element before the missing ones": ([[[], []], [[None], [2]]], NONE),
     }

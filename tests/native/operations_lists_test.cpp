@@ -1,0 +1,365 @@
+// Nested lists of what views show, and the texts that are made of them.
+#include <gtest/gtest.h>
+
+#include <complex>
+#include <cstdint>
+#include <limits>
+#include <string>
+#include <vector>
+
+#include "python_testing.hpp"
+
+namespace {
+
+using namespace python_testing;
+
+template <class T>
+PyRef allContents(const MCppPyArray& view) {
+  return PyRef::steal(view.getAllContentsAsPyList<T>());
+}
+
+// --- Lists of all types
+
+template <class T>
+class NestedList : public ::testing::Test {};
+TYPED_TEST_SUITE(NestedList, AllTypes, TypeWords);
+
+TYPED_TEST(NestedList, HoldsEachElementAtItsPlace) {
+  const ViewPointer array = makeArray<TypeParam>({2, 3, 4});
+  const MCppPyArray weak(*array, true);
+  Position none;
+  const PyRef lists[] = {
+      allContents<TypeParam>(*array), allContents<TypeParam>(weak),
+      PyRef::steal(array->getContentsAsPyList<TypeParam>(none, 0)),
+      PyRef::steal(array->getPyListFromNormalizedIntIndicesWithoutTemplate(none, 0))};
+  for (const PyRef& list : lists) {
+    ASSERT_TRUE(list);
+    ASSERT_EQ(PyList_Size(list.get()), 2);
+    for (std::int64_t i = 0; i < 2; ++i) {
+      PyObject* const rows = PyList_GetItem(list.get(), i);
+      ASSERT_EQ(PyList_Size(rows), 3);
+      for (std::int64_t j = 0; j < 3; ++j) {
+        PyObject* const row = PyList_GetItem(rows, j);
+        ASSERT_EQ(PyList_Size(row), 4);
+        for (std::int64_t k = 0; k < 4; ++k) {
+          PyObject* const item = PyList_GetItem(row, k);
+          const PyRef expected = PyRef::steal(
+              array->wrapper()->getElementAsPyObjectFromElementOffset(i + 2 * j + 6 * k));
+          ASSERT_EQ(textOf(item, PyObject_Repr), reprOf(expected)) << i << j << k;
+          ASSERT_EQ(Py_TYPE(item), Py_TYPE(expected.get()));
+        }
+      }
+    }
+  }
+  EXPECT_TRUE(none.empty());
+}
+
+TYPED_TEST(NestedList, OfARunHoldsItInItsOrder) {
+  const ViewPointer array = makeArray<TypeParam>({2, 9});
+  MCppPyArray row(*array, {1}, false);
+  SliceIndexItem run = slice(7, 0, -3, 3);
+  row.appendIndexItem(run);
+  const PyRef list = allContents<TypeParam>(row);
+  ASSERT_EQ(PyList_Size(list.get()), 3);
+  for (std::int64_t k = 0; k < 3; ++k) {
+    const PyRef expected = PyRef::steal(
+        array->wrapper()->getElementAsPyObjectFromElementOffset(1 + 2 * (7 - 3 * k)));
+    EXPECT_EQ(textOf(PyList_GetItem(list.get(), k), PyObject_Repr), reprOf(expected));
+  }
+}
+
+TYPED_TEST(NestedList, StorageThatHasGoneIsReported) {
+  const ViewPointer views[] = {makeExpiredView<TypeParam>({2, 3}),
+                               makeViewWithoutStorage<TypeParam>({2, 3})};
+  for (const ViewPointer& view : views) {
+    Position none;
+    EXPECT_FALSE(allContents<TypeParam>(*view));
+    EXPECT_TRUE(raisedExpired());
+    EXPECT_EQ(view->getContentsAsPyList<TypeParam>(none, 0), nullptr);
+    EXPECT_TRUE(raisedExpired());
+    EXPECT_EQ(view->getContentsAsPyList<TypeParam>(none, 99), nullptr);
+    EXPECT_TRUE(raisedExpired());
+    EXPECT_EQ(view->getPyListFromNormalizedIntIndicesWithoutTemplate(none, 0), nullptr);
+    EXPECT_TRUE(raisedExpired());
+    for (const SliceIndexItem& run : {slice(0, 2, 1, 2), slice(0, 0, 1, 0)}) {
+      view->getIndicesRef().assign(1, run);
+      EXPECT_FALSE(allContents<TypeParam>(*view));
+      EXPECT_TRUE(raisedExpired());
+    }
+  }
+}
+
+// --- Shapes and parts
+
+struct PartRow {
+  Dimensions dimensions;
+  const char* expression;
+  const char* expected;
+};
+const PartRow partRows[] = {
+    {{1, 3}, "a", "[[1.0, 2.0, 3.0]]"},
+    {{3, 1}, "a", "[[1.0], [2.0], [3.0]]"},
+    {{2, 3}, "a", "[[1.0, 3.0, 5.0], [2.0, 4.0, 6.0]]"},
+    {{2, 3, 2}, "a",
+     "[[[1.0, 7.0], [3.0, 9.0], [5.0, 11.0]], [[2.0, 8.0], [4.0, 10.0], [6.0, 12.0]]]"},
+    {{0, 0}, "a", "[]"},
+    {{0, 3}, "a", "[]"},
+    {{1, 0}, "a", "[[]]"},
+    {{3, 0}, "a", "[[], [], []]"},
+    {{2, 0, 4}, "a", "[[], []]"},
+    {{2, 2, 0}, "a", "[[[], []], [[], []]]"},
+    {{4}, "a", "[1.0, 2.0, 3.0, 4.0]"},
+    {{}, "a", "[]"},
+    {{2, 3}, "a[0]", "[1.0, 3.0, 5.0]"},
+    {{2, 3}, "a[-1]", "[2.0, 4.0, 6.0]"},
+    {{2, 3}, "a[1][1:]", "[4.0, 6.0]"},
+    {{2, 3}, "a[1][::-1]", "[6.0, 4.0, 2.0]"},
+    {{2, 3}, "a[1][2:0:-1]", "[6.0, 4.0]"},
+    {{3, 2}, "a[0:2]", "[[1.0, 4.0], [2.0, 5.0]]"},
+    {{3, 2}, "a[::-2]", "[[3.0, 6.0], [1.0, 4.0]]"},
+    {{3, 2}, "a[::-2][::-1]", "[[1.0, 4.0], [3.0, 6.0]]"},
+    {{3, 2}, "a[1:1]", "[]"},
+    {{3, 2}, "a[0][1:1]", "[]"},
+    {{3, 0}, "a[0:2]", "[[], []]"},
+    {{3, 0}, "a[0]", "[]"},
+    {{3, 0}, "a[0][:]", "[]"},
+    {{2, 2, 2}, "a[1]", "[[2.0, 6.0], [4.0, 8.0]]"},
+    {{2, 2, 2}, "a[1][0:1]", "[[2.0, 6.0]]"},
+    {{2, 2, 2}, "a[1][1][0:1]", "[4.0]"},
+    {{2, 2, 2}, "a[1:]", "[[[2.0, 6.0], [4.0, 8.0]]]"},
+};
+
+TEST(NestedListOf, APartShowsThatPartOnly) {
+  for (const PartRow& row : partRows) {
+    SCOPED_TRACE(testing::PrintToString(row.dimensions) + row.expression);
+    const PyRef array = makeRecord(makeArray<double>(row.dimensions));
+    const PyRef part = evaluate(row.expression, {{"a", array}});
+    EXPECT_EQ(reprOf(allContents<double>(viewOf(part))), row.expected);
+    EXPECT_TRUE(raisedNothing());
+  }
+}
+
+TEST(NestedListOf, LongRowsIsWhole) {
+  for (const unsigned long length : {255UL, 256UL, 257UL, 512UL, 1000UL}) {
+    SCOPED_TRACE(length);
+    const PyRef array = makeRecord(makeArray<std::int64_t>({3, length}));
+    const PyRef count = PyRef::steal(PyLong_FromUnsignedLong(length));
+    for (const char* check :
+         {"[[(i + 3 * j) % 50 + 1 for j in range(n)] for i in range(3)] == [list(r) for r in l]",
+          "all(l[i][j] == a[i][j] for i in range(3) for j in range(n))"}) {
+      const PyRef list = allContents<std::int64_t>(viewOf(array));
+      EXPECT_EQ(reprOf(evaluate(std::string("(lambda a, l, n: ") + check + ")(a, l, n)",
+                                {{"a", array}, {"l", list}, {"n", count}})),
+                "True");
+    }
+    const PyRef backwards = evaluate("a[1][::-1]", {{"a", array}});
+    const PyRef list = allContents<std::int64_t>(viewOf(backwards));
+    EXPECT_EQ(reprOf(evaluate("(lambda l, n: l == [(1 + 3 * j) % 50 + 1 for j in range(n)][::-1])"
+                              "(l, n)",
+                              {{"l", list}, {"n", count}})),
+              "True");
+  }
+}
+
+TEST(ContentsFromADimension, WalkTheDimensionsBehindTheGivenPositions) {
+  const ViewPointer array = makeArray<double>({2, 3});
+  Position indices = {1};
+  EXPECT_EQ(reprOf(PyRef::steal(array->getContentsAsPyList<double>(indices, 1))),
+            "[2.0, 4.0, 6.0]");
+  EXPECT_EQ(
+      reprOf(PyRef::steal(array->getPyListFromNormalizedIntIndicesWithoutTemplate(indices, 1))),
+      "[2.0, 4.0, 6.0]");
+  EXPECT_EQ(entriesOf(indices), (std::vector<std::int64_t>{1}));
+}
+
+TEST(ContentsFromADimension, PastTheShapeAreAnEmptyList) {
+  const ViewPointer array = makeArray<double>({2, 3});
+  Position indices = {1, 1};
+  for (const std::uint64_t dimension :
+       {std::uint64_t{2}, std::uint64_t{3}, std::numeric_limits<std::uint64_t>::max()}) {
+    SCOPED_TRACE(dimension);
+    EXPECT_EQ(reprOf(PyRef::steal(array->getContentsAsPyList<double>(indices, dimension))), "[]");
+  }
+  for (const std::int64_t dimension : {2, 3, -1}) {
+    SCOPED_TRACE(dimension);
+    EXPECT_EQ(reprOf(PyRef::steal(
+                  array->getPyListFromNormalizedIntIndicesWithoutTemplate(indices, dimension))),
+              "[]");
+  }
+  EXPECT_TRUE(raisedNothing());
+}
+
+TEST(ContentsFromADimension, IgnoreTheChain) {
+  const ViewPointer array = makeArray<double>({2, 3});
+  MCppPyArray view(*array, {1}, false);
+  Position none;
+  EXPECT_EQ(reprOf(PyRef::steal(view.getContentsAsPyList<double>(none, 0))),
+            "[[1.0, 3.0, 5.0], [2.0, 4.0, 6.0]]");
+}
+
+// --- Elements that are out of reach
+
+constexpr const char* nullPointer = "null data pointer.";
+constexpr const char* cannotSet = "unable to set list item.";
+
+// Deliberate: the walk goes on and stores nothing where there is nothing, the error pending.
+TEST(ElementOutOfReach, IsANullItemOfTheList) {
+  struct Row {
+    Dimensions dimensions;
+    Position position;
+    const char* expected;
+  };
+  const Row rows[] = {{{2, 3}, {5}, "[6.0, <NULL>, <NULL>]"},
+                      {{2, 3}, {-2}, "[<NULL>, 1.0, 3.0]"},
+                      {{2, 3}, {99}, "[<NULL>, <NULL>, <NULL>]"},
+                      {{2, 2, 2}, {7}, "[[8.0, <NULL>], [<NULL>, <NULL>]]"}};
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.expected);
+    const ViewPointer array = makeArray<double>(row.dimensions);
+    const MCppPyArray view(*array, row.position, false);
+    const PyRef list = allContents<double>(view);
+    EXPECT_TRUE(raised(PyExc_RuntimeError, nullPointer));
+    EXPECT_EQ(reprOf(list), row.expected);
+    EXPECT_EQ(view.getStrAsStdString<double>(false, false), std::nullopt);
+    EXPECT_TRUE(raised(PyExc_RuntimeError, nullPointer));
+    EXPECT_EQ(view.getStr<double>(true, false), nullptr);
+    EXPECT_TRUE(raised(PyExc_RuntimeError, nullPointer));
+  }
+}
+
+TEST(ElementOutOfReach, StopsTheRunThatEndsTheChain) {
+  for (const SliceIndexItem& run : {slice(0, 4, 1, 4), slice(2, -2, -1, 4), slice(9, 10, 1, 1)}) {
+    SCOPED_TRACE(describe(run));
+    const ViewPointer array = makeArray<double>({2, 3});
+    MCppPyArray view(*array, {0}, false);
+    view.getIndicesRef().emplace_back(run);
+    EXPECT_FALSE(allContents<double>(view));
+    EXPECT_TRUE(raised(PyExc_RuntimeError, cannotSet));
+    EXPECT_EQ(view.getStrAsStdString<double>(false, false), std::nullopt);
+    EXPECT_TRUE(raised(PyExc_RuntimeError, cannotSet));
+  }
+}
+
+TEST(ElementOutOfReach, BelowTheRunThatEndsTheChainIsANullItem) {
+  const ViewPointer view = makeArray<double>({2, 3});
+  view->getIndicesRef().emplace_back(slice(3, 5, 1, 2));
+  const PyRef list = allContents<double>(*view);
+  EXPECT_TRUE(raised(PyExc_RuntimeError, nullPointer));
+  EXPECT_EQ(reprOf(list), "[[4.0, 6.0, <NULL>], [5.0, <NULL>, <NULL>]]");
+}
+
+// There is no complex logical; that instance stores nothing, says nothing and reads nothing.
+TEST(ElementOutOfReach, EveryComplexLogicalIsOne) {
+  const ViewPointer array = makeArray<bool>({1, 2});
+  EXPECT_EQ(reprOf(allContents<std::complex<bool>>(*array)), "[[<NULL>, <NULL>]]");
+  EXPECT_TRUE(raisedNothing());
+  MCppPyArray view(*array, {0}, false);
+  view.getIndicesRef().emplace_back(slice(0, 2, 1, 2));
+  EXPECT_FALSE(allContents<std::complex<bool>>(view));
+  EXPECT_TRUE(raised(PyExc_RuntimeError, cannotSet));
+}
+
+// --- Other failures
+
+TEST(ListFailure, SliceThatWasNotNormalised) {
+  const ViewPointer array = makeArray<double>({4, 5, 6});
+  MCppPyArray view(*array, {2}, false);
+  view.getIndicesRef().emplace_back(SliceIndexItem{1, 3, 1, 2, false});
+  EXPECT_FALSE(allContents<double>(view));
+  EXPECT_TRUE(raised(
+      PyExc_RuntimeError,
+      "getIntegerIndexValues(5, &success) was called before the slice item was normalized."));
+}
+
+TEST(ListFailure, SliceAmongTheIntegers) {
+  const ViewPointer view = makeArray<double>({4, 5, 6});
+  view->getIndicesRef().emplace_back(slice(1, 3, 1, 2));
+  IntegerIndexItem item{1, true};
+  ASSERT_TRUE(view->appendIndexItem(item));
+  EXPECT_FALSE(allContents<double>(*view));
+  EXPECT_TRUE(raised(PyExc_RuntimeError, "slice index unexpectedly found."));
+}
+
+TEST(ListFailure, TooManyDimensions) {
+  const ViewPointer array = makeArray<double>(Dimensions(200000, 1));
+  EXPECT_FALSE(allContents<double>(*array));
+  EXPECT_TRUE(raisedOwn(PyExc_RecursionError));
+  MCppPyArray view(*array, false);
+  SliceIndexItem run = slice(0, 1, 1, 1);
+  view.appendIndexItem(run);
+  EXPECT_FALSE(allContents<double>(view));
+  EXPECT_TRUE(raised(PyExc_RuntimeError, cannotSet)) << "in place of what was set deeper";
+}
+
+// --- Texts
+
+struct TextRow {
+  bool useConstructorForm;
+  bool keepSpaces;
+  const char* real;
+  const char* complex;
+};
+constexpr TextRow textRows[] = {
+    {false, false, "[[1,3],[2,4]]", "[[(1+61j),(3+63j)],[(2+62j),(4+64j)]]"},
+    {false, true, "[[1, 3], [2, 4]]", "[[(1+61j), (3+63j)], [(2+62j), (4+64j)]]"},
+    {true, false, "velmar.int8([[1,3],[2,4]])",
+     "velmar.int8([[(1+61j),(3+63j)],[(2+62j),(4+64j)]], is_complex=True)"},
+    {true, true, "velmar.int8([[1, 3], [2, 4]])",
+     "velmar.int8([[(1+61j), (3+63j)], [(2+62j), (4+64j)]], is_complex=True)"},
+};
+
+TEST(Text, HasTheFormAndTheSpacesAskedFor) {
+  const ViewPointer real = makeArray<std::int8_t>({2, 2});
+  const ViewPointer complex = makeArray<std::complex<std::int8_t>>({2, 2});
+  for (const TextRow& row : textRows) {
+    SCOPED_TRACE(row.real);
+    EXPECT_EQ(real->getStrAsStdString<std::int8_t>(row.useConstructorForm, row.keepSpaces),
+              row.real);
+    EXPECT_EQ(complex->getStrAsStdString<std::complex<std::int8_t>>(row.useConstructorForm,
+                                                                    row.keepSpaces),
+              row.complex);
+    const PyRef text =
+        PyRef::steal(real->getStr<std::int8_t>(row.useConstructorForm, row.keepSpaces));
+    ASSERT_TRUE(text);
+    EXPECT_EQ(Py_TYPE(text.get()), &PyUnicode_Type);
+    EXPECT_EQ(textOf(text.get()), row.real);
+  }
+}
+
+template <class T>
+class TextOfClass : public ::testing::Test {};
+TYPED_TEST_SUITE(TextOfClass, ClassTypes, TypeWords);
+
+TYPED_TEST(TextOfClass, IsThatOfItsListAndNamesTheClass) {
+  const ViewPointer array = makeArray<TypeParam>({2, 2});
+  std::string expected = reprOf(allContents<TypeParam>(*array));
+  std::erase(expected, ' ');
+  const std::string word = typeWord<TypeParam>;
+  const PyRef record = makeRecord(std::make_unique<MCppPyArray>(*array, false));
+  EXPECT_EQ(textOf(record.get()), expected);
+  EXPECT_EQ(reprOf(record), "velmar." + word + "(" + expected + ")");
+
+  // What is complex is told by the view and not by the element type.
+  const MCppPyArray labelled(array->array(), classOf<TypeParam>, true, true);
+  EXPECT_EQ(labelled.template getStrAsStdString<TypeParam>(true, false),
+            "velmar." + word + "(" + expected + ", is_complex=True)");
+}
+
+TYPED_TEST(TextOfClass, OfAComplexArray) {
+  if constexpr (!std::is_same_v<TypeParam, bool>) {
+    const PyRef record = makeRecord(makeArray<std::complex<TypeParam>>({1, 2}));
+    EXPECT_EQ(textOf(record.get()), "[[(1+61j),(2+62j)]]");
+    EXPECT_EQ(reprOf(record), std::string("velmar.") + typeWord<TypeParam> +
+                                  "([[(1+61j),(2+62j)]], is_complex=True)");
+  }
+}
+
+TYPED_TEST(TextOfClass, StorageThatHasGoneIsReported) {
+  const ViewPointer view = makeExpiredView<TypeParam>({2, 2});
+  EXPECT_EQ(view->template getStrAsStdString<TypeParam>(false, false), std::nullopt);
+  EXPECT_TRUE(raisedExpired());
+  EXPECT_EQ(view->template getStr<TypeParam>(true, true), nullptr);
+  EXPECT_TRUE(raisedExpired());
+}
+
+}  // namespace
