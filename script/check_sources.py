@@ -43,7 +43,8 @@ def check_include(file, quote, name):
     if name == "Python.h" and file != PYTHON_DOOR:
         yield f"includes Python.h; only {PYTHON_DOOR} may"
     if file.parts[0] == "velmardata":
-        if quote == '"' and not (ROOT / file.parent / name).exists():
+        folders = (ROOT / file.parent, ROOT / "velmardata/include")
+        if quote == '"' and not any((folder / name).exists() for folder in folders):
             yield f'includes "{name}", which is outside the data library'
     elif file.parts[0] == "src" and quote == '"':
         room, target = room_of(file), room_of(Path(name))

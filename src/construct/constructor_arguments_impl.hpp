@@ -22,8 +22,8 @@ ElementBuffer<T> FinalConstructorParser<T>::processConstructorArgsAndKwargs(
   }
   ok = false;
   if (hasVector && hasInitializer) {
-    const bool byKeyword = arguments.kwargs != nullptr &&
-                           PyDict_GetItemString(arguments.kwargs, "vector") != nullptr;
+    const bool byKeyword =
+        arguments.kwargs != nullptr && PyDict_GetItemString(arguments.kwargs, "vector") != nullptr;
     setError(PyExc_TypeError,
              byKeyword ? "initializer and 'vector' must not both be specified."
                        : "more than two positional arguments must not be specified. A third will "

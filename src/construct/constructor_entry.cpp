@@ -87,7 +87,8 @@ PyObject* MCPyArray_New(PyTypeObject* type, PyObject* args, PyObject* kwargs) {
   if (!record) return nullptr;
   std::unique_ptr<MCppPyArray> view = makeViewFromArguments<T>(args, kwargs);
   if (view == nullptr) {
-    keepForever(std::move(record));  // deliberate: the record of a failed construction is not given back
+    keepForever(
+        std::move(record));  // deliberate: the record of a failed construction is not given back
     return nullptr;
   }
   getMCPyArrayFromPyObject(record.get())->mcppPyArray = view.release();

@@ -10,8 +10,7 @@ ConversionResult<unsigned long long> getUnsignedLongLongFromPyObject(PyObject* v
   const long long number = PyLong_AsLongLongAndOverflow(value, &overflow);
   if (overflow == 0 && number >= 0) return {static_cast<unsigned long long>(number), std::nullopt};
   if (overflow == 0) {
-    return {std::nullopt,
-            ConversionFailure{PyExc_OverflowError, outOfRangeText(number, typeWord)}};
+    return {std::nullopt, ConversionFailure{PyExc_OverflowError, outOfRangeText(number, typeWord)}};
   }
   if (overflow > 0) {
     const unsigned long long large = PyLong_AsUnsignedLongLong(value);

@@ -18,7 +18,8 @@ inline ConversionResult<long long> getLongLongFromPyObject(PyObject* value) {
   if (!pyObjectIsLong(value)) return {};
   int overflow = 0;
   const long long number = PyLong_AsLongLongAndOverflow(value, &overflow);
-  if (overflow == 0) [[likely]] return {number, std::nullopt};
+  if (overflow == 0) [[likely]]
+    return {number, std::nullopt};
   return {std::nullopt, ConversionFailure{PyExc_OverflowError, intTooLarge}};
 }
 
@@ -65,8 +66,12 @@ inline bool isOfType(PyObject* value, PyTypeObject* type) {
   if (own == type) return true;
   return own != &PyLong_Type && own != &PyFloat_Type && PyType_IsSubtype(own, type) != 0;
 }
-inline bool isFloat(PyObject* value) { return isOfType(value, &PyFloat_Type); }
-inline bool isComplexNumber(PyObject* value) { return isOfType(value, &PyComplex_Type); }
+inline bool isFloat(PyObject* value) {
+  return isOfType(value, &PyFloat_Type);
+}
+inline bool isComplexNumber(PyObject* value) {
+  return isOfType(value, &PyComplex_Type);
+}
 
 template <class T>
 ConversionResult<T> success(T value) {
@@ -165,8 +170,8 @@ template <class P>
 ConversionResult<std::complex<P>> convertToComplexFloating(PyObject* value) {
   using T = std::complex<P>;
   if (isComplexNumber(value)) {
-    return success(T(narrowed<P>(PyComplex_RealAsDouble(value)),
-                     narrowed<P>(PyComplex_ImagAsDouble(value))));
+    return success(
+        T(narrowed<P>(PyComplex_RealAsDouble(value)), narrowed<P>(PyComplex_ImagAsDouble(value))));
   }
   if (isFloat(value)) return success(T(narrowed<P>(PyFloat_AsDouble(value)), 0));
   ConversionResult<long long> integer = getLongLongFromPyObject(value);
@@ -209,8 +214,10 @@ ConversionResult<T> convertPyObjectToElement(PyObject* value, bool allowFloating
   if constexpr (std::is_same_v<T, bool>) {
     return convertToLogical(value, allowFloatingPoint);
   } else if constexpr (isComplexElement<T>) {
-    if constexpr (std::is_floating_point_v<Part<T>>) return convertToComplexFloating<Part<T>>(value);
-    else return convertToComplexInteger<Part<T>>(value);
+    if constexpr (std::is_floating_point_v<Part<T>>)
+      return convertToComplexFloating<Part<T>>(value);
+    else
+      return convertToComplexInteger<Part<T>>(value);
   } else if constexpr (std::is_floating_point_v<T>) {
     return convertToRealFloating<T>(value);
   } else {

@@ -19,8 +19,8 @@ ElementBuffer<T> createElementBuffer(const foundation::velmardata::ArrayFactory&
                                      std::uint64_t count) {
   void* block = nullptr;
   void (*deleter)(void*) = nullptr;
-  factory.createBuffer(&block, &deleter,
-                       static_cast<int>(foundation::velmardata::arrayTypeOf<T>), count);
+  factory.createBuffer(&block, &deleter, static_cast<int>(foundation::velmardata::arrayTypeOf<T>),
+                       count);
   return ElementBuffer<T>(static_cast<T*>(block), deleter);
 }
 

@@ -39,8 +39,7 @@ std::optional<std::int64_t> getLengthOfPySequence(PyObject* value) {
   return length;
 }
 
-bool size_reconciliation::readDimension(PyObject* size, Py_ssize_t index,
-                                        std::int64_t& dimension) {
+bool size_reconciliation::readDimension(PyObject* size, Py_ssize_t index, std::int64_t& dimension) {
   const PyRef item = PyRef::steal(PySequence_GetItem(size, index));
   if (!item) {
     setError(PyExc_RuntimeError,

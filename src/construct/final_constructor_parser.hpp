@@ -91,7 +91,9 @@ class FinalConstructorParser {
   ElementBuffer<T> processVectorKwarg(PyObject* vector, bool& ok);
   bool fillFromVector(PyObject* vector, std::int64_t length, T* elements);
 
-  static ElementBuffer<T> noBuffer() { return ElementBuffer<T>(nullptr, [](void*) {}); }
+  static ElementBuffer<T> noBuffer() {
+    return ElementBuffer<T>(nullptr, [](void*) {});
+  }
 
   std::vector<std::int64_t> specifiedDimensions;   // from `size`, empty without it
   std::vector<std::int64_t> calculatedDimensions;  // from the data

@@ -69,8 +69,7 @@ bool makeTransposition(const std::vector<std::int64_t>& dimensions, Transpositio
   // Rows and columns of about the same number keep both lists short.
   const std::int64_t total = product(extents);
   std::size_t leading = 1;
-  while (leading + 1 < extents.size() &&
-         targetStrides[leading] * targetStrides[leading] < total) {
+  while (leading + 1 < extents.size() && targetStrides[leading] * targetStrides[leading] < total) {
     ++leading;
   }
   const auto split = static_cast<std::ptrdiff_t>(leading);
@@ -82,12 +81,12 @@ bool makeTransposition(const std::vector<std::int64_t>& dimensions, Transpositio
 
 }  // namespace layout_conversion
 
-#define X(name, number, type)                                                                    \
-  template std::optional<vd::Array> makeTypedArrayFromBuf<type>(                                 \
-      ElementBuffer<type>&&, bool, vd::standalone::ClientArrayFactory&,                          \
-      const std::vector<std::int64_t>&, const std::vector<std::int64_t>&, std::int64_t);         \
-  template std::optional<vd::Array> convertRowMajorBufferToColumnMajor<type>(                    \
-      vd::standalone::ClientArrayFactory&, const type*, const std::vector<std::int64_t>&,        \
+#define X(name, number, type)                                                             \
+  template std::optional<vd::Array> makeTypedArrayFromBuf<type>(                          \
+      ElementBuffer<type>&&, bool, vd::standalone::ClientArrayFactory&,                   \
+      const std::vector<std::int64_t>&, const std::vector<std::int64_t>&, std::int64_t);  \
+  template std::optional<vd::Array> convertRowMajorBufferToColumnMajor<type>(             \
+      vd::standalone::ClientArrayFactory&, const type*, const std::vector<std::int64_t>&, \
       const std::vector<std::int64_t>&, std::int64_t);
 VELMARDATA_FOR_EACH_ARRAY_TYPE(X)
 #undef X

@@ -43,7 +43,8 @@ bool makeTransposition(const std::vector<std::int64_t>& dimensions, Transpositio
 template <class T>
 void transpose(const Transposition& plan, const T* source, T* target) {
   constexpr std::int64_t tileRows = 8;
-  constexpr std::int64_t tileColumns = std::max<std::int64_t>(64 / static_cast<std::int64_t>(sizeof(T)), 8);
+  constexpr std::int64_t tileColumns =
+      std::max<std::int64_t>(64 / static_cast<std::int64_t>(sizeof(T)), 8);
   std::array<std::int64_t, static_cast<std::size_t>(tileRows)> rowOffsets;
   std::array<std::int64_t, static_cast<std::size_t>(tileColumns)> columnOffsets;
   for (std::int64_t column = 0; column < plan.columns.count; column += tileColumns) {
@@ -67,9 +68,9 @@ void transpose(const Transposition& plan, const T* source, T* target) {
 }
 
 template <class T>
-foundation::velmardata::Array adopt(
-    foundation::velmardata::standalone::ClientArrayFactory& factory, ElementBuffer<T>&& buffer,
-    const std::vector<std::int64_t>& dimensions) {
+foundation::velmardata::Array adopt(foundation::velmardata::standalone::ClientArrayFactory& factory,
+                                    ElementBuffer<T>&& buffer,
+                                    const std::vector<std::int64_t>& dimensions) {
   const auto deleter = buffer.get_deleter();
   return factory.createArrayFromBuffer(
       std::vector<unsigned long>(dimensions.begin(), dimensions.end()),
@@ -118,10 +119,10 @@ bool HybridTraversal::generateIndices(const std::vector<Index>& extents,
                                       bool fromLastDimension) {
   const auto rank = static_cast<std::int64_t>(extents.size());
   if (rank == 0) return true;
-  return fromLastDimension ? generateIndicesImpl<Index, Placeholder>(
-                                 extents, strides, 0, -1, rank, indices, counters, rank - 1)
-                           : generateIndicesImpl<Index, Placeholder>(
-                                 extents, strides, rank - 1, 1, rank, indices, counters, 0);
+  return fromLastDimension ? generateIndicesImpl<Index, Placeholder>(extents, strides, 0, -1, rank,
+                                                                     indices, counters, rank - 1)
+                           : generateIndicesImpl<Index, Placeholder>(extents, strides, rank - 1, 1,
+                                                                     rank, indices, counters, 0);
 }
 
 template <class Index, class Placeholder>

@@ -76,8 +76,7 @@ std::int64_t FinalConstructorParser<T>::calculateNumberOfElements() {
     if (numberOfElements == 0) numberOfElements = 1;
     return numberOfElements;
   }
-  const auto product =
-      static_cast<std::int64_t>(size_reconciliation::wrappedProduct(dimensions));
+  const auto product = static_cast<std::int64_t>(size_reconciliation::wrappedProduct(dimensions));
   if (product > 0 && numberOfElements == 0) numberOfElements = product;
   return numberOfElements;
 }

@@ -43,8 +43,7 @@ bool FinalConstructorParser<T>::fillFromVector(PyObject* vector, std::int64_t le
   const PlainSequence sequence(vector);
   for (std::int64_t i = 0; i < length; ++i) {
     // Items of a plain sequence can be borrowed: no conversion runs Python code.
-    const PyRef owned =
-        isPlain ? PyRef() : PyRef::steal(PySequence_GetItem(vector, i));
+    const PyRef owned = isPlain ? PyRef() : PyRef::steal(PySequence_GetItem(vector, i));
     PyObject* item = isPlain ? sequence.borrowedItem(i) : owned.get();
     if (item == nullptr) {
       setError(PyExc_RuntimeError, "item " + std::to_string(i) + " could not be retrieved.");

@@ -45,8 +45,8 @@ PyObject* MDArrayWrapper::getElementAsPyObjectFromElementOffset(std::int64_t off
   return applyVisitor(m_array, ElementAtOffsetVisitor{offset});
 }
 
-#define X(name, number, enumerator, type, ...)                                 \
-  template PyObject* MCPyArray_GetItem<type>(PyObject*, Py_ssize_t);           \
+#define X(name, number, enumerator, type, ...)                       \
+  template PyObject* MCPyArray_GetItem<type>(PyObject*, Py_ssize_t); \
   template PyObject* MCPyArray_GetViaIndex<type>(PyObject*, PyObject*);
 VELMARDATA_FOR_EACH_CLASS_TYPE(X)
 #undef X

@@ -41,8 +41,8 @@ bool SliceIndexItem::normalizeAgainstLength(std::int64_t length) {
   const bool isKnownEmpty = hasLength && *m_slice_len == 0;
 
   // Deliberate: neither start nor stop means an empty run and not the whole dimension.
-  const bool isEmpty = (!hasStart && !hasStop) || (hasStart && hasStop && *m_start == *m_stop) ||
-                       isKnownEmpty;
+  const bool isEmpty =
+      (!hasStart && !hasStop) || (hasStart && hasStop && *m_start == *m_stop) || isKnownEmpty;
   if (isEmpty) {
     makeCanonicalEmpty(*this);
     m_isNormalized = true;
@@ -77,8 +77,9 @@ std::vector<std::int64_t> SliceIndexItem::getIntegerIndexValues(std::int64_t len
                                                                 bool& success) const {
   success = m_isNormalized;
   if (!success) {
-    setError(PyExc_RuntimeError, "getIntegerIndexValues(" + std::to_string(length) +
-                                     ", &success) was called before the slice item was normalized.");
+    setError(PyExc_RuntimeError,
+             "getIntegerIndexValues(" + std::to_string(length) +
+                 ", &success) was called before the slice item was normalized.");
     return {};
   }
   std::vector<std::int64_t> values(static_cast<std::size_t>(numberOfValues()));

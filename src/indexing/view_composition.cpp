@@ -86,7 +86,8 @@ bool MCppPyArray::getReplacementIndexForSliceAndSlice(SliceIndexItem& item,
     count = parent->numberOfValues();
   } else {
     bool success = false;
-    parent->getIntegerIndexValues(length, success);  // sets the error; no values, as for an empty run
+    parent->getIntegerIndexValues(length,
+                                  success);  // sets the error; no values, as for an empty run
   }
   if (count == 0) {
     item = *parent;

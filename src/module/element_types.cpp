@@ -30,10 +30,10 @@ TypeAndComplexity getTypeAndComplexityFromArrayType(ArrayType type) {
   switch (type) {
     case ArrayType::LOGICAL:
       return {true, SupportedArrayEnum::Logical, false};
-#define X(name, number, enumerator, ...)                    \
-  case ArrayType::name:                                     \
-    return {true, SupportedArrayEnum::enumerator, false};   \
-  case ArrayType::COMPLEX_##name:                           \
+#define X(name, number, enumerator, ...)                  \
+  case ArrayType::name:                                   \
+    return {true, SupportedArrayEnum::enumerator, false}; \
+  case ArrayType::COMPLEX_##name:                         \
     return {true, SupportedArrayEnum::enumerator, true};
       VELMARDATA_FOR_EACH_NUMERIC_TYPE(X)
 #undef X
@@ -45,9 +45,8 @@ TypeAndComplexity getTypeAndComplexityFromArrayType(ArrayType type) {
 
 char* classid2format(ArrayType type) {
   static const std::map<ArrayType, char*> formats = {
-#define X(name, number, enumerator, ...)  \
-  {ArrayType::name, formatOf##enumerator}, \
-      {ArrayType::COMPLEX_##name, formatOfComplex##enumerator},
+#define X(name, number, enumerator, ...) \
+  {ArrayType::name, formatOf##enumerator}, {ArrayType::COMPLEX_##name, formatOfComplex##enumerator},
       VELMARDATA_FOR_EACH_NUMERIC_TYPE(X)
 #undef X
           {ArrayType::LOGICAL, formatOfLogical}};

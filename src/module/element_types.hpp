@@ -73,13 +73,13 @@ struct TypeWord<char16_t> {
 };
 template <class T>
 struct ClassOf;
-#define X(name, number, enumerator, type, suffix, word, letter)               \
-  template <>                                                                 \
-  struct TypeWord<type> {                                                     \
-    static constexpr const char* value = word;                                \
-  };                                                                          \
-  template <>                                                                 \
-  struct ClassOf<type> {                                                      \
+#define X(name, number, enumerator, type, suffix, word, letter)                 \
+  template <>                                                                   \
+  struct TypeWord<type> {                                                       \
+    static constexpr const char* value = word;                                  \
+  };                                                                            \
+  template <>                                                                   \
+  struct ClassOf<type> {                                                        \
     static constexpr SupportedArrayEnum value = SupportedArrayEnum::enumerator; \
   };
 VELMARDATA_FOR_EACH_CLASS_TYPE(X)

@@ -33,4 +33,6 @@ class PyRef {
 
 // Gives up a reference without releasing it: the object stays for the life of the process. Every
 // use is a deliberate one and says why at its place.
-inline void keepForever(PyRef&& reference) noexcept { static_cast<void>(reference.release()); }
+inline void keepForever(PyRef&& reference) noexcept {
+  static_cast<void>(reference.release());
+}

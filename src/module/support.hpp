@@ -62,4 +62,6 @@ inline bool pyObjectIsLong(PyObject* object) {
 inline bool pyObjectIsUnicodeOrString(PyObject* object) {
   return typeHasFlag(object, Py_TPFLAGS_UNICODE_SUBCLASS);
 }
-inline bool pyObjectIsEmpty(PyObject* object) { return object == nullptr || object == Py_None; }
+inline bool pyObjectIsEmpty(PyObject* object) {
+  return object == nullptr || object == Py_None;
+}

@@ -3,4 +3,6 @@
 
 #include "module/py_ref.hpp"
 
-extern "C" PyObject* MCPyIter_GetIter(PyObject* self) { return PyRef::borrow(self).release(); }
+extern "C" PyObject* MCPyIter_GetIter(PyObject* self) {
+  return PyRef::borrow(self).release();
+}

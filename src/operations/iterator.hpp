@@ -6,8 +6,7 @@
 class MCppPyIter;
 
 struct MCPyIter {
-  PyObject_HEAD
-  MCppPyIter* mcppPyIter;  // owned
+  PyObject_HEAD MCppPyIter* mcppPyIter;  // owned
 };
 
 // An iterator is its own iterator.

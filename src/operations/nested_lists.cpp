@@ -29,11 +29,10 @@ PyObject* MCppPyArray::getPyListFromNormalizedIntIndicesWithoutTemplate(Position
     if (!storage) return nullptr;
     array = storage->array();  // of its own, since the walk makes objects
   }
-  return applyVisitor(std::as_const(array),
-                      PyObjListFromIndicesVisitor{*this, indices, dimension});
+  return applyVisitor(std::as_const(array), PyObjListFromIndicesVisitor{*this, indices, dimension});
 }
 
-#define X(type)                                                                           \
+#define X(type)                                                                              \
   template PyObject* MCppPyArray::getContentsAsPyList<type>(Position&, std::uint64_t) const; \
   template PyObject* MCppPyArray::getAllContentsAsPyList<type>() const;
 #define X_REAL_AND_COMPLEX(name, number, enumerator, type, ...) X(type) X(std::complex<type>)

@@ -57,8 +57,8 @@ PyObject* MCPyArray_GetRepr(PyObject* self) {
   return getText<T>(self, true);
 }
 
-#define X(name, number, enumerator, type, ...)           \
-  template PyObject* MCPyArray_GetStr<type>(PyObject*);  \
+#define X(name, number, enumerator, type, ...)          \
+  template PyObject* MCPyArray_GetStr<type>(PyObject*); \
   template PyObject* MCPyArray_GetRepr<type>(PyObject*);
 VELMARDATA_FOR_EACH_CLASS_TYPE(X)
 #undef X

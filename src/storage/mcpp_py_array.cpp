@@ -11,7 +11,9 @@ namespace vd = foundation::velmardata;
 
 namespace {
 
-char orderLetter(bool isColumnMajor) { return isColumnMajor ? 'F' : 'C'; }
+char orderLetter(bool isColumnMajor) {
+  return isColumnMajor ? 'F' : 'C';
+}
 
 }  // namespace
 

@@ -65,21 +65,21 @@ class MCppPyArray {
 
   // Forwarded to the storage. When it has gone, RuntimeError is set and the result is the value
   // behind the slash. References are valid until Python code may run.
-  std::byte* buf() const;                            // null
-  int getNumberOfDimensions() const {                // -1
+  std::byte* buf() const;              // null
+  int getNumberOfDimensions() const {  // -1
     const WrapperAccess storage = wrapper();
     return storage ? storage->getNumberOfDimensions() : -1;
   }
-  const std::vector<std::int64_t>& shape() const;    // an empty vector
-  char getOrder() const;                             // -1
-  std::int64_t* bytewiseStrides() const;             // null
-  std::int64_t getBufferSizeInBytes() const;         // -1
-  std::int64_t getElementSizeInBytes() const;        // -1
-  int isReadOnly() const;                            // -1
-  std::int64_t* suboffsets() const;                  // null
-  std::int64_t getNumberOfElements() const;          // -1
+  const std::vector<std::int64_t>& shape() const;      // an empty vector
+  char getOrder() const;                               // -1
+  std::int64_t* bytewiseStrides() const;               // null
+  std::int64_t getBufferSizeInBytes() const;           // -1
+  std::int64_t getElementSizeInBytes() const;          // -1
+  int isReadOnly() const;                              // -1
+  std::int64_t* suboffsets() const;                    // null
+  std::int64_t getNumberOfElements() const;            // -1
   const foundation::velmardata::Array& array() const;  // an empty handle
-  char* format() const;                              // null
+  char* format() const;                                // null
   char* getBufAsCharPtr() const { return reinterpret_cast<char*>(buf()); }
 
   // Need no storage.
@@ -145,8 +145,8 @@ class MCppPyArray {
   WrapperAccess lockWrapper() const;
 
   bool m_hasWeakPtrToWrapper = false;
-  std::shared_ptr<MDArrayWrapper> m_wrapper;      // empty in a weak view
-  std::weak_ptr<MDArrayWrapper> m_weakWrapper;    // empty in a strong view
+  std::shared_ptr<MDArrayWrapper> m_wrapper;    // empty in a weak view
+  std::weak_ptr<MDArrayWrapper> m_weakWrapper;  // empty in a strong view
   SupportedArrayEnum m_supportedArrayEnum;
   bool m_isComplex;
   IndexChain m_indices;

@@ -6,8 +6,8 @@
 #include "storage/mcpp_py_array.hpp"
 
 struct MCPyArray {
-  PyObject_HEAD
-  MCppPyArray* mcppPyArray;  // owned; null between allocation and the end of construction
+  PyObject_HEAD MCppPyArray*
+      mcppPyArray;  // owned; null between allocation and the end of construction
 };
 
 // A zeroed record of the class, or null with RuntimeError set.

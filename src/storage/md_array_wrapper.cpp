@@ -69,7 +69,9 @@ MDArrayWrapper::MDArrayWrapper(const MDArrayWrapper& other)
       m_bufferSizeInBytes(other.m_bufferSizeInBytes),
       m_elemSizeInBytes(other.m_elemSizeInBytes) {}
 
-MDArrayWrapper::~MDArrayWrapper() { std::free(m_buf); }
+MDArrayWrapper::~MDArrayWrapper() {
+  std::free(m_buf);
+}
 
 void MDArrayWrapper::init() {
   setNumberOfDimensions();
@@ -81,7 +83,9 @@ void MDArrayWrapper::init() {
   setBuf();
 }
 
-char* MDArrayWrapper::format() const { return classid2format(m_array.getType()); }
+char* MDArrayWrapper::format() const {
+  return classid2format(m_array.getType());
+}
 
 void MDArrayWrapper::setNumberOfDimensions() {
   m_nDim = static_cast<std::int32_t>(m_array.getDimensions().size());
@@ -115,8 +119,7 @@ void MDArrayWrapper::setBuf() {
 
 void MDArrayWrapper::fillMirror() const {
   m_isMirrorFilled = true;
-  applyVisitor(m_array,
-               CopyElementsVisitor{m_buf, static_cast<std::size_t>(m_bufferSizeInBytes)});
+  applyVisitor(m_array, CopyElementsVisitor{m_buf, static_cast<std::size_t>(m_bufferSizeInBytes)});
 }
 
 std::int64_t MDArrayWrapper::getElementOffsetFromIndices(const Position& indices) const {

@@ -212,6 +212,7 @@ TEST(BlockHolders, ElementReferenceOutlivesTheArray) {
       reference = array[count - 1].impl();
     }
     std::vector<TypedArray<double>> later;
+    later.reserve(4);
     for (int i = 0; i < 4; ++i) later.push_back(sampleArray<double>({1, count}));
     detail::setElement<double>(reference, -7.0);
     for (const TypedArray<double>& array : later) {

@@ -9,14 +9,16 @@
 
 extern "C" {
 #define ENTRY(result, handler, type, suffix, parameters, ...) \
-  static result handler##_##suffix parameters { return handler<type>(__VA_ARGS__); }
-#define X(name, number, enumerator, type, suffix, ...)                                         \
-  ENTRY(PyObject*, MCPyArray_GetItem, type, suffix, (PyObject * o, Py_ssize_t i), o, i)        \
-  ENTRY(PyObject*, MCPyArray_GetRepr, type, suffix, (PyObject * o), o)                         \
-  ENTRY(PyObject*, MCPyArray_GetViaIndex, type, suffix, (PyObject * o, PyObject * k), o, k)    \
-  ENTRY(PyObject*, MCPyArray_GetStr, type, suffix, (PyObject * o), o)                          \
-  ENTRY(PyObject*, MCPyArray_New, type, suffix, (PyTypeObject * t, PyObject * a, PyObject * k), \
-        t, a, k)
+  static result handler##_##suffix parameters {               \
+    return handler<type>(__VA_ARGS__);                        \
+  }
+#define X(name, number, enumerator, type, suffix, ...)                                             \
+  ENTRY(PyObject*, MCPyArray_GetItem, type, suffix, (PyObject * o, Py_ssize_t i), o, i)            \
+  ENTRY(PyObject*, MCPyArray_GetRepr, type, suffix, (PyObject * o), o)                             \
+  ENTRY(PyObject*, MCPyArray_GetViaIndex, type, suffix, (PyObject * o, PyObject * k), o, k)        \
+  ENTRY(PyObject*, MCPyArray_GetStr, type, suffix, (PyObject * o), o)                              \
+  ENTRY(PyObject*, MCPyArray_New, type, suffix, (PyTypeObject * t, PyObject * a, PyObject * k), t, \
+        a, k)
 VELMARDATA_FOR_EACH_CLASS_TYPE(X)
 #undef X
 #undef ENTRY
@@ -29,17 +31,16 @@ PyType_Slot slot(int number, Function* function) {
   return {number, reinterpret_cast<void*>(function)};
 }
 
-#define X(name, number, enumerator, type, suffix, word, letter)             \
-  PyType_Slot slotsOf##enumerator[] = {                                     \
-      slot(Py_tp_dealloc, MCPyArray_Delete),                                \
-      slot(Py_sq_length, MCPyArray_NumElemsInFirstDim),                     \
-      slot(Py_sq_item, MCPyArray_GetItem_##suffix),                         \
-      slot(Py_tp_repr, MCPyArray_GetRepr_##suffix),                         \
-      slot(Py_mp_length, MCPyArray_NumElemsInFirstDim),                     \
-      slot(Py_mp_subscript, MCPyArray_GetViaIndex_##suffix),                \
-      slot(Py_tp_str, MCPyArray_GetStr_##suffix),                           \
-      slot(Py_tp_new, MCPyArray_New_##suffix),                              \
-      {0, nullptr}};                                                        \
+#define X(name, number, enumerator, type, suffix, word, letter)                               \
+  PyType_Slot slotsOf##enumerator[] = {slot(Py_tp_dealloc, MCPyArray_Delete),                 \
+                                       slot(Py_sq_length, MCPyArray_NumElemsInFirstDim),      \
+                                       slot(Py_sq_item, MCPyArray_GetItem_##suffix),          \
+                                       slot(Py_tp_repr, MCPyArray_GetRepr_##suffix),          \
+                                       slot(Py_mp_length, MCPyArray_NumElemsInFirstDim),      \
+                                       slot(Py_mp_subscript, MCPyArray_GetViaIndex_##suffix), \
+                                       slot(Py_tp_str, MCPyArray_GetStr_##suffix),            \
+                                       slot(Py_tp_new, MCPyArray_New_##suffix),               \
+                                       {0, nullptr}};                                         \
   PyType_Spec specOf##enumerator = {"velmar." word, sizeof(MCPyArray), 0, 0, slotsOf##enumerator};
 VELMARDATA_FOR_EACH_CLASS_TYPE(X)
 #undef X

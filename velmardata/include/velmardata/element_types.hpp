@@ -6,19 +6,20 @@
 #include <type_traits>
 
 // One row a type that has a Python class, in the order of the classes:
-//   ROW(X, ArrayType name, ArrayType number, enumerator, C++ type, handler suffix, type word, letter)
+//   ROW(X, ArrayType name, ArrayType number, enumerator, C++ type, handler suffix, type word,
+//   letter)
 // The letter is that of the buffer protocol's format strings. A complex type has the name
 // COMPLEX_<name> and a number 10 above that of its parts; there is no complex of bool.
-#define VELMARDATA_NUMERIC_ROWS(ROW, X)                                      \
-  ROW(X, DOUBLE, 4, Double, double, double, "double", 'd')                   \
-  ROW(X, SINGLE, 5, Single, float, float, "single", 'f')                     \
-  ROW(X, INT8, 6, Int8, std::int8_t, int8_t, "int8", 'b')                    \
-  ROW(X, UINT8, 7, UInt8, std::uint8_t, uint8_t, "uint8", 'B')               \
-  ROW(X, INT16, 8, Int16, std::int16_t, int16_t, "int16", 'h')               \
-  ROW(X, UINT16, 9, UInt16, std::uint16_t, uint16_t, "uint16", 'H')          \
-  ROW(X, INT32, 10, Int32, std::int32_t, int32_t, "int32", 'i')              \
-  ROW(X, UINT32, 11, UInt32, std::uint32_t, uint32_t, "uint32", 'I')         \
-  ROW(X, INT64, 12, Int64, std::int64_t, int64_t, "int64", 'q')              \
+#define VELMARDATA_NUMERIC_ROWS(ROW, X)                              \
+  ROW(X, DOUBLE, 4, Double, double, double, "double", 'd')           \
+  ROW(X, SINGLE, 5, Single, float, float, "single", 'f')             \
+  ROW(X, INT8, 6, Int8, std::int8_t, int8_t, "int8", 'b')            \
+  ROW(X, UINT8, 7, UInt8, std::uint8_t, uint8_t, "uint8", 'B')       \
+  ROW(X, INT16, 8, Int16, std::int16_t, int16_t, "int16", 'h')       \
+  ROW(X, UINT16, 9, UInt16, std::uint16_t, uint16_t, "uint16", 'H')  \
+  ROW(X, INT32, 10, Int32, std::int32_t, int32_t, "int32", 'i')      \
+  ROW(X, UINT32, 11, UInt32, std::uint32_t, uint32_t, "uint32", 'I') \
+  ROW(X, INT64, 12, Int64, std::int64_t, int64_t, "int64", 'q')      \
   ROW(X, UINT64, 13, UInt64, std::uint64_t, uint64_t, "uint64", 'Q')
 #define VELMARDATA_LOGICAL_ROW(ROW, X) ROW(X, LOGICAL, 1, Logical, bool, bool, "logical", '?')
 
@@ -35,9 +36,9 @@
 
 // X(ArrayType name, number, C++ type)
 #define VELMARDATA_FOR_EACH_COMPLEX_TYPE(X) VELMARDATA_NUMERIC_ROWS(VELMARDATA_DETAIL_COMPLEX, X)
-#define VELMARDATA_FOR_EACH_CLASS_ELEMENT_TYPE(X)           \
-  VELMARDATA_LOGICAL_ROW(VELMARDATA_DETAIL_REAL, X)         \
-  VELMARDATA_NUMERIC_ROWS(VELMARDATA_DETAIL_REAL, X)        \
+#define VELMARDATA_FOR_EACH_CLASS_ELEMENT_TYPE(X)    \
+  VELMARDATA_LOGICAL_ROW(VELMARDATA_DETAIL_REAL, X)  \
+  VELMARDATA_NUMERIC_ROWS(VELMARDATA_DETAIL_REAL, X) \
   VELMARDATA_FOR_EACH_COMPLEX_TYPE(X)
 #define VELMARDATA_FOR_EACH_ARRAY_TYPE(X) \
   VELMARDATA_FOR_EACH_CLASS_ELEMENT_TYPE(X) X(CHAR, 2, char16_t)
