@@ -123,7 +123,9 @@ PyObject* MCppPyArray::getAllContentsAsPyList() const {
     slice->getIntegerIndexValues(-1, success);  // sets the error
     return nullptr;
   }
-  const Run run = {*slice->m_start, *slice->m_step, slice->numberOfValues()};
+  const std::int64_t count = slice->numberOfValues();
+  // The step of a single position can be beyond all arithmetic.
+  const Run run = {*slice->m_start, count < 2 ? 1 : *slice->m_step, count};
   PyRef list = PyRef::steal(PyList_New(run.count));
   if (!list || run.count == 0) return list.release();
   const std::uint64_t next = indices.size() + 1;

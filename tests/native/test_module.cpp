@@ -81,4 +81,6 @@ PyModuleDef s_definition = {
 
 }  // namespace
 
-PyMODINIT_FUNC PyInit_velmar_native_tests() { return PyModule_Create(&s_definition); }
+PyMODINIT_FUNC PyInit_velmar_native_tests() {
+  return PyModule_Create(&s_definition);
+}

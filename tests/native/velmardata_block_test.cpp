@@ -1,9 +1,13 @@
 // Blocks of elements: room, alignment, what cannot be had, who keeps them alive.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <iterator>
 #include <limits>
 #include <memory>
@@ -147,6 +151,45 @@ TEST(Block, DeletingFreesTheMemory) {
     const std::size_t before = heapInUse();
     for (int i = 0; i < 20; ++i) cycle(bytes);
     EXPECT_EQ(heapInUse(), before) << bytes;
+  }
+}
+
+// Bytes of address space in use: the largest blocks come straight from the system.
+std::size_t addressSpaceInUse() {
+  std::size_t pages = 0;
+  std::ifstream("/proc/self/statm") >> pages;
+  return pages * static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+}
+
+TEST(Block, LargestOnesGoBackToTheSystem) {
+#ifdef __SANITIZE_ADDRESS__
+  GTEST_SKIP() << "the sanitizer keeps freed memory for a while";
+#endif
+  constexpr std::size_t megabyte = std::size_t{1} << 20;
+  for (const std::size_t bytes : {5 * megabyte, 9 * megabyte + 1, 40 * megabyte}) {
+    const std::size_t before = addressSpaceInUse();
+    for (int i = 0; i < 50; ++i) {
+      const UntypedBuffer block = newBuffer(ArrayType::UINT8, bytes);
+      const UntypedBuffer other = newBuffer(ArrayType::UINT8, bytes + 3 * megabyte);
+      ASSERT_NE(block, nullptr);
+      ASSERT_NE(other, nullptr);
+    }
+    EXPECT_LT(addressSpaceInUse(), before + 64 * megabyte) << bytes;
+  }
+}
+
+TEST(Block, LargeOnesDoNotOverlap) {
+  constexpr std::size_t bytes = std::size_t{5} << 20;
+  newBuffer(ArrayType::UINT8, bytes);  // leaves memory behind that the next ones may be given
+  std::vector<UntypedBuffer> blocks;
+  blocks.reserve(3);
+  for (int i = 0; i < 3; ++i) {
+    blocks.push_back(newBuffer(ArrayType::UINT8, bytes));
+    std::memset(blocks.back().get(), i + 1, bytes);
+  }
+  for (int i = 0; i < 3; ++i) {
+    const auto* const first = static_cast<const unsigned char*>(blocks[std::size_t(i)].get());
+    EXPECT_EQ(std::count(first, first + bytes, i + 1), std::ptrdiff_t{bytes}) << i;
   }
 }
 

@@ -1,8 +1,11 @@
 // Making arrays: zero-filled, from blocks of the library and of others, scalars; refusals.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <limits>
 #include <memory>
 #include <new>
@@ -29,6 +32,15 @@ TYPED_TEST(FactoryOfType, NewArraysAreZero) {
   EXPECT_EQ(array.getDimensions(), (Dimensions{4, 5}));
   EXPECT_EQ(array.getNumberOfElements(), 20U);
   EXPECT_EQ(elementsOf(TypedArray<TypeParam>(array)), std::vector<TypeParam>(20, TypeParam()));
+}
+
+// Memory that was used before must not show through, however the block came about.
+TEST(NewArrays, OfAnySizeAreZero) {
+  for (const unsigned long count : {600UL, 100000UL, 700000UL, 700000UL}) {
+    std::memset(newBuffer(ArrayType::DOUBLE, count).get(), 0x55, count * sizeof(double));
+    const TypedArray<double> array(ArrayFactory().createArray(ArrayType::DOUBLE, {count, 1}));
+    EXPECT_EQ(std::count(array.begin(), array.end(), 0.0), static_cast<std::ptrdiff_t>(count));
+  }
 }
 
 TYPED_TEST(FactoryOfType, BlocksAreAdoptedInPlace) {

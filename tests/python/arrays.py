@@ -41,7 +41,7 @@ SINGLE_MAX = 3.4028234663852886e38
 CLASS_ROWS = [
     ElementClass("double", "float", -1.7976931348623157e308, 1.7976931348623157e308),
     ElementClass("single", "float", -SINGLE_MAX, SINGLE_MAX),
-    *map(_integer, "int8 uint8 int16 uint16 int32 uint32 int64 uint64".split()),
+    *(_integer(f"{sign}int{bits}") for bits in (8, 16, 32, 64) for sign in ("", "u")),
     ElementClass("logical", "logical", False, True),
 ]
 INTEGER_ROWS = [row for row in CLASS_ROWS if row.kind in ("signed", "unsigned")]

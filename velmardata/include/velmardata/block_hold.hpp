@@ -16,10 +16,12 @@ struct BlockHolders {
   std::atomic<std::uint64_t> m_count{1};
 };
 
-// Gives up one hold on the block; the last one frees it. Not null.
+// Gives up one hold on the block, which must not be null; the last one frees it. Clients get here
+// through BlockHold, and through the deleter that comes with a block.
 VELMARDATA_EXPORT void releaseBlock(BlockHolders* block) noexcept;
 
-// One hold on a block, or on none. Copying costs one atomic increment, moving nothing.
+// One hold on a block, or on none. Copying costs one atomic increment, moving nothing. Holds on the
+// same block may be copied and dropped by different threads at once.
 class BlockHold {
  public:
   BlockHold() noexcept = default;

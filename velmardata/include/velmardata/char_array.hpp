@@ -7,7 +7,8 @@
 
 namespace foundation::velmardata {
 
-// A TypedArray<char16_t> that can be read as text.
+// A TypedArray<char16_t> that can be read as text. It has no operations that write; where its units
+// come from is the maker's affair: createBuffer with the number of CHAR gives room for them.
 class VELMARDATA_EXPORT CharArray : public TypedArray<char16_t> {
  public:
   // As TypedArray: std::invalid_argument if `other` is not an array of characters.

@@ -7,7 +7,8 @@
 namespace foundation::velmardata::standalone {
 
 // An ArrayFactory that any program may make on the stack wherever it needs one, at any time after
-// load; making and destroying one does no work.
+// load; making and destroying one does no work. What it makes does not depend on it and outlives
+// it. Use from several threads needs no lock.
 class VELMARDATA_EXPORT ClientArrayFactory : public ArrayFactory {
  public:
   ClientArrayFactory() noexcept;

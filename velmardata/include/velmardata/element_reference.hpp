@@ -37,6 +37,7 @@ VELMARDATA_FOR_EACH_CLASS_ELEMENT_TYPE(X)
 template <ArrayElement T>
 class ElementReference {
  public:
+  // For the library. A client gets its references from operator[].
   explicit ElementReference(std::shared_ptr<velmar::data::detail::ReferenceImpl> impl) noexcept
       : m_impl(std::move(impl)) {}
   ElementReference(const ElementReference&) = default;
@@ -46,6 +47,7 @@ class ElementReference {
   ElementReference& operator=(ElementReference&&) = delete;
   ~ElementReference() = default;
 
+  // Assigns to the element, at once and for good.
   ElementReference& operator=(T value)
     requires WritableElement<T>
   {
@@ -53,6 +55,7 @@ class ElementReference {
     return *this;
   }
 
+  // What setElement takes; never null.
   const std::shared_ptr<velmar::data::detail::ReferenceImpl>& impl() const noexcept {
     return m_impl;
   }

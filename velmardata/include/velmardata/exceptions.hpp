@@ -8,7 +8,12 @@
 
 namespace foundation::velmardata {
 
-// Base of the library's own exceptions. The text of what() is fixed for each class.
+// Base of the library's own exceptions; abstract. The text of what() is fixed for each class and
+// lives as long as the process.
+//
+// Beside these the library throws std::bad_alloc where memory is short, and std::invalid_argument
+// or std::out_of_range for arguments that the called operation excludes. Whatever is thrown, no
+// array is changed by the call.
 class VELMARDATA_EXPORT Exception : public std::exception {
  public:
   Exception() = default;
@@ -22,7 +27,8 @@ class VELMARDATA_EXPORT Exception : public std::exception {
   virtual int getExceptionID() const noexcept = 0;
 };
 
-// The element type of an array is none of the 22 that are handled. Identifier 8.
+// The element type of an array is none of the 22 that are handled. Identifier 8. The library throws
+// it when asked for elements of such a type; clients do when an array reports one.
 class VELMARDATA_EXPORT EArrayUnknownDataType final : public Exception {
  public:
   // The argument is kept for debuggers only: what() gives the same text whatever it says.

@@ -50,10 +50,14 @@ class TypedIterator {
   TypedIterator(const TypedIterator<Other>& other) noexcept
       : m_current(other.m_current), m_hold(other.m_hold) {}
 
+  // The element, which must exist. A reference that an iterator gave stays good as long as any
+  // iterator, array or owner keeps the block.
   reference operator*() const noexcept { return *m_current; }
   pointer operator->() const noexcept { return m_current; }
   reference operator[](difference_type n) const noexcept { return m_current[n]; }
 
+  // Moving forwards or backwards keeps the hold that the iterator has; the forms that give another
+  // iterator copy it.
   TypedIterator& operator+=(difference_type n) noexcept {
     m_current += n;
     return *this;
