@@ -87,8 +87,10 @@ std::optional<foundation::velmardata::Array> makeTypedArrayFromBuf(
     foundation::velmardata::standalone::ClientArrayFactory& factory,
     const std::vector<std::int64_t>& dimensions, const std::vector<std::int64_t>& storedDimensions,
     std::int64_t numberOfElements) {
-  if (numberOfElements < 2 || bufferInStorageOrder ||
-      layout_conversion::isSameInBothOrders(dimensions)) {
+  if (numberOfElements < 2 || bufferInStorageOrder) {
+    return layout_conversion::adopt(factory, std::move(buffer), dimensions);
+  }
+  if (layout_conversion::isSameInBothOrders(dimensions)) {
     return layout_conversion::adopt(factory, std::move(buffer), storedDimensions);
   }
   return convertRowMajorBufferToColumnMajor(factory, static_cast<const T*>(buffer.get()),

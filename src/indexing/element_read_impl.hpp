@@ -17,7 +17,7 @@ namespace element_read {
 // The element is taken over before an object is made of it. Null for a null address.
 template <class T>
 PyObject* makeNumberAt(const std::byte* address) {
-  if (address == nullptr) return nullptr;
+  if (address == nullptr || !hasNumber<T>) return nullptr;
   T element;
   std::memcpy(&element, address, sizeof(T));
   return makeNumber(element);

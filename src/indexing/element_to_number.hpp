@@ -7,12 +7,16 @@
 #include "module/element_types.hpp"
 #include "module/python.hpp"
 
+// There is no complex logical: its instances complete the templates, and give null without a look
+// at an element that no storage holds.
+template <class T>
+inline constexpr bool hasNumber = !std::is_same_v<T, std::complex<bool>>;
+
 // New reference, or null. A complex element is always a Python complex; a character is the number
-// of its code unit. There is no complex logical: that instance completes the dispatch and gives
-// null.
+// of its code unit.
 template <class T>
 PyObject* makeNumber(T element) {
-  if constexpr (std::is_same_v<T, std::complex<bool>>) {
+  if constexpr (!hasNumber<T>) {
     return nullptr;
   } else if constexpr (isComplexElement<T>) {
     return PyComplex_FromDoubles(static_cast<double>(element.real()),

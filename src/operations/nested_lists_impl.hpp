@@ -37,7 +37,7 @@ bool copyRun(const MCppPyArray& view, Position& fixed, const Run& run, T* elemen
   fixed.pop_back();
   if (first == nullptr || last == nullptr) return false;
   const std::int64_t bytes = run.step * storage->bytewiseStrides()[dimension];
-  for (std::int64_t k = 0; k < run.count; ++k, first += bytes) {
+  for (std::int64_t k = 0; hasNumber<T> && k < run.count; ++k, first += bytes) {
     std::memcpy(elements + k, first, sizeof(T));
   }
   return true;
@@ -62,7 +62,7 @@ bool fillWithElements(const MCppPyArray& view, Position& fixed, Run run, OnNull 
     for (std::int64_t k = 0; k < block.count; ++k, ++place) {
       PyObject* item = nullptr;
       if (areCopied) {
-        item = makeNumber(elements[static_cast<std::size_t>(k)]);
+        if constexpr (hasNumber<T>) item = makeNumber(elements[static_cast<std::size_t>(k)]);
       } else {
         fixed.push_back(block.start + k * block.step);
         item = view.getNumericPyObjectFromNormalizedIntIndices<T>(fixed);

@@ -111,11 +111,11 @@ static_assert(!std::is_copy_assignable_v<MCppPyArray>);
 static_assert(std::is_constructible_v<MCppPyArray, MCppPyArray&, bool>);
 static_assert(std::is_copy_constructible_v<MDArrayWrapper>);
 static_assert(!std::is_copy_assignable_v<MDArrayWrapper>);
-static_assert(isSame<decltype(std::declval<const MCppPyArray&>().getRestrictingIndices()),
-                     IndexChain>);
+static_assert(
+    isSame<decltype(std::declval<const MCppPyArray&>().getRestrictingIndices()), IndexChain>);
 static_assert(isSame<decltype(std::declval<MCppPyArray&>().getIndicesRef()), IndexChain&>);
-static_assert(isSame<decltype(std::declval<const MCppPyArray&>().shape()),
-                     const std::vector<std::int64_t>&>);
+static_assert(
+    isSame<decltype(std::declval<const MCppPyArray&>().shape()), const std::vector<std::int64_t>&>);
 static_assert(isSame<decltype(std::declval<const MCppPyArray&>().getOrder()), char>);
 static_assert(isSame<decltype(std::declval<const MCppPyArray&>().getNumberOfDimensions()), int>);
 static_assert(isSame<decltype(std::declval<const MCppPyArray&>().isReadOnly()), int>);
@@ -130,10 +130,11 @@ static_assert(isSame<std::variant_alternative_t<0, IndexVariant>, IntegerIndexIt
 static_assert(isSame<std::variant_alternative_t<1, IndexVariant>, SliceIndexItem>);
 static_assert(!IntegerIndexItem{}.m_isNormalized);
 static_assert(!SliceIndexItem{}.m_isNormalized && !SliceIndexItem{}.m_start &&
-              !SliceIndexItem{}.m_stop && !SliceIndexItem{}.m_step && !SliceIndexItem{}.m_slice_len);
+              !SliceIndexItem{}.m_stop && !SliceIndexItem{}.m_step &&
+              !SliceIndexItem{}.m_slice_len);
 static_assert(isSame<decltype(SliceIndexItem::m_slice_len), std::optional<std::int64_t>>);
-static_assert(isSame<decltype(getIntegerIndexFromIndexObject(nullptr)),
-                     std::optional<std::int64_t>>);
+static_assert(
+    isSame<decltype(getIntegerIndexFromIndexObject(nullptr)), std::optional<std::int64_t>>);
 
 // --- Construction
 
@@ -145,8 +146,7 @@ VELMARDATA_FOR_EACH_ARRAY_TYPE(X)
 static_assert(!std::is_copy_constructible_v<FinalConstructorParser<double>>);
 static_assert(isSame<decltype(ConversionFailure::exceptionClass), PyObject*>);
 static_assert(isSame<decltype(ConversionResult<bool>::value), std::optional<bool>>);
-static_assert(
-    isSame<decltype(ConversionResult<bool>::failure), std::optional<ConversionFailure>>);
+static_assert(isSame<decltype(ConversionResult<bool>::failure), std::optional<ConversionFailure>>);
 static_assert(isSame<decltype(convertDoubleToFloat(1.0)), float>);
 
 // --- Handlers promise nothing about exceptions: one that is no one's to catch has to get out.
@@ -154,7 +154,7 @@ static_assert(isSame<decltype(convertDoubleToFloat(1.0)), float>);
 static_assert(!noexcept(MCPyArray_Delete(nullptr)));
 static_assert(!noexcept(MCPyArray_NumElemsInFirstDim(nullptr)));
 static_assert(!noexcept(MCPyIter_GetIter(nullptr)));
-#define X(name, number, enumerator, type, ...)                     \
+#define X(name, number, enumerator, type, ...)                              \
   static_assert(!noexcept(MCPyArray_New<type>(nullptr, nullptr, nullptr))); \
   static_assert(!noexcept(MCPyArray_GetItem<type>(nullptr, 0)));            \
   static_assert(!noexcept(MCPyArray_GetViaIndex<type>(nullptr, nullptr)));  \
@@ -165,7 +165,9 @@ VELMARDATA_FOR_EACH_CLASS_TYPE(X)
 
 // --- Texts that more than one place reports
 
-constexpr bool reads(std::string_view message, std::string_view text) { return message == text; }
+constexpr bool reads(std::string_view message, std::string_view text) {
+  return message == text;
+}
 static_assert(reads(messages::objectNotInitialized, "object not initialized."));
 static_assert(reads(messages::cannotInitializeObject, "unable to initialize C object."));
 static_assert(reads(messages::nullDataPointer, "null data pointer."));

@@ -51,7 +51,10 @@ const ComposedRow composedRows[] = {
     {"slice(None, None, -1)", "slice(1, 3)", 10, "8:6:-1/2", {8, 7}},
     {"slice(1, 10, 2)", "slice(None, None, -1)", 10, "9:-1:-2/5", {9, 7, 5, 3, 1}},
     {"slice(None, None, -2)", "slice(None, None, -1)", 10, "1:11:2/5", {1, 3, 5, 7, 9}},
-    {"slice(None, None, -1)", "slice(None, None, -1)", 10, "0:10:1/10",
+    {"slice(None, None, -1)",
+     "slice(None, None, -1)",
+     10,
+     "0:10:1/10",
      {0, 1, 2, 3, 4, 5, 6, 7, 8, 9}},
     {"slice(0, 4, 2)", "slice(1, 2)", 4, "2:4:2/1", {2}},
     // An empty child of a run keeps the run's first position and its own step.
@@ -118,10 +121,10 @@ Numbers numbersOf(const PyRef& list) {
 // The same positions as subscripts of a list have, one after the other.
 TEST(SliceOfSlice, ComposesAsPythonDoes) {
   const std::vector<std::string> subscripts = {
-      "slice(None)",     "slice(1, None)",      "slice(-3, None)", "slice(None, -1)",
-      "slice(2, 4)",     "slice(4, 2)",         "slice(0, 9)",     "slice(None, None, 2)",
-      "slice(1, 9, 3)",  "slice(None, None, -1)", "slice(5, 0, -2)", "slice(-2, None, -3)",
-      "slice(7, 9)",     "slice(None, None, 9)", "slice(1, None, -9)"};
+      "slice(None)",    "slice(1, None)",        "slice(-3, None)",   "slice(None, -1)",
+      "slice(2, 4)",    "slice(4, 2)",           "slice(0, 9)",       "slice(None, None, 2)",
+      "slice(1, 9, 3)", "slice(None, None, -1)", "slice(5, 0, -2)",   "slice(-2, None, -3)",
+      "slice(7, 9)",    "slice(None, None, 9)",  "slice(1, None, -9)"};
   const PyRef numbers = evaluate("list(range(10))");
   for (std::int64_t length = 0; length < 8; ++length) {
     const PyRef whole = PyRef::steal(PySequence_GetSlice(numbers.get(), 0, length));
@@ -189,7 +192,7 @@ struct IntegerRow {
 
 TEST(IntegerOfSlice, IsAStorageCoordinateNormalisedAgainstNothing) {
   const IntegerRow rows[] = {
-      {slice(1, 3, 1, 2), 0, 1},    {slice(1, 3, 1, 2), 1, 2},   {slice(1, 10, 2, 5), 4, 9},
+      {slice(1, 3, 1, 2), 0, 1},    {slice(1, 3, 1, 2), 1, 2},    {slice(1, 10, 2, 5), 4, 9},
       {slice(9, -1, -1, 10), 0, 9}, {slice(9, -1, -1, 10), 9, 0}, {slice(4, -2, -2, 3), 2, 0},
       {slice(0, 10, 1, 0), 9, 9},  // the positions count, and not the length of the item
   };
@@ -238,8 +241,7 @@ TEST(CompositionFailure, WithoutAFinalSlice) {
 
 TEST(CompositionFailure, StepOfZero) {
   SliceIndexItem child = {99, 3, 0, none, false};
-  EXPECT_FALSE(
-      viewEndingIn(slice(1, 10, 2, 5))->getReplacementIndexForSliceAndSlice(child, 10));
+  EXPECT_FALSE(viewEndingIn(slice(1, 10, 2, 5))->getReplacementIndexForSliceAndSlice(child, 10));
   EXPECT_TRUE(raised(PyExc_ValueError, "slice step cannot be zero."));
   EXPECT_EQ(describe(child), "4:3:0/-?") << "normalised as far as the step";
 }
@@ -413,10 +415,8 @@ TEST(ViewsOfPython, HaveIntegersAndAtMostOneSlice) {
     EXPECT_EQ(describe(viewOf(array).getRestrictingIndices()), "") << "the parent stays";
   }
   const PyRef longer = makeRecord(makeArray<double>({16, 2}));
-  EXPECT_EQ(
-      describe(
-          viewOf(evaluate("a[::2][::2][::2]", {{"a", longer}})).getRestrictingIndices()),
-      "0:16:8/2");
+  EXPECT_EQ(describe(viewOf(evaluate("a[::2][::2][::2]", {{"a", longer}})).getRestrictingIndices()),
+            "0:16:8/2");
 }
 
 }  // namespace

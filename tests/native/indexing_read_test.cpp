@@ -32,9 +32,9 @@ std::vector<std::pair<P, std::string>> partsAndTexts() {
     return {{true, "True"}, {false, "False"}, {true, "True"}};
   } else {
     std::vector<std::pair<P, std::string>> rows;
-    for (const P value : {std::numeric_limits<P>::min(), P{0}, P{1},
-                          static_cast<P>(std::numeric_limits<P>::max() - 1),
-                          std::numeric_limits<P>::max()}) {
+    for (const P value :
+         {std::numeric_limits<P>::min(), P{0}, P{1},
+          static_cast<P>(std::numeric_limits<P>::max() - 1), std::numeric_limits<P>::max()}) {
       const std::string text = std::to_string(static_cast<std::int64_t>(value));
       rows.emplace_back(value, sizeof(P) == 8 && value > P{1} && std::is_unsigned_v<P>
                                    ? std::to_string(static_cast<std::uint64_t>(value))
@@ -76,11 +76,10 @@ ViewPointer columnOf(const std::vector<std::pair<T, std::string>>& rows) {
   for (std::size_t i = 0; i < rows.size(); ++i) {
     static_cast<T*>(buffer.get())[i] = rows[i].first;
   }
-  return std::make_unique<MCppPyArray>(
-      foundation::velmardata::ArrayFactory().createArrayFromBuffer(
-          {rows.size(), 1}, foundation::velmardata::arrayTypeOf<T>, std::move(buffer),
-          velmardata_testing::storageLayout),
-      classOfElement<T>(), isComplexElement<T>, true);
+  return std::make_unique<MCppPyArray>(foundation::velmardata::ArrayFactory().createArrayFromBuffer(
+                                           {rows.size(), 1}, foundation::velmardata::arrayTypeOf<T>,
+                                           std::move(buffer), velmardata_testing::storageLayout),
+                                       classOfElement<T>(), isComplexElement<T>, true);
 }
 
 template <class T>
@@ -123,9 +122,9 @@ TYPED_TEST(ReadElement, OutsideTheMirrorIsReported) {
 
 TYPED_TEST(ReadElement, OffsetOutOfRangeGivesNothingAndNoError) {
   const ViewPointer array = makeArray<TypeParam>({2, 3});
-  for (const std::int64_t offset : {std::int64_t{-1}, std::int64_t{6}, std::int64_t{7},
-                                    std::numeric_limits<std::int64_t>::max(),
-                                    std::numeric_limits<std::int64_t>::min()}) {
+  for (const std::int64_t offset :
+       {std::int64_t{-1}, std::int64_t{6}, std::int64_t{7},
+        std::numeric_limits<std::int64_t>::max(), std::numeric_limits<std::int64_t>::min()}) {
     SCOPED_TRACE(offset);
     EXPECT_EQ(array->wrapper()->getElementAsPyObjectFromElementOffset(offset), nullptr);
   }
@@ -172,11 +171,9 @@ TEST(ReadAnyElement, TypeIsThatOfTheTemplateAndNotOfTheArray) {
 // There is no complex logical; the instance gives no object, says nothing and reads nothing.
 TEST(ReadAnyElement, ComplexLogicalIsNoObject) {
   const ViewPointer array = makeArray<bool>({1, 1});
-  EXPECT_EQ(array->getNumericPyObjectFromNormalizedIntIndices<std::complex<bool>>({0, 0}),
-            nullptr);
+  EXPECT_EQ(array->getNumericPyObjectFromNormalizedIntIndices<std::complex<bool>>({0, 0}), nullptr);
   EXPECT_TRUE(raisedNothing());
-  EXPECT_EQ(array->getNumericPyObjectFromNormalizedIntIndices<std::complex<bool>>({1, 0}),
-            nullptr);
+  EXPECT_EQ(array->getNumericPyObjectFromNormalizedIntIndices<std::complex<bool>>({1, 0}), nullptr);
   EXPECT_TRUE(raised(PyExc_RuntimeError, "null data pointer."));
 }
 
@@ -191,9 +188,11 @@ struct ViewRow {
   const char* lengths;  // of the result and what it holds; "" for a number
 };
 constexpr ViewRow viewRows[] = {
-    {"a[0]", "(3, 2)"},     {"a[-1]", "(3, 2)"},     {"a[0:1]", "(1, 3)"}, {"a[True]", "(3, 2)"},
-    {"a[::-1]", "(4, 3)"},  {"a[0:0]", "(0, None)"}, {"a[1:3][0]", "(3, 2)"},
-    {"a[0][1:2]", "(1, 2)"}, {"a[0][1]", "(2, None)"}, {"a[1][2][0:1]", "(1, None)"},
+    {"a[0]", "(3, 2)"},       {"a[-1]", "(3, 2)"},
+    {"a[0:1]", "(1, 3)"},     {"a[True]", "(3, 2)"},
+    {"a[::-1]", "(4, 3)"},    {"a[0:0]", "(0, None)"},
+    {"a[1:3][0]", "(3, 2)"},  {"a[0][1:2]", "(1, 2)"},
+    {"a[0][1]", "(2, None)"}, {"a[1][2][0:1]", "(1, None)"},
 };
 
 TYPED_TEST(Subscript, MakesViewsOfTheClass) {
@@ -205,9 +204,9 @@ TYPED_TEST(Subscript, MakesViewsOfTheClass) {
     EXPECT_EQ(Py_TYPE(view.get()), Py_TYPE(array.get()));
     EXPECT_FALSE(viewOf(view).isComplex());
     EXPECT_EQ(viewOf(view).buf(), viewOf(array).buf());
-    const PyRef lengths = evaluate(
-        "(len(v), len(v[0]) if len(v) and hasattr(type(v[0]), '__len__') else None)",
-        {{"v", view}});
+    const PyRef lengths =
+        evaluate("(len(v), len(v[0]) if len(v) and hasattr(type(v[0]), '__len__') else None)",
+                 {{"v", view}});
     EXPECT_EQ(reprOf(lengths), row.lengths);
   }
 }
@@ -216,11 +215,12 @@ TYPED_TEST(Subscript, ThatFixesTheLastDimensionReadsTheElement) {
   const PyRef array = makeRecord(makeArray<TypeParam>({4, 3, 2}));
   for (const char* indices : {"0, 0, 0", "3, 2, 1", "1, 2, 0", "2, 0, 1"}) {
     SCOPED_TRACE(indices);
-    const PyRef number = evaluate(
-        std::string("(lambda i, j, k: a[i][j][k])(") + indices + ")", {{"a", array}});
-    const PyRef place = evaluate(std::string("(lambda i, j, k: i + 4 * j + 12 * k)(") + indices + ")");
-    const PyRef expected = PyRef::steal(
-        viewOf(array).wrapper()->getElementAsPyObjectFromElementOffset(
+    const PyRef number =
+        evaluate(std::string("(lambda i, j, k: a[i][j][k])(") + indices + ")", {{"a", array}});
+    const PyRef place =
+        evaluate(std::string("(lambda i, j, k: i + 4 * j + 12 * k)(") + indices + ")");
+    const PyRef expected =
+        PyRef::steal(viewOf(array).wrapper()->getElementAsPyObjectFromElementOffset(
             PyLong_AsSsize_t(place.get())));
     EXPECT_EQ(reprOf(number), reprOf(expected));
     EXPECT_EQ(Py_TYPE(number.get()), typeOfNumbers<TypeParam>());
@@ -305,6 +305,15 @@ TEST(SubscriptFailure, LengthBelowZeroHasNoErrorOfItsOwn) {
   EXPECT_EQ(MCPyArray_GetViaIndex<double>(view.get(), evaluate("slice(None)").get()), nullptr);
   EXPECT_EQ(MCPyArray_GetItem<double>(view.get(), 0), nullptr);
   EXPECT_TRUE(raisedNothing());
+}
+
+TEST(SubscriptFailure, SliceAmongTheIntegers) {
+  const PyRef view = makeRecord(makeArray<double>({10, 2}));
+  viewOf(view).getIndicesRef().emplace_back(slice(1, 3, 1, 2));
+  IntegerIndexItem item{0, true};
+  ASSERT_TRUE(viewOf(view).appendIndexItem(item));
+  EXPECT_EQ(PyObject_GetItem(view.get(), evaluate("0").get()), nullptr);
+  EXPECT_TRUE(raised(PyExc_RuntimeError, "slice index unexpectedly found."));
 }
 
 TEST(SubscriptFailure, UnreadableSliceKeepsTheErrorOfTheInterpreter) {

@@ -17,7 +17,9 @@ using namespace python_testing;
 using Numbers = std::vector<std::int64_t>;
 constexpr std::int64_t largest = std::numeric_limits<std::int64_t>::max();
 
-IndexVariant integer(std::int64_t index) { return IntegerIndexItem{index, true}; }
+IndexVariant integer(std::int64_t index) {
+  return IntegerIndexItem{index, true};
+}
 
 // --- The range of a dimension
 
@@ -48,12 +50,12 @@ struct ContainedRow {
   bool expected;
 };
 constexpr ContainedRow containedRows[] = {
-    {1, 1, 4, 1, true},    {3, 1, 4, 1, true},    {4, 1, 4, 1, false},  {0, 1, 4, 1, false},
-    {2, 1, 4, 2, true},    // between two positions
-    {2, 2, 3, 0, true},    {3, 2, 3, 0, false},   {1, 2, 3, 0, false},
-    {4, 4, -1, -1, true},  {0, 4, -1, -1, true},  {-1, 4, -1, -1, false}, {5, 4, -1, -1, false},
-    {1, 4, 1, -1, false},  {2, 4, 1, -1, true},   {3, 4, 1, -2, true},
-    {0, 0, 0, 1, false},   {0, 0, 0, -1, false},  {2, 4, 1, 1, false},  {2, 1, 4, -1, false},
+    {1, 1, 4, 1, true},   {3, 1, 4, 1, true},     {4, 1, 4, 1, false},   {0, 1, 4, 1, false},
+    {2, 1, 4, 2, true},  // between two positions
+    {2, 2, 3, 0, true},   {3, 2, 3, 0, false},    {1, 2, 3, 0, false},   {4, 4, -1, -1, true},
+    {0, 4, -1, -1, true}, {-1, 4, -1, -1, false}, {5, 4, -1, -1, false}, {1, 4, 1, -1, false},
+    {2, 4, 1, -1, true},  {3, 4, 1, -2, true},    {0, 0, 0, 1, false},   {0, 0, 0, -1, false},
+    {2, 4, 1, 1, false},  {2, 1, 4, -1, false},
 };
 
 TEST(HalfOpenRange, IncludesTheStartAndNotTheStop) {
@@ -71,13 +73,30 @@ struct LastRow {
   bool expected;
 };
 constexpr LastRow lastRows[] = {
-    {0, 0, 0, true},          {9, 3, 0, true},
-    {3, 4, 1, true},          {2, 4, 1, false},         {4, 4, 1, false},  {5, 4, 1, false},
-    {2, 4, 2, true},          {1, 4, 2, false},         {3, 4, 99, true},  {1, 4, 3, true},
-    {0, -1, -1, true},        {1, -1, -1, false},       {-1, -1, -1, false}, {-2, -1, -1, false},
-    {1, -1, -2, true},        {2, -1, -2, false},       {4, 3, -99, true}, {2, -1, -3, true},
-    {0, 1, largest, true},    {5, largest, largest, true}, {0, largest, 1, false},
-    {0, -1, -largest, true},  {-5, -largest, -largest, true}, {0, -largest, -1, false},
+    {0, 0, 0, true},
+    {9, 3, 0, true},
+    {3, 4, 1, true},
+    {2, 4, 1, false},
+    {4, 4, 1, false},
+    {5, 4, 1, false},
+    {2, 4, 2, true},
+    {1, 4, 2, false},
+    {3, 4, 99, true},
+    {1, 4, 3, true},
+    {0, -1, -1, true},
+    {1, -1, -1, false},
+    {-1, -1, -1, false},
+    {-2, -1, -1, false},
+    {1, -1, -2, true},
+    {2, -1, -2, false},
+    {4, 3, -99, true},
+    {2, -1, -3, true},
+    {0, 1, largest, true},
+    {5, largest, largest, true},
+    {0, largest, 1, false},
+    {0, -1, -largest, true},
+    {-5, -largest, -largest, true},
+    {0, -largest, -1, false},
 };
 
 TEST(HalfOpenRange, KnowsItsLastPosition) {
@@ -117,12 +136,18 @@ const WalkRow walkRows[] = {
      {slice(2, -1, -1, 3)},
      {2, 0},
      {{2, 1}, {1, 0}, {1, 1}, {0, 0}, {0, 1}}},
-    {"columns of a row backwards", {2, 3}, {integer(1), slice(2, -1, -1, 3)}, {1, 2},
+    {"columns of a row backwards",
+     {2, 3},
+     {integer(1), slice(2, -1, -1, 3)},
+     {1, 2},
      {{1, 1}, {1, 0}}},
     {"every other row", {5, 2}, {slice(1, 5, 2, 2)}, {1, 0}, {{1, 1}, {3, 0}, {3, 1}}},
     {"one position", {5, 1}, {slice(3, 4, 9, 1)}, {3, 0}, {}},
     // Entries behind are set to the start of their run and not to 0.
-    {"run in the second dimension", {2, 5}, {slice(0, 2, 1, 2), slice(3, 0, -2, 2)}, {0, 3},
+    {"run in the second dimension",
+     {2, 5},
+     {slice(0, 2, 1, 2), slice(3, 0, -2, 2)},
+     {0, 3},
      {{0, 1}, {1, 3}, {1, 1}}},
     {"empty run", {5, 2}, {slice(0, 0, 1, 0)}, {0, 0}, {{0, 1}}},
     {"empty run alone", {5}, {slice(0, 0, 1, 0)}, {0}, {}},
@@ -206,7 +231,11 @@ const ContainmentRow containmentRows[] = {
     // Deliberate: a run that reaches down to 0 ends the test.
     {"backwards to the first, others outside", {9, 2}, {slice(6, -1, -1, 7)}, {3, 99}, 2, true},
     {"backwards above 0, others outside", {9, 2}, {slice(6, 0, -1, 6)}, {3, 99}, 2, false},
-    {"behind the one that ends the test", {2, 9}, {integer(0), slice(6, -1, -1, 7)}, {1, 3}, 2,
+    {"behind the one that ends the test",
+     {2, 9},
+     {integer(0), slice(6, -1, -1, 7)},
+     {1, 3},
+     2,
      false},
     {"empty run", {9}, {slice(0, 0, 1, 0)}, {0}, 1, false},
     {"no elements", {0, 3}, {}, {0, 0}, 2, false},
@@ -349,8 +378,8 @@ TEST(FullPosition, HasTheStoredIndicesAndTheNewOneLast) {
   for (const Row& row : rows) {
     const MCppPyArray view(*array, row.stored, false);
     bool success = false;
-    EXPECT_EQ(entriesOf(view.getIntIndicesOfElementFromStoredIntIndicesAndNewIntIndex(
-                  row.newIndex, success)),
+    EXPECT_EQ(entriesOf(view.getIntIndicesOfElementFromStoredIntIndicesAndNewIntIndex(row.newIndex,
+                                                                                      success)),
               row.expected);
     EXPECT_TRUE(success);
   }
@@ -359,14 +388,14 @@ TEST(FullPosition, HasTheStoredIndicesAndTheNewOneLast) {
 TEST(FullPosition, Refusals) {
   const PartOfArray part(false);
   bool success = true;
-  EXPECT_TRUE(part.view.getIntIndicesOfElementFromStoredIntIndicesAndNewIntIndex(1, success)
-                  .empty());
+  EXPECT_TRUE(
+      part.view.getIntIndicesOfElementFromStoredIntIndicesAndNewIntIndex(1, success).empty());
   EXPECT_FALSE(success);
   EXPECT_TRUE(raised(PyExc_RuntimeError, "slice index unexpectedly found."));
 
   success = true;
-  EXPECT_TRUE(part.view.getIntIndicesOfElementFromStoredIntIndicesAndNewIntIndex(-1, success)
-                  .empty());
+  EXPECT_TRUE(
+      part.view.getIntIndicesOfElementFromStoredIntIndicesAndNewIntIndex(-1, success).empty());
   EXPECT_FALSE(success);
   EXPECT_TRUE(raised(PyExc_RuntimeError, "index not normalized.")) << "comes before the chain";
 }
@@ -378,18 +407,17 @@ TEST(ElementAddress, IsTheBaseAndTheStridesOfTheEntries) {
     Position position;
     std::int64_t offset;
   };
-  const Row rows[] = {{{}, 0},        {{3}, 24},          {{0, 1, 0}, 32},
+  const Row rows[] = {{{}, 0},          {{3}, 24},        {{0, 1, 0}, 32},
                       {{1, 2, 3}, 552}, {{3, 4, 5}, 952}, {{4, 0, 0}, 32}};
   for (const Row& row : rows) {
-    EXPECT_EQ(array->getAddressOfElementFromNormalizedIntIndices(row.position),
-              base + row.offset);
+    EXPECT_EQ(array->getAddressOfElementFromNormalizedIntIndices(row.position), base + row.offset);
     EXPECT_TRUE(raisedNothing());
   }
 }
 
 TEST(ElementAddress, OutsideTheMirrorIsNull) {
   const ViewPointer array = makeArray<double>({4, 5, 6});
-  const Position positions[] = {{0, 0, 6}, {-1, 0, 0},       {0, 0, -1},
+  const Position positions[] = {{0, 0, 6},   {-1, 0, 0},      {0, 0, -1},
                                 {120, 0, 0}, {largest, 0, 0}, {0, 0, 0, 0}};
   for (const Position& position : positions) {
     SCOPED_TRACE(testing::PrintToString(entriesOf(position)));

@@ -27,8 +27,7 @@ template <class T>
 struct IsHandleOf {
   template <class Handle>
   bool operator()(Handle&&) const {
-    using Expected =
-        std::conditional_t<std::is_same_v<T, char16_t>, CharArray, TypedArray<T>>;
+    using Expected = std::conditional_t<std::is_same_v<T, char16_t>, CharArray, TypedArray<T>>;
     return std::is_same_v<std::remove_cvref_t<Handle>, Expected>;
   }
 };

@@ -38,8 +38,8 @@ TEST(PrintAndClearErrorIfAny, PrintsToTheErrorStreamOfPython) {
 }
 
 TEST(MakePyObjectFromLong, GivesInts) {
-  for (const long value : {0L, 1L, -1L, 4096L, std::numeric_limits<long>::min(),
-                           std::numeric_limits<long>::max()}) {
+  for (const long value :
+       {0L, 1L, -1L, 4096L, std::numeric_limits<long>::min(), std::numeric_limits<long>::max()}) {
     const PyRef number = PyRef::steal(makePyObjectFromLong(value));
     EXPECT_EQ(reprOf(number), std::to_string(value));
     EXPECT_EQ(Py_TYPE(number.get()), &PyLong_Type);

@@ -62,8 +62,8 @@ TYPED_TEST(NestedList, OfARunHoldsItInItsOrder) {
   const PyRef list = allContents<TypeParam>(row);
   ASSERT_EQ(PyList_Size(list.get()), 3);
   for (std::int64_t k = 0; k < 3; ++k) {
-    const PyRef expected = PyRef::steal(
-        array->wrapper()->getElementAsPyObjectFromElementOffset(1 + 2 * (7 - 3 * k)));
+    const PyRef expected =
+        PyRef::steal(array->wrapper()->getElementAsPyObjectFromElementOffset(1 + 2 * (7 - 3 * k)));
     EXPECT_EQ(textOf(PyList_GetItem(list.get(), k), PyObject_Repr), reprOf(expected));
   }
 }
@@ -100,7 +100,8 @@ const PartRow partRows[] = {
     {{1, 3}, "a", "[[1.0, 2.0, 3.0]]"},
     {{3, 1}, "a", "[[1.0], [2.0], [3.0]]"},
     {{2, 3}, "a", "[[1.0, 3.0, 5.0], [2.0, 4.0, 6.0]]"},
-    {{2, 3, 2}, "a",
+    {{2, 3, 2},
+     "a",
      "[[[1.0, 7.0], [3.0, 9.0], [5.0, 11.0]], [[2.0, 8.0], [4.0, 10.0], [6.0, 12.0]]]"},
     {{0, 0}, "a", "[]"},
     {{0, 3}, "a", "[]"},

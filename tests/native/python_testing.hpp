@@ -102,16 +102,16 @@ inline testing::AssertionResult raised(PyObject* exceptionClass, const std::stri
   const PythonError error = takeError();
   if (!error.type) return testing::AssertionFailure() << "no error is set; expected: " << text;
   if (error.type.get() == exceptionClass && error.text == text) return testing::AssertionSuccess();
-  return testing::AssertionFailure() << "the error is " << textOf(error.type.get()) << "\n  "
-                                     << error.text << "\nexpected: " << textOf(exceptionClass)
-                                     << "\n  " << text;
+  return testing::AssertionFailure()
+         << "the error is " << textOf(error.type.get()) << "\n  " << error.text
+         << "\nexpected: " << textOf(exceptionClass) << "\n  " << text;
 }
 // The same for an error of the interpreter's own, whose words are its business.
 inline testing::AssertionResult raisedOwn(PyObject* exceptionClass) {
   const PythonError error = takeError();
   if (error.type.get() == exceptionClass) return testing::AssertionSuccess();
-  return testing::AssertionFailure() << (error.type ? textOf(error.type.get()) : "no error")
-                                     << ": " << error.text;
+  return testing::AssertionFailure()
+         << (error.type ? textOf(error.type.get()) : "no error") << ": " << error.text;
 }
 inline testing::AssertionResult raisedNothing() {
   const PythonError error = takeError();

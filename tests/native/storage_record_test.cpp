@@ -59,9 +59,7 @@ TEST_P(Records, HandlersRefuseARecordWithoutAView) {
   const PyRef noSubscript = evaluate("None");
   for (PyObject* self : {record.get(), static_cast<PyObject*>(nullptr)}) {
     SCOPED_TRACE(self != nullptr ? "record without a view" : "no record");
-    const auto refused = [] {
-      return raised(PyExc_RuntimeError, "object not initialized.");
-    };
+    const auto refused = [] { return raised(PyExc_RuntimeError, "object not initialized."); };
     for (const int slot : {Py_sq_length, Py_mp_length}) {
       const auto length = reinterpret_cast<lenfunc>(PyType_GetSlot(type(), slot));
       EXPECT_EQ(length(self), -1);
@@ -153,7 +151,7 @@ TEST(RecordHelpers, DestroyedRecordDestroysItsView) {
 }
 
 TEST(Tables, HoldTheClassesInTheirOrder) {
-  const char* const names[] = {"double", "single", "int8",   "uint8", "int16",  "uint16",
+  const char* const names[] = {"double", "single", "int8",  "uint8",  "int16",  "uint16",
                                "int32",  "uint32", "int64", "uint64", "logical"};
   for (std::size_t i = 0; i < numberOfArrayClasses; ++i) {
     SCOPED_TRACE(names[i]);

@@ -349,8 +349,8 @@ struct WeakSubscriptRow {
 
 TEST(ViewObjects, SubscriptOfAWeakViewIsWeakAndItsSliceHasNoStorage) {
   const WeakSubscriptRow rows[] = {
-      {"a[1]", true, true},           {"a[1][2]", true, true},    {"a[1:]", false, false},
-      {"a[1][2:]", false, false},     {"a[1:][::-1]", false, false},
+      {"a[1]", true, true},       {"a[1][2]", true, true},       {"a[1:]", false, false},
+      {"a[1][2:]", false, false}, {"a[1:][::-1]", false, false},
   };
   const ViewPointer owner = makeArray<double>({4, 5, 6});
   const PyRef weak = PyRef::steal(owner->shallowCopyToMCPyArray());

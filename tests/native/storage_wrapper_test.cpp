@@ -193,10 +193,19 @@ struct OffsetRow {
 
 TEST(WrapperOffsets, CountElements) {
   const OffsetRow rows[] = {
-      {{}, 0},       {{0}, 0},      {{1}, 1},       {{0, 0}, 0},   {{1, 0}, 1},
-      {{0, 1}, 2},   {{1, 2}, 5},   {{0, 0, 0}, -1}, {{0, 0, 0, 0}, -1},
+      {{}, 0},
+      {{0}, 0},
+      {{1}, 1},
+      {{0, 0}, 0},
+      {{1, 0}, 1},
+      {{0, 1}, 2},
+      {{1, 2}, 5},
+      {{0, 0, 0}, -1},
+      {{0, 0, 0, 0}, -1},
       // No index is tested against a range.
-      {{5, 5}, 15},  {{-1, 0}, -1}, {{0, -2}, -4},
+      {{5, 5}, 15},
+      {{-1, 0}, -1},
+      {{0, -2}, -4},
   };
   const MDArrayWrapper wrappers[] = {
       MDArrayWrapper(sampleArray<double>({2, 3}), 'F'),
@@ -227,9 +236,9 @@ TEST(WrapperNormalizedIndex, CountsFromTheEndOrMarksTheOutside) {
     std::int64_t dimension;
     std::int64_t expected;
   };
-  const Row rows[] = {{0, 0, 0},     {2, 0, 2},  {3, 0, -999}, {4, 0, -999},  {-1, 0, 2},
-                      {-3, 0, 0},    {-4, 0, -1}, {4, 1, 4},    {5, 1, -999},  {-5, 1, 0},
-                      {-1002, 0, -999}};
+  const Row rows[] = {{0, 0, 0},    {2, 0, 2},  {3, 0, -999},    {4, 0, -999},
+                      {-1, 0, 2},   {-3, 0, 0}, {-4, 0, -1},     {4, 1, 4},
+                      {5, 1, -999}, {-5, 1, 0}, {-1002, 0, -999}};
   for (const Row& row : rows) {
     SCOPED_TRACE(row.index);
     EXPECT_EQ(wrapper.normalizedIndex(row.index, row.dimension), row.expected);

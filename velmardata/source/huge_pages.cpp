@@ -32,7 +32,7 @@ void* mapRegion(std::uint64_t bytes) noexcept {
   const std::uint64_t intoPage = reinterpret_cast<std::uintptr_t>(mapped) % hugePage;
   const std::uint64_t before = (hugePage - intoPage) % hugePage;
   if (before != 0) munmap(start, before);
-  if (before != hugePage) munmap(start + before + bytes, hugePage - before);
+  munmap(start + before + bytes, hugePage - before);
   madvise(start + before, bytes, MADV_HUGEPAGE);  // only speed depends on the answer
   return start + before;
 }

@@ -1,0 +1,328 @@
+// From filled buffers to arrays: the enumeration of positions, what is reordered, what is adopted.
+#include "construct/layout_conversion_impl.hpp"
+
+#include <gtest/gtest.h>
+
+#include <complex>
+#include <cstdint>
+#include <limits>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "python_testing.hpp"
+
+namespace {
+
+using namespace python_testing;
+using foundation::velmardata::Array;
+using foundation::velmardata::TypedArray;
+using foundation::velmardata::standalone::ClientArrayFactory;
+using velmardata_testing::addressOf;
+using velmardata_testing::elementsOf;
+
+using Numbers = std::vector<std::int64_t>;
+
+std::int64_t productOf(const Numbers& dimensions) {
+  std::int64_t product = 1;
+  for (const std::int64_t dimension : dimensions) product *= dimension;
+  return product;
+}
+
+// --- Enumerating positions
+
+struct EnumerationRow {
+  const char* label;
+  Numbers extents;
+  Numbers strides;
+  Numbers fromLast;   // the first dimension fastest
+  Numbers fromFirst;  // the last dimension fastest
+};
+const EnumerationRow enumerationRows[] = {
+    {"2 by 3, row-major", {2, 3}, {3, 1}, {0, 3, 1, 4, 2, 5}, {0, 1, 2, 3, 4, 5}},
+    {"2 by 3, column-major", {2, 3}, {1, 2}, {0, 1, 2, 3, 4, 5}, {0, 2, 4, 1, 3, 5}},
+    {"one dimension", {4}, {10}, {0, 10, 20, 30}, {0, 10, 20, 30}},
+    {"2 by 2 by 2", {2, 2, 2}, {4, 2, 1}, {0, 4, 2, 6, 1, 5, 3, 7}, {0, 1, 2, 3, 4, 5, 6, 7}},
+    {"ones between", {1, 2, 1, 2}, {99, 2, 99, 1}, {0, 2, 1, 3}, {0, 1, 2, 3}},
+    {"negative strides", {2, 2}, {-10, 1}, {0, -10, 1, -9}, {0, 1, -10, -9}},
+    {"no strides", {2, 2}, {0, 0}, {0, 0, 0, 0}, {0, 0, 0, 0}},
+    {"one position", {1, 1, 1}, {5, 5, 5}, {0}, {0}},
+    {"zero first", {0, 3}, {3, 1}, {}, {}},
+    {"zero last", {3, 0}, {1, 1}, {}, {}},
+    {"zero between", {2, 0, 4}, {4, 4, 1}, {}, {}},
+    {"no dimensions", {}, {}, {}, {}},
+};
+
+TEST(HybridTraversalTest, EnumeratesInBothDirections) {
+  for (const EnumerationRow& row : enumerationRows) {
+    SCOPED_TRACE(row.label);
+    for (const bool fromLastDimension : {true, false}) {
+      Numbers indices;
+      Numbers counters(row.extents.size(), 0);
+      const bool ok = HybridTraversal::generateIndices<std::int64_t, decltype(nullptr)>(
+          row.extents, row.strides, indices, counters, fromLastDimension);
+      EXPECT_TRUE(ok);
+      EXPECT_EQ(indices, fromLastDimension ? row.fromLast : row.fromFirst);
+      EXPECT_EQ(counters, Numbers(row.extents.size(), 0)) << "zeros again";
+    }
+  }
+}
+
+TEST(HybridTraversalTest, AppendsToWhatIsThere) {
+  Numbers indices = {77};
+  Numbers counters(2, 0);
+  HybridTraversal::generateIndices<std::int64_t, decltype(nullptr)>({2, 1}, {5, 1}, indices,
+                                                                    counters, true);
+  EXPECT_EQ(indices, (Numbers{77, 0, 5}));
+}
+
+TEST(HybridTraversalTest, DeepNestingEndsInTheErrorOfTheInterpreter) {
+  const Numbers ones(200000, 1);
+  for (const bool fromLastDimension : {true, false}) {
+    Numbers indices;
+    Numbers counters(ones.size(), 0);
+    const bool ok = HybridTraversal::generateIndices<std::int64_t, decltype(nullptr)>(
+        ones, ones, indices, counters, fromLastDimension);
+    EXPECT_FALSE(ok);
+    EXPECT_TRUE(raisedOwn(PyExc_RecursionError));
+  }
+}
+
+TEST(RowMajorStrides, AreTheProductsOfTheLaterDimensions) {
+  const std::pair<Numbers, Numbers> rows[] = {
+      {{2, 3, 4}, {12, 4, 1}},     {{5}, {1}}, {{}, {}}, {{2, 3}, {3, 1}}, {{2, 0, 4}, {0, 4, 1}},
+      {{7, 1, 1, 2}, {2, 2, 2, 1}}};
+  for (const auto& [dimensions, expected] : rows) {
+    Numbers strides(dimensions.size(), -1);
+    computeRowMajorStrides(dimensions, strides);
+    EXPECT_EQ(strides, expected);
+  }
+}
+
+TEST(ExactNumberOfElements, NeverWraps) {
+  constexpr std::int64_t two32 = std::int64_t{1} << 32;
+  const std::pair<Numbers, std::optional<std::uint64_t>> rows[] = {
+      {{2, 3}, 6},
+      {{}, 1},
+      {{0, 3}, 0},
+      {{two32, two32, 0}, 0},
+      {{0, two32, two32}, 0},
+      {{two32, two32}, std::nullopt},
+      {{two32, two32 / 2}, std::uint64_t{1} << 63},
+      {{two32, two32 - 1}, (std::uint64_t{1} << 32) * ((std::uint64_t{1} << 32) - 1)},
+      {{two32, two32, two32}, std::nullopt},
+      {{std::numeric_limits<std::int64_t>::max(), 2}, ~std::uint64_t{0} - 1},
+      {{std::numeric_limits<std::int64_t>::max(), 3}, std::nullopt},
+  };
+  for (const auto& [dimensions, expected] : rows) {
+    SCOPED_TRACE(testing::PrintToString(dimensions));
+    EXPECT_EQ(exactNumberOfElements(dimensions), expected);
+  }
+}
+
+// --- The gather
+
+// Values without a pattern, so that an element in another's place is noticed.
+template <class T>
+T scattered(std::int64_t i) {
+  const auto bits = (static_cast<std::uint64_t>(i) + 1) * 0x9E3779B97F4A7C15U;
+  if constexpr (isComplexElement<T>) {
+    return T(static_cast<Part<T>>(bits >> 41), static_cast<Part<T>>(bits >> 37));
+  } else if constexpr (std::is_same_v<T, bool>) {
+    return (bits >> 40) % 2 != 0;
+  } else {
+    return static_cast<T>(bits >> 41);
+  }
+}
+
+template <class T>
+ElementBuffer<T> scatteredBuffer(std::int64_t count) {
+  auto buffer = createElementBuffer<T>(ClientArrayFactory(), static_cast<std::uint64_t>(count));
+  for (std::int64_t i = 0; i < count; ++i) buffer[static_cast<std::size_t>(i)] = scattered<T>(i);
+  return buffer;
+}
+
+// Where the element with number k of the storage stands in the nested lists: its indices, found
+// from the first to the last, in the number system of the rows.
+std::int64_t rowMajorPlace(std::int64_t k, const Numbers& dimensions) {
+  std::int64_t place = 0;
+  std::int64_t rest = k;
+  for (const std::int64_t dimension : dimensions) {
+    place = place * dimension + rest % dimension;
+    rest /= dimension;
+  }
+  return place;
+}
+
+const Numbers shapes[] = {
+    {2},
+    {7},
+    {1, 7},
+    {7, 1},
+    {2, 3},
+    {3, 2},
+    {8, 8},
+    {9, 17},
+    {67, 131},
+    {131, 67},
+    {1, 97},
+    {257, 65},
+    {2, 2, 2},
+    {2, 1, 2},
+    {129, 1, 33},
+    {17, 9, 23},
+    {1, 1, 19},
+    {19, 1, 1},
+    {2, 3, 4, 5},
+    {33, 5, 7, 11},
+    {1, 13, 1, 17},
+    {3, 5, 7, 9, 11},
+    {11, 1, 9, 1, 65},
+    {2, 2, 2, 2, 2},
+};
+
+template <class T>
+class Reorder : public ::testing::Test {};
+TYPED_TEST_SUITE(Reorder, AllTypes, TypeWords);
+
+TYPED_TEST(Reorder, PutsEachElementInItsPlace) {
+  for (const Numbers& dimensions : shapes) {
+    SCOPED_TRACE(testing::PrintToString(dimensions));
+    ClientArrayFactory factory;
+    const std::int64_t count = productOf(dimensions);
+    const auto source = scatteredBuffer<TypeParam>(count);
+    for (const bool throughDecision : {false, true}) {
+      auto buffer = scatteredBuffer<TypeParam>(count);
+      const std::optional<Array> array =
+          throughDecision ? makeTypedArrayFromBuf(std::move(buffer), false, factory, dimensions,
+                                                  dimensions, count)
+                          : convertRowMajorBufferToColumnMajor<TypeParam>(
+                                factory, source.get(), dimensions, dimensions, count);
+      ASSERT_TRUE(array);
+      EXPECT_EQ(array->getDimensions(), Dimensions(dimensions.begin(), dimensions.end()));
+      const TypedArray<TypeParam> typed(*array);
+      const TypeParam* const elements = std::to_address(typed.begin());
+      for (std::int64_t k = 0; k < count; ++k) {
+        ASSERT_EQ(elements[k], scattered<TypeParam>(rowMajorPlace(k, dimensions))) << k;
+      }
+    }
+    for (std::int64_t i = 0; i < count; ++i) {
+      ASSERT_EQ(source[static_cast<std::size_t>(i)], scattered<TypeParam>(i)) << "source changed";
+    }
+  }
+}
+
+TYPED_TEST(Reorder, GivesTheArrayTheStoredDimensions) {
+  ClientArrayFactory factory;
+  const auto source = scatteredBuffer<TypeParam>(6);
+  const std::optional<Array> array =
+      convertRowMajorBufferToColumnMajor<TypeParam>(factory, source.get(), {2, 3}, {6, 1}, 6);
+  ASSERT_TRUE(array);
+  EXPECT_EQ(array->getDimensions(), (Dimensions{6, 1}));
+  EXPECT_EQ(elementsOf(TypedArray<TypeParam>(*array)),
+            (std::vector<TypeParam>{scattered<TypeParam>(0), scattered<TypeParam>(3),
+                                    scattered<TypeParam>(1), scattered<TypeParam>(4),
+                                    scattered<TypeParam>(2), scattered<TypeParam>(5)}));
+}
+
+TEST(ReorderOfDoubles, KnownOrders) {
+  struct Row {
+    Numbers dimensions;
+    std::vector<double> expected;
+  };
+  const Row rows[] = {{{2, 3}, {1, 4, 2, 5, 3, 6}}, {{2, 2, 2}, {1, 5, 3, 7, 2, 6, 4, 8}}};
+  for (const Row& row : rows) {
+    ClientArrayFactory factory;
+    auto buffer = factory.createBuffer<double>(row.expected.size());
+    for (std::size_t i = 0; i < row.expected.size(); ++i) {
+      buffer[i] = static_cast<double>(i + 1);
+    }
+    const auto array = makeTypedArrayFromBuf(std::move(buffer), false, factory, row.dimensions,
+                                             row.dimensions, productOf(row.dimensions));
+    EXPECT_EQ(elementsOf(TypedArray<double>(*array)), row.expected);
+  }
+}
+
+TEST(ReorderFailure, MemoryThatCannotBeHad) {
+  ClientArrayFactory factory;
+  const auto source = scatteredBuffer<double>(4);
+  EXPECT_FALSE(convertRowMajorBufferToColumnMajor<double>(factory, source.get(), {2, 2}, {2, 2},
+                                                          std::int64_t{1} << 60));
+  EXPECT_TRUE(raised(PyExc_MemoryError,
+                     "unable to allocate memory for array with number of elements = "
+                     "1152921504606846976; type = double"));
+  const auto characters = scatteredBuffer<char16_t>(4);
+  EXPECT_FALSE(convertRowMajorBufferToColumnMajor<char16_t>(factory, characters.get(), {2, 2},
+                                                            {2, 2}, std::int64_t{1} << 61));
+  EXPECT_TRUE(raised(PyExc_MemoryError,
+                     "unable to allocate memory for array with number of elements = "
+                     "2305843009213693952; type = double"));
+}
+
+// --- Adoption
+
+template <class T>
+class Adoption : public ::testing::Test {
+ protected:
+  // Expects the array to have the block of a buffer of scattered elements.
+  static void expectAdopted(const Numbers& dimensions, bool bufferInStorageOrder,
+                            std::int64_t numberOfElements) {
+    ClientArrayFactory factory;
+    const std::int64_t count = productOf(dimensions);
+    auto buffer = scatteredBuffer<T>(count);
+    const void* const block = buffer.get();
+    const std::optional<Array> array = makeTypedArrayFromBuf(
+        std::move(buffer), bufferInStorageOrder, factory, dimensions, dimensions, numberOfElements);
+    ASSERT_TRUE(array);
+    EXPECT_EQ(buffer.get(), nullptr);  // NOLINT: what is moved from is the point
+    const TypedArray<T> typed(*array);
+    EXPECT_EQ(addressOf(typed), block);
+    EXPECT_EQ(array->getDimensions(), Dimensions(dimensions.begin(), dimensions.end()));
+    for (std::int64_t k = 0; k < count; ++k) ASSERT_EQ(typed.begin()[k], scattered<T>(k));
+  }
+};
+TYPED_TEST_SUITE(Adoption, AllTypes, TypeWords);
+
+TYPED_TEST(Adoption, OfABufferInStorageOrder) {
+  this->expectAdopted({2, 3}, true, 6);
+  this->expectAdopted({3, 5, 7}, true, 105);
+}
+
+TYPED_TEST(Adoption, OfABufferThatNeedsNoReordering) {
+  this->expectAdopted({2, 3}, false, 0);  // written in place: nothing was flattened
+  this->expectAdopted({1, 1}, false, 1);
+  this->expectAdopted({1, 1, 1, 1}, false, 1);
+  this->expectAdopted({0, 0}, false, 0);
+  this->expectAdopted({3, 0, 2}, false, 0);
+}
+
+// What is adopted gets the dimensions that drive a reorder; the stored ones belong to the reorder.
+TEST(AdoptionDimensions, AreThoseThatDriveAReorder) {
+  for (const bool bufferInStorageOrder : {true, false}) {
+    SCOPED_TRACE(bufferInStorageOrder);
+    ClientArrayFactory factory;
+    const auto array = makeTypedArrayFromBuf(scatteredBuffer<double>(6), bufferInStorageOrder,
+                                             factory, {2, 3}, {6, 1}, bufferInStorageOrder ? 6 : 1);
+    EXPECT_EQ(array->getDimensions(), (Dimensions{2, 3}));
+  }
+  ClientArrayFactory factory;
+  for (const Numbers& dimensions : {Numbers{2, 3}, Numbers{1, 6}}) {
+    SCOPED_TRACE(testing::PrintToString(dimensions));
+    const auto array =
+        makeTypedArrayFromBuf(scatteredBuffer<double>(6), false, factory, dimensions, {6, 1}, 6);
+    EXPECT_EQ(array->getDimensions(), (Dimensions{6, 1}));
+  }
+}
+
+TEST(AdoptionOrder, ReorderLeavesTheBufferWithTheCaller) {
+  ClientArrayFactory factory;
+  auto buffer = scatteredBuffer<double>(6);
+  const double* const block = buffer.get();
+  const auto array = makeTypedArrayFromBuf(std::move(buffer), false, factory, {2, 3}, {2, 3}, 6);
+  EXPECT_EQ(buffer.get(), block);  // NOLINT: that it was not moved from is the point
+  EXPECT_NE(addressOf(TypedArray<double>(*array)), block);
+}
+
+}  // namespace
