@@ -1,8 +1,6 @@
 // The plan of a reorder, and the instances of the layout conversion.
 #include "construct/layout_conversion_impl.hpp"
 
-namespace vd = foundation::velmardata;
-
 std::optional<std::uint64_t> exactNumberOfElements(const std::vector<std::int64_t>& dimensions) {
   // A zero anywhere makes the product 0, whatever the others would have overflowed to.
   if (std::find(dimensions.begin(), dimensions.end(), 0) != dimensions.end()) return 0;
@@ -81,12 +79,12 @@ bool makeTransposition(const std::vector<std::int64_t>& dimensions, Transpositio
 
 }  // namespace layout_conversion
 
-#define X(name, number, type)                                                             \
-  template std::optional<vd::Array> makeTypedArrayFromBuf<type>(                          \
-      ElementBuffer<type>&&, bool, vd::standalone::ClientArrayFactory&,                   \
-      const std::vector<std::int64_t>&, const std::vector<std::int64_t>&, std::int64_t);  \
-  template std::optional<vd::Array> convertRowMajorBufferToColumnMajor<type>(             \
-      vd::standalone::ClientArrayFactory&, const type*, const std::vector<std::int64_t>&, \
-      const std::vector<std::int64_t>&, std::int64_t);
+#define X(name, number, type)                                                                     \
+  template std::optional<foundation::velmardata::Array> makeTypedArrayFromBuf<type>(              \
+      ElementBuffer<type>&&, bool, foundation::velmardata::standalone::ClientArrayFactory&,       \
+      const std::vector<std::int64_t>&, const std::vector<std::int64_t>&, std::int64_t);          \
+  template std::optional<foundation::velmardata::Array> convertRowMajorBufferToColumnMajor<type>( \
+      foundation::velmardata::standalone::ClientArrayFactory&, const type*,                       \
+      const std::vector<std::int64_t>&, const std::vector<std::int64_t>&, std::int64_t);
 VELMARDATA_FOR_EACH_ARRAY_TYPE(X)
 #undef X

@@ -61,12 +61,14 @@ bool FinalConstructorParser<T>::reserveBuffer(std::uint64_t count) {
 
 template <class T>
 bool FinalConstructorParser<T>::growTo(std::uint64_t count) {
+  bool isReserved = false;
   try {
-    if (flattenedElements.reserve(count)) return true;
-  } catch (const std::exception&) {  // another data library may throw where ours gives null
+    isReserved = flattenedElements.reserve(count);
+  } catch (const std::exception&) {
+    isReserved = false;  // another data library may throw where ours gives null
   }
-  setOutOfMemory(count, typeWord<T>);
-  return false;
+  if (!isReserved) setOutOfMemory(count, typeWord<T>);
+  return isReserved;
 }
 
 template <class T>

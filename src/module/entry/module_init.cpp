@@ -59,18 +59,18 @@ PyTypeObject* makeClass(PyObject* module, PyType_Spec* spec, const char* name,
 
 PyObject* init_types(PyObject* module) {
   if (module == nullptr) {
-    std::cerr << "Could not initialize module." << std::endl;
+    std::cerr << "Could not initialize module." << '\n' << std::flush;
     return nullptr;
   }
   for (std::size_t i = 0; i < numberOfArrayClasses; ++i) {
     if (makeClass(module, TypeSpecPointers[i], MCPyArrayTypeNames[i], TypeObjectPointers[i]) ==
         nullptr) {
-      std::cerr << "Could not initialize type." << std::endl;
+      std::cerr << "Could not initialize type." << '\n' << std::flush;
       return nullptr;
     }
   }
   if (makeClass(module, &MCPyIterTypeSpec, "MCPyIter", MCPyIterTypeObj) == nullptr) {
-    std::cerr << "Could not initialize MCPyIter_Type." << std::endl;
+    std::cerr << "Could not initialize MCPyIter_Type." << '\n' << std::flush;
     return nullptr;
   }
   return module;
