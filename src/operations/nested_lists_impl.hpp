@@ -117,10 +117,16 @@ PyObject* MCppPyArray::getAllContentsAsPyList() const {
   const SliceIndexItem* slice = finalSlice();
   if (slice == nullptr) return getContentsAsPyList<T>(indices, indices.size());
 
-  const int dimensions = getNumberOfDimensions();
-  if (dimensions < 0) return nullptr;
+  std::size_t dimensions = 0;
+  std::int64_t length = 0;
+  {
+    const WrapperAccess storage = wrapper();
+    if (!storage) return nullptr;
+    dimensions = storage->shape().size();
+    if (indices.size() < dimensions) length = storage->shape()[indices.size()];
+  }
   if (!slice->m_isNormalized) {
-    slice->getIntegerIndexValues(-1, success);  // sets the error
+    slice->getIntegerIndexValues(length, success);  // sets the error
     return nullptr;
   }
   const std::int64_t count = slice->numberOfValues();
@@ -129,7 +135,7 @@ PyObject* MCppPyArray::getAllContentsAsPyList() const {
   PyRef list = PyRef::steal(PyList_New(run.count));
   if (!list || run.count == 0) return list.release();
   const std::uint64_t next = indices.size() + 1;
-  if (next == static_cast<std::uint64_t>(dimensions)) {
+  if (next == dimensions) {
     success = fillWithElements<T>(*this, indices, run, OnNull::Stop, list.get());
   } else {
     for (std::int64_t k = 0; success && k < run.count; ++k) {

@@ -67,7 +67,8 @@ MDArrayWrapper::MDArrayWrapper(const MDArrayWrapper& other)
       m_nDim(other.m_nDim),
       m_numElems(other.m_numElems),
       m_bufferSizeInBytes(other.m_bufferSizeInBytes),
-      m_elemSizeInBytes(other.m_elemSizeInBytes) {}
+      m_elemSizeInBytes(other.m_elemSizeInBytes),
+      m_isMirrorFilled(true) {}
 
 MDArrayWrapper::~MDArrayWrapper() {
   std::free(m_buf);

@@ -293,6 +293,7 @@ TYPED_TEST(Adoption, OfABufferInStorageOrder) {
 TYPED_TEST(Adoption, OfABufferThatNeedsNoReordering) {
   this->expectAdopted({2, 3}, false, 0);  // written in place: nothing was flattened
   this->expectAdopted({1, 1}, false, 1);
+  this->expectAdopted({2, 3}, false, 1);  // one element at most can need it
   this->expectAdopted({1, 1, 1, 1}, false, 1);
   this->expectAdopted({0, 0}, false, 0);
   this->expectAdopted({3, 0, 2}, false, 0);

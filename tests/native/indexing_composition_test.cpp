@@ -102,6 +102,13 @@ TEST(SliceOfSlice, StartPastTheValuesIsEmpty) {
   EXPECT_EQ(describe(child), "0:0:1/0");
 }
 
+TEST(SliceOfSlice, LengthIsLimitedToThePositionsOfTheParent) {
+  const ViewPointer view = viewEndingIn(slice(1, 10, 2, 5));
+  SliceIndexItem child = slice(1, 3, 1, 99);
+  EXPECT_TRUE(view->getReplacementIndexForSliceAndSlice(child, 10));
+  EXPECT_EQ(describe(child), "3:13:2/5");
+}
+
 TEST(SliceOfSlice, EmptyParentIsCopiedAsItStands) {
   // Without positions, in a form that only composition leaves behind.
   const ViewPointer view = viewEndingIn(slice(4, 4, 3, 0));
