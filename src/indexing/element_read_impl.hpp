@@ -49,8 +49,10 @@ PyObject* MCPyArray_GetItem(PyObject* self, Py_ssize_t index) {
   const std::int64_t fixed = view->getNumberOfIntegerIndicesSoFar();
   const std::int64_t length = view->getLengthOfActiveDimension();
   if (length < 0) return nullptr;
+  // An expired view has -1 dimensions, of which the next test speaks; a slice of a weak view never
+  // had storage that could have any.
   const int dimensions = view->getNumberOfDimensions();
-  if (dimensions < 0) return nullptr;
+  if (dimensions < 0 && !view->hasWeakPtrToWrapper()) return nullptr;
   if (dimensions <= fixed) {
     setError(PyExc_RuntimeError, messages::tooManyIndices);
     return nullptr;

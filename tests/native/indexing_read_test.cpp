@@ -289,6 +289,21 @@ TEST(SubscriptFailure, AllDimensionsFixed) {
   }
 }
 
+// The slice tells the length without the storage, so that the number of dimensions is what fails.
+TEST(SubscriptFailure, SliceOfStorageThatHasGone) {
+  const PyRef expired = makeRecord(makeExpiredView<double>({3, 4}));
+  viewOf(expired).getIndicesRef().emplace_back(slice(0, 2, 1, 2));
+  EXPECT_EQ(PyObject_Length(expired.get()), 2);
+  EXPECT_EQ(PyObject_GetItem(expired.get(), evaluate("0").get()), nullptr);
+  EXPECT_TRUE(raised(PyExc_RuntimeError, "too many indices."));
+
+  const PyRef empty = makeRecord(makeViewWithoutStorage<double>({3, 4}));
+  viewOf(empty).getIndicesRef().emplace_back(slice(0, 2, 1, 2));
+  EXPECT_EQ(PyObject_Length(empty.get()), 2);
+  EXPECT_EQ(PyObject_GetItem(empty.get(), evaluate("0").get()), nullptr);
+  EXPECT_TRUE(raisedExpired());
+}
+
 TEST(SubscriptFailure, SliceThatSaysMoreThanItHas) {
   const PyRef view = makeRecord(makeArray<double>({10, 2}));
   viewOf(view).getIndicesRef().emplace_back(slice(1, 3, 1, 5));
