@@ -123,8 +123,7 @@ std::optional<P> fromWide(Wide number, std::string& message) {
 }
 
 template <class T>
-ConversionResult<T> convertToRealFloating(PyObject* value) {
-  if (isFloat(value)) return success<T>(narrowed<T>(PyFloat_AsDouble(value)));
+[[gnu::noinline]] ConversionResult<T> convertOtherToRealFloating(PyObject* value) {
   ConversionResult<long long> integer = getLongLongFromPyObject(value);
   if (integer.value) return success<T>(static_cast<T>(*integer.value));
   if (integer.failure) {
@@ -134,6 +133,13 @@ ConversionResult<T> convertToRealFloating(PyObject* value) {
   }
   if (isComplexNumber(value)) return refuseComplex<T>();
   return fail<T>(makeRefusal(value));
+}
+
+// Floats are what these classes are mostly given: their way is inlined into the walks.
+template <class T>
+[[gnu::always_inline]] inline ConversionResult<T> convertToRealFloating(PyObject* value) {
+  if (isFloat(value)) return success<T>(narrowed<T>(PyFloat_AsDouble(value)));
+  return convertOtherToRealFloating<T>(value);
 }
 
 template <class T>
