@@ -62,3 +62,10 @@ PyObject* MCPyArray_GetRepr(PyObject* self) {
   template PyObject* MCPyArray_GetRepr<type>(PyObject*);
 VELMARDATA_FOR_EACH_CLASS_TYPE(X)
 #undef X
+#define X(type)                                                                               \
+  template std::optional<std::string> MCppPyArray::getStrAsStdString<type>(bool, bool) const; \
+  template PyObject* MCppPyArray::getStr<type>(bool, bool) const;
+#define X_REAL_AND_COMPLEX(name, number, enumerator, type, ...) X(type) X(std::complex<type>)
+VELMARDATA_FOR_EACH_CLASS_TYPE(X_REAL_AND_COMPLEX)
+#undef X_REAL_AND_COMPLEX
+#undef X
