@@ -15,7 +15,7 @@ ROOMS = {
     "module": {"module"},
     "storage": {"module", "storage"},
     "construct": {"module", "storage", "construct"},
-    "indexing": {"module", "storage", "indexing"},
+    "indexing": {"module", "storage", "construct", "indexing"},
     "operations": {"module", "storage", "construct", "indexing", "operations"},
     "module/entry": {"module", "storage", "construct", "indexing", "operations", "module/entry"},
 }

@@ -18,8 +18,11 @@ inline ConversionResult<long long> getLongLongFromPyObject(PyObject* value) {
   if (!pyObjectIsLong(value)) return {};
   int overflow = 0;
   const long long number = PyLong_AsLongLongAndOverflow(value, &overflow);
-  if (overflow == 0) [[likely]]
+  // Deliberate: -1 beside an error that was pending before, that of a huge subscript, is a failure.
+  const bool isFailure = overflow != 0 || (number == -1 && PyErr_Occurred() != nullptr);
+  if (!isFailure) [[likely]]
     return {number, std::nullopt};
+  PyErr_Clear();
   return {std::nullopt, ConversionFailure{PyExc_OverflowError, intTooLarge}};
 }
 

@@ -30,6 +30,7 @@ class ElementStore {
   explicit ElementStore(const foundation::velmardata::ArrayFactory& factory)
       : m_factory(factory), m_block(nullptr, [](void*) {}) {}
 
+  const T* data() const { return m_block.get(); }
   std::uint64_t size() const { return m_size; }
   std::uint64_t capacity() const { return m_capacity; }
 

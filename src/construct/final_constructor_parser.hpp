@@ -60,6 +60,13 @@ class FinalConstructorParser {
   const std::vector<std::int64_t>& getDimensions() const {
     return specifiedDimensions.empty() ? calculatedDimensions : specifiedDimensions;
   }
+  const T* getFlattenedElements() const { return flattenedElements.data(); }
+  // A single calculated dimension n becomes 1 and n.
+  void makeTwoDimensional() {
+    if (calculatedDimensions.size() == 1) {
+      calculatedDimensions.insert(calculatedDimensions.begin(), 1);
+    }
+  }
   bool isBufferInStorageOrder() const { return bufferInStorageOrder; }
   std::int64_t getNumberOfFlattenedElements() const {
     return static_cast<std::int64_t>(flattenedElements.size());

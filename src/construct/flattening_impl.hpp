@@ -46,7 +46,9 @@ bool FinalConstructorParser<T>::flattenSequence(PyObject* value, bool allowFloat
     setError(PyExc_ValueError, flattening::notNumeric);
     return false;
   }
-  if (PlainSequence::matches(value) && flattenPlainNumbers(value, allowFloatingPoint)) {
+  // The attempt would swallow an error that is pending already, which the conversions look at.
+  if (PlainSequence::matches(value) && PyErr_Occurred() == nullptr &&
+      flattenPlainNumbers(value, allowFloatingPoint)) {
     return leaveLevel();
   }
   const RecursionGuard guard(" while flattening nested sequences");

@@ -59,7 +59,7 @@ PyObject* MCPyArray_GetItem(PyObject* self, Py_ssize_t index) {
   }
   IntegerIndexItem item{index, false};
   if (!item.normalizeAgainstLength(length)) {
-    setError(PyExc_IndexError, "index has an invalid value: " + std::to_string(index));
+    setError(PyExc_IndexError, messages::invalidIndex + std::to_string(index));
     return nullptr;
   }
   if (view->sliceInFinalPreexistingPosition() &&

@@ -108,18 +108,3 @@ bool getSliceData(PyObject* slice, std::int64_t length, SliceIndexItem& item) {
   }
   return item.normalizeAgainstLength(length) && isReadable;
 }
-
-std::int64_t getStart(const IndexVariant& item) {
-  const auto* integer = std::get_if<IntegerIndexItem>(&item);
-  return integer != nullptr ? integer->m_index : *std::get_if<SliceIndexItem>(&item)->m_start;
-}
-
-std::int64_t getStop(const IndexVariant& item) {
-  const auto* integer = std::get_if<IntegerIndexItem>(&item);
-  return integer != nullptr ? integer->m_index + 1 : *std::get_if<SliceIndexItem>(&item)->m_stop;
-}
-
-std::int64_t getStep(const IndexVariant& item) {
-  const auto* integer = std::get_if<IntegerIndexItem>(&item);
-  return integer != nullptr ? 0 : *std::get_if<SliceIndexItem>(&item)->m_step;
-}

@@ -22,6 +22,15 @@ bool getSliceData(PyObject* slice, std::int64_t length, SliceIndexItem& item);
 
 // A stored item read as a range: an integer i runs from i to i + 1 with step 0, which marks a fixed
 // dimension. For normalised items only.
-std::int64_t getStart(const IndexVariant& item);
-std::int64_t getStop(const IndexVariant& item);
-std::int64_t getStep(const IndexVariant& item);
+inline std::int64_t getStart(const IndexVariant& item) {
+  const auto* integer = std::get_if<IntegerIndexItem>(&item);
+  return integer != nullptr ? integer->m_index : *std::get_if<SliceIndexItem>(&item)->m_start;
+}
+inline std::int64_t getStop(const IndexVariant& item) {
+  const auto* integer = std::get_if<IntegerIndexItem>(&item);
+  return integer != nullptr ? integer->m_index + 1 : *std::get_if<SliceIndexItem>(&item)->m_stop;
+}
+inline std::int64_t getStep(const IndexVariant& item) {
+  const auto* integer = std::get_if<IntegerIndexItem>(&item);
+  return integer != nullptr ? 0 : *std::get_if<SliceIndexItem>(&item)->m_step;
+}

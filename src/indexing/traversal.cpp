@@ -7,83 +7,31 @@
 #include "module/support.hpp"
 #include "storage/mcpp_py_array.hpp"
 
-namespace {
+namespace traversal {
 
-bool isInChain(std::int64_t k, const IndexChain& chain) {
-  return k < static_cast<std::int64_t>(chain.size());
-}
-// An item of the chain; for k within it.
-const IndexVariant& itemAt(std::int64_t k, const IndexChain& chain) {
-  return chain[static_cast<std::size_t>(k)];
-}
-// A dimension that the shape lacks has no positions.
-std::int64_t lengthAt(std::int64_t k, const std::vector<std::int64_t>& shape) {
-  const auto place = static_cast<std::size_t>(k);
-  return place < shape.size() ? shape[place] : 0;
-}
-
-}  // namespace
-
-std::int64_t getStartFromShapeDimsAndRestrictingIndices(std::int64_t k,
-                                                        const std::vector<std::int64_t>&,
-                                                        const IndexChain& chain) {
-  return isInChain(k, chain) ? getStart(itemAt(k, chain)) : 0;
-}
-
-std::int64_t getStopFromShapeDimsAndRestrictingIndices(std::int64_t k,
-                                                       const std::vector<std::int64_t>& shape,
-                                                       const IndexChain& chain) {
-  return isInChain(k, chain) ? getStop(itemAt(k, chain)) : lengthAt(k, shape);
-}
-
-std::int64_t getStepFromShapeDimsAndRestrictingIndices(std::int64_t k,
-                                                       const std::vector<std::int64_t>&,
-                                                       const IndexChain& chain) {
-  return isInChain(k, chain) ? getStep(itemAt(k, chain)) : 1;
-}
-
-bool indexIsContainedWithinHalfOpenRange(std::int64_t index, std::int64_t start, std::int64_t stop,
-                                         std::int64_t step) {
-  if (step >= 0) return start <= index && index < stop;
-  return index <= start && stop < index;
-}
-
-bool indexIsAtLastPositionWithinHalfOpenRange(std::int64_t index, std::int64_t stop,
-                                              std::int64_t step) {
-  if (step == 0) return true;
-  // Written without index + step, which may not fit.
-  if (step > 0) return index < stop && stop - index <= step;
-  return index > stop && stop - index >= step;
-}
-
-bool incrementIndices(Position& position, const std::vector<std::int64_t>& shape,
-                      const IndexChain& chain) {
-  if (position.empty()) return true;
+bool carry(Position& position, const std::vector<std::int64_t>& shape, const IndexChain& chain) {
   for (auto k = static_cast<std::int64_t>(position.size()) - 1;; --k) {
-    std::int64_t& entry = position[static_cast<std::size_t>(k)];
-    const std::int64_t start = getStartFromShapeDimsAndRestrictingIndices(k, shape, chain);
-    const std::int64_t stop = getStopFromShapeDimsAndRestrictingIndices(k, shape, chain);
-    const std::int64_t step = getStepFromShapeDimsAndRestrictingIndices(k, shape, chain);
-    if (!indexIsContainedWithinHalfOpenRange(entry, start, stop, step)) return false;
-    if (!indexIsAtLastPositionWithinHalfOpenRange(entry, stop, step)) {
-      entry += step;
-      for (auto after = static_cast<std::size_t>(k) + 1; after < position.size(); ++after) {
-        position[after] = getStartFromShapeDimsAndRestrictingIndices(
-            static_cast<std::int64_t>(after), shape, chain);
-      }
-      return true;
-    }
     // A fixed dimension ends the walk: it never carries into the dimensions before it.
-    if (k == 0 || step == 0) return false;
+    if (k == 0 || getStepFromShapeDimsAndRestrictingIndices(k, shape, chain) == 0) return false;
+    const Step step = takeStep(k - 1, position, shape, chain);
+    if (step == Step::Outside) return false;
+    if (step == Step::AtEnd) continue;
+    for (auto after = static_cast<std::size_t>(k); after < position.size(); ++after) {
+      position[after] = getStartFromShapeDimsAndRestrictingIndices(static_cast<std::int64_t>(after),
+                                                                   shape, chain);
+    }
+    return true;
   }
 }
+
+}  // namespace traversal
 
 bool containsElementWithIndices(const Position& position, std::int64_t numberOfDimensions,
                                 const std::vector<std::int64_t>& shape, const IndexChain& chain) {
   const auto available = static_cast<std::int64_t>(std::min(shape.size(), position.size()));
   if (numberOfDimensions > available) return false;
   for (std::int64_t k = 0; k < numberOfDimensions; ++k) {
-    const std::int64_t length = lengthAt(k, shape);
+    const std::int64_t length = traversal::lengthAt(k, shape);
     std::int64_t start = getStartFromShapeDimsAndRestrictingIndices(k, shape, chain);
     std::int64_t stop = getStopFromShapeDimsAndRestrictingIndices(k, shape, chain);
     const std::int64_t step = getStepFromShapeDimsAndRestrictingIndices(k, shape, chain);
@@ -172,26 +120,9 @@ Position MCppPyArray::getIntIndicesOfElementFromStoredIntIndicesAndNewIntIndex(
 }
 
 const std::byte* MCppPyArray::getAddressOfElementFromNewIntIndex(std::int64_t newIndex) const {
-  const WrapperAccess storage = wrapper();
-  if (!storage) return nullptr;
-  const auto count = static_cast<std::size_t>(m_numberOfIntegerIndicesSoFar);
-  for (std::size_t k = 0; k < count; ++k) {
-    if (k < m_indices.size() && m_indices[k].index() == 0) continue;
-    setError(PyExc_RuntimeError, messages::unexpectedSlice);
-    return nullptr;
-  }
-  const std::byte* address = storage->addressOfElement(count + 1, [&](std::size_t k) {
-    return k < count ? std::get_if<IntegerIndexItem>(&m_indices[k])->m_index : newIndex;
-  });
-  if (address == nullptr) setError(PyExc_RuntimeError, messages::nullDataPointer);
-  return address;
-}
-
-const std::byte* MCppPyArray::getAddressOfElementFromNormalizedIntIndices(
-    const Position& position) const {
-  const WrapperAccess storage = wrapper();
-  if (!storage) return nullptr;
-  const std::byte* address = storage->addressOfElement(position);
-  if (address == nullptr) setError(PyExc_RuntimeError, messages::nullDataPointer);
-  return address;
+  const MDArrayWrapper* storage = borrowWrapper();
+  if (storage == nullptr || !integersComeFirst()) return nullptr;
+  return orNullDataPointer(
+      storage->addressOfElement(static_cast<std::size_t>(m_numberOfIntegerIndicesSoFar) + 1,
+                                positionBehindIntegers(newIndex)));
 }

@@ -32,21 +32,22 @@ bool noFinalSlice() {
 }  // namespace
 
 Position MCppPyArray::getIntegerIndicesSoFar(bool& success) const {
-  success = true;
   Position indices;
-  for (std::int64_t k = 0; k < m_numberOfIntegerIndicesSoFar; ++k) {
-    const auto place = static_cast<std::size_t>(k);
-    const auto* item =
-        place < m_indices.size() ? std::get_if<IntegerIndexItem>(&m_indices[place]) : nullptr;
-    if (item == nullptr) {
-      setError(PyExc_RuntimeError, messages::unexpectedSlice);
-      success = false;
-      indices.clear();
-      return indices;
-    }
-    indices.push_back(item->m_index);
-  }
+  success = integersComeFirst();
+  if (!success) return indices;
+  const auto indexAt = positionBehindIntegers(0);
+  indices.resize(static_cast<std::size_t>(m_numberOfIntegerIndicesSoFar));
+  for (std::size_t k = 0; k < indices.size(); ++k) indices[k] = indexAt(k);
   return indices;
+}
+
+bool MCppPyArray::integersComeFirst() const {
+  for (std::size_t k = 0; k < static_cast<std::size_t>(m_numberOfIntegerIndicesSoFar); ++k) {
+    if (k < m_indices.size() && m_indices[k].index() == 0) continue;
+    setError(PyExc_RuntimeError, messages::unexpectedSlice);
+    return false;
+  }
+  return true;
 }
 
 bool MCppPyArray::getReplacementIndexForSliceAndInt(IntegerIndexItem& item,

@@ -86,6 +86,15 @@ VELMARDATA_FOR_EACH_CLASS_TYPE(X)
 #undef X
 template <class T>
 inline constexpr const char* typeWord = TypeWord<T>::value;
+// The same from the class.
+inline constexpr std::array<const char*, numberOfArrayClasses> typeWords = {
+#define X(name, number, enumerator, type, suffix, word, letter) word,
+    VELMARDATA_FOR_EACH_CLASS_TYPE(X)
+#undef X
+};
+constexpr const char* typeWordOf(SupportedArrayEnum arrayClass) {
+  return typeWords[static_cast<std::size_t>(arrayClass)];
+}
 // The class of the arrays whose parts are of type T.
 template <class T>
 inline constexpr SupportedArrayEnum classOf = ClassOf<T>::value;

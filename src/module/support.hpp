@@ -31,6 +31,9 @@ inline constexpr const char* expiredStorage = "locked shared pointer is null.";
 inline constexpr const char* noFinalSlice =
     "unable to retrieve index values from slice in final position.";
 inline constexpr const char* unexpectedSlice = "slice index unexpectedly found.";
+inline constexpr const char* unequalShapes =
+    "unable to perform assignment because the left and right sides have a different shape.";
+inline constexpr const char* invalidIndex = "index has an invalid value: ";
 inline constexpr const char* indexIsNoIndex = "index is not an integer or slice.";
 inline constexpr const char* tooManyIndices = "too many indices.";
 inline constexpr const char* zeroStep = "slice step cannot be zero.";

@@ -58,8 +58,10 @@ void MCppPyArray::takePointerOf(const MCppPyArray& other) {
     m_wrapper = other.m_wrapper;
   } else if (other.m_hasWeakPtrToWrapper) {
     m_weakWrapper = other.m_weakWrapper;
+    m_borrowedWrapper = other.m_borrowedWrapper;
   } else {
     m_weakWrapper = other.m_wrapper;
+    m_borrowedWrapper = other.m_wrapper.get();
   }
 }
 

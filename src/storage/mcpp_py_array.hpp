@@ -12,6 +12,7 @@
 
 #include "module/element_types.hpp"
 #include "module/python.hpp"
+#include "module/support.hpp"
 #include "storage/index_items.hpp"
 #include "storage/md_array_wrapper.hpp"
 
@@ -23,6 +24,7 @@ class WrapperAccess {
   explicit WrapperAccess(std::shared_ptr<MDArrayWrapper>&& locked)
       : m_lock(std::move(locked)), m_wrapper(m_lock.get()) {}
   MDArrayWrapper* operator->() const { return m_wrapper; }
+  MDArrayWrapper& operator*() const { return *m_wrapper; }
   explicit operator bool() const { return m_wrapper != nullptr; }
 
  private:
@@ -61,6 +63,13 @@ class MCppPyArray {
 
   WrapperAccess wrapper() const {
     return m_wrapper != nullptr ? WrapperAccess(m_wrapper.get()) : lockWrapper();
+  }
+  // The storage without a hold on it, for one look that ends before any Python code can run. Null
+  // with RuntimeError set when the storage has gone.
+  const MDArrayWrapper* borrowWrapper() const {
+    if (m_wrapper != nullptr) return m_wrapper.get();
+    if (!m_weakWrapper.expired()) return m_borrowedWrapper;
+    return lockWrapper().operator->();
   }
 
   // Forwarded to the storage. When it has gone, RuntimeError is set and the result is the value
@@ -116,7 +125,10 @@ class MCppPyArray {
   Position getIntIndicesOfElementFromStoredIntIndicesAndNewIntIndex(std::int64_t newIndex,
                                                                     bool& success) const;
   // Null with RuntimeError set when there is no element at the position.
-  const std::byte* getAddressOfElementFromNormalizedIntIndices(const Position& position) const;
+  const std::byte* getAddressOfElementFromNormalizedIntIndices(const Position& position) const {
+    const MDArrayWrapper* storage = borrowWrapper();
+    return storage != nullptr ? orNullDataPointer(storage->addressOfElement(position)) : nullptr;
+  }
   // The same for the position that the chain's integers and one more index denote.
   const std::byte* getAddressOfElementFromNewIntIndex(std::int64_t newIndex) const;
 
@@ -125,6 +137,40 @@ class MCppPyArray {
   PyObject* getNumericPyObjectFromNormalizedIntIndices(const Position& position) const;
   PyObject* getNumericPyObjectFromNormalizedIntIndicesWithoutTemplate(
       const Position& position) const;
+
+  // Writes. The value is read completely before the first element is stored; elements stored before
+  // a failure stay. 0, or -1 with an error set.
+  template <class T>
+  int setItemsFromFinalOrNonFinalIntegerIndex(std::int64_t index, std::int64_t length,
+                                              PyObject* value);
+  template <class T>
+  int setItemViaFinalIntegerIndex(std::int64_t index, PyObject* value);
+  template <class T>
+  int setMultipleElementsFromNonFinalIntegerIndex(std::int64_t index, PyObject* value);
+  template <class T>
+  int setMultipleElementsFromNonFinalSliceIndex(SliceIndexItem& slice, PyObject* value,
+                                                std::int64_t length);
+  template <class T>
+  int setIndividualElementsFromFlatSeqOfMultipleIntegerIndices(
+      const std::vector<std::int64_t>& indices, PyObject* value);
+  template <class T>
+  bool setElementFromIndices(const Position& position, T element);
+
+  // The view as an array of its own, made once and kept: a snapshot that later writes do not reach.
+  // With the flag, a single dimension n becomes 1 by n. Empty with an error set.
+  std::optional<foundation::velmardata::Array> getIndexedArrayAsMDA(
+      velmar::data::MemoryLayout layout, bool makeTwoDimensional);
+  void updateIndexRestrictedMCppPyArrayIfNecessary(velmar::data::MemoryLayout layout,
+                                                   bool makeTwoDimensional);
+  std::unique_ptr<MCppPyArray> cloneAsMCppPyArrayUniquePtr(velmar::data::MemoryLayout layout,
+                                                           bool makeTwoDimensional);
+  // A record in any case if it can be had; without a view, and with the error left pending, when
+  // there is nothing to clone.
+  PyObject* cloneAsMCPyArray(velmar::data::MemoryLayout layout, bool makeTwoDimensional);
+
+  // Whether two walks yield the same. Empty with an error set.
+  template <class T>
+  std::optional<bool> isEqualTo(MCppPyArray& other);
 
   // Nested lists. `indices` holds the positions fixed so far and comes back as it was.
   template <class T>
@@ -142,11 +188,27 @@ class MCppPyArray {
 
  private:
   void takePointerOf(const MCppPyArray& other);
+  static const std::byte* orNullDataPointer(const std::byte* address) {
+    if (address == nullptr) [[unlikely]]
+      setError(PyExc_RuntimeError, messages::nullDataPointer);
+    return address;
+  }
+  // Whether the chain begins with the integers that were counted; RuntimeError is set if not.
+  bool integersComeFirst() const;
+  // The position that the chain's integers and one more index denote, entry by entry.
+  auto positionBehindIntegers(std::int64_t newIndex) const {
+    return [this, newIndex](std::size_t k) {
+      return k < static_cast<std::size_t>(m_numberOfIntegerIndicesSoFar)
+                 ? std::get_if<IntegerIndexItem>(&m_indices[k])->m_index
+                 : newIndex;
+    };
+  }
   WrapperAccess lockWrapper() const;
 
   bool m_hasWeakPtrToWrapper = false;
-  std::shared_ptr<MDArrayWrapper> m_wrapper;    // empty in a weak view
-  std::weak_ptr<MDArrayWrapper> m_weakWrapper;  // empty in a strong view
+  std::shared_ptr<MDArrayWrapper> m_wrapper;          // empty in a weak view
+  std::weak_ptr<MDArrayWrapper> m_weakWrapper;        // empty in a strong view
+  const MDArrayWrapper* m_borrowedWrapper = nullptr;  // valid until m_weakWrapper expires
   SupportedArrayEnum m_supportedArrayEnum;
   bool m_isComplex;
   IndexChain m_indices;

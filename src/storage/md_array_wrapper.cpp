@@ -123,13 +123,6 @@ void MDArrayWrapper::fillMirror() const {
   applyVisitor(m_array, CopyElementsVisitor{m_buf, static_cast<std::size_t>(m_bufferSizeInBytes)});
 }
 
-std::int64_t MDArrayWrapper::getElementOffsetFromIndices(const Position& indices) const {
-  if (indices.size() > static_cast<std::size_t>(m_nDim)) return -1;
-  std::int64_t bytes = 0;
-  for (std::size_t i = 0; i < indices.size(); ++i) bytes += indices[i] * m_bytewiseStrides[i];
-  return bytes / m_elemSizeInBytes;
-}
-
 std::int64_t MDArrayWrapper::normalizedIndex(std::int64_t index, std::int64_t dimension) const {
   const std::int64_t length = m_shape[static_cast<std::size_t>(dimension)];
   if (index < 0) return length + index;

@@ -2,6 +2,7 @@
 // of the buffer protocol, and a mirror of the elements for reads that cross no library boundary.
 #pragma once
 
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <vector>
@@ -58,7 +59,16 @@ class MDArrayWrapper {
 
   // Place of an element, counted in elements; missing trailing indices count as 0. -1, with no
   // error set, when there are more indices than dimensions. Indices are not range tested.
-  std::int64_t getElementOffsetFromIndices(const Position& indices) const;
+  std::int64_t getElementOffsetFromIndices(const Position& indices) const {
+    return getElementOffset(indices.size(), [&](std::size_t i) { return indices[i]; });
+  }
+  // The same for a position whose entry i is indexAt(i); -1 also for a place beyond 64 bits.
+  template <class IndexAt>
+  std::int64_t getElementOffset(std::size_t count, IndexAt indexAt) const {
+    std::int64_t bytes = 0;
+    if (!findByteOffset(count, indexAt, bytes)) return -1;
+    return bytes >> std::countr_zero(static_cast<std::uint64_t>(m_elemSizeInBytes));
+  }
   // The index counted from the end if negative (and possibly still negative); -999 marks an index
   // past the end.
   std::int64_t normalizedIndex(std::int64_t index, std::int64_t dimension) const;
@@ -72,7 +82,19 @@ class MDArrayWrapper {
   // A Python number from element `offset` of the array; null, with no error set, if out of range.
   PyObject* getElementAsPyObjectFromElementOffset(std::int64_t offset) const;
 
+  // Stores an element in the array and in the mirror. False with RuntimeError set for a position
+  // outside the storage.
+  template <class T>
+  bool setElementFromIndices(const Position& position, T element);
+
  private:
+  template <class T>
+  friend class ElementWriter;
+
+  // Bytes from the first element to the one at a position. False for more indices than dimensions
+  // and for a place beyond 64 bits.
+  template <class IndexAt>
+  bool findByteOffset(std::size_t count, IndexAt indexAt, std::int64_t& bytes) const;
   void fillMirror() const;  // one copy of the elements
 
   foundation::velmardata::Array m_array;
@@ -88,19 +110,26 @@ class MDArrayWrapper {
   mutable bool m_isMirrorFilled = false;
 };
 
-// In the header since every element that is read comes through here.
+// In the header since every element that is read or written comes through here.
 template <class IndexAt>
-const std::byte* MDArrayWrapper::addressOfElement(std::size_t count, IndexAt indexAt) const {
-  const std::byte* elements = buf();
-  if (elements == nullptr || count > static_cast<std::size_t>(m_nDim)) return nullptr;
-  std::int64_t offset = 0;
+bool MDArrayWrapper::findByteOffset(std::size_t count, IndexAt indexAt, std::int64_t& bytes) const {
+  if (count > static_cast<std::size_t>(m_nDim)) return false;
+  bytes = 0;
   for (std::size_t i = 0; i < count; ++i) {
     std::int64_t step = 0;
     if (__builtin_mul_overflow(indexAt(i), m_bytewiseStrides[i], &step) ||
-        __builtin_add_overflow(offset, step, &offset)) {
-      return nullptr;
+        __builtin_add_overflow(bytes, step, &bytes)) {
+      return false;
     }
   }
+  return true;
+}
+
+template <class IndexAt>
+const std::byte* MDArrayWrapper::addressOfElement(std::size_t count, IndexAt indexAt) const {
+  const std::byte* elements = buf();
+  std::int64_t offset = 0;
+  if (elements == nullptr || !findByteOffset(count, indexAt, offset)) return nullptr;
   if (offset < 0 || offset > m_bufferSizeInBytes - m_elemSizeInBytes) return nullptr;
   return elements + offset;
 }
