@@ -1,8 +1,124 @@
-// Handlers of the iterator class.
+// Iteration over arrays and views.
 #include "operations/iterator.hpp"
 
-#include "module/py_ref.hpp"
+#include <memory>
 
-extern "C" PyObject* MCPyIter_GetIter(PyObject* self) {
+#include "indexing/element_read_impl.hpp"
+#include "indexing/traversal.hpp"
+#include "module/apply_visitor.hpp"
+#include "module/py_ref.hpp"
+#include "module/support.hpp"
+#include "module/type_objects.hpp"
+#include "storage/mcpy_array.hpp"
+
+namespace vd = foundation::velmardata;
+
+namespace {
+
+constexpr std::int64_t prefetchedElements = 8;
+
+// A walk along a row goes from column to column, one cache line each, at a distance that the
+// processor does not foresee. A place that is no element's does no harm to the prefetch.
+template <class T>
+PyObject* readNumber(const MCppPyArray& view, const Position& position, std::int64_t ahead) {
+  const std::byte* address = view.getAddressOfElementFromNormalizedIntIndices(position);
+  if (address == nullptr) return nullptr;
+  __builtin_prefetch(address + ahead);
+  return element_read::makeNumberAt<T>(address);
+}
+
+// Bytes from an element of the walked dimension to one that is soon to be read; 0 if the storage
+// is too short for that.
+std::int64_t prefetchDistance(MDArrayWrapper& storage, std::int64_t dimension, std::int64_t step) {
+  if (dimension >= storage.getNumberOfDimensions()) return 0;
+  const std::int64_t stride = storage.bytewiseStrides()[static_cast<std::size_t>(dimension)];
+  const std::int64_t size = storage.getBufferSizeInBytes();
+  std::int64_t distance = 0;
+  if (__builtin_mul_overflow(stride, prefetchedElements, &distance) ||
+      __builtin_mul_overflow(distance, step, &distance) || distance >= size || distance <= -size) {
+    return 0;
+  }
+  return distance;
+}
+
+// The element type does not change while an array lives: one dispatch an iterator.
+struct NumberReaderVisitor {
+  template <class T>
+  auto operator()(const vd::TypedArray<T>&) const {
+    return &readNumber<T>;
+  }
+};
+
+}  // namespace
+
+MCppPyIter::MCppPyIter(MCppPyArray* source)
+    : m_arrayView(*source, true),
+      m_activeDimension(source->getNumberOfIntegerIndicesSoFar()),
+      m_restrictingIndices(source->getRestrictingIndices()) {
+  const WrapperAccess storage = source->wrapper();
+  if (!storage) return;
+  m_shape = storage->shape();
+  m_currentIndices = getStartElement(m_shape, m_restrictingIndices, m_activeDimension + 1);
+  m_isFinished = !containsElementWithIndices(m_currentIndices, m_activeDimension + 1, m_shape,
+                                             m_restrictingIndices);
+  m_yieldsViews = storage->getNumberOfDimensions() - m_activeDimension > 1;
+  if (m_yieldsViews) return;
+  m_readNumber = applyVisitor(storage->array(), NumberReaderVisitor{});
+  m_ahead = prefetchDistance(
+      *storage, m_activeDimension,
+      getStepFromShapeDimsAndRestrictingIndices(m_activeDimension, m_shape, m_restrictingIndices));
+}
+
+PyObject* MCppPyIter::makeRow() {
+  PyRef row = PyRef::steal(m_arrayView.allocMCPyArrayFromMCppPyArray());
+  if (row) {
+    getMCPyArrayFromPyObject(row.get())->mcppPyArray =
+        new MCppPyArray(m_arrayView, m_currentIndices, true);
+  }
+  return row.release();
+}
+
+PyObject* MCppPyIter::increment() {
+  if (m_isFinished) {
+    PyErr_SetNone(PyExc_StopIteration);
+    return nullptr;
+  }
+  PyObject* item = m_yieldsViews ? makeRow() : m_readNumber(m_arrayView, m_currentIndices, m_ahead);
+  m_isFinished = !incrementIndices(m_currentIndices, m_shape, m_restrictingIndices);
+  return item;
+}
+
+PyObject* MCPyArray_GetIter(PyObject* self) {
+  MCppPyArray* view = getInitializedView(self);
+  if (view == nullptr) return nullptr;
+  const auto alloc =
+      MCPyIterTypeObj == nullptr
+          ? nullptr
+          : reinterpret_cast<allocfunc>(PyType_GetSlot(MCPyIterTypeObj, Py_tp_alloc));
+  PyRef record = PyRef::steal(alloc == nullptr ? nullptr : alloc(MCPyIterTypeObj, 0));
+  if (!record) {
+    setError(PyExc_RuntimeError, messages::cannotInitializeObject);
+    return nullptr;
+  }
+  reinterpret_cast<MCPyIter*>(record.get())->mcppPyIter = new MCppPyIter(view);
+  return PyErr_Occurred() == nullptr ? record.release() : nullptr;
+}
+
+PyObject* MCPyIter_GetIter(PyObject* self) {
   return PyRef::borrow(self).release();
+}
+
+PyObject* MCPyIter_GetIterNext(PyObject* self) {
+  MCppPyIter* iterator = reinterpret_cast<MCPyIter*>(self)->mcppPyIter;
+  if (iterator == nullptr) {
+    setError(PyExc_RuntimeError, messages::objectNotInitialized);
+    return nullptr;
+  }
+  return iterator->increment();
+}
+
+// Like the arrays' own: the reference on the class stays behind.
+void MCPyIter_Delete(PyObject* self) {
+  delete reinterpret_cast<MCPyIter*>(self)->mcppPyIter;
+  PyObject_Free(self);
 }

@@ -3,7 +3,10 @@
 
 #include "construct/constructor_entry.hpp"
 #include "indexing/element_read.hpp"
+#include "indexing/element_write.hpp"
+#include "operations/comparison.hpp"
 #include "operations/iterator.hpp"
+#include "operations/pickling.hpp"
 #include "operations/text_forms.hpp"
 #include "storage/mcpy_array.hpp"
 
@@ -16,7 +19,11 @@ extern "C" {
   ENTRY(PyObject*, MCPyArray_GetItem, type, suffix, (PyObject * o, Py_ssize_t i), o, i)            \
   ENTRY(PyObject*, MCPyArray_GetRepr, type, suffix, (PyObject * o), o)                             \
   ENTRY(PyObject*, MCPyArray_GetViaIndex, type, suffix, (PyObject * o, PyObject * k), o, k)        \
+  ENTRY(int, MCPyArray_SetViaIndex, type, suffix, (PyObject * o, PyObject * k, PyObject * v), o,   \
+        k, v)                                                                                      \
   ENTRY(PyObject*, MCPyArray_GetStr, type, suffix, (PyObject * o), o)                              \
+  ENTRY(PyObject*, MCPyArray_RichCompare, double, suffix, (PyObject * o, PyObject * p, int op), o, \
+        p, op)                                                                                     \
   ENTRY(PyObject*, MCPyArray_New, type, suffix, (PyTypeObject * t, PyObject * a, PyObject * k), t, \
         a, k)
 VELMARDATA_FOR_EACH_CLASS_TYPE(X)
@@ -31,23 +38,36 @@ PyType_Slot slot(int number, Function* function) {
   return {number, reinterpret_cast<void*>(function)};
 }
 
-#define X(name, number, enumerator, type, suffix, word, letter)                               \
-  PyType_Slot slotsOf##enumerator[] = {slot(Py_tp_dealloc, MCPyArray_Delete),                 \
-                                       slot(Py_sq_length, MCPyArray_NumElemsInFirstDim),      \
-                                       slot(Py_sq_item, MCPyArray_GetItem_##suffix),          \
-                                       slot(Py_tp_repr, MCPyArray_GetRepr_##suffix),          \
-                                       slot(Py_mp_length, MCPyArray_NumElemsInFirstDim),      \
-                                       slot(Py_mp_subscript, MCPyArray_GetViaIndex_##suffix), \
-                                       slot(Py_tp_str, MCPyArray_GetStr_##suffix),            \
-                                       slot(Py_tp_new, MCPyArray_New_##suffix),               \
-                                       {0, nullptr}};                                         \
+PyMethodDef MCPyArray_Methods[] = {
+    {"clone", MCPyArray_Clone, METH_NOARGS,
+     "clone returns an independent copy of the input object"},
+    {"__reduce__", MCPyArray_Reduce, METH_NOARGS, "__reduce__ pickles the input object"},
+    {nullptr, nullptr, 0, nullptr}};
+
+#define X(name, number, enumerator, type, suffix, word, letter)                                   \
+  PyType_Slot slotsOf##enumerator[] = {slot(Py_tp_dealloc, MCPyArray_Delete),                     \
+                                       slot(Py_sq_length, MCPyArray_NumElemsInFirstDim),          \
+                                       slot(Py_sq_item, MCPyArray_GetItem_##suffix),              \
+                                       slot(Py_tp_repr, MCPyArray_GetRepr_##suffix),              \
+                                       slot(Py_mp_length, MCPyArray_NumElemsInFirstDim),          \
+                                       slot(Py_mp_subscript, MCPyArray_GetViaIndex_##suffix),     \
+                                       slot(Py_mp_ass_subscript, MCPyArray_SetViaIndex_##suffix), \
+                                       slot(Py_tp_str, MCPyArray_GetStr_##suffix),                \
+                                       slot(Py_tp_richcompare, MCPyArray_RichCompare_##suffix),   \
+                                       slot(Py_tp_iter, MCPyArray_GetIter),                       \
+                                       {Py_tp_methods, MCPyArray_Methods},                        \
+                                       slot(Py_tp_new, MCPyArray_New_##suffix),                   \
+                                       {0, nullptr}};                                             \
   PyType_Spec specOf##enumerator = {"velmar." word, sizeof(MCPyArray), 0, 0, slotsOf##enumerator};
 VELMARDATA_FOR_EACH_CLASS_TYPE(X)
 #undef X
 
 char iteratorDoc[] = "Internal iterator object";
-PyType_Slot iteratorSlots[] = {
-    slot(Py_tp_iter, MCPyIter_GetIter), {Py_tp_doc, iteratorDoc}, {0, nullptr}};
+PyType_Slot iteratorSlots[] = {slot(Py_tp_dealloc, MCPyIter_Delete),
+                               slot(Py_tp_iter, MCPyIter_GetIter),
+                               slot(Py_tp_iternext, MCPyIter_GetIterNext),
+                               {Py_tp_doc, iteratorDoc},
+                               {0, nullptr}};
 
 }  // namespace
 
