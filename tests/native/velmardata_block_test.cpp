@@ -144,13 +144,22 @@ TEST(Block, OutputsOfEarlierCallsAreOverwritten) {
   EXPECT_EQ(block, nullptr);
 }
 
+// Cycles that each keep a chunk would show. What a few keep is the allocator's affair: the chunks
+// that it holds ready count as in use, and how many those are depends on the tests before.
+template <class Cycle>
+void expectNothingKept(const Cycle& cycle) {
+  constexpr std::size_t cycles = 1000;
+  constexpr std::size_t lessThanAnyChunk = 16;
+  cycle();
+  const std::size_t before = heapInUse();
+  for (std::size_t i = 0; i < cycles; ++i) cycle();
+  EXPECT_LT(heapInUse(), before + cycles * lessThanAnyChunk);
+}
+
 TEST(Block, DeletingFreesTheMemory) {
-  const auto cycle = [](unsigned long bytes) { newBuffer(ArrayType::UINT8, bytes); };
   for (const unsigned long bytes : {0UL, 1UL, 4095UL, 4096UL, 100000UL, 5UL << 20}) {
-    cycle(bytes);
-    const std::size_t before = heapInUse();
-    for (int i = 0; i < 20; ++i) cycle(bytes);
-    EXPECT_EQ(heapInUse(), before) << bytes;
+    SCOPED_TRACE(bytes);
+    expectNothingKept([bytes] { newBuffer(ArrayType::UINT8, bytes); });
   }
 }
 
@@ -265,7 +274,7 @@ TEST(BlockHolders, ElementReferenceOutlivesTheArray) {
 }
 
 TEST(BlockHolders, LastOneFreesTheBlock) {
-  const auto cycle = [] {
+  expectNothingKept([] {
     TypedArray<double> array = sampleArray<double>({10, 100});
     TypedIterator<double> first = array.begin();
     TypedIterator<const double> copy = first;
@@ -276,11 +285,7 @@ TEST(BlockHolders, LastOneFreesTheBlock) {
     first = TypedIterator<double>();
     block.reset();
     copy = std::move(copy) + 1;
-  };
-  cycle();
-  const std::size_t before = heapInUse();
-  for (int i = 0; i < 50; ++i) cycle();
-  EXPECT_EQ(heapInUse(), before);
+  });
 }
 
 }  // namespace

@@ -1,0 +1,306 @@
+// Comparison: two walks side by side, and what becomes of errors in them.
+#include "operations/comparison.hpp"
+
+#include <gtest/gtest.h>
+
+#include <complex>
+#include <cstdint>
+#include <iostream>
+#include <limits>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <utility>
+
+#include "module/support.hpp"
+#include "module/type_objects.hpp"
+#include "python_testing.hpp"
+
+namespace {
+
+using namespace python_testing;
+
+constexpr const char* outputOfFailure = "PyObject_RichCompareBool() generated an error.\n";
+
+// In both directions, and by both names.
+std::optional<bool> areEqual(MCppPyArray& x, MCppPyArray& y) {
+  const std::optional<bool> result = x.isEqualTo<double>(y);
+  EXPECT_EQ(y.isEqualTo<double>(x), result);
+  EXPECT_EQ(x.isEqualTo<std::complex<double>>(y), result);
+  EXPECT_TRUE(raisedNothing());
+  return result;
+}
+
+// What the handler says of == and !=.
+std::string verdict(const PyRef& x, const PyRef& y) {
+  const PyRef equal = PyRef::steal(MCPyArray_RichCompare<double>(x.get(), y.get(), Py_EQ));
+  const PyRef unequal = PyRef::steal(MCPyArray_RichCompare<double>(x.get(), y.get(), Py_NE));
+  return reprOf(equal) + " " + reprOf(unequal);
+}
+
+// --- What is equal
+
+struct PairRow {
+  Dimensions dimensions;
+  const char* part;
+  Dimensions otherDimensions;
+  const char* otherPart;
+  bool areEqual;
+};
+const PairRow pairRows[] = {
+    {{2, 3}, "a", {2, 3}, "a", true},
+    {{2, 3, 2}, "a", {2, 3, 2}, "a", true},
+    {{2, 3}, "a[::-1]", {2, 3}, "a", false},
+    {{2, 3}, "a[::-1][::-1]", {2, 3}, "a", true},
+    {{1, 4}, "a", {2, 2}, "a", false},
+    {{1, 2}, "a", {2, 1}, "a", false},
+    {{2, 2}, "a", {2, 3}, "a", false},
+    {{2, 2}, "a", {3, 2}, "a", false},
+    {{2, 3}, "a[1:]", {2, 3}, "a", false},
+    // Numbers on one side and a row on the other.
+    {{1, 3}, "a[0]", {1, 3}, "a", false},
+    {{1, 3}, "a[0]", {3}, "a", true},
+    {{1, 3}, "a[0][0:2]", {3}, "a", false},
+    {{3, 1}, "a", {3}, "a", false},
+    // No elements: shapes differ only as far as they are walked.
+    {{0, 0}, "a", {0, 3}, "a", true},
+    {{0, 0}, "a", {2, 3}, "a[1:1]", true},
+    {{0, 3}, "a", {2, 3}, "a[1][0:0]", true},
+    {{1, 0}, "a", {0, 0}, "a", false},
+    {{1, 0}, "a", {1, 0}, "a", true},
+    {{1, 0}, "a", {1, 0, 4}, "a", true},
+    {{}, "a", {0, 1}, "a", true},
+};
+
+TEST(Comparison, GoesByWhatIsYielded) {
+  for (const PairRow& row : pairRows) {
+    SCOPED_TRACE(testing::PrintToString(row.dimensions) + row.part + " and " +
+                 testing::PrintToString(row.otherDimensions) + row.otherPart);
+    const PyRef arrays[] = {makeRecord(makeArray<double>(row.dimensions)),
+                            makeRecord(makeArray<double>(row.otherDimensions))};
+    const PyRef x = evaluate(row.part, {{"a", arrays[0]}});
+    const PyRef y = evaluate(row.otherPart, {{"a", arrays[1]}});
+    EXPECT_EQ(areEqual(viewOf(x), viewOf(y)), row.areEqual);
+    EXPECT_EQ(areEqual(viewOf(x), viewOf(x)), true);
+    EXPECT_EQ(verdict(x, y), row.areEqual ? "True False" : "False True");
+    MCppPyArray weak(viewOf(x), true);
+    EXPECT_EQ(areEqual(weak, viewOf(y)), row.areEqual);
+  }
+}
+
+template <class T>
+class ComparisonOf : public ::testing::Test {};
+TYPED_TEST_SUITE(ComparisonOf, WritableTypes, TypeWords);
+
+TYPED_TEST(ComparisonOf, FindsEachElementThatDiffers) {
+  const ViewPointer x = makeArray<TypeParam>({2, 3});
+  const ViewPointer y = makeArray<TypeParam>({2, 3});
+  EXPECT_EQ(areEqual(*x, *y), true);
+  for (std::size_t place = 0; place < 6; ++place) {
+    const Position position = {static_cast<std::int64_t>(place % 2),
+                               static_cast<std::int64_t>(place / 2)};
+    TypeParam other = sample<TypeParam>(place + 25);
+    if constexpr (std::is_same_v<TypeParam, bool>) other = !sample<bool>(place);
+    ASSERT_TRUE(y->setElementFromIndices<TypeParam>(position, other));
+    EXPECT_EQ(areEqual(*x, *y), false);
+    ASSERT_TRUE(y->setElementFromIndices<TypeParam>(position, sample<TypeParam>(place)));
+  }
+  EXPECT_EQ(areEqual(*x, *y), true);
+}
+
+TYPED_TEST(ComparisonOf, DifferentClassesIsFalseWhateverTheyHold) {
+  const ViewPointer x = makeArray<TypeParam>({0, 0});
+  for (std::size_t i = 0; i < numberOfArrayClasses; ++i) {
+    const auto arrayClass = static_cast<SupportedArrayEnum>(i);
+    MCppPyArray other(sampleArray<TypeParam>({0, 0}), arrayClass, false, true);
+    EXPECT_EQ(areEqual(*x, other), arrayClass == classOfElement<TypeParam>());
+  }
+}
+
+TEST(Comparison, OfComplexAndRealGoesByTheNumbers) {
+  const PyRef real = makeRecord(makeArray<double>({1, 2}));
+  const PyRef complex = makeRecord(makeArray<std::complex<double>>({1, 2}));
+  EXPECT_EQ(areEqual(viewOf(real), viewOf(complex)), false);
+  for (const std::int64_t i : {0, 1}) {
+    ASSERT_TRUE(viewOf(complex).setElementFromIndices<std::complex<double>>(
+        {0, i}, {static_cast<double>(i + 1), 0.0}));
+  }
+  EXPECT_EQ(areEqual(viewOf(real), viewOf(complex)), true);
+  EXPECT_EQ(verdict(complex, real), "True False");
+}
+
+TEST(Comparison, OfNotANumberIsFalseForTheArrayItself) {
+  const PyRef array = makeRecord(makeArray<double>({1, 2}));
+  ASSERT_TRUE(viewOf(array).setElementFromIndices<double>(
+      {0, 1}, std::numeric_limits<double>::quiet_NaN()));
+  EXPECT_EQ(areEqual(viewOf(array), viewOf(array)), false);
+  EXPECT_EQ(verdict(array, array), "False True");
+}
+
+// --- Errors in the walks
+
+// Deliberate: what cannot be yielded ends the walk, and its error is cleared.
+TEST(ComparisonFailure, ElementOutOfReachIsTheEnd) {
+  const ViewPointer array = makeArray<double>({2, 3});
+  MCppPyArray oneInReach(*array, {5}, false);  // its first element is the array's last
+  MCppPyArray last(*array, {1}, false);
+  last.getIndicesRef().emplace_back(slice(2, 3, 1, 1));
+  MCppPyArray lastTwo(*array, {1}, false);
+  lastTwo.getIndicesRef().emplace_back(slice(2, 0, -1, 2));
+  EXPECT_EQ(areEqual(oneInReach, last), true);
+  EXPECT_EQ(areEqual(oneInReach, lastTwo), false);
+}
+
+TEST(ComparisonFailure, RowsThatCannotBeMadeAreTheEnd) {
+  const ViewPointer x = makeArray<double>({2, 3});
+  const ViewPointer y = makeArray<double>({4, 5});
+  PyTypeObject* const type = std::exchange(TypeObjectPointers[0], nullptr);
+  const std::optional<bool> result = x->isEqualTo<double>(*y);
+  TypeObjectPointers[0] = type;
+  EXPECT_TRUE(raisedNothing());
+  EXPECT_EQ(result, true);
+}
+
+TEST(ComparisonFailure, StorageThatHasGone) {
+  const PyRef array = makeRecord(makeArray<double>({2, 3}));
+  const PyRef gone[] = {makeRecord(makeExpiredView<double>({2, 3})),
+                        makeRecord(makeViewWithoutStorage<double>({2, 3}))};
+  for (const PyRef& other : gone) {
+    for (const auto& [x, y] : {std::pair(&array, &other), {&other, &array}, {&other, &other}}) {
+      EXPECT_EQ(viewOf(*x).isEqualTo<double>(viewOf(*y)), std::nullopt);
+      EXPECT_TRUE(raisedExpired());
+      for (const int operation : {Py_EQ, Py_NE}) {
+        EXPECT_EQ(MCPyArray_RichCompare<double>(x->get(), y->get(), operation), nullptr);
+        EXPECT_TRUE(raisedExpired());
+      }
+    }
+    MCppPyArray single(sampleArray<float>({1, 1}), SupportedArrayEnum::Single, false, true);
+    EXPECT_EQ(viewOf(other).isEqualTo<double>(single), false) << "classes come first";
+    EXPECT_TRUE(raisedNothing());
+  }
+}
+
+// Leaves room for so many levels of recursion only.
+class RecursionLimit {
+ public:
+  explicit RecursionLimit(int levels) {
+    constexpr int most = 1000000;
+    while (m_entered < most && Py_EnterRecursiveCall("") == 0) ++m_entered;
+    m_isSet = m_entered < most;
+    PyErr_Clear();
+    for (; levels > 0 && m_entered > 0; --levels, --m_entered) Py_LeaveRecursiveCall();
+  }
+  RecursionLimit(const RecursionLimit&) = delete;
+  RecursionLimit& operator=(const RecursionLimit&) = delete;
+  ~RecursionLimit() {
+    for (; m_entered > 0; --m_entered) Py_LeaveRecursiveCall();
+  }
+  bool isSet() const { return m_isSet; }
+
+ private:
+  int m_entered = 0;
+  bool m_isSet = false;
+};
+
+// Takes what is written to the standard output.
+class CapturedOutput {
+ public:
+  CapturedOutput() : m_before(std::cout.rdbuf(m_text.rdbuf())) {}
+  CapturedOutput(const CapturedOutput&) = delete;
+  CapturedOutput& operator=(const CapturedOutput&) = delete;
+  ~CapturedOutput() { std::cout.rdbuf(m_before); }
+  std::string text() const { return m_text.str(); }
+
+ private:
+  std::ostringstream m_text;
+  std::streambuf* m_before;
+};
+
+struct RecursionRow {
+  const char* part;  // of a 2 by 3 array
+  int levels;
+  std::optional<bool> expected;
+  const char* output;
+  bool hasError;
+};
+
+// The comparison of two numbers takes a level as each of arrays does, and so can be made to fail.
+TEST(ComparisonFailure, GoesUpOneLevelOnly) {
+  const RecursionRow rows[] = {
+      {"a[0]", 0, std::nullopt, "", true},
+      {"a[0]", 1, std::nullopt, outputOfFailure, true},
+      {"a[0]", 2, true, "", false},
+      {"a", 0, std::nullopt, "", true},
+      // Deliberate: an error in the rows makes the arrays unequal.
+      {"a", 1, false, "", true},
+      {"a", 2, false, outputOfFailure, true},
+      {"a", 3, true, "", false},
+  };
+  const PyRef array = makeRecord(makeArray<double>({2, 3}));
+  for (const RecursionRow& row : rows) {
+    SCOPED_TRACE(row.part + std::string(" with levels: ") + std::to_string(row.levels));
+    const PyRef part = evaluate(row.part, {{"a", array}});
+    std::optional<bool> result;
+    std::string output;
+    {
+      const RecursionLimit limit(row.levels);
+      if (!limit.isSet()) GTEST_SKIP() << "this interpreter counts no levels";
+      const CapturedOutput captured;
+      result = viewOf(part).isEqualTo<double>(viewOf(part));
+      output = captured.text();
+    }
+    EXPECT_TRUE(row.hasError ? raisedOwn(PyExc_RecursionError) : raisedNothing());
+    EXPECT_EQ(result, row.expected);
+    EXPECT_EQ(output, row.output);
+    for (const int operation : {Py_EQ, Py_NE}) {
+      PyObject* answer = nullptr;
+      {
+        const RecursionLimit limit(row.levels);
+        const CapturedOutput captured;
+        answer = MCPyArray_RichCompare<double>(part.get(), part.get(), operation);
+      }
+      EXPECT_TRUE(row.hasError ? raisedOwn(PyExc_RecursionError) : raisedNothing());
+      const PyRef owned = PyRef::steal(answer);
+      EXPECT_EQ(reprOf(owned), row.hasError ? "null" : operation == Py_EQ ? "True" : "False");
+    }
+  }
+}
+
+// --- The handler
+
+TEST(ComparisonHandler, RefusesToOrder) {
+  const PyRef array = makeRecord(makeArray<double>({2, 3}));
+  for (const PyRef& other : {PyRef::borrow(array.get()), evaluate("5"), evaluate("None")}) {
+    for (const int operation : {Py_LT, Py_LE, Py_GT, Py_GE}) {
+      EXPECT_EQ(MCPyArray_RichCompare<double>(array.get(), other.get(), operation), nullptr);
+      EXPECT_TRUE(raised(PyExc_NotImplementedError, "inequality operators not supported."));
+    }
+  }
+}
+
+TEST(ComparisonHandler, OtherObjectsAreUnequal) {
+  const PyRef array = makeRecord(makeArray<double>({1, 1}));
+  for (const char* other : {"1.0", "[[1.0]]", "None", "'text'", "NotImplemented"}) {
+    SCOPED_TRACE(other);
+    EXPECT_EQ(verdict(array, evaluate(other)), "False True");
+  }
+}
+
+TEST(ComparisonHandler, RecordsWithoutAViewAreReported) {
+  const PyRef array = makeRecord(makeArray<double>({1, 1}));
+  const PyRef record = PyRef::steal(allocMCPyArray(typeObjectOf(SupportedArrayEnum::Double)));
+  const PyRef number = evaluate("5");
+  const char* const message = "object not initialized.";
+  for (const int operation : {Py_EQ, Py_NE, Py_LT}) {
+    for (const PyRef* other : {&array, &record, &number}) {
+      EXPECT_EQ(MCPyArray_RichCompare<double>(record.get(), other->get(), operation), nullptr);
+      EXPECT_TRUE(raised(PyExc_RuntimeError, message));
+    }
+  }
+  for (const int operation : {Py_EQ, Py_NE}) {
+    EXPECT_EQ(MCPyArray_RichCompare<double>(array.get(), record.get(), operation), nullptr);
+    EXPECT_TRUE(raised(PyExc_RuntimeError, message));
+  }
+}
+
+}  // namespace

@@ -1,0 +1,213 @@
+// The element writer: array and mirror together, unsharing, what lies outside, what it reports.
+#include "storage/element_writer.hpp"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstring>
+#include <limits>
+#include <vector>
+
+#include "python_testing.hpp"
+#include "storage_testing.hpp"
+
+namespace {
+
+using namespace python_testing;
+using namespace foundation::velmardata;
+using velmardata_testing::addressOf;
+using velmardata_testing::elementsOf;
+using velmardata_testing::referenceCount;
+
+template <class T>
+const void* addressOfElements(const MDArrayWrapper& wrapper) {
+  return addressOf(TypedArray<T>(wrapper.array()));
+}
+
+// --- All types
+
+template <class T>
+class ElementWriterOf : public ::testing::Test {};
+TYPED_TEST_SUITE(ElementWriterOf, WritableTypes, TypeWords);
+
+TYPED_TEST(ElementWriterOf, StoresInTheArrayAndInTheMirror) {
+  for (const bool isMirrorFilled : {false, true}) {
+    SCOPED_TRACE(isMirrorFilled);
+    MDArrayWrapper wrapper(sampleArray<TypeParam>({2, 3}), 'F');
+    if (isMirrorFilled) wrapper.buf();
+    std::vector<TypeParam> expected = samples<TypeParam>(6);
+    for (const std::size_t place : {0U, 5U, 2U, 1U, 4U, 3U}) {
+      SCOPED_TRACE(place);
+      expected[place] = otherThanSample<TypeParam>(place);
+      EXPECT_EQ(ElementWriter<TypeParam>(wrapper).write(static_cast<std::int64_t>(place),
+                                                        otherThanSample<TypeParam>(place)),
+                WriteStatus::Stored);
+      EXPECT_EQ(arrayElements<TypeParam>(wrapper), expected);
+      if (isMirrorFilled) {
+        EXPECT_EQ(mirrorElements<TypeParam>(wrapper), expected);
+      }
+    }
+    EXPECT_EQ(mirrorElements<TypeParam>(wrapper), expected);
+  }
+  EXPECT_TRUE(raisedNothing());
+}
+
+TYPED_TEST(ElementWriterOf, ServesManyElements) {
+  for (const bool isMirrorFilled : {false, true}) {
+    SCOPED_TRACE(isMirrorFilled);
+    MDArrayWrapper wrapper(sampleArray<TypeParam>({50, 40}), 'F');
+    if (isMirrorFilled) wrapper.buf();
+    {
+      ElementWriter<TypeParam> writer(wrapper);
+      for (std::int64_t place = 0; place < 2000; ++place) {
+        ASSERT_EQ(writer.write(place, sample<TypeParam>(static_cast<std::size_t>(place) + 7)),
+                  WriteStatus::Stored);
+      }
+    }
+    EXPECT_EQ(arrayElements<TypeParam>(wrapper), samples<TypeParam>(2000, 7));
+    EXPECT_EQ(mirrorElements<TypeParam>(wrapper), samples<TypeParam>(2000, 7));
+  }
+}
+
+TYPED_TEST(ElementWriterOf, StoresNothingOutside) {
+  for (const bool isMirrorFilled : {false, true}) {
+    SCOPED_TRACE(isMirrorFilled);
+    MDArrayWrapper wrapper(sampleArray<TypeParam>({2, 3}), 'F');
+    if (isMirrorFilled) wrapper.buf();
+    for (const std::int64_t place :
+         {std::int64_t{-1}, std::int64_t{6}, std::int64_t{7},
+          std::numeric_limits<std::int64_t>::max(), std::numeric_limits<std::int64_t>::min()}) {
+      SCOPED_TRACE(place);
+      EXPECT_EQ(ElementWriter<TypeParam>(wrapper).write(place, otherThanSample<TypeParam>(0)),
+                WriteStatus::OutsideStorage);
+      EXPECT_EQ(arrayElements<TypeParam>(wrapper), samples<TypeParam>(6));
+      if (isMirrorFilled) {
+        EXPECT_EQ(mirrorElements<TypeParam>(wrapper), samples<TypeParam>(6));
+      }
+    }
+    EXPECT_EQ(mirrorElements<TypeParam>(wrapper), samples<TypeParam>(6));
+  }
+  MDArrayWrapper empty(sampleArray<TypeParam>({0, 3}), 'F');
+  EXPECT_EQ(ElementWriter<TypeParam>(empty).write(0, otherThanSample<TypeParam>(0)),
+            WriteStatus::OutsideStorage);
+  EXPECT_TRUE(raisedNothing()) << "who writes reports";
+}
+
+TYPED_TEST(ElementWriterOf, GoesOnAfterAPlaceOutside) {
+  MDArrayWrapper wrapper(sampleArray<TypeParam>({2, 3}), 'F');
+  {
+    ElementWriter<TypeParam> writer(wrapper);
+    EXPECT_EQ(writer.write(6, otherThanSample<TypeParam>(5)), WriteStatus::OutsideStorage);
+    EXPECT_EQ(writer.write(5, otherThanSample<TypeParam>(5)), WriteStatus::Stored);
+  }
+  std::vector<TypeParam> expected = samples<TypeParam>(6);
+  expected[5] = otherThanSample<TypeParam>(5);
+  EXPECT_EQ(arrayElements<TypeParam>(wrapper), expected);
+}
+
+TYPED_TEST(ElementWriterOf, UnsharesTheContentsOnce) {
+  const TypedArray<TypeParam> kept = sampleArray<TypeParam>({2, 3});
+  MDArrayWrapper wrapper(kept, 'F');
+  MDArrayWrapper other(kept, 'F');
+  ASSERT_EQ(referenceCount(kept), 3U);
+  ElementWriter<TypeParam>(wrapper).write(0, otherThanSample<TypeParam>(0));
+  EXPECT_EQ(referenceCount(kept), 2U);
+  EXPECT_NE(wrapper.array().impl(), kept.impl());
+  EXPECT_EQ(referenceCount(wrapper.array()), 1U);
+
+  const void* const address = addressOfElements<TypeParam>(wrapper);
+  ElementWriter<TypeParam>(wrapper).write(5, otherThanSample<TypeParam>(5));
+  EXPECT_EQ(addressOfElements<TypeParam>(wrapper), address);
+
+  EXPECT_EQ(elementsOf(kept), samples<TypeParam>(6));
+  EXPECT_EQ(arrayElements<TypeParam>(other), samples<TypeParam>(6));
+  EXPECT_EQ(mirrorElements<TypeParam>(other), samples<TypeParam>(6));
+  std::vector<TypeParam> expected = samples<TypeParam>(6);
+  expected[0] = otherThanSample<TypeParam>(0);
+  expected[5] = otherThanSample<TypeParam>(5);
+  EXPECT_EQ(arrayElements<TypeParam>(wrapper), expected);
+  EXPECT_EQ(mirrorElements<TypeParam>(wrapper), expected);
+}
+
+TYPED_TEST(ElementWriterOf, WritesInPlaceWhereNobodyShares) {
+  MDArrayWrapper wrapper(sampleArray<TypeParam>({2, 3}), 'F');
+  const void* const address = addressOfElements<TypeParam>(wrapper);
+  const auto* const impl = wrapper.array().impl();
+  ElementWriter<TypeParam>(wrapper).write(3, otherThanSample<TypeParam>(3));
+  EXPECT_EQ(addressOfElements<TypeParam>(wrapper), address);
+  EXPECT_EQ(wrapper.array().impl(), impl);
+  EXPECT_EQ(referenceCount(wrapper.array()), 1U);
+}
+
+TYPED_TEST(ElementWriterOf, PutsTheArrayBack) {
+  MDArrayWrapper wrapper(sampleArray<TypeParam>({2, 3}), 'F');
+  {
+    const ElementWriter<TypeParam> writer(wrapper);
+  }
+  EXPECT_EQ(wrapper.array().getType(), arrayTypeOf<TypeParam>);
+  EXPECT_EQ(wrapper.array().getDimensions(), (Dimensions{2, 3}));
+  EXPECT_EQ(arrayElements<TypeParam>(wrapper), samples<TypeParam>(6));
+}
+
+// --- Another element type
+
+// Deliberate: the array is left alone, and as many bytes as element and place have go to the
+// mirror.
+TEST(ElementWriter, OfAnotherTypeReachesTheMirrorAlone) {
+  const TypedArray<double> kept = sampleArray<double>({2, 3});
+  MDArrayWrapper wrapper(kept, 'F');
+  const std::byte* const mirror = wrapper.buf();
+  EXPECT_EQ(ElementWriter<std::int64_t>(wrapper).write(1, 0x0102030405060708), WriteStatus::Stored);
+  EXPECT_EQ(ElementWriter<std::uint8_t>(wrapper).write(2, 0x7f), WriteStatus::Stored);
+  EXPECT_EQ(ElementWriter<std::complex<double>>(wrapper).write(5, {9.0, 99.0}),
+            WriteStatus::Stored);
+  EXPECT_EQ(ElementWriter<std::int64_t>(wrapper).write(6, 1), WriteStatus::OutsideStorage);
+
+  EXPECT_EQ(wrapper.array().impl(), kept.impl());
+  EXPECT_EQ(elementsOf(kept), samples<double>(6));
+  std::int64_t number = 0;
+  std::memcpy(&number, mirror + 8, sizeof(number));
+  EXPECT_EQ(number, 0x0102030405060708);
+  EXPECT_EQ(mirror[16], std::byte{0x7f});
+  const double third = 3.0;
+  EXPECT_EQ(std::memcmp(mirror + 17, reinterpret_cast<const std::byte*>(&third) + 1, 7), 0);
+  double last = 0;
+  std::memcpy(&last, mirror + 40, sizeof(last));
+  EXPECT_EQ(last, 9.0) << "the real part, and nothing behind the block";
+}
+
+// --- Reports
+
+TEST(WriteReport, SaysWhatFailed) {
+  EXPECT_TRUE(reportUnlessStored(WriteStatus::Stored));
+  EXPECT_TRUE(raisedNothing());
+  EXPECT_FALSE(reportUnlessStored(WriteStatus::OutsideStorage));
+  EXPECT_TRUE(raised(PyExc_RuntimeError, "unable to set value."));
+  EXPECT_FALSE(reportUnlessStored(WriteStatus::OutOfMemory));
+  EXPECT_TRUE(raised(PyExc_MemoryError, "unable to allocate memory for the elements."));
+}
+
+TEST(ElementWriter, WithoutMemoryForACopyStoresNothing) {
+  constexpr unsigned long bytes = 256UL << 20;
+  const Array kept = ArrayFactory().createArray(ArrayType::INT8, {bytes, 1});
+  MCppPyArray view(kept, SupportedArrayEnum::Int8, false, true);
+  const WrapperAccess storage = view.wrapper();
+  std::vector<WriteStatus> statuses;
+  bool isLimited = false;
+  {
+    const MemoryLimit limit;
+    isLimited = limit.isSet();
+    if (isLimited) {
+      ElementWriter<std::int8_t> writer(*storage);
+      statuses = {writer.write(0, 1), writer.write(1, 1)};
+    }
+  }
+  if (!isLimited) GTEST_SKIP() << "memory cannot be limited here";
+  EXPECT_EQ(statuses, (std::vector{WriteStatus::OutOfMemory, WriteStatus::OutOfMemory}));
+  EXPECT_EQ(storage->array().impl(), kept.impl());
+  EXPECT_EQ(referenceCount(kept), 2U);
+  const TypedArray<std::int8_t> elements(kept);
+  EXPECT_EQ(*elements.begin(), 0);
+}
+
+}  // namespace
