@@ -1,0 +1,59 @@
+"""Reads through three slices in a row, of any dimension, against the model and nested lists."""
+
+import itertools
+
+import pytest
+import velmar
+from slice_model import ViewModel, grid, text_of
+
+lengths = pytest.mark.parametrize("length", [0, 1, 2, 3, 4])
+
+
+def few_slices(length):
+    """Bounds at both ends, within and outside, in both directions and in steps."""
+    ends = (None, 1, -1, length + 1)
+    return [slice(*parts) for parts in itertools.product(ends, ends, (None, -1, 2))]
+
+
+def triples(length):
+    """Three slices in a row; the first two are each every second one of the selection."""
+    some = few_slices(length)
+    yield from itertools.product(some[::2], some[1::2], some)
+
+
+def array_of(*shape):
+    return velmar.double(grid(*shape)) if 0 not in shape else velmar.double(size=shape)
+
+
+class TestTriples:
+    @lengths
+    def test_first_of_two_dimensions(self, length):
+        array, model, rows = array_of(length, 2), ViewModel(grid(length, 2)), grid(length, 2)
+        for chain in triples(length):
+            first, second, third = chain
+            view, want = array[first][second][third], rows[first][second][third]
+            assert model[first][second][third].contents() == want, chain
+            assert len(view) == len(want), chain
+            assert str(view) == text_of(want), chain
+
+    @pytest.mark.parametrize("plane", [0, -1])
+    def test_middle_of_three_dimensions(self, plane):
+        array, rows = array_of(2, 3, 2), grid(2, 3, 2)
+        for chain in triples(3):
+            first, second, third = chain
+            view, want = array[plane][first][second][third], rows[plane][first][second][third]
+            assert str(view) == text_of(want), chain
+            for i in range(-len(want), len(want)):
+                assert view[i][1] == want[i][1], (chain, i)
+
+    def test_number_behind_the_triple(self):
+        array, numbers = array_of(2, 4)[1], grid(2, 4)[1]
+        for chain in triples(4):
+            first, second, third = chain
+            view, want = array[first][second][third], numbers[first][second][third]
+            assert len(view) == len(want), chain
+            for i in range(-len(want), len(want)):
+                assert view[i] == want[i], (chain, i)
+            for i in (len(want), -len(want) - 1):
+                with pytest.raises(IndexError):
+                    view[i]

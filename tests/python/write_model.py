@@ -1,0 +1,259 @@
+"""A model of assignment in plain Python: which elements are written, and what is refused when."""
+
+from __future__ import annotations
+
+import itertools
+import math
+from collections.abc import Callable, Iterable, Iterator, Sequence
+from typing import Any
+
+from conversion_model import Failure
+from nesting_model import NOT_RECTANGULAR, UNEVEN, in_storage_order, storage_order
+from slice_model import EMPTY, SliceItem, item_of, normalized
+from slice_model import composed as composed_for_reading
+
+DIFFERENT_SHAPE = Failure(
+    ValueError,
+    "unable to perform assignment because the left and right sides have a different shape.",
+)
+NO_VALUES = Failure(ValueError, "slice is nonempty but values are empty.")
+NO_ROOM = Failure(
+    ValueError, "slice is empty, but number of elements assigned is greater than zero."
+)
+WRONG_COUNT = Failure(ValueError, "length of slice does not match number of elements.")
+PAST_SLICE = Failure(RuntimeError, "unable to index into slice.")
+OUTSIDE = Failure(RuntimeError, "unable to set value.")
+SCALAR_EXPECTED = Failure(TypeError, "sequence passed when scalar was expected.")
+
+
+def invalid_index(index: int) -> Failure:
+    return Failure(IndexError, f"index has an invalid value: {int(index)}")
+
+
+class Refused(Exception):
+    """Carries the Failure of an assignment out of the model."""
+
+
+def refuse(failure: Failure) -> None:
+    raise Refused(failure)
+
+
+def number(value: Any) -> Any:
+    """What velmar.double makes of a float or an int; lists are refused as a scalar."""
+    return SCALAR_EXPECTED if isinstance(value, list) else float(value)
+
+
+def flattened(value: Any, convert: Callable[[Any], Any]) -> tuple[list[int], list[Any]]:
+    """The lengths that the nesting of lists shows, level by level, and all scalars in order."""
+    lengths: list[int] = []  # 0 while open
+    elements: list[Any] = []
+    depths: set[int] = set()
+
+    def walk(node: Any, depth: int) -> None:
+        if not isinstance(node, list):
+            elements.append(converted(node, convert))
+            depths.add(depth)
+            if len(depths) > 1:
+                refuse(NOT_RECTANGULAR)
+            return
+        if len({len(child) if isinstance(child, list) else None for child in node}) > 1:
+            refuse(UNEVEN)
+        if len(lengths) == depth:
+            lengths.append(0)
+        for child in node:
+            walk(child, depth + 1)
+        if lengths[depth] not in (0, len(node)):
+            refuse(NOT_RECTANGULAR)
+        lengths[depth] = len(node)
+
+    walk(value, 0)
+    return lengths or [1, 1], elements
+
+
+def converted(value: Any, convert: Callable[[Any], Any]) -> Any:
+    element = convert(value)
+    if isinstance(element, Failure):
+        refuse(element)
+    return element
+
+
+class Storage:
+    """The elements of an array, first index fastest."""
+
+    def __init__(self, shape: Sequence[int], elements: Iterable[Any] | None = None):
+        self.shape = tuple(shape)
+        count = math.prod(self.shape)
+        values = [float(i) for i in range(count)] if elements is None else list(elements)
+        self.elements = storage_order(self.shape, values)
+
+    def contents(self) -> list:
+        return in_storage_order(self.shape, self.elements)
+
+    def write(self, position: Iterable[int], element: Any) -> None:
+        """No index is compared with its own dimension: only the place in the storage counts."""
+        offset, stride = 0, 1
+        for index, length in zip(position, self.shape, strict=True):
+            offset += index * stride
+            stride *= length
+        if not 0 <= offset < len(self.elements):
+            refuse(OUTSIDE)
+        self.elements[offset] = element
+
+
+def resolved(parent: SliceItem, child: SliceItem) -> SliceItem:
+    """The run written by a slice of a view that ends in a slice.
+
+    Unlike in a read, the child was made for the length of the storage's dimension. So its count
+    may be more than the view has left behind the child's start, and the run may leave the view.
+    """
+    child = normalized(child, parent.length)
+    values = parent.positions()
+    if not values:
+        return parent
+    if len(values) <= child.start:
+        return EMPTY
+    start = values[child.start]
+    step = parent.step * child.step
+    length = min(len(values), child.length)
+    return SliceItem(start, start + step * length, step, length)
+
+
+def increment(position: list[int], ranges: Sequence[tuple[int, int, int]]) -> bool:
+    """Move on, last index fastest; False if this was the last position, which then stays."""
+    for k in reversed(range(len(position))):
+        start, stop, step = ranges[k]
+        index = position[k]
+        inside = start <= index < stop if step >= 0 else stop < index <= start
+        if not inside:
+            return False
+        following = index + step
+        if step > 0 and following < stop or step < 0 and following > stop:
+            position[k] = following
+            position[k + 1 :] = [begin for begin, _, _ in ranges[k + 1 :]]
+            return True
+        if step == 0:  # a fixed dimension ends the walk
+            return False
+    return False
+
+
+class Target:
+    """A view to write through: fixed integers, then perhaps a slice, all as storage positions."""
+
+    def __init__(
+        self,
+        storage: Storage,
+        convert: Callable[[Any], Any] = number,
+        fixed: tuple[int, ...] = (),
+        item: SliceItem | None = None,
+    ):
+        self.storage = storage
+        self.convert = convert
+        self.fixed = fixed
+        self.item = item
+
+    @property
+    def stored_length(self) -> int:
+        """What subscripts of an assignment count by, whatever slice the view ends in."""
+        return self.storage.shape[len(self.fixed)]
+
+    @property
+    def is_last(self) -> bool:
+        return len(self.fixed) == len(self.storage.shape) - 1
+
+    def __len__(self) -> int:
+        return self.stored_length if self.item is None else self.item.length
+
+    def __getitem__(self, subscript: int | slice) -> Target:
+        if isinstance(subscript, slice):
+            if self.item is None:
+                item = item_of(subscript, self.stored_length)
+            else:
+                item = composed_for_reading(self.item, subscript)
+            return Target(self.storage, self.convert, self.fixed, item)
+        positions = range(self.stored_length) if self.item is None else self.item.positions()
+        if not -len(positions) <= subscript < len(positions):
+            refuse(invalid_index(subscript))
+        fixed = (*self.fixed, positions[subscript])
+        return Target(self.storage, self.convert, fixed)
+
+    def __setitem__(self, subscript: int | slice, value: Any) -> None:
+        if not isinstance(subscript, slice):
+            self._set_at_integer(subscript, value)
+            return
+        item = item_of(subscript, self.stored_length)
+        if self.is_last:
+            self._set_numbers(item.positions(), value)
+        else:
+            self._set_rows(item, value)
+
+    def _set_at_integer(self, subscript: int, value: Any) -> None:
+        length = self.stored_length
+        index = subscript + length if subscript < 0 else subscript
+        if not 0 <= index < length:
+            refuse(invalid_index(subscript))
+        if self.item is not None:
+            positions = self.item.positions()
+            if len(positions) <= index:
+                refuse(PAST_SLICE)
+            index = positions[index]
+        if self.is_last:
+            self.storage.write((*self.fixed, index), converted(value, self.convert))
+        else:
+            self._set_row(index, value)
+
+    def _set_row(self, index: int, value: Any) -> None:
+        """A whole sub-array, of just the same dimensions."""
+        lengths, elements = flattened(value, self.convert)
+        open_lengths = self.storage.shape[len(self.fixed) + 1 :]
+        if lengths != list(open_lengths):
+            refuse(DIFFERENT_SHAPE)
+        places = itertools.product(*map(range, open_lengths))
+        for element, place in zip(elements, places):  # noqa: B905 - elements can be missing
+            self.storage.write((*self.fixed, index, *place), element)
+
+    def _set_numbers(self, indices: range, value: Any) -> None:
+        """A run of the last dimension; the slice that the view ends in has no say."""
+        lengths, elements = flattened(value, self.convert)
+        if len(lengths) != 1 or len(elements) != len(indices):
+            refuse(DIFFERENT_SHAPE)
+        for index, element in zip(indices, elements, strict=True):
+            self.storage.write((*self.fixed, index), element)
+
+    def _set_rows(self, item: SliceItem, value: Any) -> None:
+        """A run of sub-arrays; only the count of elements matters, and it is found out last."""
+        lengths, elements = flattened(value, self.convert)
+        if math.prod(lengths) == 0:
+            if item.length != 0:
+                refuse(NO_VALUES)
+            return
+        if item.length == 0:
+            refuse(NO_ROOM)
+        if self.item is not None:
+            item = resolved(self.item, item)
+        ranges = list(self._ranges(item))
+        position = [start for start, _, _ in ranges]
+        moved, done = True, 0
+        while moved and done < len(elements):
+            self.storage.write(position, elements[done])
+            moved = increment(position, ranges)
+            done += 1
+        if moved or done < len(elements):
+            refuse(WRONG_COUNT)
+
+    def _ranges(self, item: SliceItem) -> Iterator[tuple[int, int, int]]:
+        for index in self.fixed:
+            yield index, index + 1, 0
+        yield item.start, item.stop, item.step
+        for length in self.storage.shape[len(self.fixed) + 1 :]:
+            yield 0, length, 1
+
+
+def attempt(target: Any, subscript: Any, value: Any) -> tuple[type, str] | None:
+    """Assign to a view or to the model of one: None, or the exception's class and message."""
+    try:
+        target[subscript] = value
+    except Refused as refused:
+        return refused.args[0].exception, refused.args[0].message
+    except Exception as error:
+        return type(error), str(error)
+    return None
