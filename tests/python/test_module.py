@@ -1,5 +1,6 @@
 """The module itself: what it publishes and in which order, its classes and its exceptions."""
 
+import collections.abc
 import gc
 import importlib
 import struct
@@ -45,6 +46,12 @@ NEVER_THERE = [
     "__dict__",
     "__weakref__",
 ]
+
+METHOD = type(list.append)
+METHOD_DOCS = {
+    "clone": "clone returns an independent copy of the input object",
+    "__reduce__": "__reduce__ pickles the input object",
+}
 
 # Bits of a class's flags word.
 IMMUTABLE_TYPE = 1 << 8
@@ -148,8 +155,28 @@ class TestArrayClasses:
     def test_slots(self, row):
         own = set(vars(row.cls))
         assert own >= {"__new__", "__len__", "__getitem__", "__repr__", "__str__"}
+        assert own >= {"__setitem__", "__delitem__", "__iter__"}
+        assert own >= {"__eq__", "__ne__", "__lt__", "__le__", "__gt__", "__ge__", "__hash__"}
         for absent in NEVER_THERE:
             assert absent not in own, absent
+
+    @each(CLASS_ROWS)
+    def test_methods(self, row):
+        methods = [name for name, value in vars(row.cls).items() if type(value) is METHOD]
+        assert [name for name in methods if name in METHOD_DOCS] == list(METHOD_DOCS)
+        for name, doc in METHOD_DOCS.items():
+            assert getattr(row.cls, name).__doc__ == doc
+            assert getattr(row.cls, name).__objclass__ is row.cls
+
+    @each(CLASS_ROWS)
+    def test_is_unhashable(self, row):
+        assert row.cls.__hash__ is None
+        assert not isinstance(row.cls([1]), collections.abc.Hashable)
+
+    @each(CLASS_ROWS)
+    def test_is_iterable_and_no_iterator(self, row):
+        assert isinstance(row.cls([1]), collections.abc.Iterable)
+        assert not isinstance(row.cls([1]), collections.abc.Iterator)
 
     @each(CLASS_ROWS)
     def test_instance_is_of_the_class_real_or_complex(self, row):
@@ -192,6 +219,10 @@ class TestIteratorClass:
 
     def test_has_no_new_of_its_own(self):
         assert "__new__" not in vars(module.MCPyIter)
+
+    def test_slots(self):
+        assert set(vars(module.MCPyIter)) >= {"__iter__", "__next__"}
+        assert issubclass(module.MCPyIter, collections.abc.Iterator)
 
 
 EXCEPTIONS = pytest.mark.parametrize("name", ["ShapeError", "SizeError"])

@@ -59,12 +59,16 @@ class TestLoops:
         assert got == [float(i) for i in range(24)]
 
     def test_backwards(self):
+        # Through the subscripts, so that the views keep the storage.
         assert list(reversed(line(4))) == [3.0, 2.0, 1.0, 0.0]
         assert [contents(view) for view in reversed(velmar.int8([[1], [2]]))] == [[2], [1]]
 
     def test_unpacking(self):
-        first, second = velmar.int8([[1, 2], [3, 4]])
+        array = velmar.int8([[1, 2], [3, 4]])
+        first, second = array
         (a, b), (c, d) = first, second
+        assert (a, b, c, d) == (1, 2, 3, 4)
+        (a, b), (c, d) = array
         assert (a, b, c, d) == (1, 2, 3, 4)
         head, *tail = line(4)
         assert (head, tail) == (0.0, [1.0, 2.0, 3.0])
@@ -99,10 +103,31 @@ class TestContainment:
         assert 0.0 not in line(5)[:0]
         assert 0.0 not in velmar.double()
 
+    def test_views(self):
+        array = velmar.double([[1, 2], [3, 4]])
+        assert array[1] in array
+        assert velmar.double([3, 4])[0] in array
+        assert velmar.double([3, 4]) not in array
+        assert velmar.double([5, 6])[0] not in array
+        assert velmar.single([3, 4])[0] not in array
+        assert [3.0, 4.0] not in array
+        assert 3.0 not in array
+
+    def test_of_a_temporary_array(self):
+        assert 2 in velmar.int8([[1, 2]])[0]
+        assert velmar.int8([3, 4])[0] in velmar.int8([[1, 2], [3, 4]])
+
+    def test_not_a_number_is_not_found(self):
+        number = float("nan")
+        assert number not in velmar.double([[number]])[0]
+
     def test_counting_and_searching(self):
         view = velmar.int8([[1, 2, 1, 3]])[0]
         assert operator.countOf(view, 1) == 2
         assert operator.indexOf(view, 3) == 3
+        array = velmar.int8([[1, 2], [3, 4], [1, 2]])
+        assert operator.countOf(array, array[0]) == 2
+        assert operator.indexOf(array, array[1]) == 1
         with pytest.raises(ValueError):
             operator.indexOf(view, 9)
 
