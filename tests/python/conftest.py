@@ -17,3 +17,12 @@ settings.register_profile(
     "search", settings.get_profile("ci"), derandomize=False, max_examples=1000
 )
 settings.load_profile(os.environ.get("HYPOTHESIS_PROFILE", "ci"))
+
+
+def pytest_addoption(parser):
+    group = parser.getgroup("random programs")
+    group.addoption(
+        "--program-steps", type=int, default=8000, help="steps of the random programs in all"
+    )
+    group.addoption("--program-seed", type=int, default=0, help="where the random programs start")
+    group.addoption("--program-log", help="a file for each line before it runs, should one crash")

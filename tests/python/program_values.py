@@ -1,0 +1,217 @@
+"""What the data of a constructor or an assignment becomes: dimensions and elements, or an error."""
+
+from __future__ import annotations
+
+import math
+from collections.abc import Callable
+from typing import Any
+
+from arrays import ElementClass
+from conversion_model import Failure, convert
+from nesting_model import mismatch, normalized, storage_order
+from velmarmultidimarrayforpython import ShapeError, SizeError
+
+NOTHING = object()  # what an assignment gets where the program says `del`
+NULL_ITEM = "null data pointer."
+NOT_RECTANGULAR = "arrays must be rectangular."
+TWO_SOURCES = "initializer and 'vector' must not both be specified."
+THREE_POSITIONS = (
+    "more than two positional arguments must not be specified. A third will be treated as "
+    "'vector', which must not be specified when an initializer is specified."
+)
+
+Convert = Callable[[Any], Any]
+Data = tuple[list[int], list[Any]]  # dimensions, and as many elements
+
+
+def is_sequence(value: Any) -> bool:
+    return hasattr(type(value), "__getitem__") and not isinstance(value, dict)
+
+
+def converted(element: Any) -> Any:
+    """The element of a conversion that may have failed."""
+    if isinstance(element, Failure):
+        raise element.exception(element.message)
+    return element
+
+
+def assigned(row: ElementClass, is_complex: bool, value: Any) -> Any:
+    """As in a construction, except that a logical takes neither floats nor complex numbers."""
+    if row.kind == "logical" and isinstance(value, float):
+        return Failure(TypeError, "velmar.logical does not accept floating-point values.")
+    if row.kind == "logical" and isinstance(value, complex):
+        text = "does not accept complex values if 'is_complex' is not set to 'True'."
+        return Failure(TypeError, f"velmar.logical {text}")
+    return convert(row, is_complex, value)
+
+
+def assigned_alone(row: ElementClass, is_complex: bool, value: Any) -> Any:
+    """The one element that an assignment to a number takes, where nothing is walked."""
+    if value is NOTHING:
+        raise RuntimeError(NULL_ITEM)
+    if is_sequence(value) and not is_complex:
+        text = isinstance(value, str)
+        raise TypeError(
+            "value is not numeric." if text else "sequence passed when scalar was expected."
+        )
+    return converted(assigned(row, is_complex, value))
+
+
+def _item(sequence: Any, index: int) -> Any:
+    try:
+        return sequence[index]
+    except Exception:
+        return NOTHING
+
+
+def _length(sequence: Any) -> int:
+    """How many items it has, which must be all numbers or all sequences of one length."""
+    count = len(sequence)
+    if count < 2:
+        return count
+    first = None
+    for index in range(count):
+        item = _item(sequence, index)
+        if item is NOTHING:
+            raise RuntimeError(NULL_ITEM)
+        if index == 0:
+            first = len(item) if is_sequence(item) else None
+            continue
+        if is_sequence(item) != (first is not None) or (first is not None and len(item) != first):
+            raise ValueError("elements of array are of different lengths or types.")
+    return count
+
+
+class _Walk:
+    """The walk through nested data (no closure: one that calls itself would live on as a cycle)."""
+
+    def __init__(self, element_of: Convert):
+        self.element_of = element_of
+        self.dimensions: list[int] = []
+        self.elements: list[Any] = []
+        self.leaf_depth = 0
+
+    def visit(self, value: Any, depth: int) -> None:
+        if value is NOTHING:
+            raise RuntimeError(NULL_ITEM)
+        if isinstance(value, str):
+            raise ValueError("value passed to initializer must be numeric.")
+        if not is_sequence(value):
+            self._visit_leaf(value, depth)
+            return
+        count = _length(value)
+        if len(self.dimensions) == depth:
+            self.dimensions.append(0)
+        for index in range(count):
+            self.visit(_item(value, index), depth + 1)
+        found = self.dimensions[depth] or count  # a length of 0 leaves the dimension open
+        if found != count:
+            raise ValueError(NOT_RECTANGULAR)
+        self.dimensions[depth] = found
+
+    def _visit_leaf(self, value: Any, depth: int) -> None:
+        self.elements.append(converted(self.element_of(value)))
+        self.leaf_depth = self.leaf_depth or depth
+        if self.leaf_depth != depth:
+            raise ValueError(NOT_RECTANGULAR)
+
+
+def flattened(data: Any, element_of: Convert) -> Data:
+    """The elements, last nesting level fastest, and the lengths that the nesting shows."""
+    walk = _Walk(element_of)
+    walk.visit(data, 0)
+    return walk.dimensions or [1, 1], walk.elements
+
+
+def _text(dimensions: list[int]) -> str:
+    return ", ".join(map(str, dimensions))
+
+
+def specified_dimensions(size: Any) -> list[int]:
+    if not is_sequence(size):
+        raise TypeError("value of 'size' must be a sequence.")
+    if len(size) == 0:
+        raise ValueError("sequence passed to 'size' must not be empty.")
+    for length in size:
+        if not isinstance(length, int):
+            raise TypeError("dimensions must be nonnegative integers.")
+        if length < 0:
+            text = "size cannot contain negative dimensions. Use nonnegative integers for"
+            raise ValueError(f"{text} dimensions.")
+    return normalized([int(length) for length in size])
+
+
+def _fills_storage(calculated: list[int], specified: list[int]) -> bool:
+    """Whether data of these dimensions is poured into `size`; an error if it does not fit."""
+    if not specified or calculated == specified:
+        return False
+    text = mismatch(_text(calculated), _text(specified))
+    if math.prod(calculated) != math.prod(specified):
+        raise ShapeError(text)
+    if len(calculated) == 1 and calculated[0] > 0:
+        return calculated[0] > 1
+    if math.prod(specified) != 0:
+        raise SizeError(text)
+    return False
+
+
+def _from_vector(vector: Any, specified: list[int], element_of: Convert) -> Data:
+    if not is_sequence(vector):
+        raise ValueError("value of 'vector' must be a sequence.")
+    if isinstance(vector, str):
+        raise ValueError("value passed to 'vector' must be numeric.")
+    count = len(vector)
+    calculated = [count] if specified else [1, count]
+    _fills_storage(calculated, specified)
+    elements = []
+    for index in range(count):
+        item = _item(vector, index)
+        if item is NOTHING:
+            raise RuntimeError(f"item {index} could not be retrieved.")
+        if is_sequence(item):
+            raise TypeError("value of 'vector' must be an unnested sequence.")
+        element = element_of(item)
+        if isinstance(element, Failure):
+            raise ValueError(element.message)  # whatever the class of the failure
+        elements.append(element)
+    return specified or calculated, elements
+
+
+def _from_initializer(initializer: Any, specified: list[int], element_of: Convert) -> Data:
+    calculated, elements = flattened(initializer, element_of)
+    if math.prod(calculated) != len(elements):
+        raise ValueError(NOT_RECTANGULAR)
+    if len(calculated) == 1 and specified and len(elements) != math.prod(specified):
+        raise ShapeError(mismatch(_text(calculated), _text(specified)))
+    if len(calculated) == 1 and not specified:
+        calculated = [min(calculated[0], 1), calculated[0]]
+    if len(calculated) > 1:
+        calculated = normalized(calculated)
+    poured = _fills_storage(calculated, specified)
+    dimensions = specified or calculated
+    return dimensions, elements if poured else storage_order(dimensions, elements)
+
+
+def constructed(
+    row: ElementClass,
+    is_complex: bool,
+    initializer: Any = None,
+    size: Any = None,
+    vector: Any = None,
+    vector_is_named: bool = True,
+) -> Data:
+    """The dimensions of a new array, and its elements with the first index fastest."""
+    if initializer is None and size is None and vector is None:
+        return [0, 0], []
+    if initializer is not None and vector is not None:
+        raise TypeError(TWO_SOURCES if vector_is_named else THREE_POSITIONS)
+    specified = [] if size is None else specified_dimensions(size)
+
+    def element_of(value: Any) -> Any:
+        return convert(row, is_complex, value)
+
+    if vector is not None:
+        return _from_vector(vector, specified, element_of)
+    if initializer is not None:
+        return _from_initializer(initializer, specified, element_of)
+    return specified, [element_of(0)] * math.prod(specified)
