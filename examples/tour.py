@@ -1,10 +1,11 @@
 # A tour of the array classes over a table of measured penguins.
-"""Makes arrays of several classes from examples/data/penguins.csv, subscripts and prints them.
+"""Makes arrays of several classes from examples/data/penguins.csv, then uses them as data.
 
 Each printed line "expression = value" is an expression of this file and the text of its value.
 """
 
 import csv
+import pickle
 from pathlib import Path
 
 import velmar
@@ -115,6 +116,57 @@ def text_and_errors(penguins):
     refused(lambda: lengths[0][2], "lengths[0][2]")
 
 
+def flippers_and_masses(penguins):
+    return velmar.int32([[int(p["flipper_length_mm"]), int(p["body_mass_g"])] for p in penguins])
+
+
+def writes(penguins):
+    explain("An assignment through a view goes to the shared storage: the array shows it at once.")
+    table = flippers_and_masses(penguins)
+    show(f"{table[:3] = !s}")
+    first = table[0]
+    first[1] = 3800
+    table[1:3] = [[187, 3810], [196, 3260]]
+    show(f"{table[:3] = !s}")
+    show(f"{first = !s}")
+
+    explain("A slice in the last dimension takes a flat sequence: grams to the nearest hundred.")
+    for row in table[:3]:
+        row[1:] = [round(row[1], -2)]
+    show(f"{table[:3] = !s}")
+
+    explain("Nothing is broadcast, and a value that does not fit leaves the array as it was.")
+    refused(lambda: table.__setitem__(0, 0), "table[0] = 0")
+    refused(lambda: first.__setitem__(1, 3750.5), "first[1] = 3750.5")
+
+
+def copies_and_comparison(penguins):
+    explain("A clone of a view is an array of its own: a write to one is not seen in the other.")
+    table = flippers_and_masses(penguins)
+    chinstraps = table[274:]
+    kept = chinstraps.clone()
+    show(f"{len(kept), kept == chinstraps = }")
+    table[274][1] = 0
+    show(f"{chinstraps[0] = !s}")
+    show(f"{kept[0] = !s}")
+    show(f"{kept == chinstraps = }")
+
+    explain("Pickles carry arrays and views away, to files or to other processes, and back.")
+    loaded = pickle.loads(pickle.dumps(table))
+    show(f"{loaded == table = }")
+    show(f"{len(loaded), loaded[274:][0][1] = }")
+    show(f"{loaded == velmar.int64(table) = }  (another class)")
+
+
+def loops(penguins):
+    explain("A loop yields the rows of an array, and the numbers of a row.")
+    table = flippers_and_masses(penguins)  # the name keeps the rows of the loops alive
+    for row in table[::150]:
+        show(f"{row = !s}")
+    show(f"{max(mass for _, mass in table) = }")
+    show(f"{sum(flipper for flipper, _ in table) / len(table) = :.1f}")
+
+
 def main():
     penguins = read_penguins()
     print(f"{len(penguins)} penguins, read from {DATA_FILE.name}.")
@@ -123,6 +175,9 @@ def main():
     three_dimensions(penguins)
     complex_and_logical(penguins)
     text_and_errors(penguins)
+    writes(penguins)
+    copies_and_comparison(penguins)
+    loops(penguins)
 
 
 if __name__ == "__main__":
