@@ -5,6 +5,7 @@ import itertools
 import statistics
 import subprocess
 import sys
+import textwrap
 import time
 from pathlib import Path
 
@@ -25,7 +26,7 @@ SAMPLE_PROGRAM = """
 def sample(repeats_, clock_, {names}):
     start_ = clock_()
     for _ in repeats_:
-        {statement}
+{body}
     return clock_() - start_
 """
 
@@ -33,11 +34,18 @@ def sample(repeats_, clock_, {names}):
 def modules():
     """The names that every statement may use."""
     import array
+    import pickle
 
     import numpy
     import velmar
 
-    return {"velmar": velmar, "np": numpy, "array": array.array, "sys": sys}
+    return {
+        "velmar": velmar,
+        "np": numpy,
+        "array": array.array,
+        "pickle": pickle,
+        "sys": sys,
+    }
 
 
 class Sampler:
@@ -45,7 +53,8 @@ class Sampler:
 
     def __init__(self, statement, names, least_seconds):
         scope = {}
-        exec(SAMPLE_PROGRAM.format(names=", ".join(names), statement=statement), scope)
+        body = textwrap.indent(statement, " " * 8)
+        exec(SAMPLE_PROGRAM.format(names=", ".join(names), body=body), scope)
         self.function = scope["sample"]
         self.names = names
         self.runs = 1
@@ -71,6 +80,10 @@ def medians_of(samplers, repeats):
     return {column: statistics.median(values) for column, values in samples.items()}
 
 
+def make(maker, names):
+    return eval(maker, dict(names))
+
+
 def measure_times(case, repeats, least_seconds):
     names = modules()
     if case.data:
@@ -79,8 +92,9 @@ def measure_times(case, repeats, least_seconds):
     for column, statement in case.statements.items():
         own = dict(names)
         if case.makers:
-            own["a"] = eval(case.makers[column], own)
-            own.pop("__builtins__")
+            own["a"] = make(case.makers[column], names)
+        if case.twin:
+            own["b"] = make(case.makers[column], names | {"data": case.data()})
         samplers[column] = Sampler(statement, own, least_seconds)
     gc.collect()
     gc.disable()

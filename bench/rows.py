@@ -1,5 +1,8 @@
 # What a row of the benchmark is, and the helpers that make a row of one line.
-"""A statement may use velmar, np, array, sys, the row's data, and a where the row has makers."""
+"""A statement may use velmar, np, array, pickle, sys and the row's data; with makers also a.
+
+A twin row has b as well: made like a, of equal elements that are objects of their own.
+"""
 
 import random
 from collections.abc import Callable
@@ -13,7 +16,8 @@ NUMPY_F = "numpy-F"  # column-major, the fair one for anything that reorders
 ARRAY = "array"  # a list of array.array rows, or one flat array.array
 LIST = "list"  # shares the elements, so a floor and no equal where others convert
 BYTES = "bytearray"
-PEERS = (NUMPY, NUMPY_F, ARRAY, LIST, BYTES)
+BY_HAND = "by hand"  # our arrays, with the steps that the statement saves written out
+PEERS = (NUMPY, NUMPY_F, ARRAY, LIST, BYTES, BY_HAND)
 
 # What a peak may have on top at any size: arenas of the allocator, pages of code.
 PEAK_CONSTANT_BYTES = 1 << 20
@@ -45,6 +49,7 @@ class Case:
     limit: Limit | None = None
     data: Callable[[], list] | None = None
     makers: dict[str, str] = field(default_factory=dict)
+    twin: bool = False
     kind: Kind = Kind.TIME
     element_bytes: int = 0
 
@@ -139,13 +144,20 @@ DOUBLE_MAKERS = {
     NUMPY_F: 'np.array(data, order="F")',
     ARRAY: '[array("d", row) for row in data]',
     LIST: "data",
+    BY_HAND: "velmar.double(data)",
 }
+SAME_FOR_ALL = (OURS, NUMPY, NUMPY_F, ARRAY, LIST)
 
 
-def read(statement, limit=None, rows=100, columns=100, numpy=None):
-    """One expression of a rows by columns array of doubles; numpy where NumPy needs another."""
-    statements = dict.fromkeys(DOUBLE_MAKERS, statement)
-    if numpy:
-        statements |= {NUMPY: numpy, NUMPY_F: numpy}
-    name = f"{statement}, {rows}x{columns}"
-    return Case(name, statements, limit, nested(rows, columns, random_float), DOUBLE_MAKERS)
+def use(statement, limit=None, rows=100, columns=100, name=None, twin=False, **others):
+    """A statement over a rows by columns array of doubles.
+
+    Others are the columns that spell it otherwise: numpy (in both orders), array, list, by_hand.
+    """
+    statements = dict.fromkeys(SAME_FOR_ALL, statement)
+    if "numpy" in others:
+        others[NUMPY_F] = others["numpy"]
+    statements |= {column.replace("_", " "): other for column, other in others.items()}
+    name = f"{name or statement}, {rows}x{columns}"
+    data = nested(rows, columns, random_float)
+    return Case(name, statements, limit, data, DOUBLE_MAKERS, twin)
