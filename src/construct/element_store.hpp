@@ -45,6 +45,13 @@ class ElementStore {
     return true;
   }
 
+  // `count` elements of any value in place of what was there, to be written by the caller. There
+  // must be room.
+  T* replace(std::uint64_t count) {
+    m_size = count;
+    return m_block.get();
+  }
+
   // There must be room.
   void append(T element) { m_block[m_size++] = element; }
 

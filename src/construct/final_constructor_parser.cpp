@@ -39,6 +39,21 @@ std::optional<std::int64_t> getLengthOfPySequence(PyObject* value) {
   return length;
 }
 
+bool areDifferentButCompatible(char input, char output, long itemsize) {
+  switch (input) {
+    case '?':
+      return output == 'B';
+    case 'B':
+      return output == '?';
+    case 'l':
+      return output == (itemsize == 4 ? 'i' : 'q');
+    case 'L':
+      return output == (itemsize == 4 ? 'I' : 'Q');
+    default:
+      return false;
+  }
+}
+
 bool size_reconciliation::readDimension(PyObject* size, Py_ssize_t index, std::int64_t& dimension) {
   const PyRef item = PyRef::steal(PySequence_GetItem(size, index));
   if (!item) {

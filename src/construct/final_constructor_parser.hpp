@@ -35,6 +35,10 @@ bool retrieveBoolKwarg(PyObject* value, const char* name, bool& ok);
 // do not agree in being sequences and in length, or with an error set when they cannot be asked.
 std::optional<std::int64_t> getLengthOfPySequence(PyObject* value);
 
+// Whether two different letters of the buffer protocol denote the same representation in an item
+// of that many bytes: a long by its width, a byte and a bool.
+bool areDifferentButCompatible(char input, char output, long itemsize);
+
 // One object a call, on the stack. T is one of the 22 element types; characters are for
 // internal use. A false or empty result has a Python exception set.
 template <class T>
@@ -86,6 +90,10 @@ class FinalConstructorParser {
 
   // initializer
   ElementBuffer<T> processInitializerKwarg(PyObject* initializer, bool& ok);
+  bool fillFromBufferOf(PyObject* exporter);
+  bool fillVectorFromExternalBuffer(const Py_buffer& view);
+  bool takeDimensionsOf(const Py_buffer& view, std::uint64_t count);
+  bool takeElementsOf(const Py_buffer& view, std::uint64_t count);
   bool flattenSequence(PyObject* value, bool allowFloatingPoint);
   bool flattenItems(PyObject* value, std::int64_t length, bool allowFloatingPoint);
   bool flattenPlainNumbers(PyObject* value, bool allowFloatingPoint);

@@ -4,12 +4,14 @@
 #include <stdexcept>
 
 #include "construct/element_conversion_impl.hpp"
+#include "construct/external_buffer_impl.hpp"
 #include "construct/final_constructor_parser.hpp"
 #include "construct/layout_conversion.hpp"
 #include "construct/memory_error.hpp"
 #include "construct/plain_sequence.hpp"
 #include "construct/size_reconciliation_impl.hpp"
 #include "module/support.hpp"
+#include "storage/mcpy_array.hpp"
 
 namespace flattening {
 
@@ -158,7 +160,12 @@ ElementBuffer<T> FinalConstructorParser<T>::processInitializerKwarg(PyObject* in
     setError(PyExc_ValueError, flattening::notNumeric);
     return noBuffer();
   }
-  if (!flattenWithUnspecifiedDimensions(initializer, true)) return noBuffer();
+  // Arrays of our own are walked like any sequence.
+  const bool isOutside = PyObject_CheckBuffer(initializer) != 0 && !MCPyArray_Check(initializer);
+  if (!(isOutside ? fillFromBufferOf(initializer)
+                  : flattenWithUnspecifiedDimensions(initializer, true))) {
+    return noBuffer();
+  }
   // An empty sequence leaves the length of its level open, so that elements can be missing.
   const auto count = static_cast<std::uint64_t>(getNumberOfFlattenedElements());
   if (exactNumberOfElements(calculatedDimensions) != count) {

@@ -69,14 +69,17 @@ std::optional<vd::Array> MCppPyArray::getIndexedArrayAsMDA(MemoryLayout layout,
   }
   std::optional<vd::Array> made = applyVisitor(
       std::as_const(stored), MDAFromIndexedArrayVisitor{*this, layout, makeTwoDimensional});
-  if (made) setIndexedArrayAsMDA(std::move(*made));
+  // The walk can run code that asks for the same snapshot; the first one made stays.
+  if (made && !m_indexedArrayAsMDA) setIndexedArrayAsMDA(std::move(*made));
   return m_indexedArrayAsMDA;
 }
 
 void MCppPyArray::updateIndexRestrictedMCppPyArrayIfNecessary(MemoryLayout layout,
                                                               bool makeTwoDimensional) {
   if (indicesAreEmpty() || m_indexRestrictedMCppPyArray != nullptr) return;
-  m_indexRestrictedMCppPyArray = cloneAsMCppPyArrayUniquePtr(layout, makeTwoDimensional);
+  std::unique_ptr<MCppPyArray> copy = cloneAsMCppPyArrayUniquePtr(layout, makeTwoDimensional);
+  // As for the snapshot; the memory of one made meanwhile may have gone out already.
+  if (m_indexRestrictedMCppPyArray == nullptr) m_indexRestrictedMCppPyArray = std::move(copy);
 }
 
 std::unique_ptr<MCppPyArray> MCppPyArray::cloneAsMCppPyArrayUniquePtr(MemoryLayout layout,

@@ -168,6 +168,18 @@ class MCppPyArray {
   // there is nothing to clone.
   PyObject* cloneAsMCPyArray(velmar::data::MemoryLayout layout, bool makeTwoDimensional);
 
+  // Another shape for the storage, and so for all that share it. False, with nothing changed and no
+  // error set, when memory is short. Deliberate: when the storage has gone the error is set, and
+  // the result is true.
+  bool reshape(const std::vector<std::int64_t>& dimensions,
+               foundation::velmardata::standalone::ClientArrayFactory& factory, char order,
+               velmar::data::MemoryLayout layout);
+
+  // The elements of the whole storage, whatever the view shows, as a real 1-by-N array. Empty with
+  // an error set.
+  std::optional<foundation::velmardata::Array> noncomplex() const;
+  std::optional<foundation::velmardata::Array> realOrImag(bool wantReal) const;
+
   // Whether two walks yield the same. Empty with an error set.
   template <class T>
   std::optional<bool> isEqualTo(MCppPyArray& other);

@@ -11,6 +11,13 @@
 #include "module/python.hpp"
 #include "storage/index_items.hpp"
 
+// What is extracted from an array.
+enum class OutputEnum {
+  Noncomplex = 0,  // the elements of a real array
+  Real = 1,        // the real parts of a complex array
+  Imag = 2,        // the imaginary parts of a complex array
+};
+
 class MDArrayWrapper {
  public:
   // order: 'F' for column-major, the library's own, or 'C'. Throws EArrayUnknownDataType for an
@@ -82,6 +89,33 @@ class MDArrayWrapper {
   // A Python number from element `offset` of the array; null, with no error set, if out of range.
   PyObject* getElementAsPyObjectFromElementOffset(std::int64_t offset) const;
 
+  // Lays another shape over the elements, as many as there are: none moves, and the mirror stays
+  // where it is. False, with nothing changed and no error set, when contents shared with another
+  // handle could not be copied. Constant time otherwise.
+  bool reshape(const std::vector<std::int64_t>& dimensions,
+               foundation::velmardata::standalone::ClientArrayFactory& factory, char order,
+               velmar::data::MemoryLayout layout);
+  // To be called when the addresses of shape and strides go out: their numbers then stay readable
+  // for as long as the wrapper lives, reshaped or not.
+  void keepDescription() { m_isDescriptionKept = true; }
+
+  // The elements, or one part of each, in storage order as a real 1-by-N array. An empty handle
+  // when memory is short. Throws std::runtime_error for an output that the elements do not have.
+  foundation::velmardata::Array extractContents(
+      foundation::velmardata::standalone::ClientArrayFactory& factory, OutputEnum output) const;
+  foundation::velmardata::Array noncomplex(
+      foundation::velmardata::standalone::ClientArrayFactory& factory) const {
+    return extractContents(factory, OutputEnum::Noncomplex);
+  }
+  foundation::velmardata::Array real(
+      foundation::velmardata::standalone::ClientArrayFactory& factory) const {
+    return extractContents(factory, OutputEnum::Real);
+  }
+  foundation::velmardata::Array imag(
+      foundation::velmardata::standalone::ClientArrayFactory& factory) const {
+    return extractContents(factory, OutputEnum::Imag);
+  }
+
   // Stores an element in the array and in the mirror. False with RuntimeError set for a position
   // outside the storage.
   template <class T>
@@ -97,6 +131,11 @@ class MDArrayWrapper {
   bool findByteOffset(std::size_t count, IndexAt indexAt, std::int64_t& bytes) const;
   void fillMirror() const;  // one copy of the elements
 
+  struct Description {
+    std::vector<std::int64_t> shape;
+    std::vector<std::int64_t> bytewiseStrides;
+  };
+
   foundation::velmardata::Array m_array;
   std::vector<std::int64_t> m_shape;            // first dimension first
   std::vector<std::int64_t> m_bytewiseStrides;  // bytes to step, one entry a dimension
@@ -108,6 +147,8 @@ class MDArrayWrapper {
   std::int64_t m_elemSizeInBytes = 0;
   std::byte* m_buf = nullptr;  // the mirror, from malloc, owned
   mutable bool m_isMirrorFilled = false;
+  bool m_isDescriptionKept = false;
+  std::vector<Description> m_keptDescriptions;  // of shapes that are no longer the array's
 };
 
 // In the header since every element that is read or written comes through here.

@@ -4,9 +4,14 @@
 #include "construct/constructor_entry.hpp"
 #include "indexing/element_read.hpp"
 #include "indexing/element_write.hpp"
+#include "operations/array_array.hpp"
 #include "operations/comparison.hpp"
+#include "operations/description.hpp"
+#include "operations/extraction.hpp"
 #include "operations/iterator.hpp"
+#include "operations/memory_export.hpp"
 #include "operations/pickling.hpp"
+#include "operations/reshaping.hpp"
 #include "operations/text_forms.hpp"
 #include "storage/mcpy_array.hpp"
 
@@ -39,13 +44,47 @@ PyType_Slot slot(int number, Function* function) {
 }
 
 PyMethodDef MCPyArray_Methods[] = {
+    {"reshape", reinterpret_cast<PyCFunction>(reinterpret_cast<void (*)()>(MCPyArray_Reshape)),
+     METH_VARARGS | METH_KEYWORDS,
+     "reshape changes the dimensions of an N-dimensional array while preserving the values"},
+    {"buffer_info", MCPyArray_BufferInfo, METH_NOARGS,
+     "buffer_info returns a two-element tuple containing the address of the buffer and the number "
+     "of elements"},
+    {"get_bytewise_strides", MCPyArray_GetBytewiseStrides, METH_NOARGS,
+     "get_bytewise_strides returns a tuple containing the bytewise strides"},
     {"clone", MCPyArray_Clone, METH_NOARGS,
      "clone returns an independent copy of the input object"},
+    {"real", MCPyArray_Real, METH_NOARGS,
+     "real returns the real part of the input object as a 1-by-N array"},
+    {"imag", MCPyArray_Imag, METH_NOARGS,
+     "imag returns the imaginary part of the input object as a 1-by-N array"},
+    {"noncomplex", MCPyArray_Noncomplex, METH_NOARGS,
+     "noncomplex returns the the input object (which must be noncomplex) as a 1-by-N array"},
+    {"toarray", MCPyArray_ToArrayArray, METH_NOARGS,
+     "toarray returns an array.array initialized from the input object"},
+    {"tomemoryview", MCPyArray_ToMemoryView, METH_NOARGS,
+     "tomemoryview returns a memoryview initialized from the input object"},
     {"__reduce__", MCPyArray_Reduce, METH_NOARGS, "__reduce__ pickles the input object"},
     {nullptr, nullptr, 0, nullptr}};
 
+// All read-only. Deliberate: the size has two names.
+PyGetSetDef MCPyArray_GetSetMethods[] = {
+    {"size", MCPyArray_GetArraySize, nullptr, "dimensions", nullptr},
+    {"_size", MCPyArray_GetArraySize, nullptr, "dimensions", nullptr},
+    {"itemsize", MCPyArray_GetElementSize, nullptr, "size of an element in bytes", nullptr},
+    {"_real", MCPyArray_GetRealAsAttrib, nullptr, "real part of elements; equivalent to real()",
+     nullptr},
+    {"_imag", MCPyArray_GetImagAsAttrib, nullptr,
+     "imaginary part of elements; equivalent to imag()", nullptr},
+    {"_data", MCPyArray_GetNoncomplexAsAttrib, nullptr,
+     "elements in storage order; equivalent to noncomplex()", nullptr},
+    {"_is_complex", MCPyArray_GetIsComplexAsAttrib, nullptr, "whether array is complex", nullptr},
+    {nullptr, nullptr, nullptr, nullptr, nullptr}};
+
 #define X(name, number, enumerator, type, suffix, word, letter)                                   \
-  PyType_Slot slotsOf##enumerator[] = {slot(Py_tp_dealloc, MCPyArray_Delete),                     \
+  PyType_Slot slotsOf##enumerator[] = {slot(Py_bf_getbuffer, MCPyArray_GetBuffer),                \
+                                       slot(Py_bf_releasebuffer, MCPyArray_ReleaseBuffer),        \
+                                       slot(Py_tp_dealloc, MCPyArray_Delete),                     \
                                        slot(Py_sq_length, MCPyArray_NumElemsInFirstDim),          \
                                        slot(Py_sq_item, MCPyArray_GetItem_##suffix),              \
                                        slot(Py_tp_repr, MCPyArray_GetRepr_##suffix),              \
@@ -56,6 +95,7 @@ PyMethodDef MCPyArray_Methods[] = {
                                        slot(Py_tp_richcompare, MCPyArray_RichCompare_##suffix),   \
                                        slot(Py_tp_iter, MCPyArray_GetIter),                       \
                                        {Py_tp_methods, MCPyArray_Methods},                        \
+                                       {Py_tp_getset, MCPyArray_GetSetMethods},                   \
                                        slot(Py_tp_new, MCPyArray_New_##suffix),                   \
                                        {0, nullptr}};                                             \
   PyType_Spec specOf##enumerator = {"velmar." word, sizeof(MCPyArray), 0, 0, slotsOf##enumerator};

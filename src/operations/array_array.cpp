@@ -1,0 +1,42 @@
+// toarray(): the numbers of a view as an array.array.
+#include "operations/array_array.hpp"
+
+#include "module/py_ref.hpp"
+#include "module/support.hpp"
+#include "module/type_objects.hpp"
+#include "operations/iterator.hpp"
+#include "storage/mcpy_array.hpp"
+
+namespace {
+
+// array.array has no letter for logical elements, which count as bytes.
+int typecodeOf(SupportedArrayEnum type) {
+  if (type == SupportedArrayEnum::Logical) type = SupportedArrayEnum::UInt8;
+  return TypeAsChar[static_cast<std::size_t>(type)];
+}
+
+PyObject* fail(const char* message) {
+  printAndClearErrorIfAny();
+  setError(PyExc_RuntimeError, message);
+  return nullptr;
+}
+
+}  // namespace
+
+PyObject* MCPyArray_ToArrayArray(PyObject* self, PyObject*) {
+  const MCppPyArray* view = getInitializedView(self);
+  if (view == nullptr) return nullptr;
+  const PyRef iterator = PyRef::steal(MCPyArray_GetIter(self));
+  if (!iterator) return nullptr;
+  const PyRef arguments =
+      PyRef::steal(Py_BuildValue("CO", typecodeOf(view->getSupportedArrayEnum()), iterator.get()));
+  if (!arguments) return fail("unable to set arg tuple.");
+  PyObject* array = ArrayArray::s_arrayClass == nullptr
+                        ? nullptr
+                        : PyObject_CallObject(ArrayArray::s_arrayClass, arguments.get());
+  if (array != nullptr) return array;
+  printAndClearErrorIfAny();
+  const std::int64_t left = view->getNumberOfDimensions() - view->getNumberOfIntegerIndicesSoFar();
+  return fail(left == 1 ? "toarray() failed."
+                        : "toarray() can be called only on a one-dimensional sequence.");
+}

@@ -1,0 +1,85 @@
+// Exports of memory: the buffer protocol, memoryviews, addresses.
+#include "operations/memory_export.hpp"
+
+#include "module/py_ref.hpp"
+#include "module/support.hpp"
+#include "storage/mcpy_array.hpp"
+
+namespace {
+
+int refuse(Py_buffer* buffer, PyObject* exceptionType, const char* message) {
+  if (buffer != nullptr) buffer->obj = nullptr;
+  setError(exceptionType, message);
+  return -1;
+}
+
+// The array whose memory goes out: the object's own, or the copy that stands for a view. Null with
+// any error, or none.
+MCppPyArray* findTarget(MCppPyArray& view) {
+  if (view.indicesAreEmpty()) return &view;
+  view.updateIndexRestrictedMCppPyArrayIfNecessary(velmar::data::MemoryLayout::Default, true);
+  return view.getIndexRestrictedMCppPyArray();
+}
+
+bool has(int flags, int request) {
+  return (flags & request) == request;
+}
+
+}  // namespace
+
+int MCPyArray_GetBuffer(PyObject* self, Py_buffer* buffer, int flags) {
+  MCppPyArray* view = getInitializedView(self);
+  if (view == nullptr) return refuse(buffer, PyExc_RuntimeError, messages::objectNotInitialized);
+  if (buffer == nullptr) {
+    return refuse(buffer, PyExc_RuntimeError, "null pointer to view object null.");
+  }
+  MCppPyArray* target = findTarget(*view);
+  const WrapperAccess storage =
+      target != nullptr ? target->wrapper() : WrapperAccess(static_cast<MDArrayWrapper*>(nullptr));
+  if (!storage) return refuse(buffer, PyExc_RuntimeError, messages::nullDataPointer);
+
+  buffer->buf = storage->buf();
+  buffer->len = storage->getBufferSizeInBytes();
+  buffer->itemsize = storage->getElementSizeInBytes();
+  buffer->ndim = storage->getNumberOfDimensions();
+  if (has(flags, PyBUF_WRITABLE) && storage->isReadOnly() != 0) {
+    return refuse(buffer, PyExc_ValueError, "underlying buffer is not writable.");
+  }
+  buffer->readonly = storage->isReadOnly();
+  buffer->format = has(flags, PyBUF_FORMAT) ? storage->format() : nullptr;
+  if (has(flags, PyBUF_FORMAT) && buffer->format == nullptr) {
+    return refuse(buffer, PyExc_ValueError, "format field is null.");
+  }
+  // Deliberate: by the request alone, also when the memory would be so.
+  if (has(flags, PyBUF_C_CONTIGUOUS)) {
+    return refuse(buffer, PyExc_ValueError, "underlying buffer not C-contiguous.");
+  }
+  storage->keepDescription();
+  buffer->shape = const_cast<Py_ssize_t*>(storage->shape().data());
+  buffer->strides = storage->bytewiseStrides();
+  buffer->suboffsets = storage->suboffsets();
+  buffer->obj = PyRef::borrow(self).release();
+  return 0;
+}
+
+void MCPyArray_ReleaseBuffer(PyObject*, Py_buffer*) {}
+
+PyObject* MCPyArray_ToMemoryView(PyObject* self, PyObject*) {
+  return PyMemoryView_FromObject(self);
+}
+
+PyObject* MCPyArray_BufferInfo(PyObject* self, PyObject*) {
+  const MCppPyArray* view = getInitializedView(self);
+  if (view == nullptr) return nullptr;
+  unsigned long long address = 0;
+  std::int64_t count = 0;
+  {
+    const WrapperAccess storage = view->wrapper();
+    if (!storage) return nullptr;
+    address = reinterpret_cast<std::uintptr_t>(storage->buf());
+    count = storage->getNumberOfElements();
+  }
+  const PyRef first = PyRef::steal(PyLong_FromUnsignedLongLong(address));
+  const PyRef second = PyRef::steal(PyLong_FromSsize_t(count));
+  return first && second ? PyTuple_Pack(2, first.get(), second.get()) : nullptr;
+}

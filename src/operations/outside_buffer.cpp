@@ -1,0 +1,53 @@
+// Obtaining a buffer of another object.
+#include "operations/outside_buffer.hpp"
+
+#include <optional>
+
+#include "module/element_types.hpp"
+#include "module/support.hpp"
+
+namespace {
+
+enum Failure {
+  noBufferInterface = -1,
+  nullArgument = -2,
+  refused = -3,
+  noFormat = -4,
+  emptyFormat = -5,
+  unknownLetter = -6,
+};
+
+int giveUp(int failure, const char* message) {
+  setError(PyExc_RuntimeError, message);
+  return failure;
+}
+
+// The platform's long by its actual width.
+char resolvedLetter(char letter, Py_ssize_t itemsize) {
+  if (letter == 'L') return itemsize == 4 ? 'I' : 'Q';
+  if (letter == 'l') return itemsize == 4 ? 'i' : 'q';
+  return letter;
+}
+
+}  // namespace
+
+int fillPyBuffer(PyObject* object, Py_buffer* buffer, bool* isComplex) {
+  if (object == nullptr || PyObject_CheckBuffer(object) == 0) return noBufferInterface;
+  if (buffer == nullptr || isComplex == nullptr) {
+    setError(PyExc_RuntimeError, messages::nullDataPointer);
+    return nullArgument;
+  }
+  if (PyObject_GetBuffer(object, buffer, PyBUF_ANY_CONTIGUOUS | PyBUF_FORMAT) != 0) return refused;
+  *isComplex = false;
+  const char* format = buffer->format;
+  if (format == nullptr) return giveUp(noFormat, "format field is null.");
+  if (*format == '\0') return giveUp(emptyFormat, "format field is empty.");
+  char letter = *format;
+  if (letter == 'Z') {
+    *isComplex = true;
+    letter = format[1] == '\0' ? 'd' : format[1];
+  }
+  const std::optional<std::int32_t> type =
+      getArrayTypeEnumFromChar(resolvedLetter(letter, buffer->itemsize));
+  return type ? *type : unknownLetter;
+}

@@ -1,0 +1,102 @@
+// reshape(): its arguments, and the call.
+#include "operations/reshaping.hpp"
+
+#include <string>
+
+#include "construct/layout_conversion.hpp"
+#include "construct/memory_error.hpp"
+#include "module/py_ref.hpp"
+#include "module/support.hpp"
+#include "storage/mcpy_array.hpp"
+
+namespace vd = foundation::velmardata;
+
+namespace {
+
+constexpr const char* notDimensions =
+    "reshape() must be passed a nonempty sequence of nonnegative integers.";
+
+PyObject* refuse(PyObject* exceptionType, const std::string& message) {
+  setError(exceptionType, message);
+  return nullptr;
+}
+
+// One argument is itself the sequence.
+std::vector<std::int64_t> readArguments(PyObject* args) {
+  const Py_ssize_t count = pyObjectIsEmpty(args) ? 0 : PySequence_Size(args);
+  if (count > 1) return getDimsFromReshapeArg(args);
+  const PyRef only = PyRef::steal(count == 1 ? PySequence_GetItem(args, 0) : nullptr);
+  if (only) return getDimsFromReshapeArg(only.get());
+  setError(PyExc_ValueError, notDimensions);
+  return {};
+}
+
+// The product is printed as it wraps around, and one that does matches no array.
+bool numberOfElementsMatches(const std::vector<std::int64_t>& dimensions, std::int64_t count) {
+  std::uint64_t product = 1;
+  for (std::int64_t dimension : dimensions) product *= static_cast<std::uint64_t>(dimension);
+  if (count >= 0 && exactNumberOfElements(dimensions) == static_cast<std::uint64_t>(count)) {
+    return true;
+  }
+  setError(MCPyError::shapeErr, "number of elements specified by arguments to reshape() (" +
+                                    std::to_string(static_cast<std::int64_t>(product)) +
+                                    ") does not match current number (" + std::to_string(count) +
+                                    ").");
+  return false;
+}
+
+}  // namespace
+
+std::vector<std::int64_t> getDimsFromReshapeArg(PyObject* argument) {
+  const Py_ssize_t length = PySequence_Check(argument) != 0 ? PySequence_Size(argument) : 0;
+  if (length <= 0) {
+    setError(PyExc_ValueError, notDimensions);
+    return {};
+  }
+  std::vector<std::int64_t> dimensions;
+  for (Py_ssize_t i = 0; i < length; ++i) {
+    const PyRef item = PyRef::steal(PySequence_GetItem(argument, i));
+    if (!item) {
+      setError(PyExc_RuntimeError, "Item " + std::to_string(i) +
+                                       " could not be retrieved from the value passed to "
+                                       "reshape().");
+      return {};
+    }
+    const Py_ssize_t dimension = pyObjectIsLong(item.get()) ? PyLong_AsSsize_t(item.get()) : -1;
+    if (dimension < 0) {
+      setError(PyExc_ValueError, notDimensions);
+      return {};
+    }
+    dimensions.push_back(dimension);
+  }
+  while (dimensions.size() > 2 && dimensions.back() == 1) dimensions.pop_back();
+  return dimensions;
+}
+
+bool MCppPyArray::reshape(const std::vector<std::int64_t>& dimensions,
+                          vd::standalone::ClientArrayFactory& factory, char order,
+                          velmar::data::MemoryLayout layout) {
+  const WrapperAccess storage = wrapper();
+  return !storage || storage->reshape(dimensions, factory, order, layout);
+}
+
+PyObject* MCPyArray_Reshape(PyObject* self, PyObject* args, PyObject* kwargs) {
+  MCppPyArray* view = getInitializedView(self);
+  if (view == nullptr) return nullptr;
+  if (view->getNumberOfIntegerIndicesSoFar() > 0) {
+    return refuse(PyExc_RuntimeError, "reshape() not supported for a partial array.");
+  }
+  const std::vector<std::int64_t> dimensions = readArguments(args);
+  if (dimensions.empty()) return nullptr;
+  const std::int64_t count = view->getNumberOfElements();
+  if (!numberOfElementsMatches(dimensions, count)) return nullptr;
+  if (kwargs != nullptr) {
+    return refuse(PyExc_ValueError, "reshape() does not accept keyword arguments.");
+  }
+  vd::standalone::ClientArrayFactory factory;
+  if (!view->reshape(dimensions, factory, 'F', velmar::data::MemoryLayout::Default)) {
+    setOutOfMemory(static_cast<std::uint64_t>(count), typeWordOf(view->getSupportedArrayEnum()));
+    return nullptr;
+  }
+  return PyRef::borrow(self).release();
+}
