@@ -2,18 +2,20 @@
 
 from rows import (
     ARRAY,
-    BY_HAND,
     BYTES,
     LIST,
     NUMPY,
     NUMPY_F,
+    OTHERWISE,
     OURS,
     Case,
     Kind,
     at_most,
+    buffer,
     build,
     build_flat,
     flat,
+    held,
     nested,
     peak,
     random_bool,
@@ -22,6 +24,7 @@ from rows import (
     random_float,
     random_int,
     use,
+    whole,
     zeros,
 )
 
@@ -57,9 +60,23 @@ COPIES = {
     "numpy": "a.copy()",
     "array": "[row[:] for row in a]",
     "list": "[row[:] for row in a]",
-    "by_hand": f"velmar.double({NESTED_LIST})",
+    "ours_otherwise": f"velmar.double({NESTED_LIST})",
 }
-PICKLES = {"by_hand": f"velmar.double({ROUND_TRIP.format(NESTED_LIST)})"}
+PICKLES = {"ours_otherwise": f"velmar.double({ROUND_TRIP.format(NESTED_LIST)})"}
+
+# Arrays are made of random memory, all of it resident.
+RANDOM = "np.random.default_rng(1).random({})"
+EXPORTED = {OURS: f"velmar.double({RANDOM.format((100, 100))})", NUMPY: RANDOM.format((100, 100))}
+LONG = {
+    OURS: f"velmar.double({RANDOM.format((2, 5_000_000))})",
+    NUMPY: RANDOM.format((2, 5_000_000)),
+}
+LONG_AND_SHORT = {OURS: LONG[OURS], OTHERWISE: f"velmar.double({RANDOM.format((2, 5))})"}
+RESHAPES = "a.reshape(5_000_000, 2)\na.reshape(2, 5_000_000)"
+OF_TEN = {"name": "reshapes, 1e7 and ten", "ours_otherwise": "a.reshape(5, 2)\na.reshape(2, 5)"}
+COMPLEX = f"{RANDOM.format((1000, 1000))} * (1 + 2j)"
+OF_COMPLEX = {OURS: f"velmar.double({COMPLEX}, is_complex=True)", NUMPY: COMPLEX}
+OF_BYTES = at_most(3.0, BYTES)
 
 CASES = (
     Case("import", IMPORTS, at_most(0.1, NUMPY), kind=Kind.IMPORT),
@@ -90,9 +107,20 @@ CASES = (
     use(LOOPS, at_most(1.0, NUMPY), 1000, 1000, name="all elements"),
     use("a == b", at_most(3.0, ARRAY), 1000, 1000, twin=True, numpy="(a == b).all()"),
     # An array makes its snapshot once; a[:] is a view without one each time.
-    use("a[:].clone()", at_most(1.2, BY_HAND), 1000, 1000, **COPIES),
-    use(ROUND_TRIP.format("a"), at_most(1.2, BY_HAND), 1000, 1000, name="pickle", **PICKLES),
+    use("a[:].clone()", at_most(1.2, OTHERWISE), 1000, 1000, **COPIES),
+    use(ROUND_TRIP.format("a"), at_most(1.2, OTHERWISE), 1000, 1000, name="pickle", **PICKLES),
+    buffer("1e6 doubles", 10**6, limit=OF_BYTES),
+    buffer("1000x1000 by column", 10**6, (1000, 1000), "F", OF_BYTES),
+    buffer("1e7 doubles", 10**7, limit=OF_BYTES),
+    buffer("3162x3162 by column", 3162**2, (3162, 3162), "F", OF_BYTES),
+    buffer("3162x1000 by row", 3162 * 1000, (3162, 1000), "C", at_most(0.6, NUMPY_F)),
+    whole("memoryview(a)", EXPORTED, at_most(1.0, NUMPY)),
+    whole(RESHAPES, LONG, at_most(3.0, NUMPY), "two reshapes of 1e7"),
+    whole(RESHAPES, LONG_AND_SHORT, at_most(2.0, OTHERWISE), **OF_TEN),
+    whole("a.real()", OF_COMPLEX, at_most(4.0, NUMPY), "real(), 1000x1000", numpy="a.real.copy()"),
     peak("peak, 1000x1000 from floats", FLOATS_1000, 8_000_000, "double(data)", at_most(4.0)),
     peak("peak, 1000x1000 from ints", INTS_1000, 8_000_000, "double(data)", at_most(4.0), FLOAT64),
     peak("peak, 1000x1000 int32", INTS_1000, 4_000_000, "int32(data)", None, INT32, "i"),
+    held(1000, 1000, at_most(2.1 * 8_000_000)),
+    held(1, 1, at_most(700)),
 )

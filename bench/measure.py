@@ -2,6 +2,7 @@
 
 import gc
 import itertools
+import os
 import statistics
 import subprocess
 import sys
@@ -11,7 +12,10 @@ from pathlib import Path
 
 from rows import Kind
 
-PEAK_PROGRAM = Path(__file__).resolve().parent / "peak.py"
+PROGRAMS = {
+    Kind.PEAK: Path(__file__).resolve().parent / "peak.py",
+    Kind.HELD: Path(__file__).resolve().parent / "held.py",
+}
 
 # A child reports the time of its own import, so that the start of the interpreter is not in it.
 IMPORT_PROGRAM = """
@@ -104,9 +108,11 @@ def measure_times(case, repeats, least_seconds):
         gc.enable()
 
 
-def run_child(*arguments):
+def run_child(*arguments, **settings):
     command = [sys.executable, *arguments]
-    return float(subprocess.run(command, capture_output=True, check=True, text=True).stdout)
+    environment = os.environ | settings
+    child = subprocess.run(command, stdout=subprocess.PIPE, check=True, text=True, env=environment)
+    return float(child.stdout)
 
 
 def measure_imports(case, repeats):
@@ -118,9 +124,11 @@ def measure_imports(case, repeats):
     return medians_of(samplers, repeats)
 
 
-def measure_peaks(case, repeats):
+def measure_memory(case, repeats):
+    settings = {"PYTHONMALLOC": "malloc"} if case.kind is Kind.HELD else {}
+
     def sampler(column):
-        return lambda: run_child(str(PEAK_PROGRAM), case.name, column)
+        return lambda: run_child(str(PROGRAMS[case.kind]), case.name, column, **settings)
 
     return medians_of({column: sampler(column) for column in case.statements}, repeats)
 
@@ -129,6 +137,6 @@ def measure(case, quick):
     """The median of every column of the row."""
     if case.kind is Kind.IMPORT:
         return measure_imports(case, 5 if quick else 15)
-    if case.kind is Kind.PEAK:
-        return measure_peaks(case, 1 if quick else 3)
+    if case.kind in PROGRAMS:
+        return measure_memory(case, 1 if quick else 3)
     return measure_times(case, 3 if quick else 9, 0.002 if quick else 0.02)

@@ -1,5 +1,6 @@
 # What a row of the benchmark is, and the helpers that make a row of one line.
 """A statement may use velmar, np, array, pickle, sys and the row's data; with makers also a.
+A maker may use the same.
 
 A twin row has b as well: made like a, of equal elements that are objects of their own.
 """
@@ -16,8 +17,8 @@ NUMPY_F = "numpy-F"  # column-major, the fair one for anything that reorders
 ARRAY = "array"  # a list of array.array rows, or one flat array.array
 LIST = "list"  # shares the elements, so a floor and no equal where others convert
 BYTES = "bytearray"
-BY_HAND = "by hand"  # our arrays, with the steps that the statement saves written out
-PEERS = (NUMPY, NUMPY_F, ARRAY, LIST, BYTES, BY_HAND)
+OTHERWISE = "ours otherwise"  # our arrays again: other steps or another size, see README.md
+PEERS = (NUMPY, NUMPY_F, ARRAY, LIST, BYTES, OTHERWISE)
 
 # What a peak may have on top at any size: arenas of the allocator, pages of code.
 PEAK_CONSTANT_BYTES = 1 << 20
@@ -29,6 +30,7 @@ class Kind(Enum):
     TIME = "seconds of the statement"
     IMPORT = "seconds of the import, in a fresh process"
     PEAK = "growth of the resident peak, in sizes of the elements, in a fresh process"
+    HELD = "bytes that one object holds in all, in a fresh process"
 
 
 @dataclass(frozen=True)
@@ -90,6 +92,12 @@ def make_flat(count, draw):
     return make_nested(1, count, draw)[0]
 
 
+def random_array(rows, columns):
+    import numpy
+
+    return numpy.random.default_rng(1).random((rows, columns))
+
+
 def nested(rows, columns, draw):
     return partial(make_nested, rows, columns, draw)
 
@@ -138,13 +146,59 @@ def zeros(rows, columns, limit=None):
     return Case(f"size=({rows}, {columns})", statements, limit)
 
 
+def buffer(name, count, shape=None, order="C", limit=None):
+    """Takes in the memory of doubles: flat, or of a shape in one of the two orders."""
+    source = f"np.random.default_rng(1).random({count})"
+    shaped = f'{source}.reshape({shape}, order="{order}")' if shape else source
+    statements = {
+        OURS: "velmar.double(a)",
+        NUMPY: "np.array(a)",
+        NUMPY_F: 'np.array(a, order="F")',
+        BYTES: "bytes(a)",
+    }
+    makers = dict.fromkeys(statements, shaped) | {BYTES: f"bytearray({source})"}
+    if not shape:
+        statements[ARRAY] = 'array("d", a)'
+        makers[ARRAY] = f'array("d", bytearray({source}))'
+    return Case(f"buffer, {name}", statements, limit, makers=makers)
+
+
+def whole(statement, makers, limit=None, name=None, **others):
+    """A statement over a whole array of each of the makers; others spell it otherwise."""
+    statements = dict.fromkeys(makers, statement) | spelled(others)
+    return Case(name or statement, statements, limit, makers=makers)
+
+
+def held(rows, columns, limit):
+    """What an array of random doubles holds that has exported its memory once."""
+    data = partial(random_array, rows, columns)
+    statements = {
+        OURS: "velmar.double(data)",
+        NUMPY: "np.array(data)",
+        ARRAY: 'array("d", data.tobytes())',
+    }
+    element_bytes = rows * columns * 8
+    return Case(
+        f"held, {rows}x{columns}",
+        statements,
+        limit,
+        data,
+        kind=Kind.HELD,
+        element_bytes=element_bytes,
+    )
+
+
+def spelled(others):
+    return {column.replace("_", " "): statement for column, statement in others.items()}
+
+
 DOUBLE_MAKERS = {
     OURS: "velmar.double(data)",
     NUMPY: "np.array(data)",
     NUMPY_F: 'np.array(data, order="F")',
     ARRAY: '[array("d", row) for row in data]',
     LIST: "data",
-    BY_HAND: "velmar.double(data)",
+    OTHERWISE: "velmar.double(data)",
 }
 SAME_FOR_ALL = (OURS, NUMPY, NUMPY_F, ARRAY, LIST)
 
@@ -152,12 +206,13 @@ SAME_FOR_ALL = (OURS, NUMPY, NUMPY_F, ARRAY, LIST)
 def use(statement, limit=None, rows=100, columns=100, name=None, twin=False, **others):
     """A statement over a rows by columns array of doubles.
 
-    Others are the columns that spell it otherwise: numpy (in both orders), array, list, by_hand.
+    Others are the columns that spell it otherwise: numpy (in both orders), array, list and
+    ours_otherwise.
     """
     statements = dict.fromkeys(SAME_FOR_ALL, statement)
     if "numpy" in others:
         others[NUMPY_F] = others["numpy"]
-    statements |= {column.replace("_", " "): other for column, other in others.items()}
+    statements |= spelled(others)
     name = f"{name or statement}, {rows}x{columns}"
     data = nested(rows, columns, random_float)
     return Case(name, statements, limit, data, DOUBLE_MAKERS, twin)

@@ -21,6 +21,8 @@ LIMIT_WIDTH = 26
 def figure(value, kind):
     if kind is Kind.PEAK:
         return f"{value:.2f} x"
+    if kind is Kind.HELD:
+        return f"{value / 1e6:.4g} MB" if value >= 1e6 else f"{value:.0f} B"
     for unit, scale in (("s", 1), ("ms", 1e3), ("us", 1e6)):
         if value * scale >= 1:
             return f"{value * scale:.3g} {unit}"
@@ -56,7 +58,12 @@ class Result:
         limit = self.case.limit
         if not limit:
             return ""
-        text = f"{limit.ratio:g} of {limit.peer}" if limit.peer else f"{limit.ratio:g} x + 1 MiB"
+        if limit.peer:
+            text = f"{limit.ratio:g} of {limit.peer}"
+        elif self.case.kind is Kind.HELD:
+            text = figure(limit.ratio, Kind.HELD)
+        else:
+            text = f"{limit.ratio:g} x + 1 MiB"
         return text + (f", aim {limit.aim:g}" if limit.aim is not None else "")
 
     def verdict(self):
