@@ -15,12 +15,6 @@ int typecodeOf(SupportedArrayEnum type) {
   return TypeAsChar[static_cast<std::size_t>(type)];
 }
 
-PyObject* fail(const char* message) {
-  printAndClearErrorIfAny();
-  setError(PyExc_RuntimeError, message);
-  return nullptr;
-}
-
 }  // namespace
 
 PyObject* MCPyArray_ToArrayArray(PyObject* self, PyObject*) {
@@ -30,13 +24,19 @@ PyObject* MCPyArray_ToArrayArray(PyObject* self, PyObject*) {
   if (!iterator) return nullptr;
   const PyRef arguments =
       PyRef::steal(Py_BuildValue("CO", typecodeOf(view->getSupportedArrayEnum()), iterator.get()));
-  if (!arguments) return fail("unable to set arg tuple.");
+  if (!arguments) {
+    printAndClearErrorIfAny();
+    setError(PyExc_RuntimeError, "unable to set arg tuple.");
+    return nullptr;
+  }
   PyObject* array = ArrayArray::s_arrayClass == nullptr
                         ? nullptr
                         : PyObject_CallObject(ArrayArray::s_arrayClass, arguments.get());
   if (array != nullptr) return array;
   printAndClearErrorIfAny();
   const std::int64_t left = view->getNumberOfDimensions() - view->getNumberOfIntegerIndicesSoFar();
-  return fail(left == 1 ? "toarray() failed."
-                        : "toarray() can be called only on a one-dimensional sequence.");
+  setError(PyExc_RuntimeError, left == 1
+                                   ? "toarray() failed."
+                                   : "toarray() can be called only on a one-dimensional sequence.");
+  return nullptr;
 }

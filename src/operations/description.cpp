@@ -54,7 +54,8 @@ PyObject* MCPyArray_GetArraySize(PyObject* self, void*) {
   const IndexChain chain = view->getRestrictingIndices();
   const std::size_t others = chain.size() - fixed;
   if (others > 1) return refuse("at most one slice expected.");
-  if (shape.size() < fixed) return refuse(messages::tooManyIndices);  // reshaped under the view
+  // Reshaped under the view.
+  if (shape.size() < fixed + others) return refuse(messages::tooManyIndices);
   PyRef tuple = PyRef::steal(PyTuple_New(static_cast<Py_ssize_t>(shape.size() - fixed)));
   if (!tuple) return nullptr;
   if (others == 1) {

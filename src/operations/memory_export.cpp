@@ -18,7 +18,10 @@ int refuse(Py_buffer* buffer, PyObject* exceptionType, const char* message) {
 MCppPyArray* findTarget(MCppPyArray& view) {
   if (view.indicesAreEmpty()) return &view;
   view.updateIndexRestrictedMCppPyArrayIfNecessary(velmar::data::MemoryLayout::Default, true);
-  return view.getIndexRestrictedMCppPyArray();
+  MCppPyArray* copy = view.getIndexRestrictedMCppPyArray();
+  // Code that ran while the copy was made can have made another one, and this one fail.
+  if (copy != nullptr) PyErr_Clear();
+  return copy;
 }
 
 bool has(int flags, int request) {
