@@ -4,6 +4,7 @@ import collections.abc
 import gc
 import importlib
 import struct
+import sys
 import weakref
 
 import pytest
@@ -49,8 +50,29 @@ NEVER_THERE = [
 
 METHOD = type(list.append)
 METHOD_DOCS = {
+    "reshape": "reshape changes the dimensions of an N-dimensional array"
+    " while preserving the values",
+    "buffer_info": "buffer_info returns a two-element tuple containing the address of the buffer"
+    " and the number of elements",
+    "get_bytewise_strides": "get_bytewise_strides returns a tuple containing the bytewise strides",
     "clone": "clone returns an independent copy of the input object",
+    "real": "real returns the real part of the input object as a 1-by-N array",
+    "imag": "imag returns the imaginary part of the input object as a 1-by-N array",
+    "noncomplex": "noncomplex returns the the input object (which must be noncomplex)"
+    " as a 1-by-N array",
+    "toarray": "toarray returns an array.array initialized from the input object",
+    "tomemoryview": "tomemoryview returns a memoryview initialized from the input object",
     "__reduce__": "__reduce__ pickles the input object",
+}
+ATTRIBUTE = type(type.__dict__["__dict__"])
+ATTRIBUTE_DOCS = {
+    "size": "dimensions",
+    "_size": "dimensions",
+    "itemsize": "size of an element in bytes",
+    "_real": "real part of elements; equivalent to real()",
+    "_imag": "imaginary part of elements; equivalent to imag()",
+    "_data": "elements in storage order; equivalent to noncomplex()",
+    "_is_complex": "whether array is complex",
 }
 
 # Bits of a class's flags word.
@@ -163,10 +185,40 @@ class TestArrayClasses:
     @each(CLASS_ROWS)
     def test_methods(self, row):
         methods = [name for name, value in vars(row.cls).items() if type(value) is METHOD]
-        assert [name for name in methods if name in METHOD_DOCS] == list(METHOD_DOCS)
+        assert methods == list(METHOD_DOCS)
         for name, doc in METHOD_DOCS.items():
             assert getattr(row.cls, name).__doc__ == doc
             assert getattr(row.cls, name).__objclass__ is row.cls
+
+    @each(CLASS_ROWS)
+    def test_attributes(self, row):
+        attributes = [name for name, value in vars(row.cls).items() if type(value) is ATTRIBUTE]
+        assert attributes == list(ATTRIBUTE_DOCS)
+        for name, doc in ATTRIBUTE_DOCS.items():
+            assert getattr(row.cls, name).__doc__ == doc
+            assert getattr(row.cls, name).__objclass__ is row.cls
+
+    @each(CLASS_ROWS)
+    def test_attributes_cannot_be_set(self, row):
+        array = row.cls([1])
+        for name in ATTRIBUTE_DOCS:
+            with pytest.raises(AttributeError):
+                setattr(array, name, None)
+            with pytest.raises(AttributeError):
+                delattr(array, name)
+
+    @each(CLASS_ROWS)
+    def test_names_of_its_own_are_methods_and_attributes(self, row):
+        assert own_names(row.cls) == [*list(METHOD_DOCS)[:-1], *ATTRIBUTE_DOCS]
+
+    @each(CLASS_ROWS)
+    def test_exports_memory(self, row):
+        array = row.cls([1])
+        with memoryview(array) as view:
+            assert view.obj is array
+        if sys.version_info >= (3, 12):
+            assert isinstance(array, collections.abc.Buffer)
+            assert set(vars(row.cls)) >= {"__buffer__", "__release_buffer__"}
 
     @each(CLASS_ROWS)
     def test_is_unhashable(self, row):
