@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <iosfwd>
 #include <memory>
 #include <new>
 #include <optional>
@@ -11,6 +12,7 @@
 #include <velmardata/velmardata.hpp>
 
 #include "module/element_types.hpp"
+#include "module/export.hpp"
 #include "module/python.hpp"
 #include "module/support.hpp"
 #include "storage/index_items.hpp"
@@ -179,6 +181,10 @@ class MCppPyArray {
   // an error set.
   std::optional<foundation::velmardata::Array> noncomplex() const;
   std::optional<foundation::velmardata::Array> realOrImag(bool wantReal) const;
+
+  // Labelled lines of everything known about the view and its storage, for debugging; the lines of
+  // storage that has gone are left out.
+  MODULE_EXPORT std::ostream& writeToOstream(std::ostream& os) const;
 
   // Whether two walks yield the same. Empty with an error set.
   template <class T>

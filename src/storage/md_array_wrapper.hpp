@@ -5,9 +5,11 @@
 #include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <iosfwd>
 #include <vector>
 #include <velmardata/velmardata.hpp>
 
+#include "module/export.hpp"
 #include "module/python.hpp"
 #include "storage/index_items.hpp"
 
@@ -115,6 +117,10 @@ class MDArrayWrapper {
       foundation::velmardata::standalone::ClientArrayFactory& factory) const {
     return extractContents(factory, OutputEnum::Imag);
   }
+
+  // Labelled lines of everything above, for debugging. Throws EArrayUnknownDataType for an array of
+  // an unsupported type.
+  MODULE_EXPORT std::ostream& writeToOstream(std::ostream& os) const;
 
   // Stores an element in the array and in the mirror. False with RuntimeError set for a position
   // outside the storage.

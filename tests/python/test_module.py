@@ -92,11 +92,15 @@ class TestModule:
         assert module.__doc__ == NAME
 
     def test_published_names_in_order(self):
-        assert own_names(module) == PUBLISHED
+        assert own_names(module) == [*PUBLISHED, "_capi"]
 
     def test_has_no_function(self):
-        for name in own_names(module):
+        for name in PUBLISHED:
             assert isinstance(getattr(module, name), type), name
+
+    def test_capsule(self):
+        assert type(module._capi).__name__ == "PyCapsule"
+        assert f'"{NAME}._capi"' in repr(module._capi)
 
     def test_file_serves_every_interpreter_of_the_stable_interface(self):
         assert module.__file__.endswith(f"{NAME}.abi3.so")

@@ -1,6 +1,7 @@
 // The module's entry point: fetches array.array, makes the classes and the exceptions.
 #include <iostream>
 
+#include "module/entry/capsule.hpp"
 #include "module/entry/type_specs.hpp"
 #include "module/py_ref.hpp"
 #include "module/support.hpp"
@@ -91,5 +92,11 @@ PyMODINIT_FUNC PyInit_velmarmultidimarrayforpython() {
   init_types(module);
   MCPyError::shapeErr = makeException(module, "vlexceptions.ShapeError", "ShapeError");
   MCPyError::sizeErr = makeException(module, "vlexceptions.SizeError", "SizeError");
+  PyRef capsule = PyRef::steal(makeCapsule());
+  if (!capsule) {
+    const PyRef given = PyRef::steal(module);
+    return nullptr;
+  }
+  publish(module, "_capi", std::move(capsule));
   return module;
 }

@@ -4,6 +4,7 @@
 #include "construct/constructor_entry.hpp"
 #include "indexing/element_read.hpp"
 #include "indexing/element_write.hpp"
+#include "module/export.hpp"
 #include "operations/array_array.hpp"
 #include "operations/comparison.hpp"
 #include "operations/description.hpp"
@@ -16,6 +17,12 @@
 #include "storage/mcpy_array.hpp"
 
 extern "C" {
+// The buffer's two slots by themselves, for whoever makes a type around an array.
+MODULE_EXPORT PyType_Slot MCPyArray_Buffer_Type_Slot[] = {
+    {Py_bf_getbuffer, reinterpret_cast<void*>(MCPyArray_GetBuffer)},
+    {Py_bf_releasebuffer, reinterpret_cast<void*>(MCPyArray_ReleaseBuffer)},
+    {0, nullptr}};
+
 #define ENTRY(result, handler, type, suffix, parameters, ...) \
   static result handler##_##suffix parameters {               \
     return handler<type>(__VA_ARGS__);                        \

@@ -1,0 +1,146 @@
+// The diagnostic dump: everything known about a view and its storage, for whoever debugs.
+#include <complex>
+#include <exception>
+#include <ostream>
+#include <string>
+
+#include "module/apply_visitor.hpp"
+#include "storage/mcpp_py_array.hpp"
+
+namespace vd = foundation::velmardata;
+
+namespace {
+
+// As std::endl does it, in one place: the stream's own line end, and a flush.
+void endLine(std::ostream& os) {
+  os.put(os.widen('\n'));
+  os.flush();
+}
+
+template <class T>
+void writeLine(std::ostream& os, const char* label, const T& value) {
+  os << label << value;
+  endLine(os);
+}
+
+// Bytes go out as characters, as streams have it.
+template <class T>
+void writeElements(std::ostream& os, const T* elements, std::int64_t count) {
+  for (std::int64_t k = 0; k < count; ++k) os << elements[k] << " ";
+}
+
+void writeCharacters(std::ostream& os, const vd::CharArray& array) {
+  try {
+    for (char character : array.toAscii()) os << character << " ";
+  } catch (const std::exception&) {
+    os << "Output contains non-ASCII characters and cannot be written";
+    endLine(os);
+  }
+}
+
+// The elements that the data library holds.
+struct ArrayOstreamVisitor {
+  std::ostream& os;
+
+  template <class T>
+  void operator()(const vd::TypedArray<T>& array) const {
+    const auto first = array.begin();
+    const auto count = static_cast<std::int64_t>(array.getNumberOfElements());
+    if (count > 0) writeElements(os, &*first, count);
+  }
+  void operator()(const vd::CharArray& array) const { writeCharacters(os, array); }
+};
+
+// The elements that the mirror holds; the array tells their type alone.
+struct BufOstreamVisitor {
+  std::ostream& os;
+  const std::byte* elements;
+  std::int64_t count;
+
+  template <class T>
+  void operator()(const vd::TypedArray<T>&) const {
+    if (!isNull()) writeElements(os, reinterpret_cast<const T*>(elements), count);
+  }
+  void operator()(const vd::CharArray& array) const {
+    if (!isNull()) writeCharacters(os, array);
+  }
+
+ private:
+  bool isNull() const {
+    if (elements != nullptr) return false;
+    writeLine(os, "", "null");
+    return true;
+  }
+};
+
+void writeNumbers(std::ostream& os, const char* label, const std::int64_t* numbers,
+                  std::size_t count) {
+  os << label;
+  for (std::size_t k = 0; k < count; ++k) os << numbers[k] << " ";
+  endLine(os);
+}
+
+void writeItem(std::ostream& os, const IntegerIndexItem& item) {
+  writeLine(os, "m_index: ", item.m_index);
+  writeLine(os, "m_isNormalized: ", item.m_isNormalized);
+}
+
+void writeItem(std::ostream& os, const SliceIndexItem& item) {
+  const auto write = [&os](const char* label, const std::optional<std::int64_t>& number) {
+    if (number) {
+      writeLine(os, label, *number);
+    } else {
+      writeLine(os, label, "None");
+    }
+  };
+  write("m_start: ", item.m_start);
+  write("m_stop: ", item.m_stop);
+  write("m_step: ", item.m_step);
+  write("m_slice_len: ", item.m_slice_len);
+  writeLine(os, "m_isNormalized: ", item.m_isNormalized);
+}
+
+}  // namespace
+
+std::ostream& MDArrayWrapper::writeToOstream(std::ostream& os) const {
+  os << "MDA buffer: ";
+  applyVisitor(m_array, ArrayOstreamVisitor{os});
+  endLine(os);
+  writeNumbers(os, "m_shape: ", m_shape.data(), m_shape.size());
+  writeNumbers(os, "m_bytewiseStrides: ", m_bytewiseStrides.data(), m_bytewiseStrides.size());
+  writeLine(os, "m_order: ", m_order);
+  writeLine(os, "m_isReadOnly: ", m_isReadOnly);
+  writeLine(os, "m_nDim: ", m_nDim);
+  writeLine(os, "m_numElems: ", m_numElems);
+  writeLine(os, "m_bufferSizeInBytes: ", m_bufferSizeInBytes);
+  writeLine(os, "m_elemSizeInBytes: ", m_elemSizeInBytes);
+  os << "m_buf: ";
+  applyVisitor(m_array, BufOstreamVisitor{os, buf(), m_numElems});
+  endLine(os);
+  return os;
+}
+
+std::ostream& MCppPyArray::writeToOstream(std::ostream& os) const {
+  writeLine(os, "", "MDArrayWrapper: ");
+  if (!m_hasWeakPtrToWrapper && m_wrapper != nullptr) {
+    m_wrapper->writeToOstream(os);
+  } else if (const std::shared_ptr<MDArrayWrapper> locked = m_weakWrapper.lock()) {
+    locked->writeToOstream(os);
+  }
+  endLine(os);
+  writeLine(os, "m_supportedArrayEnum: ", static_cast<int>(m_supportedArrayEnum));
+  writeLine(os, "m_isComplex: ", m_isComplex);
+  for (const IndexVariant& item : m_indices) {
+    std::visit([&os](const auto& alternative) { writeItem(os, alternative); }, item);
+  }
+  writeLine(os, "m_numberOfIntegerIndicesSoFar: ", m_numberOfIntegerIndicesSoFar);
+  os << "m_indexedArrayAsMDA: ";
+  if (m_indexedArrayAsMDA) {
+    applyVisitor(*m_indexedArrayAsMDA, ArrayOstreamVisitor{os});
+  } else {
+    os << "None";
+  }
+  endLine(os);
+  endLine(os);
+  return os;
+}
