@@ -105,7 +105,7 @@ bool FinalConstructorParser<T>::takeDimensionsOf(const Py_buffer& view, std::uin
   const bool hasNegative =
       std::any_of(view.shape, view.shape + view.ndim, [](Py_ssize_t length) { return length < 0; });
   if (hasNegative || exactNumberOfElements(calculatedDimensions) != count ||
-      view.strides == nullptr || view.itemsize == 0) {
+      view.strides == nullptr || view.itemsize <= 0) {
     return refuse(external_buffer::doesNotFit);
   }
   // With contiguous memory the first stride tells the order: that of one item is storage order.

@@ -2,17 +2,16 @@
 #include "storage/md_array_wrapper.hpp"
 
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 
 #include <cstdint>
 #include <cstring>
-#include <fstream>
 #include <limits>
 #include <string>
 #include <vector>
 
 #include "module/apply_visitor.hpp"
 #include "python_testing.hpp"
+#include "storage_testing.hpp"
 
 namespace {
 
@@ -299,27 +298,6 @@ TEST(WrapperMirror, IsIndependentOfWritesToOtherHandles) {
   EXPECT_EQ(first, 1.0);
   EXPECT_EQ(*TypedArray<double>(wrapper.array()).begin(), 1.0);
 }
-
-// No more memory than a little for as long as it lives.
-class MemoryLimit {
- public:
-  MemoryLimit() {
-    getrlimit(RLIMIT_AS, &m_before);
-    std::int64_t pages = 0;
-    std::ifstream("/proc/self/statm") >> pages;
-    rlimit limit = m_before;
-    limit.rlim_cur = static_cast<rlim_t>(pages) * 4096 + (std::size_t{16} << 20);
-    m_isSet = pages > 0 && setrlimit(RLIMIT_AS, &limit) == 0;
-  }
-  MemoryLimit(const MemoryLimit&) = delete;
-  MemoryLimit& operator=(const MemoryLimit&) = delete;
-  ~MemoryLimit() { setrlimit(RLIMIT_AS, &m_before); }
-  bool isSet() const { return m_isSet; }
-
- private:
-  rlimit m_before = {};
-  bool m_isSet = false;
-};
 
 TEST(WrapperMirror, CanBeMissingWhenMemoryIsShort) {
   constexpr unsigned long bytes = 256UL << 20;

@@ -1,0 +1,449 @@
+// The buffer protocol's side of an array, from where every field and every refusal can be seen.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "exporter_testing.hpp"
+#include "module/type_objects.hpp"
+#include "operations/memory_export.hpp"
+#include "operations/reshaping.hpp"
+#include "python_testing.hpp"
+#include "storage_testing.hpp"
+
+namespace {
+
+using namespace python_testing;
+using namespace foundation::velmardata;
+
+using Numbers = std::vector<std::int64_t>;
+
+constexpr const char* nullPointer = "null data pointer.";
+constexpr const char* notInitialized = "object not initialized.";
+constexpr const char* notWritable = "underlying buffer is not writable.";
+constexpr const char* notContiguous = "underlying buffer not C-contiguous.";
+
+// One request, and the release if it was granted.
+class Request {
+ public:
+  Request(const PyRef& array, int flags) {
+    buffer.obj = Py_None;  // to be replaced or cleared
+    buffer.internal = this;
+    result = MCPyArray_GetBuffer(array.get(), &buffer, flags);
+  }
+  Request(const Request&) = delete;
+  Request& operator=(const Request&) = delete;
+  ~Request() {
+    if (result == 0) PyBuffer_Release(&buffer);
+  }
+  Numbers shape() const { return numbersAt(buffer.shape); }
+  Numbers strides() const { return numbersAt(buffer.strides); }
+  template <class T>
+  std::vector<T> elements() const {
+    const T* const first = static_cast<const T*>(buffer.buf);
+    return std::vector<T>(first, first + buffer.len / buffer.itemsize);
+  }
+
+  Py_buffer buffer = {};
+  int result = 0;
+
+ private:
+  Numbers numbersAt(const Py_ssize_t* first) const { return Numbers(first, first + buffer.ndim); }
+};
+
+// No bits but those of writing, and of C-contiguity all together, decide anything.
+const int grantedFlags[] = {PyBUF_SIMPLE,
+                            PyBUF_FORMAT,
+                            PyBUF_ND,
+                            PyBUF_STRIDES,
+                            PyBUF_INDIRECT,
+                            PyBUF_F_CONTIGUOUS,
+                            PyBUF_ANY_CONTIGUOUS,
+                            PyBUF_FULL_RO,
+                            PyBUF_F_CONTIGUOUS | PyBUF_FORMAT,
+                            PyBUF_ANY_CONTIGUOUS | PyBUF_FORMAT,
+                            0x20,
+                            0x28,
+                            0x30,
+                            0x7FFFFFD6};
+
+template <class T>
+class Export : public ::testing::Test {};
+TYPED_TEST_SUITE(Export, WritableTypes, TypeWords);
+
+// --- Fields
+
+TYPED_TEST(Export, FieldsAreThoseOfTheStorage) {
+  constexpr auto size = static_cast<std::int64_t>(sizeof(TypeParam));
+  const PyRef array = makeRecord(makeArray<TypeParam>({2, 3}));
+  const MCppPyArray& view = viewOf(array);
+  for (const int flags : grantedFlags) {
+    SCOPED_TRACE(flags);
+    const Py_ssize_t references = Py_REFCNT(array.get());
+    {
+      const Request request(array, flags);
+      ASSERT_EQ(request.result, 0);
+      const Py_buffer& buffer = request.buffer;
+      EXPECT_EQ(buffer.obj, array.get());
+      EXPECT_EQ(Py_REFCNT(array.get()), references + 1);
+      EXPECT_EQ(buffer.buf, view.buf());
+      EXPECT_EQ(buffer.len, 6 * size);
+      EXPECT_EQ(buffer.itemsize, size);
+      EXPECT_EQ(buffer.ndim, 2);
+      EXPECT_EQ(buffer.readonly, 1);
+      if ((flags & PyBUF_FORMAT) != 0) {
+        EXPECT_EQ(std::string(buffer.format), formatOf<TypeParam>());
+      } else {
+        EXPECT_EQ(buffer.format, nullptr);
+      }
+      EXPECT_EQ(buffer.shape, view.shape().data());
+      EXPECT_EQ(buffer.strides, view.bytewiseStrides());
+      EXPECT_EQ(request.shape(), (Numbers{2, 3}));
+      EXPECT_EQ(request.strides(), (Numbers{size, 2 * size}));
+      EXPECT_EQ(buffer.suboffsets, nullptr);
+      EXPECT_EQ(buffer.internal, &request);
+      EXPECT_EQ(request.template elements<TypeParam>(), samples<TypeParam>(6));
+    }
+    EXPECT_EQ(Py_REFCNT(array.get()), references);
+  }
+  EXPECT_TRUE(raisedNothing());
+}
+
+TYPED_TEST(Export, OfAViewIsACopyOfItsOwnThatStays) {
+  const PyRef array = makeRecord(makeArray<TypeParam>({2, 3}));
+  const PyRef row = evaluate("a[1]", {{"a", array}});
+  const std::vector<TypeParam> elements = {sample<TypeParam>(1), sample<TypeParam>(3),
+                                           sample<TypeParam>(5)};
+  const Request first(row, PyBUF_FULL_RO);
+  ASSERT_EQ(first.result, 0);
+  EXPECT_EQ(first.buffer.obj, row.get());
+  EXPECT_EQ(first.shape(), (Numbers{1, 3}));
+  EXPECT_NE(first.buffer.buf, viewOf(array).buf());
+  EXPECT_EQ(first.template elements<TypeParam>(), elements);
+
+  ASSERT_TRUE(viewOf(row).setElementFromIndices<TypeParam>({1, 1}, otherThanSample<TypeParam>(3)));
+  const Request second(row, PyBUF_FULL_RO);
+  ASSERT_EQ(second.result, 0);
+  EXPECT_EQ(second.buffer.buf, first.buffer.buf);
+  EXPECT_EQ(second.buffer.shape, first.buffer.shape);
+  EXPECT_EQ(second.buffer.strides, first.buffer.strides);
+  EXPECT_EQ(second.template elements<TypeParam>(), elements);
+
+  const PyRef sameRow = evaluate("a[1]", {{"a", array}});
+  const Request other(sameRow, PyBUF_FULL_RO);
+  EXPECT_NE(other.buffer.buf, first.buffer.buf) << "each view has a copy of its own";
+  EXPECT_EQ(other.template elements<TypeParam>()[1], otherThanSample<TypeParam>(3));
+  EXPECT_TRUE(raisedNothing());
+}
+
+struct ShapeRow {
+  Dimensions array;
+  const char* part;
+  bool isColumnMajor;
+  Numbers shape;
+  Numbers strides;
+};
+
+TEST(ExportOf, PartsAndOrders) {
+  const ShapeRow rows[] = {
+      {{2, 3}, "a", false, {2, 3}, {24, 8}},          {{6}, "a", true, {6}, {8}},
+      {{2, 2, 3}, "a", true, {2, 2, 3}, {8, 16, 32}}, {{0, 3}, "a", true, {0, 3}, {8, 0}},
+      {{2, 3}, "a[1][0:2]", true, {1, 2}, {8, 8}},    {{4, 3}, "a[1:3]", true, {2, 3}, {8, 16}},
+      {{2, 2, 3}, "a[1]", true, {2, 3}, {8, 16}},     {{2, 3}, "a[1:1]", true, {0, 3}, {8, 0}},
+      {{2, 3}, "a[1]", false, {1, 3}, {24, 8}},
+  };
+  for (const ShapeRow& row : rows) {
+    SCOPED_TRACE(testing::PrintToString(row.array) + row.part);
+    const PyRef array = makeRecord(std::make_unique<MCppPyArray>(
+        sampleArray<double>(row.array), SupportedArrayEnum::Double, false, row.isColumnMajor));
+    const PyRef part = evaluate(row.part, {{"a", array}});
+    const Request request(part, PyBUF_FULL_RO);
+    ASSERT_EQ(request.result, 0);
+    EXPECT_EQ(request.shape(), row.shape);
+    EXPECT_EQ(request.strides(), row.strides);
+    EXPECT_EQ(request.buffer.ndim, static_cast<int>(row.shape.size()));
+  }
+  EXPECT_TRUE(raisedNothing());
+}
+
+// No class has characters, so that what has no format does not come from Python.
+TEST(ExportOf, CharactersHasNoFormat) {
+  const PyRef array = makeRecord(makeArray<char16_t>({2, 3}));
+  {
+    const Request request(array, PyBUF_STRIDES);
+    ASSERT_EQ(request.result, 0);
+    EXPECT_EQ(request.buffer.itemsize, 2);
+    EXPECT_EQ(request.buffer.len, 12);
+    EXPECT_EQ(request.buffer.format, nullptr);
+    EXPECT_EQ(request.elements<char16_t>(), samples<char16_t>(6));
+  }
+  Py_buffer buffer = {};
+  const Py_ssize_t references = Py_REFCNT(array.get());
+  EXPECT_THROW(MCPyArray_GetBuffer(array.get(), &buffer, PyBUF_FORMAT), std::out_of_range);
+  EXPECT_EQ(Py_REFCNT(array.get()), references);
+}
+
+TEST(Release, DoesNothing) {
+  MCPyArray_ReleaseBuffer(nullptr, nullptr);
+  const PyRef array = makeRecord(makeArray<double>({2, 3}));
+  const Py_ssize_t references = Py_REFCNT(array.get());
+  Py_buffer buffer = {};
+  buffer.obj = array.get();
+  MCPyArray_ReleaseBuffer(array.get(), &buffer);
+  EXPECT_EQ(buffer.obj, array.get());
+  EXPECT_EQ(Py_REFCNT(array.get()), references);
+}
+
+// --- Refusals
+
+TYPED_TEST(Export, WritableAndContiguousRequestsAreRefusedInThatOrder) {
+  const PyRef array = makeRecord(makeArray<TypeParam>({1, 3}));
+  const PyRef row = evaluate("a[0]", {{"a", array}});
+  const std::pair<int, const char*> rows[] = {
+      {PyBUF_WRITABLE, notWritable},
+      {PyBUF_FULL, notWritable},
+      {PyBUF_C_CONTIGUOUS | PyBUF_WRITABLE, notWritable},
+      {PyBUF_F_CONTIGUOUS | PyBUF_WRITABLE, notWritable},
+      {PyBUF_C_CONTIGUOUS, notContiguous},
+      {PyBUF_C_CONTIGUOUS | PyBUF_FORMAT, notContiguous},
+      {PyBUF_C_CONTIGUOUS | PyBUF_F_CONTIGUOUS, notContiguous},
+      {0x7FFFFFFE, notContiguous},
+  };
+  for (const PyRef* object : {&array, &row}) {
+    for (const auto& [flags, message] : rows) {
+      SCOPED_TRACE(flags);
+      const Py_ssize_t references = Py_REFCNT(object->get());
+      const Request request(*object, flags);
+      EXPECT_EQ(request.result, -1);
+      EXPECT_TRUE(raised(PyExc_ValueError, message));
+      EXPECT_EQ(request.buffer.obj, nullptr);
+      EXPECT_EQ(Py_REFCNT(object->get()), references);
+    }
+  }
+}
+
+TEST(ExportRefused, WithoutAnObjectOrABuffer) {
+  const PyRef none;
+  const PyRef record = PyRef::steal(allocMCPyArray(typeObjectOf(SupportedArrayEnum::Double)));
+  for (const PyRef* object : {&none, &record}) {
+    const Request request(*object, PyBUF_C_CONTIGUOUS | PyBUF_WRITABLE);
+    EXPECT_EQ(request.result, -1);
+    EXPECT_TRUE(raised(PyExc_RuntimeError, notInitialized));
+    EXPECT_EQ(request.buffer.obj, nullptr);
+    EXPECT_EQ(MCPyArray_GetBuffer(object->get(), nullptr, PyBUF_SIMPLE), -1);
+    EXPECT_TRUE(raised(PyExc_RuntimeError, notInitialized)) << "the object is looked at first";
+  }
+  const PyRef array = makeRecord(makeArray<double>({2, 3}));
+  const PyRef expired = makeRecord(makeExpiredView<double>({2, 3}));
+  for (const PyRef* object : {&array, &expired}) {
+    EXPECT_EQ(MCPyArray_GetBuffer(object->get(), nullptr, PyBUF_SIMPLE), -1);
+    EXPECT_TRUE(raised(PyExc_RuntimeError, "null pointer to view object null."));
+  }
+}
+
+TEST(ExportRefused, WithoutATarget) {
+  const ViewPointer owner = makeArray<double>({2, 3});
+  const ViewPointer expired = makeExpiredView<double>({2, 3});
+  const PyRef objects[] = {
+      makeRecord(makeExpiredView<double>({2, 3})),
+      makeRecord(makeViewWithoutStorage<double>({2, 3})),
+      makeRecord(std::make_unique<MCppPyArray>(*expired, Position{1}, true)),
+      makeRecord(std::make_unique<MCppPyArray>(*owner, Position{5}, false)),
+  };
+  for (const PyRef& object : objects) {
+    const Request request(object, PyBUF_C_CONTIGUOUS | PyBUF_WRITABLE);
+    EXPECT_EQ(request.result, -1);
+    EXPECT_TRUE(raised(PyExc_RuntimeError, nullPointer));
+    EXPECT_EQ(request.buffer.obj, nullptr);
+    EXPECT_EQ(PyRef::steal(MCPyArray_ToMemoryView(object.get(), nullptr)).get(), nullptr);
+    EXPECT_TRUE(raised(PyExc_RuntimeError, nullPointer));
+  }
+}
+
+// --- The address
+
+TEST(BufferInfo, IsThatOfTheWholeStorage) {
+  const PyRef array = makeRecord(makeArray<double>({2, 3}));
+  const PyRef parts[] = {evaluate("a[1]", {{"a", array}}), evaluate("a[0:1]", {{"a", array}}),
+                         makeRecord(std::make_unique<MCppPyArray>(viewOf(array), true))};
+  const std::string expected =
+      "(" + std::to_string(reinterpret_cast<std::uintptr_t>(viewOf(array).buf())) + ", 6)";
+  EXPECT_EQ(reprOf(PyRef::steal(MCPyArray_BufferInfo(array.get(), nullptr))), expected);
+  for (const PyRef& part : parts) {
+    EXPECT_EQ(reprOf(PyRef::steal(MCPyArray_BufferInfo(part.get(), nullptr))), expected);
+    EXPECT_EQ(viewOf(part).getIndexRestrictedMCppPyArray(), nullptr) << "no copy was made";
+  }
+}
+
+TEST(BufferInfo, OfNothingIsAnError) {
+  const PyRef record = PyRef::steal(allocMCPyArray(typeObjectOf(SupportedArrayEnum::Double)));
+  for (PyObject* object : {static_cast<PyObject*>(nullptr), record.get()}) {
+    EXPECT_EQ(MCPyArray_BufferInfo(object, nullptr), nullptr);
+    EXPECT_TRUE(raised(PyExc_RuntimeError, notInitialized));
+  }
+  const PyRef gone[] = {makeRecord(makeExpiredView<double>({2, 3})),
+                        makeRecord(makeViewWithoutStorage<double>({2, 3}))};
+  for (const PyRef& object : gone) {
+    EXPECT_EQ(MCPyArray_BufferInfo(object.get(), nullptr), nullptr);
+    EXPECT_TRUE(raisedExpired());
+  }
+}
+
+// --- Lifetimes
+
+TEST(ExportLifetime, TheCopyOfAWeakViewOutlivesTheStorage) {
+  ViewPointer owner = makeArray<double>({2, 3});
+  const PyRef row = makeRecord(std::make_unique<MCppPyArray>(*owner, Position{1}, true));
+  const Request before(row, PyBUF_FULL_RO);
+  ASSERT_EQ(before.result, 0);
+  owner.reset();
+  const Request after(row, PyBUF_FULL_RO);
+  ASSERT_EQ(after.result, 0);
+  EXPECT_TRUE(raisedNothing());
+  EXPECT_EQ(after.buffer.buf, before.buffer.buf);
+  EXPECT_EQ(before.elements<double>(), (std::vector<double>{2, 4, 6}));
+  EXPECT_EQ(before.shape(), (Numbers{1, 3}));
+}
+
+TYPED_TEST(Export, StaysReadableThroughReshapes) {
+  constexpr auto size = static_cast<std::int64_t>(sizeof(TypeParam));
+  PyRef array = makeRecord(makeArray<TypeParam>({2, 3}));
+  const Request before(array, PyBUF_FULL_RO);
+  const Request same(array, PyBUF_FULL_RO);
+  for (const char* shape : {"(3, 2)", "(6,)", "(1, 2, 3)", "(6, 1)"}) {
+    const PyRef arguments = evaluate(std::string("(") + shape + ",)");
+    const PyRef result = PyRef::steal(MCPyArray_Reshape(array.get(), arguments.get(), nullptr));
+    EXPECT_EQ(result.get(), array.get());
+  }
+  const Request after(array, PyBUF_FULL_RO);
+  array = PyRef();  // the requests hold it now
+  for (const Request* request : {&before, &same}) {
+    ASSERT_EQ(request->result, 0);
+    EXPECT_EQ(request->shape(), (Numbers{2, 3}));
+    EXPECT_EQ(request->strides(), (Numbers{size, 2 * size}));
+    EXPECT_EQ(request->template elements<TypeParam>(), samples<TypeParam>(6));
+  }
+  ASSERT_EQ(after.result, 0);
+  EXPECT_EQ(after.buffer.buf, before.buffer.buf);
+  EXPECT_EQ(after.shape(), (Numbers{6, 1}));
+  EXPECT_EQ(after.template elements<TypeParam>(), samples<TypeParam>(6));
+}
+
+TEST(ExportLifetime, TheCopyOfAViewDoesNotFollowAReshape) {
+  const PyRef array = makeRecord(makeArray<double>({2, 3}));
+  const PyRef row = evaluate("a[1]", {{"a", array}});
+  const Request before(row, PyBUF_FULL_RO);
+  const PyRef arguments = evaluate("(6, 1)");
+  EXPECT_EQ(PyRef::steal(MCPyArray_Reshape(array.get(), arguments.get(), nullptr)).get(),
+            array.get());
+  const Request after(row, PyBUF_FULL_RO);
+  ASSERT_EQ(after.result, 0);
+  EXPECT_EQ(after.buffer.buf, before.buffer.buf);
+  EXPECT_EQ(after.shape(), (Numbers{1, 3}));
+  EXPECT_EQ(after.elements<double>(), (std::vector<double>{2, 4, 6}));
+}
+
+// --- Code that runs in the middle
+
+// Calls an object at the beginning of garbage collections, which come as often as they can.
+class CollectionHook {
+ public:
+  explicit CollectionHook(const PyRef& callback)
+      : m_collector(PyRef::steal(PyImport_ImportModule("gc"))),
+        m_threshold(call("get_threshold")),
+        m_callbacks(PyRef::steal(PyObject_GetAttrString(m_collector.get(), "callbacks"))) {
+    PyList_Append(m_callbacks.get(), callback.get());
+    const PyRef often = evaluate("(1,)");
+    call("set_threshold", often.get());
+  }
+  CollectionHook(const CollectionHook&) = delete;
+  CollectionHook& operator=(const CollectionHook&) = delete;
+  ~CollectionHook() {
+    call("set_threshold", m_threshold.get());
+    const Py_ssize_t count = PyList_Size(m_callbacks.get());
+    PyList_SetSlice(m_callbacks.get(), count - 1, count, nullptr);
+  }
+
+ private:
+  PyRef call(const char* name, PyObject* arguments = nullptr) const {
+    const PyRef function = PyRef::steal(PyObject_GetAttrString(m_collector.get(), name));
+    return PyRef::steal(PyObject_CallObject(function.get(), arguments));
+  }
+
+  PyRef m_collector;
+  PyRef m_threshold;
+  PyRef m_callbacks;
+};
+
+// A view so long that its export collects in the middle, where one is made of it once.
+struct ExportInTheMiddle {
+  // also: a further thing to do there.
+  explicit ExportInTheMiddle(const std::string& also) {
+    const PyRef callback = evaluate(
+        "lambda phase, info: phase == 'start' and (calls.append(1) or len(calls) == 4) and "
+        "(made.append(memoryview(part)), " +
+            also + ")",
+        {{"calls", calls}, {"made", made}, {"part", part}, {"array", array}});
+    const CollectionHook hook(callback);
+    result = MCPyArray_GetBuffer(part.get(), &buffer, PyBUF_FULL_RO);
+    error = takeError();
+  }
+  ExportInTheMiddle(const ExportInTheMiddle&) = delete;
+  ExportInTheMiddle& operator=(const ExportInTheMiddle&) = delete;
+  ~ExportInTheMiddle() {
+    if (result == 0) PyBuffer_Release(&buffer);
+  }
+  bool hasHappened() const { return PyList_Size(made.get()) == 1; }
+
+  PyRef array = makeRecord(makeArray<double>({640, 3}));
+  PyRef part = evaluate("a[1:639]", {{"a", array}});
+  PyRef calls = evaluate("[]");
+  PyRef made = evaluate("[]");
+  Py_buffer buffer = {};
+  int result = -1;
+  PythonError error;
+};
+
+// The memory of the one made in the middle, held meanwhile.
+struct InnerBuffer {
+  explicit InnerBuffer(const ExportInTheMiddle& outer) {
+    EXPECT_EQ(PyObject_GetBuffer(PyList_GetItem(outer.made.get(), 0), &buffer, PyBUF_FULL_RO), 0);
+  }
+  InnerBuffer(const InnerBuffer&) = delete;
+  InnerBuffer& operator=(const InnerBuffer&) = delete;
+  ~InnerBuffer() { PyBuffer_Release(&buffer); }
+  Py_buffer buffer = {};
+};
+
+TEST(ExportInTheMiddleOfAnExport, MakesTheOneCopyThereIs) {
+  const ExportInTheMiddle outer("None");
+  if (!outer.hasHappened()) GTEST_SKIP() << "nothing runs in the middle here";
+  ASSERT_EQ(outer.result, 0);
+  EXPECT_FALSE(outer.error.type) << outer.error.text;
+  const InnerBuffer inner(outer);
+  EXPECT_EQ(outer.buffer.buf, inner.buffer.buf);
+  EXPECT_EQ(outer.buffer.len, 638 * 3 * 8);
+  EXPECT_EQ(static_cast<const double*>(outer.buffer.buf)[0], 2.0);
+}
+
+// The walk that was interrupted finds nothing any more where its elements were.
+TEST(ExportInTheMiddleOfAnExport, LeavesNoErrorBesideAResult) {
+  const ExportInTheMiddle outer("array.reshape(1920, 1)");
+  if (!outer.hasHappened()) GTEST_SKIP() << "nothing runs in the middle here";
+  const InnerBuffer inner(outer);
+  EXPECT_EQ(outer.result == 0, !outer.error.type) << outer.error.text;
+  if (outer.result == 0) {
+    EXPECT_EQ(outer.buffer.buf, inner.buffer.buf);
+  } else {
+    EXPECT_EQ(outer.error.text, nullPointer);
+    EXPECT_EQ(outer.buffer.obj, nullptr);
+  }
+  const auto* const first = static_cast<const double*>(inner.buffer.buf);
+  EXPECT_EQ(first[0], 2.0) << "the copy made in the middle is whole";
+  EXPECT_EQ(first[638 * 3 - 1], sample<double>(1918));
+}
+
+}  // namespace

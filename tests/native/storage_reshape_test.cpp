@@ -1,0 +1,315 @@
+// Another shape over live storage: elements and mirror stay, shared contents are copied, and the
+// numbers that described older shapes stay readable once they went out.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <vector>
+
+#include "module/type_objects.hpp"
+#include "operations/reshaping.hpp"
+#include "python_testing.hpp"
+#include "storage/md_array_wrapper.hpp"
+#include "storage_testing.hpp"
+
+namespace {
+
+using namespace python_testing;
+using namespace foundation::velmardata;
+using velmardata_testing::addressOf;
+using velmardata_testing::elementsOf;
+using velmardata_testing::heapInUse;
+using velmardata_testing::referenceCount;
+using velmardata_testing::storageLayout;
+
+using Numbers = std::vector<std::int64_t>;
+
+bool reshape(MDArrayWrapper& wrapper, const Numbers& dimensions, char order = 'F') {
+  standalone::ClientArrayFactory factory;
+  return wrapper.reshape(dimensions, factory, order, storageLayout);
+}
+
+Numbers stridesOf(MDArrayWrapper& wrapper) {
+  const std::int64_t* const first = wrapper.bytewiseStrides();
+  return Numbers(first, first + wrapper.getNumberOfDimensions());
+}
+
+template <class T>
+const void* addressOfElements(const MDArrayWrapper& wrapper) {
+  return addressOf(TypedArray<T>(wrapper.array()));
+}
+
+template <class T>
+class Reshape : public ::testing::Test {};
+TYPED_TEST_SUITE(Reshape, AllTypes, TypeWords);
+
+// --- Elements and description
+
+struct ShapeRow {
+  Dimensions before;
+  Numbers after;
+  Numbers strides;  // in elements
+};
+const ShapeRow shapeRows[] = {
+    {{2, 3}, {3, 2}, {1, 3}}, {{2, 3}, {2, 3}, {1, 2}},       {{2, 3}, {6}, {1}},
+    {{2, 3}, {1, 6}, {1, 1}}, {{2, 3}, {1, 2, 3}, {1, 1, 2}}, {{2, 3}, {3, 1, 2, 1}, {1, 3, 3, 6}},
+    {{6}, {2, 3}, {1, 2}},    {{2, 2, 3}, {4, 3}, {1, 4}},    {{1, 1}, {1}, {1}},
+    {{0, 3}, {0, 5}, {1, 0}}, {{0, 5}, {5, 0}, {1, 5}},       {{2, 0, 4}, {0}, {1}},
+};
+
+TYPED_TEST(Reshape, KeepsElementsAndTheirPlaces) {
+  for (const ShapeRow& row : shapeRows) {
+    for (const bool isMirrorFilled : {true, false}) {
+      SCOPED_TRACE(testing::PrintToString(row.before) + testing::PrintToString(row.after));
+      MDArrayWrapper wrapper(sampleArray<TypeParam>(row.before), 'F');
+      const std::vector<TypeParam> elements = arrayElements<TypeParam>(wrapper);
+      const std::int64_t bytes = wrapper.getBufferSizeInBytes();
+      const void* const place = addressOfElements<TypeParam>(wrapper);
+      const std::byte* const mirror = isMirrorFilled ? wrapper.buf() : nullptr;
+
+      ASSERT_TRUE(reshape(wrapper, row.after));
+      EXPECT_EQ(addressOfElements<TypeParam>(wrapper), place);
+      EXPECT_EQ(arrayElements<TypeParam>(wrapper), elements);
+      EXPECT_EQ(mirrorElements<TypeParam>(wrapper), elements);
+      if (isMirrorFilled) {
+        EXPECT_EQ(wrapper.buf(), mirror);
+      }
+      EXPECT_EQ(wrapper.shape(), row.after);
+      EXPECT_EQ(wrapper.getNumberOfDimensions(), static_cast<int>(row.after.size()));
+      Numbers strides = row.strides;
+      for (std::int64_t& stride : strides) stride *= static_cast<std::int64_t>(sizeof(TypeParam));
+      EXPECT_EQ(stridesOf(wrapper), strides);
+      EXPECT_EQ(wrapper.getNumberOfElements(), static_cast<std::int64_t>(elements.size()));
+      EXPECT_EQ(wrapper.getBufferSizeInBytes(), bytes);
+      EXPECT_EQ(wrapper.getElementSizeInBytes(), static_cast<std::int64_t>(sizeof(TypeParam)));
+      EXPECT_EQ(wrapper.isReadOnly(), 1);
+      EXPECT_TRUE(wrapper.hasMirror());
+      EXPECT_EQ(wrapper.array().getType(), arrayTypeOf<TypeParam>);
+      EXPECT_EQ(wrapper.array().getDimensions(), Dimensions(row.after.begin(), row.after.end()));
+      EXPECT_EQ(referenceCount(wrapper.array()), 1U);
+    }
+  }
+  EXPECT_TRUE(raisedNothing());
+}
+
+TYPED_TEST(Reshape, LetterIsTheOneGiven) {
+  constexpr auto size = static_cast<std::int64_t>(sizeof(TypeParam));
+  MDArrayWrapper wrapper(sampleArray<TypeParam>({2, 3}), 'C');
+  EXPECT_EQ(stridesOf(wrapper), (Numbers{3 * size, size}));
+  ASSERT_TRUE(reshape(wrapper, {2, 3}));
+  EXPECT_EQ(wrapper.getOrder(), 'F');
+  EXPECT_EQ(stridesOf(wrapper), (Numbers{size, 2 * size}));
+  ASSERT_TRUE(reshape(wrapper, {3, 2}, 'C'));
+  EXPECT_EQ(wrapper.getOrder(), 'C');
+  EXPECT_EQ(stridesOf(wrapper), (Numbers{2 * size, size}));
+  EXPECT_EQ(mirrorElements<TypeParam>(wrapper), samples<TypeParam>(6));
+}
+
+TYPED_TEST(Reshape, ContentsOfOtherHandlesAreCopied) {
+  for (const bool isMirrorFilled : {true, false}) {
+    const TypedArray<TypeParam> kept = sampleArray<TypeParam>({2, 3});
+    const void* const place = addressOf(kept);
+    MDArrayWrapper wrapper(kept, 'F');
+    const std::byte* const mirror = isMirrorFilled ? wrapper.buf() : nullptr;
+    EXPECT_EQ(referenceCount(kept), 2U);
+    ASSERT_TRUE(reshape(wrapper, {3, 2}));
+
+    EXPECT_EQ(referenceCount(kept), 1U);
+    EXPECT_EQ(kept.getDimensions(), (Dimensions{2, 3}));
+    EXPECT_EQ(addressOf(kept), place);
+    EXPECT_EQ(elementsOf(kept), samples<TypeParam>(6));
+    EXPECT_NE(wrapper.array().impl(), kept.impl());
+    EXPECT_NE(addressOfElements<TypeParam>(wrapper), place);
+    EXPECT_EQ(wrapper.array().getDimensions(), (Dimensions{3, 2}));
+    EXPECT_EQ(arrayElements<TypeParam>(wrapper), samples<TypeParam>(6));
+    EXPECT_EQ(mirrorElements<TypeParam>(wrapper), samples<TypeParam>(6));
+    if (isMirrorFilled) {
+      EXPECT_EQ(wrapper.buf(), mirror);
+    }
+  }
+}
+
+// --- Through views
+
+template <class T>
+class ReshapeView : public ::testing::Test {};
+TYPED_TEST_SUITE(ReshapeView, WritableTypes, TypeWords);
+
+TYPED_TEST(ReshapeView, WritesReachArrayAndMirrorOfTheNewShape) {
+  for (const bool isMirrorFilled : {true, false}) {
+    const ViewPointer array = makeArray<TypeParam>({2, 3});
+    MCppPyArray weak(*array, true);
+    if (isMirrorFilled) {
+      ASSERT_NE(array->buf(), nullptr);
+    }
+    standalone::ClientArrayFactory factory;
+    ASSERT_TRUE(weak.reshape({3, 2}, factory, 'F', storageLayout));
+    EXPECT_EQ(array->shape(), (Numbers{3, 2}));
+    ASSERT_TRUE(array->setElementFromIndices<TypeParam>({2, 1}, otherThanSample<TypeParam>(5)));
+    ASSERT_TRUE(weak.setElementFromIndices<TypeParam>({0, 1}, otherThanSample<TypeParam>(3)));
+    std::vector<TypeParam> expected = samples<TypeParam>(6);
+    expected[5] = otherThanSample<TypeParam>(5);
+    expected[3] = otherThanSample<TypeParam>(3);
+    EXPECT_EQ(storedElements<TypeParam>(*array), expected);
+  }
+}
+
+// Deliberate: the result does not tell that there was nothing to reshape.
+TYPED_TEST(ReshapeView, StorageThatHasGoneIsAnErrorAndNoFailure) {
+  const ViewPointer views[] = {makeExpiredView<TypeParam>({2, 3}),
+                               makeViewWithoutStorage<TypeParam>({2, 3})};
+  for (const ViewPointer& view : views) {
+    standalone::ClientArrayFactory factory;
+    EXPECT_TRUE(view->reshape({3, 2}, factory, 'F', storageLayout));
+    EXPECT_TRUE(raisedExpired());
+  }
+}
+
+TEST(ReshapeHandler, ReportsWhatPythonCannotPass) {
+  const PyRef none;
+  const PyRef record = PyRef::steal(allocMCPyArray(typeObjectOf(SupportedArrayEnum::Double)));
+  const PyRef arguments = evaluate("(3, 2)");
+  for (const PyRef* self : {&none, &record}) {
+    EXPECT_EQ(MCPyArray_Reshape(self->get(), arguments.get(), nullptr), nullptr);
+    EXPECT_TRUE(raised(PyExc_RuntimeError, "object not initialized."));
+  }
+  const PyRef array = makeRecord(makeArray<double>({2, 3}));
+  for (PyObject* missing : {static_cast<PyObject*>(nullptr), Py_None}) {
+    EXPECT_EQ(MCPyArray_Reshape(array.get(), missing, nullptr), nullptr);
+    EXPECT_TRUE(raised(PyExc_ValueError,
+                       "reshape() must be passed a nonempty sequence of nonnegative integers."));
+  }
+  EXPECT_EQ(viewOf(array).shape(), (Numbers{2, 3}));
+}
+
+// --- Memory
+
+TEST(ReshapeMemory, WithoutMemoryForACopyNothingChanges) {
+  constexpr unsigned long bytes = 256UL << 20;
+  const Array kept = ArrayFactory().createArray(ArrayType::INT8, {bytes, 1});
+  const PyRef array =
+      makeRecord(std::make_unique<MCppPyArray>(kept, SupportedArrayEnum::Int8, false, false));
+  const WrapperAccess storage = viewOf(array).wrapper();
+  const Numbers strides = stridesOf(*storage);
+  const PyRef arguments = evaluate("(2**14, 2**14)");
+  bool isReshaped = true;
+  bool isQuiet = false;
+  PyObject* result = array.get();
+  bool isLimited = false;
+  {
+    const MemoryLimit limit;
+    isLimited = limit.isSet();
+    if (isLimited) {
+      isReshaped = reshape(*storage, {static_cast<std::int64_t>(bytes) / 2, 2});
+      isQuiet = PyErr_Occurred() == nullptr;
+      result = MCPyArray_Reshape(array.get(), arguments.get(), nullptr);
+    }
+  }
+  if (!isLimited) GTEST_SKIP() << "memory cannot be limited here";
+  EXPECT_FALSE(isReshaped);
+  EXPECT_TRUE(isQuiet) << "who asks reports";
+  EXPECT_EQ(result, nullptr);
+  EXPECT_TRUE(raised(PyExc_MemoryError,
+                     "unable to allocate memory for array with number of elements = 268435456; "
+                     "type = int8"));
+  EXPECT_EQ(storage->array().impl(), kept.impl());
+  EXPECT_EQ(referenceCount(kept), 2U);
+  EXPECT_EQ(kept.getDimensions(), (Dimensions{bytes, 1}));
+  EXPECT_EQ(storage->shape(), (Numbers{static_cast<std::int64_t>(bytes), 1}));
+  EXPECT_EQ(storage->getNumberOfDimensions(), 2);
+  EXPECT_EQ(stridesOf(*storage), strides);
+  EXPECT_EQ(storage->getOrder(), 'C');
+  EXPECT_TRUE(storage->hasMirror());
+}
+
+// --- Descriptions that went out
+
+// The addresses of numbers that went out, and what must stay readable there.
+class OutgoingDescriptions {
+ public:
+  void take(MDArrayWrapper& wrapper) {
+    wrapper.keepDescription();
+    m_numbers[wrapper.shape().data()] = wrapper.shape();
+    m_numbers[wrapper.bytewiseStrides()] = stridesOf(wrapper);
+  }
+  std::size_t size() const { return m_numbers.size(); }
+  void check() const {
+    for (const auto& [address, numbers] : m_numbers) {
+      EXPECT_EQ(Numbers(address, address + numbers.size()), numbers);
+    }
+  }
+
+ private:
+  std::map<const std::int64_t*, Numbers> m_numbers;
+};
+
+TEST(KeptDescriptions, StayReadableThroughReshapes) {
+  MDArrayWrapper wrapper(sampleArray<double>({2, 3}), 'C');
+  OutgoingDescriptions outgoing;
+  outgoing.take(wrapper);
+  const Numbers shapes[] = {{2, 3}, {3, 2}, {6}, {1, 6}, {1, 2, 3}, {6, 1}};
+  std::size_t expected = 2;
+  for (const Numbers& shape : shapes) {  // the first differs in its strides alone
+    ASSERT_TRUE(reshape(wrapper, shape));
+    outgoing.check();
+    outgoing.take(wrapper);
+    expected += 2;
+    EXPECT_EQ(outgoing.size(), expected) << "no address stands for two shapes";
+  }
+  outgoing.check();
+}
+
+TEST(KeptDescriptions, AreAsManyAsThereWereShapes) {
+  MDArrayWrapper wrapper(sampleArray<double>({2, 6}), 'F');
+  OutgoingDescriptions outgoing;
+  for (int round = 0; round < 100; ++round) {
+    for (const Numbers& shape : {Numbers{3, 4}, Numbers{12, 1}, Numbers{2, 2, 3}, Numbers{2, 6}}) {
+      outgoing.take(wrapper);
+      outgoing.take(wrapper);
+      ASSERT_TRUE(reshape(wrapper, shape));
+      ASSERT_EQ(wrapper.shape(), shape);
+    }
+  }
+  EXPECT_EQ(outgoing.size(), 8U);
+  outgoing.check();
+}
+
+TEST(KeptDescriptions, OfTheSameShapeStayWhereTheyAre) {
+  MDArrayWrapper wrapper(sampleArray<double>({2, 3}), 'F');
+  OutgoingDescriptions outgoing;
+  outgoing.take(wrapper);
+  const std::int64_t* const shape = wrapper.shape().data();
+  const std::int64_t* const strides = wrapper.bytewiseStrides();
+  for (int round = 0; round < 3; ++round) {
+    ASSERT_TRUE(reshape(wrapper, {2, 3}));
+    EXPECT_EQ(wrapper.shape().data(), shape);
+    EXPECT_EQ(wrapper.bytewiseStrides(), strides);
+  }
+  // Kept still, without another word.
+  ASSERT_TRUE(reshape(wrapper, {3, 2}));
+  outgoing.check();
+  ASSERT_TRUE(reshape(wrapper, {2, 3}));
+  EXPECT_EQ(wrapper.shape().data(), shape);
+}
+
+TEST(KeptDescriptions, AreThoseThatWentOutOnly) {
+  MDArrayWrapper wrapper(sampleArray<double>({2, 3}), 'F');
+  OutgoingDescriptions outgoing;
+  outgoing.take(wrapper);
+  const auto reshapeOften = [&wrapper](int times) {
+    for (int round = 0; round < times; ++round) {
+      for (const Numbers& shape : {Numbers{3, 2}, Numbers{6}, Numbers{2, 3}}) {
+        EXPECT_TRUE(reshape(wrapper, shape));
+      }
+    }
+  };
+  reshapeOften(10);
+  const std::size_t before = heapInUse();
+  reshapeOften(1000);
+  const std::size_t after = heapInUse();
+  EXPECT_LT(after, before + 10000);
+  outgoing.check();
+}
+
+}  // namespace
