@@ -7,6 +7,7 @@ Python reference, so that a storage goes when the last strong view of it goes.
 
 from __future__ import annotations
 
+import array
 import itertools
 import math
 import weakref
@@ -15,99 +16,30 @@ from types import SimpleNamespace
 from typing import Any
 
 from arrays import CLASS_ROWS, ElementClass
+from buffer_requests import LETTERS, size_of_element
 from nesting_model import storage_order
+from program_buffers import Exported
+from program_storage import Storage, composed, increment, read_slice
 from program_values import (
     NOTHING,
+    NULL_ITEM,
     assigned,
     assigned_alone,
     constructed,
     flattened,
+    is_sequence,
+    item_or_nothing,
+    stored,
 )
-from slice_model import EMPTY, SliceItem, index_of, item_of, normalized, text_of
+from slice_model import SliceItem, index_of, text_of
+from velmarmultidimarrayforpython import ShapeError
 
 LOCKED = "locked shared pointer is null."
 TOO_MANY = "too many indices."
 NO_INDEX = "index is not an integer or slice."
 BEYOND_SLICE = "unable to index into slice."
+NO_DIMENSIONS = "reshape() must be passed a nonempty sequence of nonnegative integers."
 DIFFERENT = "unable to perform assignment because the left and right sides have a different shape."
-UNREADABLE = "slice indices must be integers or None or have an __index__ method"
-
-Range = tuple[int, int, int]  # start, stop and step of one dimension; a fixed one has step 0
-
-
-class Storage:
-    """The elements of one array, first index fastest."""
-
-    def __init__(self, is_complex: bool, shape: list[int], elements: list[Any]):
-        self.is_complex = is_complex
-        self.shape = shape
-        self.elements = elements
-        self.strides = [math.prod(shape[:k]) for k in range(len(shape))]
-
-    def _offset(self, position: Any) -> int:
-        return sum(map(lambda p, s: p * s, position, self.strides))
-
-    def read(self, position: Any) -> Any:
-        return self.elements[self._offset(position)]
-
-    def write(self, position: Any, element: Any) -> None:
-        offset = self._offset(position)
-        if not 0 <= offset < len(self.elements):  # the entries alone are not looked at
-            raise RuntimeError("unable to set value.")
-        self.elements[offset] = element
-
-    def nested(self, fixed: tuple[int, ...]) -> Any:
-        """What is left behind the fixed leading positions: a nested list, or a number."""
-        if len(fixed) == len(self.shape):
-            return self.read(fixed)
-        return [self.nested((*fixed, i)) for i in range(self.shape[len(fixed)])]
-
-
-def read_slice(subscript: slice, length: int) -> SliceItem:
-    """The item that a slice gives on a dimension of this length; the step is looked at first."""
-    readable = [bound is None or hasattr(bound, "__index__") for bound in _bounds(subscript)]
-    if not readable[0] or (subscript.step is not None and subscript.step.__index__() == 0):
-        raise ValueError("slice step cannot be zero.")
-    if not all(readable):
-        raise TypeError(UNREADABLE)
-    return item_of(subscript, length)
-
-
-def _bounds(subscript: slice) -> tuple[Any, Any, Any]:
-    return subscript.step, subscript.start, subscript.stop
-
-
-def composed(parent: SliceItem, child: SliceItem) -> SliceItem:
-    """The child, given in positions of the parent's run, in positions of the storage."""
-    child = normalized(child, parent.length)
-    values = parent.positions()
-    if not values:
-        return parent
-    if len(values) <= child.start:
-        return EMPTY
-    start = values[child.start]
-    step = parent.step * child.step
-    length = min(len(values), child.length)
-    return SliceItem(start, start + step * length, step, length)
-
-
-def increment(position: list[int], ranges: list[Range]) -> bool:
-    """Move to the next position, last entry fastest; false at the end of the walk."""
-    for k in reversed(range(len(position))):
-        start, stop, step = ranges[k]
-        entry = position[k]
-        inside = stop < entry <= start if step < 0 else start <= entry < stop
-        if not inside:
-            return False
-        after = entry + step
-        last = step == 0 or (after <= stop if step < 0 else after >= stop)
-        if not last:
-            position[k] = after
-            position[k + 1 :] = [each[0] for each in ranges[k + 1 :]]
-            return True
-        if step == 0:
-            return False
-    return False
 
 
 class Array:
@@ -129,12 +61,14 @@ class Array:
         self._own(Storage(is_complex, *data))
 
     def _own(self, storage: Storage) -> None:
+        self._is_complex = storage.is_complex
         self._is_weak = False
         self._strong: Storage | None = storage
         self._weak: Any = None
         self._integers: tuple[int, ...] = ()
         self._slice: SliceItem | None = None
         self._snapshot: tuple[list[int], list[Any]] | None = None
+        self._copy: Storage | None = None  # that stands for a view where memory goes out
 
     def _view(self, integers: tuple[int, ...], item: SliceItem | None, *, weak: bool) -> Array:
         """Another view of the storage; a strong one of a weak one has no storage at all."""
@@ -144,7 +78,8 @@ class Array:
         view._weak = self._weak
         if not self._is_weak:
             view._weak = None if self._strong is None else weakref.ref(self._strong)
-        view._integers, view._slice, view._snapshot = integers, item, None
+        view._is_complex = self._is_complex
+        view._integers, view._slice, view._snapshot, view._copy = integers, item, None, None
         return view
 
     # Lifetimes.
@@ -168,7 +103,10 @@ class Array:
     def __len__(self) -> int:
         if self._slice is not None:
             return self._slice.length
-        return self._storage().shape[len(self._integers)]
+        shape = self._storage().shape
+        if len(self._integers) >= len(shape):  # of another shape now
+            raise RuntimeError(TOO_MANY)
+        return shape[len(self._integers)]
 
     def __getitem__(self, subscript: Any) -> Any:
         if isinstance(subscript, int):
@@ -203,14 +141,20 @@ class Array:
         storage = self._storage()
         if self._slice is None:
             return storage.nested(self._integers)
-        return [storage.nested((*self._integers, p)) for p in self._slice.positions()]
+        positions = [(*self._integers, p) for p in self._slice.positions()]
+        if len(self._integers) + 1 != len(storage.shape):
+            return [storage.nested(position) for position in positions]
+        try:
+            return [storage.read(position) for position in positions]
+        except RuntimeError:
+            raise RuntimeError("unable to set list item.") from None
 
     def __str__(self) -> str:
         return text_of(self._contents())
 
     def __repr__(self) -> str:
         text = self.__str__()
-        complex_part = ", is_complex=True" if self._storage().is_complex else ""
+        complex_part = ", is_complex=True" if self._is_complex else ""
         return f"velmar.{self.row.word}({text}{complex_part})"
 
     # Writing.
@@ -242,15 +186,19 @@ class Array:
         """The length of the dimension in the storage, whatever slice of it the view shows."""
         return storage.shape[len(self._integers)]
 
-    def _flattened(self, storage: Storage, value: Any) -> tuple[list[int], list[Any]]:
-        return flattened(value, lambda leaf: assigned(self.row, storage.is_complex, leaf))
+    def _flattened(self, value: Any) -> tuple[list[int], list[Any]]:
+        def element_of(leaf: Any) -> Any:
+            element = assigned(self.row, self._is_complex, leaf)
+            return stored(self.row, self._is_complex, leaf, element)
+
+        return flattened(value, element_of)
 
     def _write_number(self, storage: Storage, position: tuple[int, ...], value: Any) -> None:
-        storage.write(position, assigned_alone(self.row, storage.is_complex, value))
+        storage.write(position, assigned_alone(self.row, self._is_complex, value))
 
     def _write_row(self, storage: Storage, fixed: tuple[int, ...], value: Any) -> None:
         """A part behind an integer takes data of just its shape."""
-        dimensions, elements = self._flattened(storage, value)
+        dimensions, elements = self._flattened(value)
         shape = storage.shape[len(fixed) :]
         if dimensions != shape:
             raise ValueError(DIFFERENT)
@@ -259,7 +207,7 @@ class Array:
 
     def _write_rows(self, storage: Storage, item: SliceItem, value: Any) -> None:
         """A run of parts takes any nesting, until either side runs out; what is in stays in."""
-        elements = self._flattened(storage, value)[1]
+        elements = self._flattened(value)[1]
         if not elements:
             if item.length:
                 raise ValueError("slice is nonempty but values are empty.")
@@ -284,7 +232,7 @@ class Array:
 
     def _write_numbers(self, storage: Storage, item: SliceItem, value: Any) -> None:
         """In the last dimension a slice means the storage, whatever slice the view shows."""
-        dimensions, elements = self._flattened(storage, value)
+        dimensions, elements = self._flattened(value)
         positions = item.positions()
         if dimensions != [len(positions)]:
             raise ValueError(DIFFERENT)
@@ -299,15 +247,21 @@ class Array:
                 self._snapshot = self._materialized()
             except Exception as error:
                 raise SystemError("a result with an exception set") from error
-        is_complex = self._storage().is_complex
-        shape, elements = self._snapshot
-        copied = object.__new__(type(self))
-        copied._own(Storage(is_complex, list(shape), list(elements)))
-        return copied
+        return self._new(self._snapshot_as_storage())
+
+    def _new(self, storage: Storage) -> Array:
+        created = object.__new__(type(self))
+        created._own(storage)
+        return created
+
+    def _snapshot_as_storage(self) -> Storage:
+        self._storage()  # which it needs, though all of it is copied
+        shape, elements = self._snapshot or ([], [])
+        return Storage(self._is_complex, list(shape), list(elements))
 
     def _materialized(self) -> tuple[list[int], list[Any]]:
         storage = self._storage()
-        dimensions, elements = self._flattened(storage, self._contents())
+        dimensions, elements = self._flattened(self._contents())
         if len(dimensions) == 1:
             dimensions.insert(0, 1)
         if not elements:
@@ -315,9 +269,97 @@ class Array:
         return dimensions, storage_order(dimensions, elements)
 
     def __reduce__(self) -> tuple:
+        options = {"is_complex": True} if self._is_complex else {}
+        return type(self), (options, self._storage().nested(self._integers))
+
+    # Memory.
+
+    def _memory(self) -> Exported:
+        """A view sends out a copy of itself, made once."""
+        if not self._integers and self._slice is None:
+            return Exported(self, self._storage())
+        if self._copy is None:
+            try:
+                self._snapshot = self._snapshot or self._materialized()
+                self._copy = self._snapshot_as_storage()
+            except Exception:
+                raise RuntimeError(NULL_ITEM) from None
+        return Exported(self, self._copy)
+
+    def tomemoryview(self) -> Exported:
+        return self._memory()
+
+    def toarray(self) -> array.array:
+        letter = LETTERS[self.row.word].replace("?", "B")
+        walk = MCPyIter(self)
+        try:
+            return array.array(letter, walk)
+        except Exception:
+            left = self._number_of_dimensions() - len(self._integers)
+        text = "toarray() can be called only on a one-dimensional sequence."
+        raise RuntimeError("toarray() failed." if left == 1 else text)
+
+    def buffer_info(self) -> tuple[int, int]:
+        return id(self._storage()), len(self._storage().elements)
+
+    def get_bytewise_strides(self) -> tuple[int, ...]:
+        return tuple(self.itemsize * stride for stride in self._storage().strides)
+
+    @property
+    def itemsize(self) -> int:
+        self._storage()
+        return size_of_element(self.row, self._is_complex)
+
+    @property
+    def size(self) -> tuple[int, ...]:
+        shape = self._storage().shape
+        sliced = [] if self._slice is None else [self._slice.length]
+        if len(shape) < len(self._integers) + len(sliced):
+            raise RuntimeError(TOO_MANY)
+        return (*sliced, *shape[len(self._integers) + len(sliced) :])
+
+    _size = size
+
+    # Another shape, and the elements as they lie.
+
+    def reshape(self, *args: Any, **kwargs: Any) -> Array:
+        if self._integers:
+            raise RuntimeError("reshape() not supported for a partial array.")
+        shape = new_shape(args[0] if len(args) == 1 else args)
         storage = self._storage()
-        options = {"is_complex": True} if storage.is_complex else {}
-        return type(self), (options, storage.nested(self._integers))
+        count = len(storage.elements)
+        if math.prod(shape) != count:
+            wrapped = (math.prod(shape) + 2**63) % 2**64 - 2**63
+            text = f"number of elements specified by arguments to reshape() ({wrapped}) does not"
+            raise ShapeError(f"{text} match current number ({count}).")
+        if kwargs:
+            raise ValueError("reshape() does not accept keyword arguments.")
+        storage.reshape(shape)
+        return self
+
+    def _extracted(self, part: Any) -> Array:
+        """A row of its own, seen as the one dimension that it has."""
+        elements = [part(element) for element in self._storage().elements]
+        whole = self._new(Storage(False, [1, len(elements)], elements))
+        return whole._view((0,), None, weak=False)
+
+    def _part(self, part: Any) -> Array:
+        if not self._is_complex:
+            raise ValueError("real() and imag() can be called only on a complex array.")
+        return self._extracted(part)
+
+    def real(self) -> Array:
+        return self._part(lambda element: element.real)
+
+    def imag(self) -> Array:
+        return self._part(lambda element: element.imag)
+
+    def noncomplex(self) -> Array:
+        if self._is_complex:
+            raise ValueError("noncomplex() must not be called on a complex array.")
+        return self._extracted(lambda element: element)
+
+    _real, _imag, _data = property(real), property(imag), property(noncomplex)
 
     # Iteration and comparison.
 
@@ -327,13 +369,16 @@ class Array:
     def _equals(self, other: Any) -> bool:
         if type(self) is not type(other):
             return False
-        for x, y in itertools.zip_longest(MCPyIter(self), MCPyIter(other), fillvalue=NOTHING):
+        walks = MCPyIter(self), MCPyIter(other)
+        while True:
+            x, y = (_next_or_nothing(walk) for walk in walks)
+            if x is NOTHING or y is NOTHING:
+                return x is y
             if isinstance(x, Array) and isinstance(y, Array):
                 if not x._equals(y):
                     return False
             elif isinstance(x, Array) or isinstance(y, Array) or x != y:
                 return False
-        return True
 
     def __eq__(self, other: object) -> bool:
         return self._equals(other)
@@ -354,9 +399,10 @@ class MCPyIter:
         shape = array._storage().shape
         fixed = len(array._integers)
         self._source = array._view(array._integers, array._slice, weak=True)
-        self._positions: Iterator[int] = iter(
-            range(shape[fixed]) if array._slice is None else array._slice.positions()
-        )
+        positions = range(0)
+        if fixed < len(shape):
+            positions = range(shape[fixed]) if array._slice is None else array._slice.positions()
+        self._positions: Iterator[int] = iter(positions)
         self._yields_views = len(shape) - fixed > 1
 
     def __iter__(self) -> MCPyIter:
@@ -367,6 +413,35 @@ class MCPyIter:
         if self._yields_views:
             return self._source._view(integers, None, weak=True)
         return self._source._storage().read(integers)
+
+
+def _next_or_nothing(walk: MCPyIter) -> Any:
+    """Comparison takes every error for the end."""
+    try:
+        return next(walk)
+    except Exception:
+        return NOTHING
+
+
+def new_shape(given: Any) -> list[int]:
+    if not is_sequence(given) or len(given) == 0:
+        raise ValueError(NO_DIMENSIONS)
+    shape = []
+    for index in range(len(given)):
+        length = item_or_nothing(given, index)
+        if length is NOTHING:
+            text = f"Item {index} could not be retrieved from the value passed to reshape()."
+            raise RuntimeError(text)
+        if not isinstance(length, int) or not 0 <= length < 2**63:
+            raise ValueError(NO_DIMENSIONS)
+        shape.append(int(length))
+    while len(shape) > 2 and shape[-1] == 1:
+        shape.pop()
+    return shape
+
+
+def _memory_of(value: Any) -> Any:
+    return value._memory() if isinstance(value, Array) else memoryview(value)
 
 
 def _reduced(value: Any, protocol: int = 0) -> Any:
@@ -388,6 +463,8 @@ def namespace() -> dict[str, Any]:
     classes = {row.word: type(f"velmar.{row.word}", (Array,), {"row": row}) for row in CLASS_ROWS}
     return {
         "velmar": SimpleNamespace(**classes),
+        "array": array,
+        "memoryview": _memory_of,
         "copy": SimpleNamespace(copy=_copied, deepcopy=_copied),
         "pickle": SimpleNamespace(dumps=_reduced, loads=_restored),
     }

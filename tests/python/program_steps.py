@@ -6,6 +6,7 @@ import math
 from collections.abc import Callable
 
 from arrays import FORMS
+from program_buffers import Exported
 from program_model import Array
 from program_text import NAMES, Target, Writer, answer, shape_of, walked
 
@@ -168,6 +169,86 @@ def look(w: Writer) -> str:
     return w.rng.choice([f"{word}({text})" for word in ("len", "bool", "str", "repr", "format")])
 
 
+def reshape(w: Writer) -> str:
+    whole = [(text, one) for text, one in w.found(Array) if not one._integers]
+    if not whole or w.often(6):
+        return f"{w.part()}.reshape(2, 3)"
+    text, array = w.rng.choice(whole)
+    if w.often(15):
+        text = f"{text}[{w.slice(len(array) if shape_of(array) else 2)}]"
+    count = len(array._storage().elements)
+    shape = w.factors(count)
+    if w.often(10):
+        shape += [1] * w.rng.randint(1, 2)
+    if w.often(10):
+        odd = w.rng.choice(["True", "2.0", "-1", "'2'", "None", "2**63", "0", "[2]", "7"])
+        shape[w.rng.randrange(len(shape))] = odd
+    if count and w.often(2):
+        shape.append("2**62")
+    arguments = ", ".join(map(str, shape))
+    if len(shape) == 1 or w.often(30):
+        arguments = f"[{arguments}]" if w.often(80) else arguments
+    if w.often(3):
+        arguments = w.rng.choice(["", f"{arguments}, order='F'", "b'\\x02\\x03'", w.part()])
+    line = f"{text}.reshape({arguments})"
+    return f"{w.target()} = {line}" if w.often(15) else line
+
+
+def measure(w: Writer) -> str:
+    words = ["size", "size", "_size", "itemsize", "_is_complex"]
+    words += ["get_bytewise_strides()", "buffer_info()[1]"]
+    return f"{w.part()}.{w.rng.choice(words)}"
+
+
+def extract(w: Writer) -> str:
+    text, array = w.array()
+    words = (
+        ["real()", "imag()", "_real", "_imag"] if array._is_complex else ["noncomplex()", "_data"]
+    )
+    if w.often(8):
+        words = ["real()", "_imag", "noncomplex()", "_data"]
+    if w.often(30):
+        text = w.subscripted(text, array, 2)[0]
+    return f"{w.target(of_views=False)} = {text}.{w.rng.choice(words)}"
+
+
+def export(w: Writer) -> str:
+    held = w.memory()
+    if held and w.often(25):
+        return f"{held}.tolist()"
+    text = w.part()
+    if w.often(30):
+        lines = [
+            found for found, one in w.found(Array) if shape_of(one) and len(shape_of(one)) == 1
+        ]
+        text = w.rng.choice(lines or [text])
+        return f"{w.target()} = {text}.toarray()"
+    form = w.rng.choice([f"memoryview({text})", f"{text}.tomemoryview()"])
+    return f"{w.target()} = {form}" if w.often(70) else f"{form}.tolist()"
+
+
+def ingest(w: Writer) -> str:
+    row, is_complex = w.rng.choice(FORMS)
+    source = w.buffer(row)
+    found = [one for one in w.found(Exported) if one[1].owner.row is row]
+    text, array = w.array()
+    if found and w.often(40):
+        source, memory = w.rng.choice(found)
+        is_complex = memory.format.startswith("Z")
+    elif w.often(40) or is_complex:
+        row, is_complex = array.row, array._is_complex
+        source = f"memoryview({w.subscripted(text, array, 2)[0]})"
+    elif w.often(5):
+        source = w.memory() or source
+    arguments = source
+    if w.often(15):
+        shape = tuple(w.shape())
+        arguments = f"{source}, {shape}"
+    if is_complex or (w.often(3) and row.has_complex):
+        arguments += ", is_complex=True"
+    return f"{w.target(of_views=False)} = velmar.{row.word}({arguments})"
+
+
 def drop(w: Writer) -> str:
     held = [name for name in NAMES if name in w.names]
     return f"del {w.rng.choice(held)}" if held else construct(w)
@@ -195,6 +276,11 @@ STEPS: list[tuple[int, Callable[[Writer], str]]] = [  # how often, and what
     (6, advance),
     (5, walk),
     (3, look),
+    (5, reshape),
+    (3, measure),
+    (4, extract),
+    (5, export),
+    (7, ingest),
     (3, drop),
     (1, alias),
 ]

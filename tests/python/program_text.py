@@ -6,12 +6,15 @@ sense: an index lies within the array, data has the shape of its target. Some do
 
 from __future__ import annotations
 
+import array
 import math
 import random
 from collections.abc import Callable
 from typing import Any, NamedTuple
 
 from arrays import ElementClass
+from buffer_requests import LETTERS
+from program_buffers import Exported
 from program_model import Array, MCPyIter, composed, read_slice
 
 NAMES = "abcdefgh"
@@ -60,7 +63,7 @@ class Writer:
         names = NAMES if self.often(15) else NAMES[half:] if of_views else NAMES[:half]
         return self.rng.choice(names)
 
-    def found(self, kind: type) -> list[tuple[str, Any]]:
+    def found(self, kind: Any) -> list[tuple[str, Any]]:
         """Expressions that give a thing of this kind: names, and items of lists."""
         found = []
         for name in NAMES:
@@ -177,14 +180,50 @@ class Writer:
 
     def data(self, shape: list[int] | None, array: Array) -> str:
         """What is assigned to a part of this shape of this array."""
-        is_complex = complex_of(array)
         if shape is None or self.often(8):
             shape = self.shape()
         elif self.often(18):
             shape = self.bent(shape)
         if self.often(2):
             return f"bytes({math.prod(shape)})"
-        return self.nested(shape, array.row, is_complex)
+        return self.nested(shape, array.row, array._is_complex)
+
+    def buffer(self, row: ElementClass) -> str:
+        """An object with memory of this class's elements, mostly."""
+        count, letter = math.prod(self.shape()), LETTERS[row.word]
+        if self.often(8):
+            letter = self.rng.choice(list(LETTERS.values()))
+        if letter == "?" or (letter == "B" and self.often(50)):
+            data = bytes(self.rng.choice([0, 1, 1, 2, 255]) for _ in range(count))
+            return f"{data!r}" if self.often(60) else f"memoryview({data!r}).cast({letter!r})"
+        low = -9 if letter in "bhiqdf" else 0
+        numbers = [self.rng.randint(low, 99) for _ in range(count)]
+        flat = f"array.array({letter!r}, {numbers})"
+        form = self.rng.choice(["flat"] * 2 + ["shaped"] * 3 + ["cut", "long"])
+        if form == "flat":
+            return flat
+        if form == "shaped":
+            shape = tuple(self.factors(count))
+            return f"memoryview({flat}).cast('B').cast({letter!r}, {shape})"
+        if form == "long" and letter in "iqIQ":
+            return f"array.array({'l' if letter in 'iq' else 'L'!r}, {numbers})"
+        return f"memoryview({flat})[{self.slice(count)}]"
+
+    def memory(self) -> str | None:
+        """A name of memory that an earlier line took out."""
+        found = self.found(Exported | array.array)
+        return self.rng.choice(found)[0] if found else None
+
+    def factors(self, count: int) -> list[int]:
+        """A shape of so many elements."""
+        if count == 0:
+            return self.rng.choice([[0], [0, 0], [0, 3], [3, 0], [2, 0, 2], [0, 1, 4]])
+        shape = [1] * self.rng.choice([0, 0, 0, 0, 1])
+        while count > 1 and (len(shape) < 3 or self.often(30)):
+            length = self.rng.choice([n for n in range(1, count + 1) if count % n == 0])
+            shape.append(length)
+            count //= length
+        return [*shape, count] if count > 1 or not shape else shape
 
 
 def shape_of(value: Any) -> list[int] | None:
@@ -195,10 +234,6 @@ def shape_of(value: Any) -> list[int] | None:
         return [len(value), *value._storage().shape[len(value._integers) + 1 :]]
     except RuntimeError:
         return None
-
-
-def complex_of(array: Array) -> bool:
-    return shape_of(array) is not None and array._storage().is_complex
 
 
 def answer(array: Array, subscript: str) -> Any:
@@ -220,6 +255,9 @@ def walked(target: Target) -> list[int] | None:
     subscript = answer(_Subscripts(), target.subscript)
     if not shape or array._slice is None or type(subscript) is not slice:
         return None
-    item = read_slice(subscript, array._storage().shape[len(array._integers)])
+    lengths = array._storage().shape[len(array._integers) :]
+    if not lengths:
+        return None
+    item = read_slice(subscript, lengths[0])
     count = len(composed(array._slice, item).positions()) or 1
     return [min(count * math.prod(shape[1:]), MOST_ELEMENTS)]

@@ -9,6 +9,7 @@ from typing import Any
 from arrays import ElementClass
 from conversion_model import Failure, convert
 from nesting_model import mismatch, normalized, storage_order
+from program_buffers import Pair, outside, taken_over
 from velmarmultidimarrayforpython import ShapeError, SizeError
 
 NOTHING = object()  # what an assignment gets where the program says `del`
@@ -26,6 +27,15 @@ Data = tuple[list[int], list[Any]]  # dimensions, and as many elements
 
 def is_sequence(value: Any) -> bool:
     return hasattr(type(value), "__getitem__") and not isinstance(value, dict)
+
+
+def stored(row: ElementClass, is_complex: bool, value: Any, element: Any) -> Any:
+    """The element that a value became, as it is kept: an integer loses nothing on the way."""
+    if isinstance(element, Failure) or not is_complex or row.kind == "float":
+        return element
+    if isinstance(value, int):
+        return Pair(int(value), 0)
+    return Pair(int(element.real), int(element.imag))
 
 
 def converted(element: Any) -> Any:
@@ -54,10 +64,10 @@ def assigned_alone(row: ElementClass, is_complex: bool, value: Any) -> Any:
         raise TypeError(
             "value is not numeric." if text else "sequence passed when scalar was expected."
         )
-    return converted(assigned(row, is_complex, value))
+    return stored(row, is_complex, value, converted(assigned(row, is_complex, value)))
 
 
-def _item(sequence: Any, index: int) -> Any:
+def item_or_nothing(sequence: Any, index: int) -> Any:
     try:
         return sequence[index]
     except Exception:
@@ -71,7 +81,7 @@ def _length(sequence: Any) -> int:
         return count
     first = None
     for index in range(count):
-        item = _item(sequence, index)
+        item = item_or_nothing(sequence, index)
         if item is NOTHING:
             raise RuntimeError(NULL_ITEM)
         if index == 0:
@@ -103,7 +113,7 @@ class _Walk:
         if len(self.dimensions) == depth:
             self.dimensions.append(0)
         for index in range(count):
-            self.visit(_item(value, index), depth + 1)
+            self.visit(item_or_nothing(value, index), depth + 1)
         found = self.dimensions[depth] or count  # a length of 0 leaves the dimension open
         if found != count:
             raise ValueError(NOT_RECTANGULAR)
@@ -165,7 +175,7 @@ def _from_vector(vector: Any, specified: list[int], element_of: Convert) -> Data
     _fills_storage(calculated, specified)
     elements = []
     for index in range(count):
-        item = _item(vector, index)
+        item = item_or_nothing(vector, index)
         if item is NOTHING:
             raise RuntimeError(f"item {index} could not be retrieved.")
         if is_sequence(item):
@@ -177,8 +187,10 @@ def _from_vector(vector: Any, specified: list[int], element_of: Convert) -> Data
     return specified or calculated, elements
 
 
-def _from_initializer(initializer: Any, specified: list[int], element_of: Convert) -> Data:
-    calculated, elements = flattened(initializer, element_of)
+def _from_initializer(
+    given: tuple[list[int], list[Any]], is_storage_order: bool, specified: list[int]
+) -> Data:
+    calculated, elements = given
     if math.prod(calculated) != len(elements):
         raise ValueError(NOT_RECTANGULAR)
     if len(calculated) == 1 and specified and len(elements) != math.prod(specified):
@@ -187,9 +199,9 @@ def _from_initializer(initializer: Any, specified: list[int], element_of: Conver
         calculated = [min(calculated[0], 1), calculated[0]]
     if len(calculated) > 1:
         calculated = normalized(calculated)
-    poured = _fills_storage(calculated, specified)
+    is_storage_order |= _fills_storage(calculated, specified)
     dimensions = specified or calculated
-    return dimensions, elements if poured else storage_order(dimensions, elements)
+    return dimensions, elements if is_storage_order else storage_order(dimensions, elements)
 
 
 def constructed(
@@ -208,10 +220,14 @@ def constructed(
     specified = [] if size is None else specified_dimensions(size)
 
     def element_of(value: Any) -> Any:
-        return convert(row, is_complex, value)
+        return stored(row, is_complex, value, convert(row, is_complex, value))
 
     if vector is not None:
         return _from_vector(vector, specified, element_of)
     if initializer is not None:
-        return _from_initializer(initializer, specified, element_of)
+        buffer = outside(initializer)
+        if buffer is None:
+            return _from_initializer(flattened(initializer, element_of), False, specified)
+        given = taken_over(row, is_complex, buffer)
+        return _from_initializer(given, buffer.is_storage_order, specified)
     return specified, [element_of(0)] * math.prod(specified)

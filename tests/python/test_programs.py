@@ -6,9 +6,12 @@ them. Many more steps than the ordinary run has: --program-steps 100000 --progra
 
 from __future__ import annotations
 
+import array
 import ast
 import contextlib
 import copy
+import itertools
+import operator
 import pickle
 import random
 from collections.abc import Iterable
@@ -16,10 +19,12 @@ from dataclasses import dataclass, field
 from typing import Any, TextIO
 
 import program_model
+import program_values
 import pytest
 import velmar
 from arrays import CLASS_ROWS
 from conversion_model import convert
+from nesting_model import storage_order
 from program_model import Array, Storage
 from program_steps import STEPS, next_step
 from program_text import NAMES, Writer
@@ -56,6 +61,9 @@ def describe(value: Any) -> Any:
         return name, attempt(repr, value)
     if name == "MCPyIter":
         return (name,)
+    if name == "memoryview":
+        facts = value.format, value.itemsize, value.shape, value.strides, value.readonly
+        return name, facts, attempt(lambda: repr(value.tolist()))
     if isinstance(value, list | tuple):
         return (name, *map(describe, value))
     return (name, name_of(value)) if isinstance(value, type) else (name, repr(value))
@@ -75,6 +83,7 @@ def full_description(value: Any) -> Any:
     if name_of(type(value)) not in WORDS:
         return describe(value)
     asked = [describe, len, str, elements, lambda array: describe(list(array)), lambda a: a == a]
+    asked += [lambda a: a.size, lambda a: describe(a._real if a._is_complex else a._data)]
     answers = [attempt(ask, value) for ask in asked]
     return answers, attempt(lambda array: describe(array.__reduce__()), value)
 
@@ -96,7 +105,7 @@ class Run:
     """One program, run line by line in the module and in the model."""
 
     module: dict[str, Any] = field(
-        default_factory=lambda: {"velmar": velmar, "pickle": pickle, "copy": copy}
+        default_factory=lambda: {"velmar": velmar, "pickle": pickle, "copy": copy, "array": array}
     )
     model: dict[str, Any] = field(default_factory=program_model.namespace)
     gave: bool = False  # whether the last line ended without an exception
@@ -243,7 +252,7 @@ def take_all_or_nothing(self, storage, item, value):
 
 
 def look_at_each_entry(self, position, element):
-    if any(not 0 <= p < length for p, length in zip(position, self.shape, strict=True)):
+    if any(not 0 <= p < length for p, length in zip(position, self.shape, strict=False)):
         raise RuntimeError("unable to set value.")
     rules["write"](self, position, element)
 
@@ -261,6 +270,69 @@ def write_in_the_view(self, storage):
     return len(self)
 
 
+def forget_when_reshaped(self, *args, **kwargs):
+    result = rules["reshape"](self, *args, **kwargs)
+    self._snapshot = None
+    return result
+
+
+def reshape_rows(self, *args, **kwargs):
+    """The elements in the order of the nesting stay, and not those in the storage."""
+    storage = self._storage()
+    strides, elements = storage.strides, list(storage.elements)
+    places = itertools.product(*map(range, storage.shape))
+    in_rows = [elements[sum(map(operator.mul, place, strides))] for place in places]
+    rules["reshape"](self, *args, **kwargs)
+    storage.elements[:] = storage_order(storage.shape, in_rows)
+    return self
+
+
+def keep_ones(given):
+    shape = rules["new_shape"](given)
+    return [*shape, *[1] * (len(given) - len(shape))]
+
+
+def make_two_dimensions(given):
+    shape = rules["new_shape"](given)
+    return [1, *shape] if len(shape) == 1 else shape
+
+
+def extract_what_is_seen(self, part):
+    rules["extracted"](self, part)
+    elements = self._flattened(self._contents())[1]
+    whole = self._new(Storage(False, [1, len(elements)], [part(each) for each in elements]))
+    return whole._view((0,), None, weak=False)
+
+
+def extract_a_whole_array(self, part):
+    elements = [part(element) for element in self._storage().elements]
+    return self._new(Storage(False, [1, len(elements)], elements))
+
+
+def export_what_is_now(self):
+    self._copy = self._snapshot = None
+    return rules["memory"](self)
+
+
+def take_any_order_for_storage_order(value):
+    found = rules["outside"](value)
+    return found and found._replace(is_storage_order=True)
+
+
+def walk_buffers(value):
+    return None
+
+
+def read_each_entry(self, position):
+    if any(not 0 <= p < length for p, length in zip(position, self.shape, strict=False)):
+        raise RuntimeError("null data pointer.")
+    return rules["read"](self, position)
+
+
+def report_errors_in_comparison(walk):
+    return next(walk, program_model.NOTHING)
+
+
 rules = {
     "clone": Array.clone,
     "write_numbers": Array._write_numbers,
@@ -268,6 +340,12 @@ rules = {
     "write_rows": Array._write_rows,
     "write": Storage.write,
     "materialized": Array._materialized,
+    "reshape": Array.reshape,
+    "new_shape": program_model.new_shape,
+    "extracted": Array._extracted,
+    "memory": Array._memory,
+    "outside": program_values.outside,
+    "read": Storage.read,
 }
 BROKEN_RULES = [  # where the rule stands, and one that is not the module's
     (Array, "clone", follow_writes),
@@ -281,6 +359,17 @@ BROKEN_RULES = [  # where the rule stands, and one that is not the module's
     (Array, "_equals", compare_contents),
     (Array, "_length_for_writes", write_in_the_view),
     (program_model, "assigned", convert),
+    (Array, "reshape", forget_when_reshaped),
+    (Array, "reshape", reshape_rows),
+    (program_model, "new_shape", keep_ones),
+    (program_model, "new_shape", make_two_dimensions),
+    (Array, "_extracted", extract_what_is_seen),
+    (Array, "_extracted", extract_a_whole_array),
+    (Array, "_memory", export_what_is_now),
+    (program_values, "outside", take_any_order_for_storage_order),
+    (program_values, "outside", walk_buffers),
+    (Storage, "read", read_each_entry),
+    (program_model, "_next_or_nothing", report_errors_in_comparison),
 ]
 
 
