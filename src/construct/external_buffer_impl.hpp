@@ -70,7 +70,11 @@ bool FinalConstructorParser<T>::fillFromBufferOf(PyObject* exporter) {
   Py_buffer view;
   if (PyObject_GetBuffer(exporter, &view, PyBUF_ANY_CONTIGUOUS | PyBUF_FORMAT) != 0) return false;
   const bool isFilled = fillVectorFromExternalBuffer(view);
+  // Releasing can run code of the exporter's, which need not bear with an error that is pending.
+  PyObject* error[3] = {};
+  PyErr_Fetch(&error[0], &error[1], &error[2]);
   PyBuffer_Release(&view);
+  PyErr_Restore(error[0], error[1], error[2]);
   return isFilled;
 }
 

@@ -195,12 +195,19 @@ class TestInterfaceOfTheInterpreter:
 class TestRefusals:
     @pytest.mark.parametrize(
         "function",
-        [operator.index, int, float, complex, abs, operator.neg, operator.invert, chr],
+        [operator.index, complex, abs, operator.neg, operator.invert, chr],
         ids=lambda function: function.__name__,
     )
     def test_is_no_number(self, function):
         with pytest.raises(TypeError):
             function(velmar.int8([[1]]))
+
+    @pytest.mark.parametrize("function", [int, float])
+    def test_is_text_to_int_and_float(self, function):
+        # As every buffer is: they read its bytes as digits.
+        with pytest.raises(ValueError):
+            function(velmar.int8([[1]]))
+        assert function(velmar.uint8(b"12")) == 12
 
     def test_is_no_index(self):
         with raises(TypeError, "'velmar.int8' object cannot be interpreted as an integer"):
