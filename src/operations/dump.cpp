@@ -30,12 +30,15 @@ void writeElements(std::ostream& os, const T* elements, std::int64_t count) {
 }
 
 void writeCharacters(std::ostream& os, const vd::CharArray& array) {
+  std::string text;
   try {
-    for (char character : array.toAscii()) os << character << " ";
+    text = array.toAscii();
   } catch (const std::exception&) {
     os << "Output contains non-ASCII characters and cannot be written";
     endLine(os);
+    return;
   }
+  for (char character : text) os << character << " ";
 }
 
 // The elements that the data library holds.

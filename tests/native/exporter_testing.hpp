@@ -13,16 +13,16 @@
 #include <type_traits>
 #include <vector>
 
-#include "module/support.hpp"
-#include "python_testing.hpp"
+#include "module/py_ref.hpp"
+#include "velmardata_testing.hpp"
 
 namespace python_testing {
 
 // The format that the elements have in the buffer protocol.
 template <class T>
 std::string formatOf() {
-  using Number = Part<T>;
-  const std::string start = isComplexElement<T> ? "Z" : "";
+  using Number = typename velmardata_testing::PartOf<T>::type;
+  const std::string start = std::is_same_v<T, Number> ? "" : "Z";
   if constexpr (std::is_same_v<Number, bool>) {
     return start + '?';
   } else if constexpr (std::is_floating_point_v<Number>) {
@@ -64,7 +64,7 @@ inline int exportBuffer(PyObject* self, Py_buffer* buffer, int flags) {
   exports.flags = flags;
   *buffer = {};
   if (exports.refuses) {
-    setError(PyExc_LookupError, "nothing to export.");
+    PyErr_SetString(PyExc_LookupError, "nothing to export.");
     return -1;
   }
   ++exports.obtained;
@@ -93,8 +93,8 @@ inline PyRef makeExporter(Exports& exports) {
   static PyType_Slot slots[] = {{Py_bf_getbuffer, reinterpret_cast<void*>(exportBuffer)},
                                 {Py_bf_releasebuffer, reinterpret_cast<void*>(releaseBuffer)},
                                 {0, nullptr}};
-  static PyType_Spec spec = {"velmar_native_tests.Exporter", sizeof(ExporterRecord), 0,
-                             Py_TPFLAGS_DEFAULT, slots};
+  static PyType_Spec spec = {"velmar_tests.Exporter", sizeof(ExporterRecord), 0, Py_TPFLAGS_DEFAULT,
+                             slots};
   static PyObject* const type = PyType_FromSpec(&spec);  // for the life of the process
   PyRef exporter = PyRef::steal(PyType_GenericAlloc(reinterpret_cast<PyTypeObject*>(type), 0));
   reinterpret_cast<ExporterRecord*>(exporter.get())->exports = &exports;

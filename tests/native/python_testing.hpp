@@ -1,4 +1,4 @@
-// What the tests of the module share: Python values and errors, arrays of samples, views of them.
+// What the tests of the module share: arrays of samples and views of them, items as text.
 #pragma once
 
 #include "module/python.hpp"
@@ -7,9 +7,7 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <initializer_list>
 #include <memory>
-#include <stdexcept>
 #include <string>
 #include <type_traits>
 #include <utility>
@@ -17,6 +15,7 @@
 
 #include "module/element_types.hpp"
 #include "module/py_ref.hpp"
+#include "python_values.hpp"
 #include "storage/index_items.hpp"
 #include "storage/mcpp_py_array.hpp"
 #include "storage/mcpy_array.hpp"
@@ -45,82 +44,6 @@ struct TypeWords {
     }
   }
 };
-
-// --- Python values
-
-// str() or repr() of an object that is not null.
-inline std::string textOf(PyObject* object, PyObject* (*form)(PyObject*) = PyObject_Str) {
-  const PyRef text = PyRef::steal(form(object));
-  Py_ssize_t length = 0;
-  const char* bytes = text ? PyUnicode_AsUTF8AndSize(text.get(), &length) : nullptr;
-  if (bytes == nullptr) throw std::runtime_error("object has no text");
-  return std::string(bytes, static_cast<std::size_t>(length));
-}
-inline std::string reprOf(const PyRef& object) {
-  return object ? textOf(object.get(), PyObject_Repr) : "null";
-}
-
-struct Name {
-  const char* name;
-  const PyRef& object;
-};
-
-// The value of a Python expression in which the names given stand for the objects given. Throws,
-// which fails the test, if there is none.
-inline PyRef evaluate(const std::string& expression, std::initializer_list<Name> names = {}) {
-  const PyRef scope = PyRef::steal(PyDict_New());
-  PyDict_SetItemString(scope.get(), "__builtins__", PyEval_GetBuiltins());
-  for (const Name& name : names) {
-    PyDict_SetItemString(scope.get(), name.name, name.object.get());
-  }
-  const PyRef code = PyRef::steal(Py_CompileString(expression.c_str(), "test", Py_eval_input));
-  if (!code) throw std::invalid_argument("is no expression: " + expression);
-  PyRef value = PyRef::steal(PyEval_EvalCode(code.get(), scope.get(), scope.get()));
-  if (!value) throw std::invalid_argument("has no value: " + expression);
-  return value;
-}
-
-// --- Errors
-
-struct PythonError {
-  PyRef type;  // null if no error was set
-  std::string text;
-};
-
-// Takes the pending error away.
-inline PythonError takeError() {
-  PyObject* raw[3] = {};
-  PyErr_Fetch(&raw[0], &raw[1], &raw[2]);
-  PyErr_NormalizeException(&raw[0], &raw[1], &raw[2]);
-  const PyRef value = PyRef::steal(raw[1]);
-  const PyRef traceback = PyRef::steal(raw[2]);
-  return {PyRef::steal(raw[0]), value ? textOf(value.get()) : ""};
-}
-
-// Whether exactly this error is pending, which it is not any more afterwards.
-inline testing::AssertionResult raised(PyObject* exceptionClass, const std::string& text) {
-  const PythonError error = takeError();
-  if (!error.type) return testing::AssertionFailure() << "no error is set; expected: " << text;
-  if (error.type.get() == exceptionClass && error.text == text) return testing::AssertionSuccess();
-  return testing::AssertionFailure()
-         << "the error is " << textOf(error.type.get()) << "\n  " << error.text
-         << "\nexpected: " << textOf(exceptionClass) << "\n  " << text;
-}
-// The same for an error of the interpreter's own, whose words are its business.
-inline testing::AssertionResult raisedOwn(PyObject* exceptionClass) {
-  const PythonError error = takeError();
-  if (error.type.get() == exceptionClass) return testing::AssertionSuccess();
-  return testing::AssertionFailure()
-         << (error.type ? textOf(error.type.get()) : "no error") << ": " << error.text;
-}
-inline testing::AssertionResult raisedNothing() {
-  const PythonError error = takeError();
-  if (!error.type) return testing::AssertionSuccess();
-  return testing::AssertionFailure() << textOf(error.type.get()) << ": " << error.text;
-}
-inline testing::AssertionResult raisedExpired() {
-  return raised(PyExc_RuntimeError, "locked shared pointer is null.");
-}
 
 // --- Arrays and views
 

@@ -1,4 +1,4 @@
-"""Runs the native tests inside this interpreter: run.py MODULE_FILE [GOOGLETEST_OPTION...]."""
+"""Runs native tests inside this interpreter: run.py MODULE_FILE [GOOGLETEST_OPTION...]."""
 
 import importlib.util
 import sys
@@ -21,11 +21,17 @@ def load(name, file):
 
 def main():
     file, *options = sys.argv[1:]
+    name = Path(file).name.partition(".")[0]
+    # What is installed elsewhere stays out of the way.
     sys.path.insert(0, str(PACKAGES))
-    # The product inside the test module, initialised as any import would do it: the tests then find
-    # the classes in place. What is installed elsewhere stays out of the way.
-    load("velmarmultidimarrayforpython", file)
-    return load("velmar_native_tests", file).run(options)
+    if name == "velmar_native_tests":
+        # The product inside the test module, initialised as any import would do it: the tests then
+        # find the classes in place.
+        load("velmarmultidimarrayforpython", file)
+    else:
+        # A test module that holds no product finds the built one beside itself.
+        sys.path.insert(0, str(Path(file).resolve().parent))
+    return load(name, file).run(options)
 
 
 if __name__ == "__main__":

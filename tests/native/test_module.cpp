@@ -1,4 +1,4 @@
-// The test extension `velmar_native_tests`: its one function runs every test that is linked in.
+// The test extension TEST_MODULE, a name from the build: its one function runs every test in it.
 #include "module/python.hpp"
 
 #include <gtest/gtest.h>
@@ -8,7 +8,14 @@
 
 #include "module/py_ref.hpp"
 
+#define TEXT(word) #word
+#define TEXT_OF(word) TEXT(word)
+#define JOINED(first, second) first##second
+#define ENTRY_POINT_OF(module) JOINED(PyInit_, module)
+
 namespace {
+
+constexpr const char* moduleName = TEXT_OF(TEST_MODULE);
 
 std::string textOf(PyObject* object) {
   const PyRef text = PyRef::steal(object == nullptr ? nullptr : PyObject_Str(object));
@@ -39,7 +46,7 @@ class PendingErrorListener final : public testing::EmptyTestEventListener {
 
 // run(list of str) -> int: the options of GoogleTest in, its exit status out.
 PyObject* run(PyObject* /*module*/, PyObject* options) {
-  std::vector<std::string> words{"velmar_native_tests"};
+  std::vector<std::string> words{moduleName};
   const Py_ssize_t count = PyList_Size(options);
   if (count < 0) {
     return nullptr;
@@ -69,8 +76,8 @@ PyMethodDef s_methods[] = {
 
 PyModuleDef s_definition = {
     PyModuleDef_HEAD_INIT,
-    "velmar_native_tests",
-    "The native tests.",
+    moduleName,
+    "Native tests.",
     -1,
     s_methods,
     nullptr,
@@ -81,6 +88,6 @@ PyModuleDef s_definition = {
 
 }  // namespace
 
-PyMODINIT_FUNC PyInit_velmar_native_tests() {
+PyMODINIT_FUNC ENTRY_POINT_OF(TEST_MODULE)() {
   return PyModule_Create(&s_definition);
 }

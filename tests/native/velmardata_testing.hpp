@@ -69,6 +69,16 @@ T sample(std::size_t i) {
   }
 }
 
+// A value that is not sample number i.
+template <class T>
+T otherThanSample(std::size_t i) {
+  if constexpr (std::is_same_v<T, bool>) {
+    return !sample<bool>(i);
+  } else {
+    return sample<T>(i + 25);
+  }
+}
+
 using Dimensions = std::vector<unsigned long>;
 using UntypedBuffer = std::unique_ptr<void, void (*)(void*)>;
 constexpr auto storageLayout = velmar::data::MemoryLayout::Default;

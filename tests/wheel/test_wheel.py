@@ -12,7 +12,23 @@ MODULE = "velmarmultidimarrayforpython.abi3.so"
 DATA_LIBRARY = "libzrfoundation_velmardata.so"
 FACTORY_LIBRARY = "libzrfoundation_velmardata_standalone.so"
 LIBRARIES = [MODULE, DATA_LIBRARY, FACTORY_LIBRARY]
+ROOT = Path(__file__).resolve().parents[2]
 OF_THE_SYSTEM = {"libstdc++.so.6", "libm.so.6", "libgcc_s.so.1", "libc.so.6"}
+# What native clients build against.
+HEADERS = {
+    f"velmardata/{header.name}": header
+    for header in (ROOT / "velmardata/include/velmardata").glob("*.hpp")
+} | {
+    f"velmar/{name}.hpp": ROOT / f"python/velmar/include/velmar/{name}.hpp"
+    for name in ("capsule_table", "client")
+}
+CMAKE_FILES = {
+    "velmarmultidimarrayforpythonConfig.cmake",
+    "velmarmultidimarrayforpythonConfigVersion.cmake",
+}
+KIT_OF_CLIENTS = {f"velmar/include/{name}" for name in HEADERS} | {
+    f"velmar/cmake/{name}" for name in CMAKE_FILES
+}
 
 
 def lines_of(*command):
@@ -39,9 +55,13 @@ def symbols(file, kind):
 class TestFiles:
     def test_exact_contents(self, unpacked):
         files = {str(file.relative_to(unpacked)) for file in unpacked.rglob("*") if file.is_file()}
-        packages = {"velmar/__init__.py", "vlexceptions/__init__.py"}
+        packages = {"velmar/__init__.py", "velmar/__main__.py", "vlexceptions/__init__.py"}
         outside_metadata = {file for file in files if ".dist-info/" not in file}
-        assert outside_metadata == packages | set(LIBRARIES)
+        assert outside_metadata == packages | set(LIBRARIES) | KIT_OF_CLIENTS
+
+    @pytest.mark.parametrize("name", sorted(HEADERS))
+    def test_headers_are_those_of_the_build(self, unpacked, name):
+        assert (unpacked / "velmar/include" / name).read_bytes() == HEADERS[name].read_bytes()
 
     def test_tag(self, wheel, unpacked):
         assert re.search(r"-cp311-abi3-\w+\.whl$", wheel.name)

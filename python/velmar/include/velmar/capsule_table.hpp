@@ -11,8 +11,9 @@ namespace velmar {
 inline constexpr const char* capsuleName = "velmarmultidimarrayforpython._capi";
 
 // `impl` is a velmar::data::impl::ArrayImpl of the data library as an untyped pointer. All five
-// functions are called with the interpreter's lock held. A null result has a Python error set but
-// where it is said otherwise.
+// functions are called with the interpreter's lock held and no error pending. A null result has a
+// Python error set but where it is said otherwise. Exceptions of the C++ library, such as
+// std::bad_alloc, are not caught on their way out.
 struct MCPyArrayAPITable {
   // A Python array that holds the library array: a new reference. Takes over the caller's one
   // reference to `impl`, also when it fails. Null with RuntimeError for a null pointer ("null data

@@ -1,0 +1,33 @@
+// Scarce memory, for tests of what happens without.
+#pragma once
+
+#include <sys/resource.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <fstream>
+
+namespace python_testing {
+
+// No more memory than a little for as long as it lives.
+class MemoryLimit {
+ public:
+  MemoryLimit() {
+    getrlimit(RLIMIT_AS, &m_before);
+    std::int64_t pages = 0;
+    std::ifstream("/proc/self/statm") >> pages;
+    rlimit limit = m_before;
+    limit.rlim_cur = static_cast<rlim_t>(pages) * 4096 + (std::size_t{16} << 20);
+    m_isSet = pages > 0 && setrlimit(RLIMIT_AS, &limit) == 0;
+  }
+  MemoryLimit(const MemoryLimit&) = delete;
+  MemoryLimit& operator=(const MemoryLimit&) = delete;
+  ~MemoryLimit() { setrlimit(RLIMIT_AS, &m_before); }
+  bool isSet() const { return m_isSet; }
+
+ private:
+  rlimit m_before = {};
+  bool m_isSet = false;
+};
+
+}  // namespace python_testing
