@@ -17,15 +17,22 @@ enum class WriteStatus { Stored, OutsideStorage, OutOfMemory };
 bool reportUnlessStored(WriteStatus status);
 
 // One writer serves all the elements of an assignment: the contents are taken out of the wrapper
-// and unshared once, and put back when the writer dies. No Python code may run meanwhile.
+// and unshared once, and put back when the writer dies. Contents that were unshared before and are
+// still the wrapper's alone stay where they are. No Python code may run meanwhile.
 template <class T>
 class ElementWriter {
  public:
   explicit ElementWriter(MDArrayWrapper& wrapper) : m_wrapper(wrapper) {
-    if (wrapper.array().getType() != foundation::velmardata::arrayTypeOf<T>) return;
+    constexpr auto type = foundation::velmardata::arrayTypeOf<T>;
+    if (wrapper.m_writable.isGoodFor(wrapper.m_array, type)) {
+      m_elements = static_cast<T*>(wrapper.m_writable.elements);
+      return;
+    }
+    if (wrapper.array().getType() != type) return;
     m_array.emplace(std::move(wrapper.m_array));
     try {
       m_elements = &*m_array->begin();
+      wrapper.m_writable = {m_array->impl(), type, m_elements};
     } catch (const std::bad_alloc&) {  // shared contents, and no memory for a copy of them
       m_isOutOfMemory = true;
     }

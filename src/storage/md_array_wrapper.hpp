@@ -2,6 +2,7 @@
 // of the buffer protocol, and a mirror of the elements for reads that cross no library boundary.
 #pragma once
 
+#include <atomic>
 #include <bit>
 #include <cstddef>
 #include <cstdint>
@@ -142,7 +143,22 @@ class MDArrayWrapper {
     std::vector<std::int64_t> bytewiseStrides;
   };
 
+  // Where the elements were written last.
+  struct WritablePlace {
+    const velmar::data::impl::ArrayImpl* contents = nullptr;
+    foundation::velmardata::ArrayType type{};
+    void* elements = nullptr;
+
+    // Whether the array still has those contents, and nobody else does.
+    bool isGoodFor(const foundation::velmardata::Array& array,
+                   foundation::velmardata::ArrayType wanted) const {
+      return contents != nullptr && contents == array.impl() && type == wanted &&
+             contents->m_referenceCount.load(std::memory_order_acquire) == 1;
+    }
+  };
+
   foundation::velmardata::Array m_array;
+  WritablePlace m_writable;
   std::vector<std::int64_t> m_shape;            // first dimension first
   std::vector<std::int64_t> m_bytewiseStrides;  // bytes to step, one entry a dimension
   char m_order;

@@ -42,6 +42,7 @@ bool MDArrayWrapper::reshape(const std::vector<std::int64_t>& dimensions,
                              vd::standalone::ClientArrayFactory& factory, char order,
                              velmar::data::MemoryLayout layout) {
   bool isOutOfMemory = false;
+  m_writable = {};  // new contents can come to lie where the old ones did
   m_array =
       applyVisitor(std::move(m_array), ReshapeVisitor{dimensions, factory, layout, isOutOfMemory});
   if (isOutOfMemory) return false;

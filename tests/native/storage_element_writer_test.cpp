@@ -139,6 +139,39 @@ TYPED_TEST(ElementWriterOf, WritesInPlaceWhereNobodyShares) {
   EXPECT_EQ(referenceCount(wrapper.array()), 1U);
 }
 
+// What was unshared by an earlier write need not be the wrapper's alone any more.
+TYPED_TEST(ElementWriterOf, UnsharesAgainWhatWasSharedMeanwhile) {
+  MDArrayWrapper wrapper(sampleArray<TypeParam>({2, 3}), 'F');
+  ElementWriter<TypeParam>(wrapper).write(0, otherThanSample<TypeParam>(0));
+  std::vector<TypeParam> expected = samples<TypeParam>(6);
+  expected[0] = otherThanSample<TypeParam>(0);
+  {
+    const TypedArray<TypeParam> kept(wrapper.array());
+    ElementWriter<TypeParam>(wrapper).write(1, otherThanSample<TypeParam>(1));
+    EXPECT_EQ(elementsOf(kept), expected);
+    EXPECT_NE(wrapper.array().impl(), kept.impl());
+  }
+  expected[1] = otherThanSample<TypeParam>(1);
+  ElementWriter<TypeParam>(wrapper).write(2, otherThanSample<TypeParam>(2));
+  expected[2] = otherThanSample<TypeParam>(2);
+  EXPECT_EQ(arrayElements<TypeParam>(wrapper), expected);
+  EXPECT_EQ(mirrorElements<TypeParam>(wrapper), expected);
+}
+
+TYPED_TEST(ElementWriterOf, FindsTheElementsAfterAReshape) {
+  MDArrayWrapper wrapper(sampleArray<TypeParam>({2, 3}), 'F');
+  std::vector<TypeParam> expected = samples<TypeParam>(6);
+  foundation::velmardata::standalone::ClientArrayFactory factory;
+  for (std::size_t k = 0; k < expected.size(); ++k) {
+    const Dimensions dimensions = k % 2 == 0 ? Dimensions{2, 3} : Dimensions{3, 2};
+    ASSERT_TRUE(wrapper.reshape({dimensions.begin(), dimensions.end()}, factory, 'F',
+                                velmar::data::MemoryLayout::Default));
+    expected[k] = otherThanSample<TypeParam>(k);
+    ElementWriter<TypeParam>(wrapper).write(static_cast<std::int64_t>(k), expected[k]);
+    EXPECT_EQ(arrayElements<TypeParam>(wrapper), expected);
+  }
+}
+
 TYPED_TEST(ElementWriterOf, PutsTheArrayBack) {
   MDArrayWrapper wrapper(sampleArray<TypeParam>({2, 3}), 'F');
   {

@@ -1,10 +1,11 @@
-"""Settings of hypothesis for all tests: the same examples in every run, unless asked otherwise."""
+"""What holds for all tests: settings of hypothesis, options, a heap that collections pass over."""
 
+import gc
 import os
 
 from hypothesis import HealthCheck, settings
 
-# No deadline: the sanitizers slow everything down.
+# The same examples in every run, unless asked otherwise. No deadline: the sanitizers slow all down.
 settings.register_profile(
     "ci",
     derandomize=True,
@@ -17,6 +18,12 @@ settings.register_profile(
     "search", settings.get_profile("ci"), derandomize=False, max_examples=1000
 )
 settings.load_profile(os.environ.get("HYPOTHESIS_PROFILE", "ci"))
+
+
+def pytest_collection_finish():
+    # Thousands of tests are thousands of objects, which every collection would look through.
+    gc.collect()
+    gc.freeze()
 
 
 def pytest_addoption(parser):
