@@ -423,8 +423,16 @@ def _next_or_nothing(walk: MCPyIter) -> Any:
         return NOTHING
 
 
+def _length_or_zero(given: Any) -> int:
+    """What cannot say its length has none, whatever its reason."""
+    try:
+        return len(given)
+    except Exception:
+        return 0
+
+
 def new_shape(given: Any) -> list[int]:
-    if not is_sequence(given) or len(given) == 0:
+    if not is_sequence(given) or _length_or_zero(given) == 0:
         raise ValueError(NO_DIMENSIONS)
     shape = []
     for index in range(len(given)):
