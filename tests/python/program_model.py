@@ -19,7 +19,7 @@ from arrays import CLASS_ROWS, ElementClass
 from buffer_requests import LETTERS, size_of_element
 from nesting_model import storage_order
 from program_buffers import Exported
-from program_storage import Storage, composed, increment, read_slice
+from program_storage import Storage, increment, read_slice
 from program_values import (
     NOTHING,
     NULL_ITEM,
@@ -32,6 +32,7 @@ from program_values import (
     stored,
 )
 from slice_model import SliceItem, index_of, text_of
+from slice_model import resolved as composed
 from velmarmultidimarrayforpython import ShapeError
 
 LOCKED = "locked shared pointer is null."

@@ -7,7 +7,7 @@ from typing import Any
 
 from program_buffers import shown
 from program_values import NULL_ITEM
-from slice_model import EMPTY, SliceItem, item_of, normalized
+from slice_model import SliceItem, item_of
 
 UNREADABLE = "slice indices must be integers or None or have an __index__ method"
 
@@ -66,20 +66,6 @@ def read_slice(subscript: slice, length: int) -> SliceItem:
 
 def _bounds(subscript: slice) -> tuple[Any, Any, Any]:
     return subscript.step, subscript.start, subscript.stop
-
-
-def composed(parent: SliceItem, child: SliceItem) -> SliceItem:
-    """The child, given in positions of the parent's run, in positions of the storage."""
-    child = normalized(child, parent.length)
-    values = parent.positions()
-    if not values:
-        return parent
-    if len(values) <= child.start:
-        return EMPTY
-    start = values[child.start]
-    step = parent.step * child.step
-    length = min(len(values), child.length)
-    return SliceItem(start, start + step * length, step, length)
 
 
 def increment(position: list[int], ranges: list[Range]) -> bool:

@@ -44,9 +44,9 @@ def item_of(subscript: slice, length: int) -> SliceItem:
     return normalized(SliceItem(start, stop, step, len(range(start, stop, step))), length)
 
 
-def composed(parent: SliceItem, subscript: slice) -> SliceItem:
-    """The item of a slice taken of a view that ends in a slice."""
-    child = normalized(item_of(subscript, parent.length), parent.length)
+def resolved(parent: SliceItem, child: SliceItem) -> SliceItem:
+    """The child, given in positions of the parent's run, in positions of the storage."""
+    child = normalized(child, parent.length)
     values = parent.positions()
     if not values:
         return parent
@@ -56,6 +56,11 @@ def composed(parent: SliceItem, subscript: slice) -> SliceItem:
     step = parent.step * child.step
     length = min(len(values), child.length)
     return SliceItem(start, start + step * length, step, length)
+
+
+def composed(parent: SliceItem, subscript: slice) -> SliceItem:
+    """The item of a slice taken of a view that ends in a slice."""
+    return resolved(parent, item_of(subscript, parent.length))
 
 
 def index_of(subscript: int, length: int) -> int:

@@ -9,8 +9,7 @@ from typing import Any
 
 from conversion_model import Failure
 from nesting_model import NOT_RECTANGULAR, UNEVEN, in_storage_order, storage_order
-from slice_model import EMPTY, SliceItem, item_of, normalized
-from slice_model import composed as composed_for_reading
+from slice_model import SliceItem, composed, item_of, resolved
 
 DIFFERENT_SHAPE = Failure(
     ValueError,
@@ -100,24 +99,6 @@ class Storage:
         self.elements[offset] = element
 
 
-def resolved(parent: SliceItem, child: SliceItem) -> SliceItem:
-    """The run written by a slice of a view that ends in a slice.
-
-    Unlike in a read, the child was made for the length of the storage's dimension. So its count
-    may be more than the view has left behind the child's start, and the run may leave the view.
-    """
-    child = normalized(child, parent.length)
-    values = parent.positions()
-    if not values:
-        return parent
-    if len(values) <= child.start:
-        return EMPTY
-    start = values[child.start]
-    step = parent.step * child.step
-    length = min(len(values), child.length)
-    return SliceItem(start, start + step * length, step, length)
-
-
 def increment(position: list[int], ranges: Sequence[tuple[int, int, int]]) -> bool:
     """Move on, last index fastest; False if this was the last position, which then stays."""
     for k in reversed(range(len(position))):
@@ -168,7 +149,7 @@ class Target:
             if self.item is None:
                 item = item_of(subscript, self.stored_length)
             else:
-                item = composed_for_reading(self.item, subscript)
+                item = composed(self.item, subscript)
             return Target(self.storage, self.convert, self.fixed, item)
         positions = range(self.stored_length) if self.item is None else self.item.positions()
         if not -len(positions) <= subscript < len(positions):
@@ -229,6 +210,8 @@ class Target:
         if item.length == 0:
             refuse(NO_ROOM)
         if self.item is not None:
+            # Unlike in a read, the item was made for the length of the storage's dimension, so that
+            # the run may leave the view.
             item = resolved(self.item, item)
         ranges = list(self._ranges(item))
         position = [start for start, _, _ in ranges]
