@@ -86,6 +86,14 @@ bool FinalConstructorParser<T>::flattenPlainNumbers(PyObject* value, bool allowF
   enterLevel(length);
   for (Py_ssize_t i = 0; i < length; ++i) {
     PyObject* item = sequence.borrowedItem(i);
+    if constexpr (std::is_floating_point_v<T>) {
+      // The conversion's shortest way, for what rows are mostly made of. The first element goes the
+      // long one, on which room is found for all.
+      if (i > 0 && Py_TYPE(item) == &PyFloat_Type) {
+        flattenedElements.append(element_conversion::narrowed<T>(PyFloat_AsDouble(item)));
+        continue;
+      }
+    }
     if (isPlainNumber(item)) {
       const auto element = convertPyObjectToElement<T>(item, allowFloatingPoint);
       if (element.value && (i > 0 || prepareForLeaves(static_cast<std::uint64_t>(length)))) {
