@@ -25,6 +25,13 @@ if(VELMAR_SANITIZE)
   target_link_options(build_flags INTERFACE -fsanitize=address,undefined)
 endif()
 
+if(VELMAR_COVERAGE)
+  # The guard of a local static for a second thread would be a branch that nothing takes: all runs
+  # under the lock of the interpreter.
+  target_compile_options(build_flags INTERFACE --coverage -fno-threadsafe-statics)
+  target_link_options(build_flags INTERFACE --coverage)
+endif()
+
 find_package(Boost 1.71 REQUIRED)
 target_include_directories(build_flags SYSTEM INTERFACE ${Boost_INCLUDE_DIRS})
 

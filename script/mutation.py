@@ -1,0 +1,235 @@
+"""Mutants of the C++ sources: draws them, has them judged, and reports. script/mutate runs it."""
+
+import argparse
+import collections
+import os
+import random
+import shutil
+import sys
+import threading
+import time
+from concurrent.futures import ThreadPoolExecutor
+from pathlib import Path
+
+from mutation_places import places
+from mutation_self_test import check_places, plant_known_faults
+from mutation_trial import Workshop
+
+ROOT = Path(__file__).resolve().parents[1]
+FOLDER = ROOT / "build/mutate"
+EQUIVALENT = Path("script/equivalent_mutants.txt")
+ENOUGH = 95.0  # percent
+FIELDS = ("file", "line", "becomes", "reason")
+
+
+def squeezed(text):
+    return " ".join(text.split())
+
+
+class Sources:
+    """The texts of a tree's sources and the places in them."""
+
+    def __init__(self, tree, names):
+        folders = (tree / "src", tree / "velmardata")
+        files = sorted(path for folder in folders for path in folder.rglob("*.[ch]pp"))
+        files = [str(path.relative_to(tree)) for path in files]
+        unknown = sorted(set(names) - set(files))
+        if unknown:
+            sys.exit(f"no C++ source below src or velmardata: {', '.join(unknown)}")
+        self.texts = {file: (tree / file).read_text() for file in names or files}
+        self.places = [place for file, text in self.texts.items() for place in places(file, text)]
+
+    def lines(self, change):
+        return change.lines(self.texts[change.file])
+
+    def key(self, change):
+        _, before, after = self.lines(change)
+        return change.file, squeezed(before), squeezed(after)
+
+    def describe(self, change):
+        number, before, after = self.lines(change)
+        before = "\n".join(f"    - {line.strip()}" for line in before.splitlines())
+        after = "\n".join(f"    + {line.strip()}" for line in after.splitlines())
+        return f"{change.file}:{number}\n{before}\n{after}"
+
+
+def read_equivalent(file):
+    """The keys of the mutants that cannot be told from the original: paragraphs of four fields."""
+    keys = set()
+    for paragraph in file.read_text().split("\n\n"):
+        rows = [row for row in paragraph.splitlines() if row and not row.startswith("#")]
+        if not rows:
+            continue
+        fields = dict(row.split(": ", 1) for row in rows)
+        if tuple(fields) != FIELDS:
+            sys.exit(f"{file}: a paragraph has not the fields {', '.join(FIELDS)}:\n{paragraph}")
+        keys.add((fields["file"], squeezed(fields["line"]), squeezed(fields["becomes"])))
+    return keys
+
+
+def stale(equivalent, sources):
+    """What is listed for these sources and cannot be made of them any more."""
+    possible = {sources.key(change) for place in sources.places for change in place}
+    return sorted(key for key in equivalent - possible if key[0] in sources.texts)
+
+
+class Run:
+    """Hands changes out to the workshops until enough of them have counted."""
+
+    def __init__(self, sources, equivalent, arguments):
+        self.sources = sources
+        self.equivalent = equivalent
+        self.wanted = arguments.count
+        self.deadline = time.monotonic() + 60 * arguments.minutes
+        self.draw = self.drawn(random.Random(arguments.seed))
+        self.results = []
+        self.listed = self.under_way = 0
+        self.lock = threading.Condition()
+
+    def drawn(self, generator):
+        """Any place is as likely as any other, and so is any change of it."""
+        order = list(self.sources.places)
+        generator.shuffle(order)
+        for place in order:
+            yield generator.choice(place)
+
+    def counted(self):
+        return sum(verdict.outcome != "uncompiled" for _, verdict in self.results)
+
+    def next(self):
+        with self.lock:
+            while self.under_way and self.counted() + self.under_way >= self.wanted:
+                self.lock.wait()  # one that does not compile leaves room for another
+            if self.counted() >= self.wanted or time.monotonic() > self.deadline:
+                return None
+            for change in self.draw:
+                if self.sources.key(change) not in self.equivalent:
+                    self.under_way += 1
+                    return change
+                self.listed += 1
+            return None
+
+    def finish(self, change, verdict):
+        with self.lock:
+            self.under_way -= 1
+            self.results.append((change, verdict))
+            by = f" by {verdict.by}: {verdict.where}" if verdict.by else ""
+            print(f"{verdict.outcome}{by} ({verdict.seconds:.0f} s)", flush=True)
+            print(self.sources.describe(change), flush=True)
+            self.lock.notify_all()
+
+    def work(self, workshop):
+        try:
+            while (change := self.next()) is not None:
+                self.finish(change, workshop.judge(change))
+        except BaseException:
+            with self.lock:  # the others end as well, and do not wait for this one
+                self.deadline, self.under_way = 0.0, self.under_way - 1
+                self.lock.notify_all()
+            raise
+
+    def report(self, seconds):
+        """Prints the figures; returns whether enough were killed."""
+        outcomes = collections.Counter(verdict.outcome for _, verdict in self.results)
+        killers = collections.Counter(v.by for _, v in self.results if v.outcome == "killed")
+        counted = self.counted()
+        survivors = [c for c, verdict in self.results if verdict.outcome == "survived"]
+        print("\n== survived" + ("" if survivors else ": none"))
+        for change in survivors:
+            print(self.sources.describe(change))
+        percent = 100 * outcomes["killed"] / counted if counted else 0.0
+        each = seconds / len(self.results) if self.results else 0.0
+        spent = sum(verdict.seconds for _, verdict in self.results) / max(1, len(self.results))
+        rows = [
+            ("places that can be changed", len(self.sources.places)),
+            ("changes that counted", counted),
+            *((f"  killed by {by}", number) for by, number in killers.most_common()),
+            ("  survived", outcomes["survived"]),
+            ("did not compile, not counted", outcomes["uncompiled"]),
+            ("drawn, but listed as equivalent", self.listed),
+            ("seconds a change, of one job", f"{spent:.1f}"),
+            ("seconds a change, of all jobs", f"{each:.1f}"),
+            ("killed, percent", f"{percent:.1f}"),
+        ]
+        print("\n== mutants")
+        for label, figure in rows:
+            print(f"{label:34}{figure:>8}")
+        return counted > 0 and percent >= ENOUGH
+
+
+def prepared(jobs, trust=False):
+    """The workshops of all jobs, built; the first has measured the suites."""
+    trusted = sorted((ROOT / "build/results/test").glob("python-*.xml")) if trust else []
+    workshops = [Workshop(FOLDER / f"job-{number}", sys.executable) for number in range(jobs)]
+    start = time.monotonic()
+    cores = os.cpu_count() or 1
+    for workshop in workshops:
+        source = ROOT if workshop is workshops[0] else workshops[0].tree
+        workshop.tree.mkdir(parents=True, exist_ok=True)
+        workshop.prepare(source, cores)
+    built = time.monotonic()
+    workshops[0].measure(trusted)
+    times = workshops[0].times
+    tests = [f"tests/python/{path.name}" for path in (ROOT / "tests/python").glob("test_*.py")]
+    order = sorted(tests, key=lambda name: (times["files"].get(name, 0.0), name))
+    for workshop in workshops:
+        workshop.times, workshop.python_order = times, order
+    tested = time.monotonic()
+    print(f"built unchanged in {built - start:.0f} s, tested in {tested - built:.0f} s", flush=True)
+    return workshops
+
+
+def mutate(arguments):
+    workshops = prepared(arguments.jobs, arguments.trust)
+    sources = Sources(workshops[0].tree, arguments.files)
+    equivalent = read_equivalent(workshops[0].tree / EQUIVALENT)
+    gone = stale(equivalent, sources)
+    for file, line, becomes in gone:
+        print(f"{EQUIVALENT}: {file} has no such change any more: {line} -> {becomes}")
+    run = Run(sources, equivalent, arguments)
+    start = time.monotonic()
+    with ThreadPoolExecutor(len(workshops)) as pool:
+        for future in [pool.submit(run.work, workshop) for workshop in workshops]:
+            future.result()
+    return run.report(time.monotonic() - start) and not gone
+
+
+def list_places(arguments):
+    sources = Sources(ROOT, arguments.files)
+    for place in sources.places:
+        for change in place:
+            print(sources.describe(change))
+    print(f"{len(sources.places)} places")
+    return True
+
+
+def parsed():
+    parser = argparse.ArgumentParser(prog="script/mutate")
+    parser.add_argument("--count", type=int, default=60, help="changes that compile")
+    parser.add_argument("--seed", type=int, default=0)
+    parser.add_argument("--minutes", type=float, default=600, help="none is begun later")
+    parser.add_argument("--jobs", type=int, default=1, help="each has a tree and a build")
+    parser.add_argument(
+        "--trust", action="store_true", help="take the times of script/test, which has just passed"
+    )
+    parser.add_argument("--list", action="store_true", help="print what could be done")
+    parser.add_argument("--self-test", action="store_true", help="plant known faults")
+    parser.add_argument("--clean", action="store_true", help="remove build/mutate first")
+    parser.add_argument("files", nargs="*", metavar="FILE")
+    return parser.parse_args()
+
+
+def main():
+    os.chdir(ROOT)
+    arguments = parsed()
+    if arguments.clean:
+        shutil.rmtree(FOLDER, ignore_errors=True)
+    if arguments.list:
+        return 0 if list_places(arguments) else 1
+    if arguments.self_test:
+        return 0 if check_places() and plant_known_faults(prepared(1)[0]) else 1
+    return 0 if mutate(arguments) else 1
+
+
+if __name__ == "__main__":
+    sys.exit(main())

@@ -1,0 +1,264 @@
+"""A copy of the tree in which one changed source at a time is built and tested."""
+
+import contextlib
+import hashlib
+import json
+import os
+import re
+import resource
+import shutil
+import signal
+import subprocess
+import sys
+import time
+import xml.etree.ElementTree as ElementTree
+from dataclasses import dataclass
+from pathlib import Path
+
+LEFT_OUT = {".git", ".venv", ".cache", "build", "dist", "__pycache__", ".hypothesis"}
+PRODUCT = "velmarmultidimarrayforpython"
+NATIVE = ("velmar_native_tests", "velmar_client_tests")
+# More steps than these, and the native tests take longer to build than the Python tests to run.
+FEW_STEPS = 10
+LONGEST_BUILD = 900
+# A mutant may ask for any amount of memory, or never stop printing.
+MOST_MEMORY = 12 << 30
+LARGEST_FILE = 1 << 30
+
+
+@dataclass
+class Verdict:
+    """What became of a mutant: `outcome` is killed, survived or uncompiled."""
+
+    outcome: str
+    by: str = ""  # the suite, the compiler of the tests, a crash or a hang
+    where: str = ""  # the first test that failed
+    seconds: float = 0.0
+
+
+def files_of(tree):
+    for folder, folders, names in os.walk(tree):
+        folders[:] = sorted(set(folders) - LEFT_OUT)
+        for name in sorted(names):
+            yield (Path(folder) / name).relative_to(tree)
+
+
+def same(file, other):
+    """Whether both exist with the same size and time: one is then a copy of the other."""
+    if not (file.exists() and other.exists()):
+        return False
+    a, b = file.stat(), other.stat()
+    return (a.st_size, a.st_mtime_ns) == (b.st_size, b.st_mtime_ns)
+
+
+def copy_sources(source, target):
+    """Makes one tree like another. What is copied is new: objects made of it before are not."""
+    wanted = set(files_of(source))
+    for name in wanted:
+        data = (source / name).read_bytes()
+        if not (target / name).exists() or (target / name).read_bytes() != data:
+            (target / name).parent.mkdir(parents=True, exist_ok=True)
+            shutil.copyfile(source / name, target / name)
+    for name in set(files_of(target)) - wanted:
+        (target / name).unlink()
+
+
+def copy_build(source, target):
+    """Makes one folder of results like another, times included, so that nothing seems old."""
+    wanted = {path.relative_to(source) for path in source.rglob("*") if path.is_file()}
+    for name in wanted:
+        if not same(source / name, target / name):
+            (target / name).parent.mkdir(parents=True, exist_ok=True)
+            shutil.copy2(source / name, target / name)
+    for path in target.rglob("*"):
+        if path.is_file() and path.relative_to(target) not in wanted:
+            path.unlink()
+
+
+def limit_resources():
+    for kind, amount in (
+        (resource.RLIMIT_AS, MOST_MEMORY),
+        (resource.RLIMIT_FSIZE, LARGEST_FILE),
+        (resource.RLIMIT_CORE, 0),
+    ):
+        _, hard = resource.getrlimit(kind)
+        limit = amount if hard == resource.RLIM_INFINITY else min(amount, hard)
+        resource.setrlimit(kind, (limit, hard))
+
+
+def watched(command, log, longest, quiet, **options):
+    """Runs a command until it ends, prints nothing for `quiet` seconds or takes `longest`.
+
+    Returns its exit status; None if it had to be ended, with all that it had started.
+    """
+    with open(log, "wb") as output:
+        process = subprocess.Popen(
+            command,
+            stdin=subprocess.DEVNULL,
+            stdout=output,
+            stderr=subprocess.STDOUT,
+            start_new_session=True,
+            preexec_fn=limit_resources,
+            **options,
+        )
+    start = spoke = time.monotonic()
+    size = 0
+    try:
+        while True:
+            try:
+                return process.wait(timeout=0.2)
+            except subprocess.TimeoutExpired:
+                now = time.monotonic()
+            if log.stat().st_size != size:
+                size, spoke = log.stat().st_size, now
+            if now - spoke > quiet or now - start > longest:
+                return None
+    finally:
+        with contextlib.suppress(ProcessLookupError):
+            os.killpg(process.pid, signal.SIGKILL)
+        process.wait()
+
+
+class Workshop:
+    """The folder of one job: the tree, its build, and the build of the unchanged sources."""
+
+    def __init__(self, folder, python):
+        self.tree = folder / "tree"
+        self.build = folder / "tree/build/mutate"
+        self.pristine = folder / "pristine"
+        self.python = str(python)
+        self.log = folder / "log"
+        self.python_order = []  # the files of the Python tests, those that kill fast in front
+        self.times = {}
+
+    # Set-up.
+
+    def prepare(self, root, jobs):
+        copy_sources(root, self.tree)
+        self.build.mkdir(parents=True, exist_ok=True)
+        if self.pristine.exists():  # a run that was interrupted left a mutant behind
+            copy_build(self.pristine, self.build)
+        # Warnings are no concern here: a variable that a change leaves unused is no error. A vector
+        # that checks its bounds stands in for the sanitizers.
+        configure = [
+            "cmake",
+            *("-G", "Ninja", "-S", self.tree, "-B", self.build, "--log-level=ERROR"),
+            "-DCMAKE_CXX_COMPILER=g++",
+            "-DCMAKE_BUILD_TYPE=Debug",
+            "-DCMAKE_CXX_FLAGS_DEBUG=-O0 -w -D_GLIBCXX_ASSERTIONS",
+            "-DVELMAR_NATIVE_TESTS=ON",
+            f"-DPython_EXECUTABLE={self.python}",
+        ]
+        subprocess.run(configure, check=True, stdout=subprocess.DEVNULL)
+        if not self.ninja(PRODUCT, *NATIVE, jobs=jobs, longest=4 * LONGEST_BUILD):
+            sys.exit(f"the unchanged tree does not build; see {self.log}")
+        self.pristine.mkdir(parents=True, exist_ok=True)
+        copy_build(self.build, self.pristine)
+
+    def measure(self, trusted=()):
+        """How long the tests take over the unchanged tree, which must pass them.
+
+        `trusted` are results of the Python tests from elsewhere, in JUnit form, to go by instead.
+        """
+        digest = hashlib.sha256()
+        for name in files_of(self.tree):
+            digest.update(str(name).encode() + b"\0" + (self.tree / name).read_bytes())
+        file = self.tree.parent / "times.json"
+        if file.exists():
+            self.times = json.loads(file.read_text())
+        if self.times.get("digest") == digest.hexdigest():
+            return
+        self.times = {"digest": digest.hexdigest(), "whole": 3600, "quiet": 600, "files": {}}
+        results = trusted[0] if trusted else self.tree.parent / "results.xml"
+        kill = self.run_native()
+        if not (kill or trusted):
+            kill = self.run_python(f"--junit-xml={results}")
+        if kill:
+            sys.exit(f"the unchanged tree fails: {kill.by} {kill.where}; see {self.log}")
+        slowest = 0.0
+        for case in ElementTree.parse(results).getroot().iter("testcase"):
+            name = "tests/python/" + case.get("classname").split(".")[2] + ".py"
+            seconds = float(case.get("time"))
+            slowest = max(slowest, seconds)
+            self.times["files"][name] = self.times["files"].get(name, 0.0) + seconds
+        # Generous, since other jobs run beside, and without optimisation all takes longer.
+        whole = sum(self.times["files"].values())
+        self.times.update(whole=120 + 4 * whole, quiet=40 + 5 * slowest)
+        file.write_text(json.dumps(self.times))
+
+    # One mutant.
+
+    def judge(self, change):
+        """Builds and tests the tree with one change and leaves both as they were."""
+        start = time.monotonic()
+        file = self.tree / change.file
+        text, stat = file.read_text(), file.stat()
+        file.write_text(change.apply(text))
+        try:
+            verdict = self.first_kill()
+        finally:
+            file.write_text(text)
+            os.utime(file, ns=(stat.st_atime_ns, stat.st_mtime_ns))
+            copy_build(self.pristine, self.build)
+        verdict.seconds = time.monotonic() - start
+        return verdict
+
+    def first_kill(self):
+        if not self.ninja(PRODUCT):
+            return Verdict("uncompiled")
+        suites = [self.run_native, self.run_python]
+        if self.steps(*NATIVE) > FEW_STEPS:
+            suites.reverse()
+        for suite in suites:
+            kill = suite()
+            if kill:
+                return kill
+        return Verdict("survived")
+
+    def ninja(self, *targets, jobs=1, longest=LONGEST_BUILD):
+        command = ["ninja", "-C", str(self.build), "-j", str(jobs), *targets]
+        return watched(command, self.log, longest, longest) == 0
+
+    def steps(self, *targets):
+        command = ["ninja", "-C", str(self.build), "-n", *targets]
+        return subprocess.run(command, capture_output=True, text=True).stdout.count("\n[")
+
+    def run_native(self):
+        if not self.ninja(*NATIVE):
+            return Verdict("killed", "compiler", "tests/compile or tests/native")
+        for module in NATIVE:
+            command = [self.python, "-P", "tests/native/run.py"]
+            command += [str(self.build / f"lib/{module}.abi3.so"), "--gtest_fail_fast"]
+            kill = self.run("native", command, r"^\[  FAILED  \] ([\w./]+)", r"^\[ RUN +\] (\S+)")
+            if kill:
+                return kill
+        return None
+
+    def run_python(self, *options):
+        command = [self.python, "-P", "-u", "-m", "pytest", "-x", "-v", "--tb=no", *options]
+        command += ["-o", f"cache_dir={self.tree.parent / 'pytest'}", *self.python_order]
+        return self.run("python", command, r"^(?:FAILED|ERROR) (\S+)", r"^(tests/\S+)")
+
+    def run(self, suite, command, failed, began):
+        environment = dict(os.environ, PYTHONPATH=f"{self.build / 'lib'}:{self.tree / 'python'}")
+        status = watched(
+            command,
+            self.log,
+            self.times["whole"],
+            self.times["quiet"],
+            cwd=self.tree,
+            env=environment,
+        )
+        if status == 0:
+            return None
+        text = self.log.read_text(errors="replace")
+        if suite == "python" and status in (4, 5):
+            sys.exit(f"pytest was called wrongly; see {self.log}")
+        where = re.findall(failed, text, re.MULTILINE)[:1]
+        last = re.findall(began, text, re.MULTILINE)[-1:]
+        if status is None:
+            return Verdict("killed", "hang", "".join(last))
+        if status < 0:
+            name = signal.Signals(-status).name
+            return Verdict("killed", "crash", " ".join([name, *last]))
+        return Verdict("killed", suite, "".join(where or last))

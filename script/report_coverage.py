@@ -1,0 +1,138 @@
+"""Reports which lines and branches of src and velmardata a run of a coverage build reached.
+
+Status 1 below the least shares. Reads what gcov knows of every object of the build folder, also of
+those of the tests: a function of a header is kept once in a program, in the object of any user.
+A line is covered if any object and any instance of a template ran it. Branches are what conditions
+make; the two ways out of a call, on or by an exception, are none, and neither is what the compiler
+makes for a line of brackets or to choose a handler. Instances of a template with equally many
+branches in a line are one.
+"""
+
+import argparse
+import json
+import os
+import re
+import subprocess
+import sys
+from collections import defaultdict
+from concurrent.futures import ThreadPoolExecutor
+from pathlib import Path
+
+ROOT = Path(__file__).resolve().parents[1]
+MEASURED = ("src/", "velmardata/")
+# Brackets alone, or the choice of a handler, which is an exception's.
+NO_CONDITION = re.compile(r"[\s{}();,]*(//.*)?|.*\bcatch \(.*")
+LEAST_LINES = 98.0
+LEAST_BRANCHES = 95.0
+
+
+def run_gcov(notes):
+    """Yields the measured files of one object, by name from the root."""
+    # An object that no process loaded has notes only; nothing of it ran.
+    data = notes.with_suffix(".gcda")
+    command = ["gcov", "--json-format", "--stdout", "--branch-probabilities"]
+    command += ["--source-prefix", str(ROOT), "--relative-only"]
+    done = subprocess.run(
+        [*command, str(data if data.exists() else notes)], stdout=subprocess.PIPE, check=True
+    )
+    for document in done.stdout.splitlines():
+        for file in json.loads(document)["files"]:
+            name = os.path.relpath(file["file"], ROOT)
+            if name.startswith(MEASURED):
+                yield name, file["lines"]
+
+
+def made_by_conditions(branches):
+    """Drops the branch that an exception takes, and the way on beside it; gives the counts."""
+    counts = []
+    for index, branch in enumerate(branches):
+        way_on = index + 1 < len(branches) and branches[index + 1]["throw"]
+        if not branch["throw"] and not way_on:
+            counts.append(branch["count"])
+    return counts
+
+
+class Line:
+    def __init__(self):
+        self.count = 0
+        self.branches = {}  # how many in the instance: the count of each
+
+    def add(self, line):
+        self.count += line["count"]
+        counts = made_by_conditions(line["branches"])
+        if counts:
+            before = self.branches.get(len(counts), [0] * len(counts))
+            self.branches[len(counts)] = [sum(pair) for pair in zip(before, counts, strict=True)]
+
+    def branch_counts(self):
+        return [count for number in sorted(self.branches) for count in self.branches[number]]
+
+
+def read(build_folder):
+    """Returns file -> line number -> Line."""
+    files = defaultdict(lambda: defaultdict(Line))
+    notes = sorted(build_folder.rglob("*.gcno"))
+    with ThreadPoolExecutor(os.cpu_count()) as pool:
+        for measured in pool.map(lambda file: list(run_gcov(file)), notes):
+            for name, lines in measured:
+                for line in lines:
+                    files[name][line["line_number"]].add(line)
+    for name, lines in files.items():
+        source = (ROOT / name).read_text().splitlines()
+        for number, line in lines.items():
+            line.text = source[number - 1].strip()
+            if NO_CONDITION.fullmatch(line.text):
+                line.branches = {}
+    return files
+
+
+def uncovered(files):
+    for name, lines in sorted(files.items()):
+        for number, line in sorted(lines.items()):
+            counts = line.branch_counts()
+            if line.count == 0:
+                yield f"{name}:{number}: line: {line.text}"
+            elif not all(counts):
+                missing = [str(i + 1) for i, count in enumerate(counts) if count == 0]
+                which = f"{','.join(missing)} of {len(counts)}"
+                yield f"{name}:{number}: branch {which}: {line.text}"
+
+
+def tally(lines):
+    """Returns how many lines there are, how many are covered, and the same of branches."""
+    branches = [count for line in lines for count in line.branch_counts()]
+    return (
+        len(lines),
+        sum(line.count > 0 for line in lines),
+        len(branches),
+        sum(count > 0 for count in branches),
+    )
+
+
+def share(covered, total):
+    return 100 * covered / total if total else 100.0
+
+
+def main():
+    parser = argparse.ArgumentParser()
+    parser.add_argument("build_folder", type=Path)
+    files = read(parser.parse_args().build_folder)
+    for name, lines in sorted(files.items()):
+        total, covered, branches, taken = tally(list(lines.values()))
+        print(
+            f"{name:50} lines {covered:5}/{total:<5} {share(covered, total):5.1f} %"
+            f"   branches {taken:5}/{branches:<5} {share(taken, branches):5.1f} %"
+        )
+    total, covered, branches, taken = tally(
+        [line for one in files.values() for line in one.values()]
+    )
+    line_share, branch_share = share(covered, total), share(taken, branches)
+    print(f"lines: {line_share:.2f} % ({covered} of {total}), at least {LEAST_LINES} %")
+    print(f"branches: {branch_share:.2f} % ({taken} of {branches}), at least {LEAST_BRANCHES} %")
+    for gap in uncovered(files):
+        print(gap)
+    return 1 if not total or line_share < LEAST_LINES or branch_share < LEAST_BRANCHES else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

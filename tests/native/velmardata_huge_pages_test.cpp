@@ -1,0 +1,144 @@
+// Blocks on huge pages: where they begin, what they cost, and which region is kept for the next
+// one.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <fstream>
+#include <vector>
+
+#include "velmardata_testing.hpp"
+
+namespace {
+
+using namespace velmardata_testing;
+
+constexpr std::size_t megabyte = std::size_t{1} << 20;
+constexpr std::size_t hugePage = 2 * megabyte;
+constexpr std::size_t inFront = 64;  // of the elements, in the same region
+
+std::size_t addressSpaceInUse() {
+  std::size_t pages = 0;
+  std::ifstream("/proc/self/statm") >> pages;
+  return pages * static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+}
+
+// The elements of a region that is so large, all in all.
+UntypedBuffer blockOfRegion(std::size_t bytes) {
+  return newBuffer(ArrayType::UINT8, bytes - inFront);
+}
+
+unsigned char& byteAt(const UntypedBuffer& block, std::size_t place) {
+  return static_cast<unsigned char*>(block.get())[place];
+}
+
+// Marks a region and frees it.
+void leaveMarked(std::size_t bytes) {
+  const UntypedBuffer block = blockOfRegion(bytes);
+  ASSERT_NE(block, nullptr);
+  byteAt(block, megabyte) = 0x5a;
+}
+
+// Fresh memory is zero.
+bool isMarked(const UntypedBuffer& block) {
+  return byteAt(block, megabyte) == 0x5a;
+}
+
+// Every test begins with no region kept.
+class HugePages : public ::testing::Test {
+ protected:
+  void SetUp() override {
+#ifdef __SANITIZE_ADDRESS__
+    GTEST_SKIP() << "under the sanitizer nothing lies on huge pages";
+#endif
+    addressSpaceInUse();  // what reading takes for itself is there from now on
+    for (const std::size_t bytes : {6UL, 8UL, 10UL, 12UL, 14UL, 16UL}) {
+      m_ofEachSize.push_back(blockOfRegion(bytes * megabyte));
+    }
+  }
+
+ private:
+  std::vector<UntypedBuffer> m_ofEachSize;  // a region that was kept is among these
+};
+
+TEST_F(HugePages, RegionsBeginOnThem) {
+  for (const std::size_t bytes : {6 * megabyte, 7 * megabyte + 1, 22 * megabyte}) {
+    const UntypedBuffer block = blockOfRegion(bytes);
+    ASSERT_NE(block, nullptr);
+    const auto address = reinterpret_cast<std::uintptr_t>(block.get());
+    EXPECT_EQ((address - inFront) % hugePage, 0U) << bytes;
+  }
+}
+
+// Smaller blocks have the header of the allocator in front as well.
+TEST_F(HugePages, AreForFourMegabytesOfElementsAndMore) {
+  const auto beginsOnOne = [](std::size_t bytes) {
+    const UntypedBuffer block = newBuffer(ArrayType::UINT8, bytes);
+    return (reinterpret_cast<std::uintptr_t>(block.get()) - inFront) % hugePage == 0;
+  };
+  EXPECT_TRUE(beginsOnOne(4 * megabyte));
+  EXPECT_FALSE(beginsOnOne(4 * megabyte - 1));
+}
+
+TEST_F(HugePages, TakeWhatRoundingAsksForAndNoMore) {
+  const struct {
+    std::size_t bytes;
+    std::size_t rounded;
+  } rows[] = {{22 * megabyte, 22 * megabyte},
+              {22 * megabyte + 1, 24 * megabyte},
+              {24 * megabyte - 1, 24 * megabyte},
+              {18 * megabyte + 2, 20 * megabyte}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.bytes);
+    const std::size_t before = addressSpaceInUse();
+    {
+      const UntypedBuffer block = blockOfRegion(row.bytes);
+      ASSERT_NE(block, nullptr);
+      EXPECT_EQ(addressSpaceInUse() - before, row.rounded);
+      byteAt(block, row.bytes - inFront - 1) = 1;  // the last one is there
+    }
+    EXPECT_EQ(addressSpaceInUse(), before);
+  }
+}
+
+TEST_F(HugePages, TheLastRegionIsKept) {
+  for (const std::size_t bytes : {6 * megabyte, 16 * megabyte}) {
+    SCOPED_TRACE(bytes);
+    leaveMarked(bytes);
+    const UntypedBuffer again = blockOfRegion(bytes - 5);  // as large when rounded
+    EXPECT_TRUE(isMarked(again));
+    EXPECT_FALSE(isMarked(blockOfRegion(bytes))) << "there is one only";
+  }
+}
+
+TEST_F(HugePages, LargerOnesAreNotKept) {
+  const std::size_t before = addressSpaceInUse();
+  leaveMarked(16 * megabyte + 1);
+  EXPECT_EQ(addressSpaceInUse(), before);
+  EXPECT_FALSE(isMarked(blockOfRegion(18 * megabyte)));
+}
+
+TEST_F(HugePages, AnotherSizeLeavesTheKeptOneAlone) {
+  leaveMarked(8 * megabyte);
+  {
+    const UntypedBuffer other = blockOfRegion(12 * megabyte);
+    EXPECT_FALSE(isMarked(other));
+    EXPECT_TRUE(isMarked(blockOfRegion(8 * megabyte)));
+    const UntypedBuffer larger = blockOfRegion(30 * megabyte);
+    EXPECT_FALSE(isMarked(larger));
+    EXPECT_TRUE(isMarked(blockOfRegion(8 * megabyte)));
+  }
+}
+
+TEST_F(HugePages, TheOneFreedLaterTakesThePlace) {
+  const std::size_t before = addressSpaceInUse();
+  leaveMarked(8 * megabyte);
+  EXPECT_EQ(addressSpaceInUse() - before, 8 * megabyte);
+  leaveMarked(6 * megabyte);
+  EXPECT_EQ(addressSpaceInUse() - before, 6 * megabyte);
+  EXPECT_FALSE(isMarked(blockOfRegion(8 * megabyte)));
+}
+
+}  // namespace

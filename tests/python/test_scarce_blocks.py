@@ -1,0 +1,76 @@
+"""Operations on large arrays with room for some of the blocks that they need, but not for all."""
+
+from __future__ import annotations
+
+import os
+
+import pytest
+from child_interpreter import run_script
+
+# The sanitizer maps address space by the terabyte, which a limit of it would forbid.
+pytestmark = pytest.mark.skipif(
+    "asan" in os.environ.get("LD_PRELOAD", ""), reason="address space is not limited by tests"
+)
+
+# Each attempt is a process of its own, with so many megabytes of address space left.
+SCRIPT = """
+import array, os, resource, sys
+import velmar
+
+count = 2**19
+numbers = array.array("d", [1.0]) * count
+listed = numbers.tolist()
+rows = [listed[: count // 2], listed[count // 2 :]]
+grid = memoryview(numbers.tobytes()).cast("B").cast("d", (2, count // 2))
+
+def attempt(megabytes, operation, answer):
+    subject = velmar.double(numbers)
+    with open("/proc/self/statm") as file:
+        used = int(file.read().split()[0]) * resource.getpagesize()
+    limits = resource.getrlimit(resource.RLIMIT_AS)
+    resource.setrlimit(resource.RLIMIT_AS, (used + (megabytes << 20), limits[1]))
+    try:
+        result = operation(subject)
+        text = "success"
+    except BaseException as error:
+        text = f"{type(error).__name__}: {error}"
+    resource.setrlimit(resource.RLIMIT_AS, limits)
+    os.write(answer, text.encode())
+
+def outcome(megabytes, operation):
+    reading, writing = os.pipe()
+    child = os.fork()
+    if child == 0:
+        attempt(megabytes, operation, writing)
+        sys.exit(0)
+    os.close(writing)
+    status = os.waitpid(child, 0)[1]
+    with open(reading, "rb") as answer:
+        return answer.read().decode() if status == 0 else f"status {status}"
+"""
+
+NO_BLOCK = (
+    "MemoryError: unable to allocate memory for array with number of elements = 524288; "
+    "type = double"
+)
+ROWS = {
+    "size": "velmar.double(size=(count,))",
+    "vector": "velmar.double(vector=listed)",
+    "vector_and_size": "velmar.double(vector=listed, size=(2, count // 2))",
+    "nested": "velmar.double(rows)",
+    "flat_and_size": "velmar.double(listed, (2, count // 2))",
+    "buffer": "velmar.double(numbers)",
+    "buffer_of_rows": "velmar.double(grid)",
+    "noncomplex": "subject.noncomplex()",
+}
+
+
+@pytest.mark.parametrize("operation", ROWS.values(), ids=ROWS.keys())
+def test_some_blocks_cannot_be_had(operation):
+    outcomes = run_script(
+        f"{SCRIPT}\noperation = lambda subject: {operation}\n"
+        "report([outcome(megabytes, operation) for megabytes in range(1, 31, 2)])"
+    ).reported
+    assert set(outcomes) == {NO_BLOCK, "success"}
+    # More room never turns a success into a failure.
+    assert outcomes == sorted(outcomes)

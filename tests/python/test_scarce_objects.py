@@ -1,0 +1,170 @@
+"""Operations for which the interpreter has no memory for one object, first to last."""
+
+from __future__ import annotations
+
+import pytest
+from child_interpreter import run_script
+
+pytest.importorskip("_testcapi")
+
+NO_OBJECT = "RuntimeError: unable to initialize C object."
+NO_DATA = "RuntimeError: null data pointer."
+NO_ITEM = "RuntimeError: unable to set list item."
+NO_ARRAY = "RuntimeError: toarray() failed."
+NO_ENTRY = "RuntimeError: unable to insert 'is_complex' value into dict."
+# The record of a view or an array is made by an operator new: nothing catches what it throws.
+DEATH = "terminate called after throwing an instance of 'std::bad_alloc'"
+# What a failed import of the class array.array says; all else is as the interpreter has it.
+ENTRY_FAILURES = {
+    "MemoryError",
+    "RuntimeError: unable to import array module.",
+    "RuntimeError: unable to retrieve array.array class.",
+}
+# The clone is made although there is nothing to put into it.
+HOLLOW_CLONE = "SystemError: returned a result with an exception set"
+# From 3.12 on the interpreter does not always look, and what was pending comes through.
+HALF_CLONED = {"MemoryError", NO_OBJECT, HOLLOW_CLONE, DEATH}
+
+# Each attempt is a process of its own that ends as any does, or dies.
+SUBJECTS = """
+import array, os, resource, sys, tempfile
+import _testcapi, velmar
+
+resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
+
+def real():
+    return velmar.double([[1, 2, 3], [4, 5, 6]])
+
+def complex_():
+    return velmar.double([[1, 2j], [3, 4]], is_complex=True)
+"""
+ATTEMPTS = """
+def in_short(error):
+    text = str(error)
+    if isinstance(error, SystemError):
+        text = text[text.index("returned"):]
+    return f"{type(error).__name__}: {text}".removesuffix(": ")
+
+def attempt(which, answer):
+    subject = make()
+    operation(make())  # what is made once in a process is there
+    expected = repr(operation(make()))
+    error = None
+    _testcapi.set_nomemory(which, which + 1)
+    try:
+        result = operation(subject)
+    except BaseException as caught:
+        error = caught
+    _testcapi.remove_mem_hooks()
+    assert repr(make()) == made
+    if error is not None:
+        assert repr(operation(make())) == expected
+        os.write(answer, in_short(error).encode())
+    else:
+        assert repr(result) == expected, (repr(result), expected)
+        os.write(answer, b"success")
+
+def outcome(which):
+    with tempfile.TemporaryFile() as said:
+        reading, writing = os.pipe()
+        child = os.fork()
+        if child == 0:
+            os.dup2(said.fileno(), 2)
+            attempt(which, writing)
+            sys.exit(0)
+        os.close(writing)
+        status = os.waitpid(child, 0)[1]
+        with open(reading, "rb") as answer:
+            text = answer.read().decode()
+        said.seek(0)
+        words = said.read().decode()
+    return text if status == 0 else words.splitlines()[0] if words else f"status {status}"
+
+made = repr(make())
+outcomes = []
+while outcomes[-4:] != ["success"] * 4 and len(outcomes) < 2000:
+    outcomes.append(outcome(len(outcomes) * step))
+report(outcomes)
+"""
+
+# label, what makes the subject, the operation, every outcome beside success
+ROWS = [
+    ("construct", "real", "type(a)([[1, 2], [3, 4]])", {"MemoryError", NO_OBJECT, DEATH}),
+    ("vector", "real", "type(a)(vector=[1, 2], size=(2, 1))", {"MemoryError", NO_OBJECT, DEATH}),
+    ("complex", "real", "type(a)([1j], is_complex=True)", {"MemoryError", NO_OBJECT, DEATH}),
+    ("dict", "real", "type(a)({'is_complex': True}, [1j])", {"MemoryError", NO_OBJECT, DEATH}),
+    ("sequence", "real", "type(a)((range(2), [3, True]))", {"MemoryError", NO_OBJECT, DEATH}),
+    (
+        "assign_array",
+        "real",
+        "a[0].__setitem__(slice(0, 3), a[1])",
+        {"MemoryError", NO_OBJECT, DEATH},
+    ),
+    ("deep_slice", "real", "str(a[0:2][1][0:2])", {"MemoryError", NO_OBJECT, NO_ITEM, DEATH}),
+    ("from_buffer", "real", "type(a)(array.array('d', [1, 2]))", {"MemoryError", NO_OBJECT, DEATH}),
+    ("str", "real", "str(a)", {"MemoryError"}),
+    ("repr_complex", "complex_", "repr(a)", {"MemoryError"}),
+    ("repr_slice", "complex_", "repr(a[0][0:2])", {"MemoryError", NO_OBJECT, NO_ITEM, DEATH}),
+    ("row", "real", "a[1]", {NO_OBJECT, DEATH}),
+    ("element", "complex_", "a[0][1]", {"MemoryError", NO_OBJECT, DEATH}),
+    ("slice", "real", "a[0:2][0:1]", {NO_OBJECT, DEATH}),
+    ("assign_row", "real", "a.__setitem__(0, [7, 8, 9])", {"MemoryError"}),
+    ("assign_slice", "real", "a.__setitem__(slice(0, 1), [[7, 8, 9]])", {"MemoryError"}),
+    ("loop", "real", "[str(row) for row in a]", {"MemoryError", NO_OBJECT, DEATH}),
+    ("loop_elements", "complex_", "list(a[0])", {"MemoryError", NO_OBJECT, DEATH}),
+    ("contains", "real", "[4, 5, 6] in a", {"MemoryError", NO_OBJECT, DEATH}),
+    ("equal", "real", "a == type(a)(vector=[1, 2])", {"MemoryError", NO_OBJECT, DEATH}),
+    ("clone", "complex_", "a.clone()", HALF_CLONED),
+    ("clone_slice", "real", "a[0:1].clone()", HALF_CLONED | {NO_ITEM}),
+    ("reduce", "complex_", "a.__reduce__()", {"MemoryError", NO_ENTRY}),
+    ("memoryview", "real", "a.tomemoryview().tolist()", {"MemoryError"}),
+    ("view_export", "real", "bytes(a[0:1])", {"MemoryError", NO_OBJECT, NO_DATA, DEATH}),
+    ("toarray", "real", "a[1].toarray()", {"MemoryError", NO_OBJECT, NO_ARRAY, DEATH}),
+    ("strides", "real", "a.get_bytewise_strides()", {"MemoryError"}),
+    ("size", "real", "a.size", {"MemoryError"}),
+    ("_size", "real", "a._size", {"MemoryError"}),
+    ("itemsize", "real", "a.itemsize", {"MemoryError"}),
+    ("reshape", "real", "a.reshape([3, 2])", {"MemoryError"}),
+    ("real", "complex_", "a.real()", {"MemoryError", NO_OBJECT, DEATH}),
+    ("imag", "complex_", "a.imag()", {"MemoryError", NO_OBJECT, DEATH}),
+    ("noncomplex", "real", "a.noncomplex()", {"MemoryError", NO_OBJECT, DEATH}),
+    ("_data", "real", "a._data", {"MemoryError", NO_OBJECT, DEATH}),
+    ("_real", "complex_", "a._real", {"MemoryError", NO_OBJECT, DEATH}),
+    ("buffer_info", "real", "a.buffer_info()[1]", {"MemoryError"}),
+]
+
+
+@pytest.mark.parametrize(
+    "subject, operation, failures", [r[1:] for r in ROWS], ids=[r[0] for r in ROWS]
+)
+def test_no_memory_for_one_object(subject, operation, failures):
+    outcomes = run_script(
+        f"{SUBJECTS}\nstep = 1\nmake = {subject}\noperation = lambda a: {operation}\n{ATTEMPTS}"
+    ).reported
+    assert outcomes[-4:] == ["success"] * 4
+    assert set(outcomes) <= failures | {"success"}
+    if failures != {"MemoryError"}:
+        assert set(outcomes) & failures
+
+
+# The entry point once more, for every seventh object, in a process where all is in place.
+ENTRY_POINT = """
+import ctypes, importlib.util, velmarmultidimarrayforpython as module
+
+entry = getattr(ctypes.PyDLL(module.__spec__.origin), "PyInit_" + module.__name__)
+entry.restype = ctypes.c_void_p
+entry.argtypes = []
+
+def call():
+    return bool(entry())
+"""
+
+
+def test_no_memory_for_one_object_of_the_module():
+    script = (
+        f"{SUBJECTS}{ENTRY_POINT}step = 7\nmake = int\noperation = lambda a: call()\n{ATTEMPTS}"
+    )
+    outcomes = run_script(script).reported
+    assert outcomes[-4:] == ["success"] * 4
+    assert len(outcomes) > 50
+    assert set(outcomes) <= ENTRY_FAILURES | {"success"}

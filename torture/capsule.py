@@ -1,0 +1,33 @@
+"""The five functions of the capsule, called from Python."""
+
+from __future__ import annotations
+
+import ctypes
+from typing import Any
+
+import velmarmultidimarrayforpython as module
+
+NAME = b"velmarmultidimarrayforpython._capi"
+
+_pointer_of = ctypes.PYFUNCTYPE(ctypes.c_void_p, ctypes.py_object, ctypes.c_char_p)(
+    ("PyCapsule_GetPointer", ctypes.pythonapi)
+)
+_table = (ctypes.c_void_p * 5).from_address(_pointer_of(module._capi, NAME))
+
+# A null pointer for an object would be a ValueError of ctypes over the error that is set.
+to_python = ctypes.PYFUNCTYPE(ctypes.py_object, ctypes.c_void_p)(_table[0])
+from_python = ctypes.PYFUNCTYPE(ctypes.c_void_p, ctypes.py_object)(_table[1])
+_from_buffer = ctypes.PYFUNCTYPE(ctypes.py_object, ctypes.py_object, ctypes.POINTER(ctypes.c_int))(
+    _table[2]
+)
+has_buffer = ctypes.PYFUNCTYPE(ctypes.c_bool, ctypes.py_object)(_table[4])
+
+
+def from_buffer(source: Any) -> tuple[Any, int]:
+    number = ctypes.c_int(-1)
+    return _from_buffer(source, ctypes.byref(number)), number.value
+
+
+def there_and_back(array: Any) -> Any:
+    """The reference to the contents goes from one function to the other."""
+    return to_python(from_python(array))

@@ -1,0 +1,173 @@
+"""What the fuzzer calls with its bytes: each byte decides something that a random number would."""
+
+from __future__ import annotations
+
+import random
+from typing import Any
+
+import part
+from arrays import CLASS_ROWS, contents
+from buffer_requests import LETTERS, ask, give_back, memory_of, numbers
+from hostile_walk import Walk
+from lying_exporter import LyingExporter
+from program_steps import next_step
+from program_text import Writer
+from test_programs import Run
+
+MOST_STEPS = 40
+MOST_BYTES = 4096
+
+
+class Disagreement(Exception):
+    """What the fuzzer is to report."""
+
+
+class Bytes(random.Random):
+    """Random numbers that are read from the fuzzer's bytes; when they end, others follow."""
+
+    def __init__(self, data: bytes):
+        super().__init__(0)
+        self.data, self.place = data, 0
+
+    def is_over(self) -> bool:
+        return self.place >= len(self.data)
+
+    def getrandbits(self, k: int) -> int:
+        if self.is_over():
+            return super().getrandbits(k)
+        size = (k + 7) // 8
+        taken = self.data[self.place : self.place + size]
+        self.place += size
+        return int.from_bytes(taken.ljust(size, b"\0"), "little") & ((1 << k) - 1)
+
+    def random(self) -> float:
+        return self.getrandbits(16) / (1 << 16)
+
+
+def programs(data: bytes) -> None:
+    """A program, in the module and in the model."""
+    rng, run = Bytes(data), Run()
+    writer = Writer(rng, run.model)
+    for _ in range(MOST_STEPS):
+        if rng.is_over():
+            break
+        found = run.step(next_step(writer)[1])
+        if found:
+            raise Disagreement(str(found))
+    found = run.look()
+    if found:
+        raise Disagreement(str(found))
+
+
+def hostile(data: bytes) -> None:
+    """A walk with objects that do harm."""
+    walk, rng = Walk("0", part.Log(None)), Bytes(data)
+    walk.rng = walk.harm.rng = rng
+    for _ in range(MOST_STEPS):
+        if rng.is_over():
+            break
+        found = walk.step()
+        if found:
+            raise Disagreement(found)
+    found = walk.disagreement()
+    if found:
+        raise Disagreement(found)
+
+
+def buffers(data: bytes) -> None:
+    """Memory in, under any description, and out, with any flags.
+
+    The exporter has just as many bytes as it says, so that none behind them is read unseen.
+    """
+    rng = Bytes(data)
+    row = rng.choice(CLASS_ROWS)
+    is_complex = row.has_complex and rng.randrange(3) == 0
+    exporter = any_exporter(rng, row, is_complex)
+    options: dict[str, Any] = {"is_complex": True} if is_complex else {}
+    if rng.randrange(4) == 0:
+        options["size"] = [rng.randrange(6) for _ in range(rng.randrange(1, 4))]
+    try:
+        array = row.cls(exporter, **options)
+    except Exception:
+        array = row.cls([[1, 0, 1], [0, 1, 0]], is_complex=is_complex)
+    look_at(array)
+    for _ in range(rng.randrange(1, 6)):
+        part_of_it = array if rng.randrange(3) else array[any_slice(rng)]
+        answer = ask(part_of_it, rng.getrandbits(rng.choice([5, 9, 16])))
+        if answer.error is None:
+            check(answer.buffer)
+            give_back(answer)
+        if rng.randrange(3) == 0:
+            count = array.buffer_info()[1]
+            array.reshape(rng.choice([[count], [count, 1], [1, count]]))
+
+
+def any_slice(rng: random.Random) -> slice:
+    bounds = [None, 0, 1, 2, -1, 5, 2**63 - 1, -(2**63)]
+    step = rng.choice([None, 1, -1, 2, 2**63 - 1])
+    return slice(rng.choice(bounds), rng.choice(bounds), step)
+
+
+def any_exporter(rng: random.Random, row: Any, is_complex: bool) -> LyingExporter:
+    letter = ("Z" if is_complex else "") + LETTERS[row.word]
+    if rng.randrange(4) == 0:
+        letter = rng.choice(["", "Z", "d", "l", "L", "<d", "B", "?", "xx", "Zd", letter + letter])
+    size = memoryview(row.cls(is_complex=is_complex)).itemsize
+    itemsize = size if rng.randrange(5) else rng.choice([0, 1, 2, 3, 4, 8, 16, -1, 2**62])
+    lengths = [rng.choice([0, 1, 2, 3, 4, 5]) for _ in range(rng.randrange(1, 5))]
+    count = 1
+    for length in lengths:
+        count *= length
+    total = min(count * size, MOST_BYTES)
+    if rng.randrange(5) == 0:
+        total = rng.choice([0, 1, 7, 8, total + 1, total + size, max(total - 1, 0)])
+    if rng.randrange(5) == 0:
+        odd = [-1, 2**31, 2**32, 2**62, 2**63 - 1, 0, 1]
+        lengths[rng.randrange(len(lengths))] = rng.choice(odd)
+    strides = [size]
+    for length in lengths[:-1]:
+        strides.append(max(min(strides[-1] * length, 2**62), -(2**62)))
+    if rng.randrange(2):  # row by row
+        strides = [size]
+        for length in reversed(lengths[1:]):
+            strides.insert(0, max(min(strides[0] * length, 2**62), -(2**62)))
+    if rng.randrange(5) == 0:
+        strides[rng.randrange(len(strides))] = rng.choice([0, -size, 1, 2**62, -(2**63)])
+    ndim = len(lengths) if rng.randrange(6) else rng.randrange(len(lengths) + 1)
+    missing = rng.randrange(24)
+    return LyingExporter(
+        None if missing == 0 and total == 0 else bytes(total),
+        None if missing == 1 else letter.encode(),
+        itemsize,
+        length=total,
+        ndim=ndim,
+        shape=None if missing == 2 else lengths,
+        strides=None if missing == 3 else strides,
+    )
+
+
+def look_at(array: Any) -> None:
+    if max(array.size) > MOST_BYTES:
+        return  # of no elements, but with lists without end
+    repr(array)
+    found, size = contents(array), array.size
+    if len(found) != size[0] or len(array) != size[0]:
+        raise Disagreement(f"{array}: length {len(array)}, size {size}")
+    if 0 not in size and "nan" not in repr(array) and array.clone() != array:
+        raise Disagreement(f"{array} is not like its clone")
+
+
+def check(buffer: Any) -> None:
+    """What was handed out must be there, every byte of it, and described without contradiction."""
+    memory_of(buffer)
+    if buffer.shape and buffer.ndim > 0:
+        count = 1
+        for length in numbers(buffer.shape, buffer.ndim):
+            count *= length
+        if count * buffer.itemsize != buffer.len:
+            raise Disagreement(f"{count} elements of {buffer.itemsize} bytes in {buffer.len}")
+    if buffer.strides:
+        numbers(buffer.strides, buffer.ndim)
+
+
+TARGETS = {"programs": programs, "hostile": hostile, "buffers": buffers}

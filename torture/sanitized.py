@@ -1,0 +1,56 @@
+"""The environment in which the build with sanitizers runs, and what it reports there."""
+
+from __future__ import annotations
+
+import os
+import subprocess
+import sys
+from pathlib import Path
+
+import part
+
+LIBRARIES = Path(os.environ.get("FUZZ_LIBRARIES", part.ROOT / "build" / "fuzz" / "lib"))
+REPORTS = part.WORKING_FOLDER / "reports"
+
+
+def coverage_library() -> Path:
+    source = Path(__file__).with_name("coverage_map.c")
+    built = part.WORKING_FOLDER / "libcoverage_map.so"
+    part.WORKING_FOLDER.mkdir(parents=True, exist_ok=True)
+    if not built.exists() or built.stat().st_mtime < source.stat().st_mtime:
+        flags = ["-O2", "-shared", "-fPIC", "-Wall", "-Wextra"]
+        subprocess.run(["gcc", *flags, str(source), "-o", str(built)], check=True)
+    return built
+
+
+def _runtime(name: str) -> str:
+    command = ["g++", f"-print-file-name={name}"]
+    found = subprocess.run(command, capture_output=True, text=True, check=True)
+    return str(Path(found.stdout.strip()).resolve())
+
+
+def environment(name: str) -> dict[str, str]:
+    """The runtimes have to be there before the interpreter allocates."""
+    REPORTS.mkdir(parents=True, exist_ok=True)
+    for report in REPORTS.glob(f"{name}.*"):
+        report.unlink()
+    preload = [_runtime(each) for each in ("libasan.so", "libubsan.so", "libstdc++.so.6")]
+    options = f"halt_on_error=1:print_stacktrace=1:log_path={REPORTS / name}"
+    return {
+        **os.environ,
+        "LD_PRELOAD": " ".join([*preload, str(coverage_library())]),
+        "PYTHONMALLOC": "malloc",
+        "PYTHONPATH": os.pathsep.join([str(LIBRARIES), str(part.ROOT / "python")]),
+        "ASAN_OPTIONS": f"{options}:detect_leaks=0:allocator_may_return_null=1",
+        "UBSAN_OPTIONS": options,
+    }
+
+
+def reports(name: str) -> list[str]:
+    """Errors; that memory could not be had is told in the same files, and is none."""
+    texts = [report.read_text(errors="replace") for report in sorted(REPORTS.glob(f"{name}.*"))]
+    return [text for text in texts if "ERROR:" in text or "runtime error:" in text]
+
+
+if __name__ == "__main__":  # the libraries that a part of this folder is to be run with
+    sys.exit(subprocess.call([sys.executable, *sys.argv[1:]], env=environment("by_hand")))
