@@ -2,6 +2,8 @@
 
 import argparse
 import collections
+import hashlib
+import json
 import os
 import random
 import shutil
@@ -13,13 +15,39 @@ from pathlib import Path
 
 from mutation_places import places
 from mutation_self_test import check_places, plant_known_faults
-from mutation_trial import Workshop
+from mutation_trial import Verdict, Workshop
 
 ROOT = Path(__file__).resolve().parents[1]
 FOLDER = ROOT / "build/mutate"
 EQUIVALENT = Path("script/equivalent_mutants.txt")
 ENOUGH = 95.0  # percent
 FIELDS = ("file", "line", "becomes", "reason")
+
+
+class Kills:
+    """What was killed before, in a file: it still is while the sources are the same."""
+
+    def __init__(self, file, sources, is_used):
+        self.file = file
+        digest = hashlib.sha256(repr(sorted(sources.texts.items())).encode()).hexdigest()
+        self.kept = {"sources": digest, "kills": {}}
+        if is_used and file.exists():
+            before = json.loads(file.read_text())
+            if before["sources"] == digest:
+                self.kept = before
+
+    @staticmethod
+    def name(change):
+        return f"{change.file}:{change.start}:{change.end}:{change.new}"
+
+    def find(self, change):
+        found = self.kept["kills"].get(self.name(change))
+        return Verdict(**found) if found else None
+
+    def add(self, change, verdict):
+        if verdict.outcome != "survived":
+            self.kept["kills"][self.name(change)] = vars(verdict)
+            self.file.write_text(json.dumps(self.kept))
 
 
 def squeezed(text):
@@ -76,8 +104,9 @@ def stale(equivalent, sources):
 class Run:
     """Hands changes out to the workshops until enough of them have counted."""
 
-    def __init__(self, sources, equivalent, arguments):
+    def __init__(self, sources, equivalent, kills, arguments):
         self.sources = sources
+        self.kills = kills
         self.equivalent = equivalent
         self.wanted = arguments.count
         self.deadline = time.monotonic() + 60 * arguments.minutes
@@ -113,6 +142,7 @@ class Run:
         with self.lock:
             self.under_way -= 1
             self.results.append((change, verdict))
+            self.kills.add(change, verdict)
             by = f" by {verdict.by}: {verdict.where}" if verdict.by else ""
             print(f"{verdict.outcome}{by} ({verdict.seconds:.0f} s)", flush=True)
             print(self.sources.describe(change), flush=True)
@@ -121,7 +151,7 @@ class Run:
     def work(self, workshop):
         try:
             while (change := self.next()) is not None:
-                self.finish(change, workshop.judge(change))
+                self.finish(change, self.kills.find(change) or workshop.judge(change))
         except BaseException:
             with self.lock:  # the others end as well, and do not wait for this one
                 self.deadline, self.under_way = 0.0, self.under_way - 1
@@ -186,7 +216,8 @@ def mutate(arguments):
     gone = stale(equivalent, sources)
     for file, line, becomes in gone:
         print(f"{EQUIVALENT}: {file} has no such change any more: {line} -> {becomes}")
-    run = Run(sources, equivalent, arguments)
+    kills = Kills(FOLDER / "kills.json", Sources(workshops[0].tree, []), arguments.again)
+    run = Run(sources, equivalent, kills, arguments)
     start = time.monotonic()
     with ThreadPoolExecutor(len(workshops)) as pool:
         for future in [pool.submit(run.work, workshop) for workshop in workshops]:
@@ -211,6 +242,9 @@ def parsed():
     parser.add_argument("--jobs", type=int, default=1, help="each has a tree and a build")
     parser.add_argument(
         "--trust", action="store_true", help="take the times of script/test, which has just passed"
+    )
+    parser.add_argument(
+        "--again", action="store_true", help="only what survived before, if no source has changed"
     )
     parser.add_argument("--list", action="store_true", help="print what could be done")
     parser.add_argument("--self-test", action="store_true", help="plant known faults")

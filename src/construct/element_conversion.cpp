@@ -12,13 +12,11 @@ ConversionResult<unsigned long long> getUnsignedLongLongFromPyObject(PyObject* v
   if (overflow == 0) {
     return {std::nullopt, ConversionFailure{PyExc_OverflowError, outOfRangeText(number, typeWord)}};
   }
-  if (overflow > 0) {
-    const unsigned long long large = PyLong_AsUnsignedLongLong(value);
-    if (large != static_cast<unsigned long long>(-1) || PyErr_Occurred() == nullptr) {
-      return {large, std::nullopt};
-    }
-    PyErr_Clear();
+  const unsigned long long large = PyLong_AsUnsignedLongLong(value);
+  if (large != static_cast<unsigned long long>(-1) || PyErr_Occurred() == nullptr) {
+    return {large, std::nullopt};
   }
+  PyErr_Clear();
   // Deliberate: the text names the signed type here too.
   return {std::nullopt, ConversionFailure{PyExc_OverflowError, intTooLarge}};
 }

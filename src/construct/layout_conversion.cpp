@@ -71,10 +71,12 @@ bool makeTransposition(const std::vector<std::int64_t>& dimensions, Transpositio
     ++leading;
   }
   const auto split = static_cast<std::ptrdiff_t>(leading);
-  return makeOffsets({extents.begin(), extents.begin() + split},
-                     {sourceStrides.begin(), sourceStrides.begin() + split}, true, result.rows) &&
-         makeOffsets({extents.begin() + split, extents.end()},
-                     {targetStrides.begin() + split, targetStrides.end()}, false, result.columns);
+  const std::vector<std::int64_t> rowExtents(extents.begin(), extents.begin() + split);
+  const std::vector<std::int64_t> rowStrides(sourceStrides.begin(), sourceStrides.begin() + split);
+  const std::vector<std::int64_t> columnExtents(extents.begin() + split, extents.end());
+  const std::vector<std::int64_t> columnStrides(targetStrides.begin() + split, targetStrides.end());
+  return makeOffsets(rowExtents, rowStrides, true, result.rows) &&
+         makeOffsets(columnExtents, columnStrides, false, result.columns);
 }
 
 }  // namespace layout_conversion

@@ -152,9 +152,7 @@ bool FinalConstructorParser<T>::dimensionsHold(std::uint64_t count) const {
 
 template <class T>
 ElementBuffer<T> FinalConstructorParser<T>::makeZeroFilledBuffer(bool& ok) {
-  const std::int64_t product =
-      numberOfElements != 0 ? numberOfElements : calculateNumberOfElements();
-  const auto count = static_cast<std::uint64_t>(product);
+  const auto count = static_cast<std::uint64_t>(calculateNumberOfElements());
   ok = dimensionsHold(count);
   if (!ok) return noBuffer();
   ElementBuffer<T> buffer = flattenedElements.takeReserved(count);

@@ -85,7 +85,8 @@ int MCppPyArray::setMultipleElementsFromNonFinalSliceIndex(SliceIndexItem& slice
   if (!element_write::flatten(parser, value)) return -1;
   const bool isEmpty = slice.m_slice_len == 0;
   if (parser.calculateNumberOfElements() == 0) {
-    return isEmpty ? 0 : fail(PyExc_ValueError, "slice is nonempty but values are empty.");
+    if (isEmpty) return 0;
+    return fail(PyExc_ValueError, "slice is nonempty but values are empty.");
   }
   if (isEmpty) {
     return fail(PyExc_ValueError,

@@ -106,5 +106,6 @@ bool getSliceData(PyObject* slice, std::int64_t length, SliceIndexItem& item) {
                                    std::to_string(stop) + ":" + std::to_string(step) + ")");
     return false;
   }
-  return item.normalizeAgainstLength(length) && isReadable;
+  item.normalizeAgainstLength(length);  // cannot fail: the step is not zero
+  return isReadable;
 }

@@ -77,8 +77,7 @@ bool MCppPyArray::containsElementWithIndices(const Position& position,
 
 Position MCppPyArray::getIndicesOfStartElement(std::int64_t length) const {
   const WrapperAccess storage = wrapper();
-  return storage ? getStartElement(storage->shape(), m_indices, length)
-                 : getStartElement({}, m_indices, 0);
+  return storage ? getStartElement(storage->shape(), m_indices, length) : Position();
 }
 
 std::int64_t MCppPyArray::getLengthOfActiveDimension() const {

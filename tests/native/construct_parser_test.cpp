@@ -311,6 +311,7 @@ TEST(Flattening, ScalarsAreOneByOne) {
 TEST(NumberOfElements, WithoutDimensionsIsOneAndStaysSo) {
   FinalConstructorParser<double> parser;
   EXPECT_EQ(parser.calculateNumberOfElements(), 1);
+  EXPECT_EQ(parser.calculateNumberOfElements(), 1);
   ASSERT_TRUE(parser.flattenWithUnspecifiedDimensions(evaluate("[1, 2, 3]").get(), true));
   EXPECT_EQ(parser.getDimensions(), (Numbers{3}));
   EXPECT_EQ(parser.calculateNumberOfElements(), 1);

@@ -321,6 +321,8 @@ TEST(ViewTraversal, ReportsStorageThatHasGone) {
     EXPECT_TRUE(raisedExpired());
     EXPECT_EQ(view->getAddressOfElementFromNormalizedIntIndices(position), nullptr);
     EXPECT_TRUE(raisedExpired());
+    EXPECT_EQ(view->getAddressOfElementFromNewIntIndex(0), nullptr);
+    EXPECT_TRUE(raisedExpired());
   }
 }
 
@@ -370,11 +372,10 @@ TEST(FullPosition, HasTheStoredIndicesAndTheNewOneLast) {
     std::int64_t newIndex;
     Numbers expected;
   };
-  const Row rows[] = {{{}, 3, {0, 0, 3}},
-                      {{2}, 0, {2, 0, 0}},
-                      {{2, 1}, 5, {2, 1, 5}},
-                      {{2, 1}, 99, {2, 1, 99}},
-                      {{2, 1, 4}, 5, {2, 1, 5}}};  // the one given wins
+  const Row rows[] = {{{}, 3, {0, 0, 3}},          {{2}, 0, {2, 0, 0}},
+                      {{2, 1}, 5, {2, 1, 5}},      {{2, 1}, 99, {2, 1, 99}},
+                      {{2, 1, 4}, 5, {2, 1, 5}},      // the one given wins
+                      {{2, 1, 4, 3}, 5, {2, 1, 5}}};  // more than there are dimensions
   for (const Row& row : rows) {
     const MCppPyArray view(*array, row.stored, false);
     bool success = false;
@@ -398,6 +399,13 @@ TEST(FullPosition, Refusals) {
       part.view.getIntIndicesOfElementFromStoredIntIndicesAndNewIntIndex(-1, success).empty());
   EXPECT_FALSE(success);
   EXPECT_TRUE(raised(PyExc_RuntimeError, "index not normalized.")) << "comes before the chain";
+
+  success = true;
+  EXPECT_TRUE(makeArray<double>({})
+                  ->getIntIndicesOfElementFromStoredIntIndicesAndNewIntIndex(0, success)
+                  .empty());
+  EXPECT_FALSE(success) << "no dimension has a place for the index";
+  EXPECT_TRUE(raisedNothing());
 }
 
 TEST(ElementAddress, IsTheBaseAndTheStridesOfTheEntries) {

@@ -15,6 +15,7 @@
 #include "module/support.hpp"
 #include "module/type_objects.hpp"
 #include "python_testing.hpp"
+#include "recursion_limit.hpp"
 
 namespace {
 
@@ -179,28 +180,6 @@ TEST(ComparisonFailure, StorageThatHasGone) {
     EXPECT_TRUE(raisedNothing());
   }
 }
-
-// Leaves room for so many levels of recursion only.
-class RecursionLimit {
- public:
-  explicit RecursionLimit(int levels) {
-    constexpr int most = 1000000;
-    while (m_entered < most && Py_EnterRecursiveCall("") == 0) ++m_entered;
-    m_isSet = m_entered < most;
-    PyErr_Clear();
-    for (; levels > 0 && m_entered > 0; --levels, --m_entered) Py_LeaveRecursiveCall();
-  }
-  RecursionLimit(const RecursionLimit&) = delete;
-  RecursionLimit& operator=(const RecursionLimit&) = delete;
-  ~RecursionLimit() {
-    for (; m_entered > 0; --m_entered) Py_LeaveRecursiveCall();
-  }
-  bool isSet() const { return m_isSet; }
-
- private:
-  int m_entered = 0;
-  bool m_isSet = false;
-};
 
 // Takes what is written to the standard output.
 class CapturedOutput {

@@ -209,6 +209,35 @@ TEST(ElementWriter, OfAnotherTypeReachesTheMirrorAlone) {
   EXPECT_EQ(last, 9.0) << "the real part, and nothing behind the block";
 }
 
+// Also when the contents have been written in their own type before.
+TEST(ElementWriter, OfAnotherTypeAfterAWriteOfItsOwn) {
+  MDArrayWrapper wrapper(sampleArray<double>({2, 3}), 'F');
+  ElementWriter<double>(wrapper).write(0, 70.0);
+  EXPECT_EQ(ElementWriter<std::int64_t>(wrapper).write(1, 80), WriteStatus::Stored);
+  EXPECT_EQ(storedElements<double>(wrapper), (std::vector<double>{70, 2, 3, 4, 5, 6}));
+}
+
+// The first has taken the contents out.
+TEST(ElementWriter, SecondOneMeanwhileHasNothingToWriteTo) {
+  MDArrayWrapper wrapper(sampleArray<double>({2, 3}), 'F');
+  {
+    ElementWriter<double> first(wrapper);
+    EXPECT_EQ(ElementWriter<double>(wrapper).write(1, 80.0), WriteStatus::Stored);
+    EXPECT_EQ(first.write(0, 70.0), WriteStatus::Stored);
+  }
+  EXPECT_EQ(storedElements<double>(wrapper), (std::vector<double>{70, 2, 3, 4, 5, 6}));
+}
+
+TEST(ElementWriter, WritesToAWrapperThatHasNoMirror) {
+  const MDArrayWrapper original(sampleArray<double>({2, 3}), 'F');
+  MDArrayWrapper copy(original);
+  ASSERT_FALSE(copy.hasMirror());
+  EXPECT_EQ(ElementWriter<double>(copy).write(1, 80.0), WriteStatus::Stored);
+  EXPECT_EQ(copy.buf(), nullptr);
+  EXPECT_EQ(arrayElements<double>(copy), (std::vector<double>{1, 80, 3, 4, 5, 6}));
+  EXPECT_EQ(storedElements<double>(original), samples<double>(6));
+}
+
 // --- Reports
 
 TEST(WriteReport, SaysWhatFailed) {

@@ -3,7 +3,10 @@
 
 #include <gtest/gtest.h>
 
+#include <cstddef>
+#include <limits>
 #include <memory>
+#include <new>
 #include <string>
 
 #include "module/support.hpp"
@@ -148,6 +151,12 @@ TEST(RecordHelpers, DestroyedRecordDestroysItsView) {
   }
   EXPECT_EQ(weak->getNumberOfElements(), -1);
   EXPECT_TRUE(raisedExpired());
+}
+
+TEST(ViewMemory, ThatCannotBeHadIsBadAlloc) {
+  const volatile std::size_t most = std::numeric_limits<std::size_t>::max();
+  EXPECT_THROW(MCppPyArray::operator delete(MCppPyArray::operator new(most)), std::bad_alloc);
+  EXPECT_TRUE(raisedNothing());
 }
 
 TEST(Tables, HoldTheClassesInTheirOrder) {

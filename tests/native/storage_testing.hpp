@@ -27,11 +27,15 @@ std::vector<T> mirrorElements(const MDArrayWrapper& wrapper) {
 
 // The elements, which it is a failure for the mirror not to agree on.
 template <class T>
+std::vector<T> storedElements(const MDArrayWrapper& wrapper) {
+  std::vector<T> elements = arrayElements<T>(wrapper);
+  EXPECT_EQ(mirrorElements<T>(wrapper), elements) << "the mirror differs from the array";
+  return elements;
+}
+template <class T>
 std::vector<T> storedElements(const MCppPyArray& view) {
   const WrapperAccess storage = view.wrapper();
-  std::vector<T> elements = arrayElements<T>(*storage);
-  EXPECT_EQ(mirrorElements<T>(*storage), elements) << "the mirror differs from the array";
-  return elements;
+  return storedElements<T>(*storage);
 }
 
 }  // namespace python_testing

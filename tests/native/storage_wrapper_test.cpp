@@ -299,6 +299,17 @@ TEST(WrapperMirror, IsIndependentOfWritesToOtherHandles) {
   EXPECT_EQ(*TypedArray<double>(wrapper.array()).begin(), 1.0);
 }
 
+// Deliberate: a copy of a wrapper has none, which is no lack where there are no elements.
+TEST(WrapperMirror, IsMissingInACopy) {
+  for (const unsigned long columns : {0UL, 3UL}) {
+    SCOPED_TRACE(columns);
+    const MDArrayWrapper wrapper(sampleArray<double>({2, columns}), 'F');
+    const MDArrayWrapper copy(wrapper);
+    EXPECT_EQ(copy.buf(), nullptr);
+    EXPECT_EQ(copy.hasMirror(), columns == 0);
+  }
+}
+
 TEST(WrapperMirror, CanBeMissingWhenMemoryIsShort) {
   constexpr unsigned long bytes = 256UL << 20;
   const Array array = ArrayFactory().createArray(ArrayType::INT8, {bytes, 1});

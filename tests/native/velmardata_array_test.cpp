@@ -294,4 +294,11 @@ TEST(Exceptions, AreCaughtByTheirBases) {
   EXPECT_THROW(throw EArrayUnknownDataType(""), std::exception);
 }
 
+TEST(Exceptions, BaseHasWordsForAClassWithoutItsOwn) {
+  struct Other final : Exception {
+    int getExceptionID() const noexcept override { return 99; }
+  };
+  EXPECT_STREQ(Other().what(), "Error in velmar::data::Array.");
+}
+
 }  // namespace

@@ -273,6 +273,15 @@ TEST(BlockHolders, ElementReferenceOutlivesTheArray) {
   }
 }
 
+TEST(BlockHolders, NoBlockIsHeldByNobody) {
+  expectNothingKept([] {
+    const TypedIterator<double> nowhere;
+    const TypedIterator<double> copy = nowhere;
+    EXPECT_EQ(copy, nowhere);
+    EXPECT_EQ(copy.operator->(), nullptr);
+  });
+}
+
 TEST(BlockHolders, LastOneFreesTheBlock) {
   expectNothingKept([] {
     TypedArray<double> array = sampleArray<double>({10, 100});

@@ -2,6 +2,7 @@
 
 import pytest
 import velmar
+from child_interpreter import run_script
 
 DEEP = 100_000
 EXCEEDED = "maximum recursion depth exceeded while "
@@ -41,3 +42,29 @@ class TestWords:
 
     def test_of_a_comparison(self, deep_array):
         assert said_by(lambda: deep_array == deep_array) == EXCEEDED + "comparing arrays"
+
+
+# A comparison has a limit of its own. Where the interpreter counts all calls alike, its limit comes
+# first.
+DEEP_COMPARISONS = """
+import sys, threading, velmar
+
+def compare(dimensions):
+    array = velmar.int8(size=(1,) * (dimensions - 1) + (2,))
+    try:
+        return array == array
+    except RecursionError as error:
+        return str(error)
+
+sys.setrecursionlimit(100000)
+threading.stack_size(512 << 20)
+results = []
+thread = threading.Thread(target=lambda: results.extend(map(compare, [1000, 1001])))
+thread.start()
+thread.join()
+report(results)
+"""
+
+
+def test_comparison_counts_its_own_levels():
+    assert run_script(DEEP_COMPARISONS).reported == [True, EXCEEDED + "comparing arrays"]

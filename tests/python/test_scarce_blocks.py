@@ -22,6 +22,8 @@ numbers = array.array("d", [1.0]) * count
 listed = numbers.tolist()
 rows = [listed[: count // 2], listed[count // 2 :]]
 grid = memoryview(numbers.tobytes()).cast("B").cast("d", (2, count // 2))
+cloned = velmar.double(numbers)
+cloned.clone()
 
 def attempt(megabytes, operation, answer):
     subject = velmar.double(numbers)
@@ -50,9 +52,9 @@ def outcome(megabytes, operation):
 """
 
 NO_BLOCK = (
-    "MemoryError: unable to allocate memory for array with number of elements = 524288; "
-    "type = double"
+    "MemoryError: unable to allocate memory for array with number of elements = {}; type = double"
 )
+MISMATCH = "{}: dimensions of initializer ({}) do not match dimensions specified by 'size' ({})."
 ROWS = {
     "size": "velmar.double(size=(count,))",
     "vector": "velmar.double(vector=listed)",
@@ -62,15 +64,45 @@ ROWS = {
     "buffer": "velmar.double(numbers)",
     "buffer_of_rows": "velmar.double(grid)",
     "noncomplex": "subject.noncomplex()",
+    "clone_again": "cloned.clone()",
 }
+
+
+def outcomes_of(operation):
+    """What becomes of the operation, the more room the later."""
+    return run_script(
+        f"{SCRIPT}\noperation = lambda subject: {operation}\n"
+        "report([outcome(megabytes, operation) for megabytes in range(1, 31, 2)])"
+    ).reported
 
 
 @pytest.mark.parametrize("operation", ROWS.values(), ids=ROWS.keys())
 def test_some_blocks_cannot_be_had(operation):
-    outcomes = run_script(
-        f"{SCRIPT}\noperation = lambda subject: {operation}\n"
-        "report([outcome(megabytes, operation) for megabytes in range(1, 31, 2)])"
-    ).reported
-    assert set(outcomes) == {NO_BLOCK, "success"}
+    outcomes = outcomes_of(operation)
+    assert set(outcomes) == {NO_BLOCK.format(524288), "success"}
     # More room never turns a success into a failure.
     assert outcomes == sorted(outcomes)
+
+
+# What `size` asks for is reserved before the data is read, and the two are compared last.
+MISMATCH_ROWS = {
+    "too_large_for_the_rows": (
+        "velmar.double(rows, (4, count // 2))",
+        [
+            NO_BLOCK.format(1048576),
+            NO_BLOCK.format(524288),
+            MISMATCH.format("ShapeError", "2, 262144", "4, 262144"),
+        ],
+    ),
+    "too_small_for_the_buffer": (
+        "velmar.double(numbers, (3,))",
+        [NO_BLOCK.format(524288), MISMATCH.format("ShapeError", "524288", "1, 3")],
+    ),
+}
+
+
+@pytest.mark.parametrize("operation, stages", MISMATCH_ROWS.values(), ids=MISMATCH_ROWS.keys())
+def test_size_that_does_not_match(operation, stages):
+    outcomes = outcomes_of(operation)
+    assert set(outcomes) == set(stages)
+    assert outcomes == sorted(outcomes, key=stages.index)

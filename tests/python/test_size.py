@@ -212,6 +212,16 @@ class TestFlatDataInSize:
         with raises(ShapeError, message):
             velmar.double(vector=data, size=size)
 
+    # Their product is 1 in 64 bits.
+    WRAPPING = [(7, 7905747460161236407), (7, 7, 9035139954469984465)]
+
+    @pytest.mark.parametrize("size", WRAPPING)
+    def test_product_that_wraps_to_one(self, size):
+        with raises(SizeError, mismatch("1", ", ".join(map(str, size)))):
+            velmar.double([1], size)
+        with raises(SizeError, mismatch("1", ", ".join(map(str, size)))):
+            velmar.double(vector=[1], size=size)
+
     def test_whole_text(self):
         text = "dimensions of initializer (3) do not match dimensions specified by 'size' (2, 2)."
         with raises(ShapeError, text):

@@ -2,6 +2,7 @@
 #include "array_record.hpp"
 
 #include <cstring>
+#include <memory>
 #include <new>
 #include <utility>
 
@@ -33,9 +34,10 @@ OwnedBlock copyElements(const ArrayRecord& record) {
 void unshare(ArrayImpl*& impl) {
   if (impl == nullptr || !isShared(*recordOf(impl))) return;
   const ArrayRecord& record = *recordOf(impl);
-  ArrayImpl* const own = new ArrayRecord(record.m_type, record.m_dimensions,
-                                         record.m_numberOfElements, copyElements(record));
-  releaseReference(std::exchange(impl, own));
+  OwnedBlock copy = copyElements(record);
+  auto own = std::make_unique<ArrayRecord>(record.m_type, record.m_dimensions,
+                                           record.m_numberOfElements, std::move(copy));
+  releaseReference(std::exchange(impl, own.release()));
 }
 
 OwnedBlock takeElements(ArrayImpl*& impl) {

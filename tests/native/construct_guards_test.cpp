@@ -1,0 +1,145 @@
+// Construction that runs short of memory or of levels of calls on its way, and what a caller can
+// leave out.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "construct/constructor_entry.hpp"
+#include "construct/element_store.hpp"
+#include "construct/final_constructor_parser.hpp"
+#include "construct/layout_conversion.hpp"
+#include "exporter_testing.hpp"
+#include "memory_limit.hpp"
+#include "module/type_objects.hpp"
+#include "python_testing.hpp"
+#include "recursion_limit.hpp"
+
+namespace {
+
+using namespace python_testing;
+using foundation::velmardata::Array;
+using foundation::velmardata::standalone::ClientArrayFactory;
+
+using Numbers = std::vector<std::int64_t>;
+
+// --- The store of elements
+
+TEST(ElementStoreTest, ReservedBlockIsTakenForItsOwnNumberOnly) {
+  const ClientArrayFactory factory;
+  for (const std::uint64_t count : {4U, 5U, 6U}) {
+    SCOPED_TRACE(count);
+    ElementStore<std::int32_t> store(factory);
+    ASSERT_TRUE(store.reserve(5));
+    const std::int32_t* const reserved = store.data();
+    const ElementBuffer<std::int32_t> block = store.takeReserved(count);
+    ASSERT_NE(block, nullptr);
+    EXPECT_EQ(block.get() == reserved, count == 5);
+    EXPECT_EQ(store.capacity(), count == 5 ? 0U : 5U);
+    std::fill_n(block.get(), count, 7);
+  }
+}
+
+TEST(ElementStoreTest, NoMemoryForABlockOfExactlyTheElements) {
+  constexpr std::uint64_t count = 4'000'000;
+  const ClientArrayFactory factory;
+  ElementStore<std::int64_t> store(factory);
+  ASSERT_TRUE(store.reserve(count + 1));
+  std::fill_n(store.replace(count), count, 1);
+  bool isLimited = false;
+  bool isNull = false;
+  {
+    const MemoryLimit limit;
+    isLimited = limit.isSet();
+    if (isLimited) isNull = store.take() == nullptr;
+  }
+  if (!isLimited) GTEST_SKIP() << "memory cannot be limited here";
+  EXPECT_TRUE(isNull);
+  EXPECT_EQ(store.size(), count);
+  EXPECT_EQ(store.capacity(), 0U) << "what was reserved has been given back";
+}
+
+// --- Flattening
+
+TEST(FlatteningGuards, NoMemoryForMoreThanWasReserved) {
+  const PyRef list = evaluate("[1.0] * 1500000");
+  FinalConstructorParser<double> parser;
+  ASSERT_TRUE(parser.flattenWithUnspecifiedDimensions(list.get(), true));
+  bool isLimited = false;
+  bool isFlattened = true;
+  {
+    const MemoryLimit limit;
+    isLimited = limit.isSet();
+    if (isLimited) isFlattened = parser.flattenWithUnspecifiedDimensions(list.get(), true);
+  }
+  if (!isLimited) GTEST_SKIP() << "memory cannot be limited here";
+  EXPECT_FALSE(isFlattened);
+  EXPECT_TRUE(raised(PyExc_MemoryError,
+                     "unable to allocate memory for array with number of elements = 3000001; "
+                     "type = double"));
+  EXPECT_EQ(parser.getNumberOfFlattenedElements(), 1500000);
+}
+
+// --- The constructor
+
+TEST(ConstructorGuards, NullInPlaceOfTheArguments) {
+  PyTypeObject* const type = typeObjectOf(SupportedArrayEnum::Double);
+  EXPECT_EQ(MCPyArray_New<double>(type, nullptr, nullptr), nullptr);
+  EXPECT_TRUE(raisedOwn(PyExc_SystemError));
+}
+
+// --- Reordering
+
+constexpr const char* tooDeep = "maximum recursion depth exceeded while reordering elements";
+
+struct ReorderingRow {
+  Numbers dimensions;
+  int levels;  // that it takes: the dimensions of the longer side
+};
+
+TEST(ReorderingGuards, FewLevelsForAListOfElements) {
+  const ReorderingRow rows[] = {{Numbers(10, 2), 5}, {{64, 2, 2, 2, 2}, 4}};
+  ClientArrayFactory factory;
+  const std::vector<std::int16_t> source(1024, 3);
+  for (const ReorderingRow& row : rows) {
+    for (const int levels : {0, row.levels - 1, row.levels}) {
+      SCOPED_TRACE(testing::PrintToString(row.dimensions) + std::to_string(levels));
+      std::optional<Array> array;
+      {
+        const RecursionLimit limit(levels);
+        if (!limit.isSet()) GTEST_SKIP() << "this interpreter counts no levels";
+        array = convertRowMajorBufferToColumnMajor(factory, source.data(), row.dimensions,
+                                                   row.dimensions, 1024);
+      }
+      const bool isEnough = levels == row.levels;
+      EXPECT_EQ(array.has_value(), isEnough);
+      EXPECT_TRUE(isEnough ? raisedNothing() : raised(PyExc_RecursionError, tooDeep));
+    }
+  }
+}
+
+TEST(ReorderingGuards, FewLevelsForABuffer) {
+  const SampleExporter<std::int16_t> exporter(Lengths(10, 2), 'C');
+  for (const int levels : {0, 4, 5}) {  // five dimensions lie on either side
+    SCOPED_TRACE(levels);
+    ConstructorArguments arguments;
+    arguments.initializer = PyRef::borrow(exporter.object.get());
+    FinalConstructorParser<std::int16_t> parser;
+    bool ok = levels != 5;
+    {
+      const RecursionLimit limit(levels);
+      if (!limit.isSet()) GTEST_SKIP() << "this interpreter counts no levels";
+      const auto buffer = parser.processConstructorArgsAndKwargs(arguments, ok);
+      EXPECT_EQ(buffer != nullptr, levels == 5);
+    }
+    EXPECT_EQ(ok, levels == 5);
+    EXPECT_TRUE(levels == 5 ? raisedNothing() : raised(PyExc_RecursionError, tooDeep));
+    EXPECT_EQ(exporter.exports.released, exporter.exports.obtained);
+  }
+}
+
+}  // namespace

@@ -1,0 +1,30 @@
+// Few levels of recursion, for tests of what happens without.
+#pragma once
+
+#include "module/python.hpp"
+
+namespace python_testing {
+
+// Leaves room for so many levels of recursion only.
+class RecursionLimit {
+ public:
+  explicit RecursionLimit(int levels) {
+    constexpr int most = 1000000;
+    while (m_entered < most && Py_EnterRecursiveCall("") == 0) ++m_entered;
+    m_isSet = m_entered < most;
+    PyErr_Clear();
+    for (; levels > 0 && m_entered > 0; --levels, --m_entered) Py_LeaveRecursiveCall();
+  }
+  RecursionLimit(const RecursionLimit&) = delete;
+  RecursionLimit& operator=(const RecursionLimit&) = delete;
+  ~RecursionLimit() {
+    for (; m_entered > 0; --m_entered) Py_LeaveRecursiveCall();
+  }
+  bool isSet() const { return m_isSet; }
+
+ private:
+  int m_entered = 0;
+  bool m_isSet = false;
+};
+
+}  // namespace python_testing

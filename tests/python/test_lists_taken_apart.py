@@ -1,0 +1,74 @@
+"""Lists that a collection of garbage takes apart while they are filled.
+
+Up to 3.11 the interpreter collects in the middle of a call, where any object is made.
+"""
+
+from __future__ import annotations
+
+import gc
+import sys
+
+import pytest
+import velmar
+
+COLLECTS_INSIDE = sys.version_info < (3, 12)
+NO_ITEM = "unable to set list item."
+
+
+@pytest.fixture
+def taking_apart():
+    """Makes every collection empty the lists of a length, and collections frequent."""
+    lengths = []
+
+    def empty_lists(phase, info):
+        for item in gc.get_objects():
+            if type(item) is list and len(item) in lengths:
+                item.clear()
+
+    threshold = gc.get_threshold()
+    gc.callbacks.append(empty_lists)
+    gc.set_threshold(1)
+    yield lengths.append
+    gc.set_threshold(*threshold)
+    gc.callbacks.remove(empty_lists)
+
+
+def said_by(action):
+    try:
+        action()
+    except RuntimeError as error:
+        return str(error)
+    return None
+
+
+def test_list_of_rows(taking_apart):
+    array = velmar.int8(size=(333, 2))
+    assert said_by(lambda: str(array)) is None
+    taking_apart(333)
+    assert said_by(lambda: str(array)) == (NO_ITEM if COLLECTS_INSIDE else None)
+
+
+def test_list_of_the_rows_of_a_slice(taking_apart):
+    view = velmar.int8(size=(333, 2))[1:312]
+    taking_apart(311)
+    assert said_by(lambda: str(view)) == (NO_ITEM if COLLECTS_INSIDE else None)
+
+
+def test_list_of_elements_where_one_is_out_of_reach(taking_apart):
+    array = velmar.double(size=(4, 333))
+    row = array[3]
+    array.reshape(2, 666)
+    assert said_by(lambda: str(row)) == "null data pointer."
+    taking_apart(666)
+    said = set()
+    kept = []
+    for _ in range(20):
+        kept.append([])  # so that it is now one object and now another that a collection is due at
+        try:
+            raise KeyError  # an error that is set beside another is an object at once
+        except KeyError:
+            said.add(said_by(lambda: str(row)))
+    if COLLECTS_INSIDE:
+        assert NO_ITEM in said
+        said.remove(NO_ITEM)
+    assert said <= {"null data pointer."}
