@@ -29,3 +29,17 @@ __all__ = [
     "uint32",
     "uint64",
 ]
+
+
+def __getattr__(name: str) -> object:
+    # Few programs look at arrays as tables, and all of them pay for an import.
+    if name not in ("html", "summary"):
+        raise AttributeError(f"module {__name__!r} has no attribute {name!r}")
+    from velmar import look
+
+    globals().update(html=look.html, summary=look.summary)
+    return globals()[name]
+
+
+def __dir__() -> list[str]:
+    return sorted({*globals(), "html", "summary"})

@@ -6,7 +6,7 @@ from pathlib import Path
 PACKAGE = Path(__file__).absolute().parent
 
 
-def main():
+def main() -> None:
     parser = argparse.ArgumentParser(prog="python -m velmar", description=__doc__)
     wanted = parser.add_mutually_exclusive_group(required=True)
     wanted.add_argument(

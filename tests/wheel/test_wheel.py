@@ -55,7 +55,11 @@ def symbols(file, kind):
 class TestFiles:
     def test_exact_contents(self, unpacked):
         files = {str(file.relative_to(unpacked)) for file in unpacked.rglob("*") if file.is_file()}
-        packages = {"velmar/__init__.py", "velmar/__main__.py", "vlexceptions/__init__.py"}
+        names = ("__init__.py", "__init__.pyi", "py.typed")
+        packages = {f"{package}/{name}" for package in ("velmar", "vlexceptions") for name in names}
+        packages |= {f"velmar/{name}.py" for name in ("__main__", "look", "transport")}
+        packages |= {f"velmar/{name}.pyi" for name in ("_array", "transport")}
+        packages.add("velmarmultidimarrayforpython-stubs/__init__.pyi")
         outside_metadata = {file for file in files if ".dist-info/" not in file}
         assert outside_metadata == packages | set(LIBRARIES) | KIT_OF_CLIENTS
 

@@ -1,0 +1,240 @@
+"""The array classes, each generic in what an integer subscript gives.
+
+A matrix of doubles is a `double[double[float]]`, each of its rows a `double[float]`, and what a
+subscript of a row gives is a `float`. Complex elements make it `double[double[complex]]`. Where
+a call does not show how many dimensions come out of it the type is `double[Any]`, or `double`
+for short. The brackets are for type checkers only: quote such an annotation, or begin the file
+with `from __future__ import annotations`.
+"""
+
+from typing import Any, Generic, Literal, Self, final, overload
+
+from typing_extensions import Buffer, TypeVar
+
+from velmar._array import Array, Flat, HasArrayMethod, Nested, SequenceLike, TwoDimensions, UpToTwo
+from velmar.look import html as html
+from velmar.look import summary as summary
+
+__all__ = [
+    "MCPyIter",
+    "double",
+    "int8",
+    "int16",
+    "int32",
+    "int64",
+    "logical",
+    "single",
+    "uint8",
+    "uint16",
+    "uint32",
+    "uint64",
+]
+
+_Item = TypeVar("_Item", default=Any)
+
+@final
+class MCPyIter(Generic[_Item]):
+    """What iter(a) gives. It does not keep the array alive: keep a name for the array."""
+
+    def __iter__(self) -> Self: ...
+    def __next__(self) -> _Item:
+        """The next view or number.
+
+        Raises RuntimeError if the array is gone, or for an iterator that did not come from
+        iter(a).
+        """
+
+@final
+class double(
+    Array[
+        _Item,
+        _Item,
+        float,
+        float,
+        double[float],
+        double[double[float]],
+        double[double[complex]],
+        double[Any],
+    ]
+):
+    """Floating-point numbers of 64 bits; 8 bytes, format d."""
+
+@final
+class single(
+    Array[
+        _Item,
+        _Item,
+        float,
+        float,
+        single[float],
+        single[single[float]],
+        single[single[complex]],
+        single[Any],
+    ]
+):
+    """Floating-point numbers of 32 bits; infinity beyond the range; 4 bytes, format f."""
+
+@final
+class int8(
+    Array[
+        _Item,
+        _Item,
+        int,
+        int,
+        int8[int],
+        int8[int8[int]],
+        int8[int8[complex]],
+        int8[Any],
+    ]
+):
+    """Integers of 8 bits from -128 to 127; 1 bytes, format b."""
+
+@final
+class uint8(
+    Array[
+        _Item,
+        _Item,
+        int,
+        int,
+        uint8[int],
+        uint8[uint8[int]],
+        uint8[uint8[complex]],
+        uint8[Any],
+    ]
+):
+    """Integers of 8 bits from 0 to 255; 1 bytes, format B."""
+
+@final
+class int16(
+    Array[
+        _Item,
+        _Item,
+        int,
+        int,
+        int16[int],
+        int16[int16[int]],
+        int16[int16[complex]],
+        int16[Any],
+    ]
+):
+    """Integers of 16 bits from -32768 to 32767; 2 bytes, format h."""
+
+@final
+class uint16(
+    Array[
+        _Item,
+        _Item,
+        int,
+        int,
+        uint16[int],
+        uint16[uint16[int]],
+        uint16[uint16[complex]],
+        uint16[Any],
+    ]
+):
+    """Integers of 16 bits from 0 to 65535; 2 bytes, format H."""
+
+@final
+class int32(
+    Array[
+        _Item,
+        _Item,
+        int,
+        int,
+        int32[int],
+        int32[int32[int]],
+        int32[int32[complex]],
+        int32[Any],
+    ]
+):
+    """Integers of 32 bits from -2147483648 to 2147483647; 4 bytes, format i."""
+
+@final
+class uint32(
+    Array[
+        _Item,
+        _Item,
+        int,
+        int,
+        uint32[int],
+        uint32[uint32[int]],
+        uint32[uint32[complex]],
+        uint32[Any],
+    ]
+):
+    """Integers of 32 bits from 0 to 4294967295; 4 bytes, format I."""
+
+@final
+class int64(
+    Array[
+        _Item,
+        _Item,
+        int,
+        int,
+        int64[int],
+        int64[int64[int]],
+        int64[int64[complex]],
+        int64[Any],
+    ]
+):
+    """Integers of 64 bits from -9223372036854775808 to 9223372036854775807; 8 bytes, format q."""
+
+@final
+class uint64(
+    Array[
+        _Item,
+        _Item,
+        int,
+        int,
+        uint64[int],
+        uint64[uint64[int]],
+        uint64[uint64[complex]],
+        uint64[Any],
+    ]
+):
+    """Integers of 64 bits from 0 to 18446744073709551615; 8 bytes, format Q."""
+
+@final
+class logical(
+    Array[
+        _Item,
+        _Item,
+        complex,
+        int,
+        logical[bool],
+        logical[logical[bool]],
+        logical[Any],
+        logical[Any],
+    ]
+):
+    """True or False, never complex; 1 byte, format ?. Numbers but 0 are True."""
+
+    @overload
+    def __new__(
+        cls,
+        initializer: memoryview[Any] | HasArrayMethod,
+        size: SequenceLike[int] | None = None,
+        vector: None = None,
+        is_complex: Literal[False] = False,
+    ) -> logical[Any]:
+        """An array of truth values, by the rules of the other classes; see double.
+
+        Raises TypeError if is_complex is True.
+        """
+
+    @overload
+    def __new__(
+        cls,
+        initializer: UpToTwo[complex] | None = None,
+        size: TwoDimensions | None = None,
+        vector: Flat[complex] | None = None,
+        is_complex: Literal[False] = False,
+    ) -> logical[logical[bool]]: ...
+    @overload
+    def __new__(
+        cls,
+        initializer: complex | Nested[complex] | Buffer | None = None,
+        size: SequenceLike[int] | None = None,
+        vector: Flat[complex] | None = None,
+        is_complex: Literal[False] = False,
+    ) -> logical[Any]: ...
