@@ -66,6 +66,7 @@ class Sampler:
         while (seconds := min(self.total(), self.total())) < least_seconds:
             growth = least_seconds / max(seconds, 1e-9)
             self.runs = int(self.runs * min(10, max(2, growth * 1.1)))
+        self.seconds = seconds / self.runs  # of one run, about
 
     def total(self):
         repeats = itertools.repeat(None, self.runs)

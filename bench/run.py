@@ -2,6 +2,7 @@
 """A cell is the neighbour's median and, in brackets, our median over it: below 1 we are faster."""
 
 import argparse
+import contextlib
 import json
 import os
 import platform
@@ -9,6 +10,7 @@ import sys
 from importlib.util import find_spec
 
 from cases import CASES
+from figure_text import figure, ratio_text
 from measure import measure
 from rows import OURS, PEAK_CONSTANT_BYTES, PEERS, Kind
 
@@ -16,17 +18,6 @@ NAME_WIDTH = 27
 OURS_WIDTH = 8
 PEER_WIDTH = 15
 LIMIT_WIDTH = 26
-
-
-def figure(value, kind):
-    if kind is Kind.PEAK:
-        return f"{value:.2f} x"
-    if kind is Kind.HELD:
-        return f"{value / 1e6:.4g} MB" if value >= 1e6 else f"{value:.0f} B"
-    for unit, scale in (("s", 1), ("ms", 1e3), ("us", 1e6)):
-        if value * scale >= 1:
-            return f"{value * scale:.3g} {unit}"
-    return f"{value * 1e9:.3g} ns"
 
 
 class Result:
@@ -50,9 +41,7 @@ class Result:
     def peer_cell(self, peer):
         if peer not in self.medians:
             return "-"
-        ratio = self.ratios[peer]
-        text = f"{ratio:.2f}" if ratio < 10 else f"{ratio:.0f}"
-        return f"{figure(self.medians[peer], self.case.kind)} ({text})"
+        return f"{figure(self.medians[peer], self.case.kind)} ({ratio_text(self.ratios[peer])})"
 
     def limit_cell(self):
         limit = self.case.limit
@@ -101,6 +90,15 @@ def header():
     return " ".join([*cells, " at most".ljust(LIMIT_WIDTH), "verdict"])
 
 
+def processor():
+    """The model's name, where the system tells it."""
+    with contextlib.suppress(OSError), open("/proc/cpuinfo", encoding="utf-8") as file:
+        for line in file:
+            if line.startswith("model name"):
+                return line.partition(":")[2].strip()
+    return platform.machine()
+
+
 def machine():
     import numpy
 
@@ -108,6 +106,7 @@ def machine():
         "python": platform.python_version(),
         "numpy": numpy.__version__,
         "system": platform.platform(),
+        "processor": processor(),
         "processors": os.cpu_count(),
     }
 

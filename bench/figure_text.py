@@ -1,0 +1,33 @@
+# How times, ratios and counts are written in tables and on pages.
+
+from rows import Kind
+
+
+def time_text(seconds):
+    for unit, scale in (("s", 1), ("ms", 1e3), ("us", 1e6)):
+        if seconds * scale >= 1:
+            return f"{seconds * scale:.3g} {unit}"
+    return f"{seconds * 1e9:.3g} ns"
+
+
+def figure(value, kind=Kind.TIME):
+    if kind is Kind.PEAK:
+        return f"{value:.2f} x"
+    if kind is Kind.HELD:
+        return f"{value / 1e6:.4g} MB" if value >= 1e6 else f"{value:.0f} B"
+    return time_text(value)
+
+
+def ratio_text(ratio):
+    return f"{ratio:.2f}" if ratio < 10 else f"{ratio:.0f}"
+
+
+def count_text(count):
+    """1, 30, 1000 as they are, and powers of ten beyond: 10^6, 3x10^6."""
+    if count < 10_000:
+        return str(count)
+    power = len(str(count)) - 1
+    first, rest = divmod(count, 10**power)
+    if rest:
+        return f"{count:.2g}".replace("e+0", "x10^").replace("e+", "x10^")
+    return f"10^{power}" if first == 1 else f"{first}x10^{power}"

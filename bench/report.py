@@ -1,0 +1,282 @@
+# Writes the page on performance from the figures of runs, so that none of them is typed by hand.
+"""report.py SIZES [--table TABLE] [--page FILE] [--plots FOLDER]
+
+SIZES is what `script/bench --sizes --json` has written, TABLE what `script/bench --json` has.
+"""
+
+import argparse
+import json
+import re
+import statistics
+from pathlib import Path
+
+from figure_text import count_text, figure, ratio_text, time_text
+from fits import crossings, decided, fit_line, one_digit, ratios
+from operation import FAIREST
+from plots import draw_all, picture_name
+from rows import NUMPY, NUMPY_F, OURS, Kind
+from sweep import LONG_REPEATS, LONG_SECONDS, REPEATS
+
+OVERVIEW_SIZES = (1, 100, 10_000, 1_000_000, 10_000_000)
+# A line that grows by less than this over all sizes is called flat.
+FLAT_GROWTH = 1.5
+# A line that misses a point by more than this factor is called rough.
+ROUGH_FACTOR = 1.5
+# Slower than the neighbour by more than this factor counts as much slower.
+MUCH_SLOWER = 3
+
+WRITTEN = "<!-- Written by bench/report.py from the figures in bench/results; not by hand. -->"
+START = (
+    "All figures on this page were taken on one machine, and `bench/report.py` wrote the page from"
+    " them. Only ratios travel to other machines."
+)
+OVERVIEW = (
+    "Our time over that of NumPy in column-major order, the order that ours lie in as well: below 1"
+    " we are quicker. Where NumPy has no such operation, the neighbour is named."
+)
+JOBS = (
+    "`script/bench --check` holds us to these limits. In brackets is our figure over the"
+    " neighbour's. An import is timed alone in a fresh process. A peak is what a construction adds"
+    " to the resident memory at its highest, in sizes of the elements; held is what an array holds"
+    " that has exported its memory. `bytearray` is plain memory of the same size, and"
+    " `ours otherwise` our array of ten elements for the reshapes, else our arrays with the steps"
+    " written out that the statement saves."
+)
+MEASURED = """\
+- Each operation runs in a fresh process. The columns of one size are sampled in turn, with the
+  garbage collector off; a figure is the median of {repeats} samples of at least {least}, or of
+  {long_repeats} where a run takes longer than {long}.
+- An array has as many rows as columns, or three, ten or thirty times as many columns. The size of
+  an operation on one row is the length of the row, one of ten.
+- `numpy-F` is NumPy in column-major order. `array` is a list of `array.array` rows, or a flat one;
+  `list` is a list of lists, which shares its elements instead of converting them; `pyarrow` is a
+  list array, or a flat one.
+- `n` is a NumPy array of random elements, `data` the same as nested lists, `flat` as one list; `b`
+  is equal to `a` and shares nothing with it.
+- A time and another one for an element are the line with the least relative errors through all
+  sizes, given where it misses none by more than half; else there are the figures at both ends.
+- "About equal" is within a tenth, and one size alone decides nothing.
+- A column that would have gone beyond its share of the time stops at the size before."""
+SIZES_COMMAND = "script/bench --sizes --json bench/results/sizes.json"
+TABLE_COMMAND = "script/bench --json bench/results/table.json"
+REPORT_COMMAND = (
+    "python bench/report.py bench/results/sizes.json --table bench/results/table.json"
+    " --page docs/performance.md --plots docs/plots"
+)
+
+
+# --- Words and cells.
+
+
+def times_of(row, column):
+    return {
+        point["size"]: point["medians"][column]
+        for point in row["points"]
+        if column in point["medians"]
+    }
+
+
+def fairest_peer(row):
+    return next((column for column in FAIREST if times_of(row, column)), None)
+
+
+def fit_text(times):
+    """How a column grows, in words: flat, along a line, or what it is at both ends."""
+    fit = fit_line(list(times), list(times.values()))
+    smallest, largest = min(times), max(times)
+    if fit.at(largest) < FLAT_GROWTH * fit.at(smallest):
+        return f"{time_text(statistics.median(times.values()))} at any size"
+    if fit.off > ROUGH_FACTOR:
+        start, each = time_text(times[smallest]), time_text(times[largest] / largest)
+        return f"{start} at {smallest}, {each} an element at {count_text(largest)}"
+    each = f"{time_text(fit.each)} an element"
+    return f"{time_text(fit.fixed)} and {each}" if fit.fixed else each
+
+
+def comparison_text(ratios_by_size, peer):
+    """Who is quicker, and from which size on."""
+    if not ratios_by_size:
+        return f"There is no size at which both were measured with {peer}."
+    clear = list(decided(ratios_by_size).values())
+    if not clear:
+        return f"About as quick as {peer} at every size."
+    places = crossings(ratios_by_size)
+    if not places:
+        word = "Quicker" if clear[0] < 1 else "Slower"
+        return f"{word} than {peer} at every size where the two differ."
+    if len(places) > 1:
+        return f"Quicker than {peer} at some sizes, slower at others."
+    word = "up to" if clear[0] < 1 else "from"
+    return f"Quicker than {peer} {word} about {count_text(one_digit(places[0]))} elements."
+
+
+def table(head, rows, numbers=0):
+    """Cells under a head; the last so many columns hold numbers."""
+    rule = ["---"] * (len(head) - numbers) + ["---:"] * numbers
+    lines = [head, rule, *rows]
+    return "\n".join(f"| {' | '.join(cells)} |" for cells in lines)
+
+
+def title_of(row):
+    return row["title"][0].upper() + row["title"][1:]
+
+
+def link_to(row):
+    anchor = re.sub(r"[^\w -]", "", row["title"].lower()).replace(" ", "-")
+    return f"[{row['title']}](#{anchor})"
+
+
+# --- The parts of the page.
+
+
+def machine_text(machine):
+    arrow = f"PyArrow {machine['pyarrow']}, " if "pyarrow" in machine else ""
+    return (
+        f"CPython {machine['python']}, NumPy {machine['numpy']}, {arrow}{machine['system']}, "
+        f"{machine['processors']} processors of {machine['processor']}. "
+        f"The load was {machine['load']:.2g} as the run began."
+    )
+
+
+def overview_rows(rows, sizes):
+    for row in rows:
+        peer = fairest_peer(row)
+        if peer is None:
+            continue
+        found = ratios(times_of(row, OURS), times_of(row, peer))
+        name = link_to(row) + ("" if peer in (NUMPY, NUMPY_F) else f", over {peer}")
+        yield [name, *(ratio_text(found[size]) if size in found else "-" for size in sizes)]
+
+
+def judgement(rows):
+    """Which operations are never slower than NumPy, and which end up much slower."""
+    never, much, count = [], [], 0
+    for row in rows:
+        peer = fairest_peer(row)
+        found = ratios(times_of(row, OURS), times_of(row, peer)) if peer else {}
+        if not found or peer not in (NUMPY, NUMPY_F):
+            continue
+        count += 1
+        if all(ratio < 1 for ratio in decided(found).values()):
+            never.append(row["title"])
+        if found[max(found)] > MUCH_SLOWER:
+            much.append(row["title"])
+    return (
+        f"Of the {count} operations that NumPy has as well\n\n"
+        f"- {len(never)} are quicker here, or about equal, at every size{listed(never)};\n"
+        f"- {len(much)} are more than {MUCH_SLOWER} times slower at the largest size{listed(much)}."
+    )
+
+
+def listed(titles):
+    return f" ({'; '.join(titles)})" if titles else ""
+
+
+def section(row, plots):
+    by_statement = {}
+    for column, statement in row["statements"].items():
+        by_statement.setdefault(statement, []).append(column)
+    statements = "; ".join(f"{', '.join(names)}: `{text}`" for text, names in by_statement.items())
+    ours, peer = times_of(row, OURS), fairest_peer(row)
+    words = []
+    if ours and peer:
+        theirs = times_of(row, peer)
+        words.append(comparison_text(ratios(ours, theirs), peer))
+        words.append(f"{OURS}: {fit_text(ours)}; {peer}: {fit_text(theirs)}.")
+    words.append(row["note"])
+    picture = f"![Time against size, {row['title']}]({plots}/{picture_name(row)})"
+    return [f"### {title_of(row)}", statements + ".", picture, " ".join(filter(None, words))]
+
+
+def sections(rows, plots):
+    group = None
+    for row in rows:
+        if row["group"] != group:
+            group = row["group"]
+            yield f"## {group}"
+        yield from section(row, plots)
+
+
+def job_rows(results):
+    for row in results["rows"]:
+        kind, medians, limit = Kind(row["figures"]), row["medians"], row["limit"]
+        cells = [row["name"], figure(medians[OURS], kind)]
+        for peer in (NUMPY, NUMPY_F):
+            known = peer in medians
+            ratio = f" ({ratio_text(row['ratios'][peer])})" if known else ""
+            cells.append(figure(medians[peer], kind) + ratio if known else "-")
+        cells.append(limit_text(limit, kind, row["ratios"]))
+        yield [*cells, {None: "-", True: "holds", False: "missed"}[row["holds"]]]
+
+
+def limit_text(limit, kind, found):
+    """The limit, with the ratio that stands against it."""
+    if limit is None:
+        return "-"
+    if limit["peer"]:
+        return f"{limit['ratio']:g} of {limit['peer']} ({ratio_text(found[limit['peer']])})"
+    return figure(limit["ratio"], kind) + (" and 1 MiB" if kind is Kind.PEAK else "")
+
+
+def spread_text(rows):
+    spreads = [
+        spread for row in rows for point in row["points"] for spread in point["spreads"].values()
+    ]
+    middle, high = statistics.median(spreads), statistics.quantiles(spreads, n=20)[-1]
+    return (
+        f"- The upper quartile of the samples was {percent(middle)} above the lower one in the"
+        f" median of all figures, and {percent(high)} or more in the worst twentieth."
+    )
+
+
+def percent(factor):
+    return f"{(factor - 1) * 100:.2g} %"
+
+
+def page_of(sizes, jobs=None, plots="plots"):
+    rows = [row for row in sizes["operations"] if row["points"]]
+    shown = [size for size in OVERVIEW_SIZES if size <= sizes["most"]]
+    head = ["operation", *map(count_text, shown)]
+    overview = table(head, overview_rows(rows, shown), len(shown))
+    parts = [WRITTEN, "# Performance", START, machine_text(sizes["machine"])]
+    parts += ["## In short", judgement(rows), OVERVIEW, overview]
+    if jobs:
+        head = ["job", "here", NUMPY, NUMPY_F, "at most", ""]
+        parts += ["## Jobs with a limit", JOBS, table(head, job_rows(jobs))]
+    parts += sections(rows, plots)
+    peak = max(row["peak_bytes"] for row in sizes["operations"])
+    measured = MEASURED.format(
+        repeats=REPEATS,
+        least=time_text(sizes["least_seconds"]),
+        long_repeats=LONG_REPEATS,
+        long=time_text(LONG_SECONDS),
+    )
+    again = f"- To do it again: `{SIZES_COMMAND}`, `{TABLE_COMMAND}`, then `{REPORT_COMMAND}`."
+    needs = f"- The run took {sizes['minutes']:g} minutes and {peak / 1e9:.2g} GB of memory."
+    parts += ["## How it was measured", "\n".join([measured, spread_text(rows), needs, again])]
+    return "\n\n".join(parts) + "\n"
+
+
+def read(file):
+    return json.loads(Path(file).read_text(encoding="utf-8"))
+
+
+def main():
+    parser = argparse.ArgumentParser(description="Writes the page on performance.")
+    parser.add_argument("sizes", metavar="SIZES", help="figures of script/bench --sizes --json")
+    parser.add_argument("--table", metavar="TABLE", help="figures of script/bench --json")
+    parser.add_argument("--page", metavar="FILE", help="write the page there, not to the screen")
+    parser.add_argument("--plots", metavar="FOLDER", help="draw the pictures there as well")
+    arguments = parser.parse_args()
+    sizes = read(arguments.sizes)
+    page = page_of(sizes, read(arguments.table) if arguments.table else None)
+    if arguments.page:
+        Path(arguments.page).write_text(page, encoding="utf-8")
+    else:
+        print(page, end="")
+    if arguments.plots:
+        draw_all(sizes, Path(arguments.plots))
+
+
+if __name__ == "__main__":
+    main()

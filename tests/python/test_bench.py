@@ -1,0 +1,385 @@
+"""The benchmark: its arithmetic, its words, its tables, and the page that is made of them."""
+
+from __future__ import annotations
+
+import json
+import re
+import sys
+from pathlib import Path
+
+import pytest
+from row_tables import rows
+
+ROOT = Path(__file__).resolve().parents[2]
+sys.path.append(str(ROOT / "bench"))
+
+import figure_text  # noqa: E402
+import fits  # noqa: E402
+import plots  # noqa: E402
+import report  # noqa: E402
+import run  # noqa: E402
+import sizes  # noqa: E402
+from rows import Case, Kind, Limit  # noqa: E402
+
+LINE = [1, 10, 100, 1000, 10_000]
+
+
+class TestTexts:
+    @rows(
+        "seconds, text",
+        [
+            ("seconds", 1.234, "1.23 s"),
+            ("one second", 1.0, "1 s"),
+            ("milliseconds", 0.01234, "12.3 ms"),
+            ("microseconds", 4.2e-6, "4.2 us"),
+            ("nanoseconds", 9.5e-8, "95 ns"),
+            ("less than one", 2.5e-10, "0.25 ns"),
+        ],
+    )
+    def test_time(self, seconds, text):
+        assert figure_text.time_text(seconds) == text
+
+    @rows(
+        "value, kind, text",
+        [
+            ("a time", 0.01, Kind.TIME, "10 ms"),
+            ("an import", 0.005, Kind.IMPORT, "5 ms"),
+            ("a peak", 2.345, Kind.PEAK, "2.35 x"),
+            ("bytes", 683.4, Kind.HELD, "683 B"),
+            ("megabytes", 16_800_000, Kind.HELD, "16.8 MB"),
+        ],
+    )
+    def test_figure(self, value, kind, text):
+        assert figure_text.figure(value, kind) == text
+
+    @rows("ratio, text", [("small", 0.374, "0.37"), ("below ten", 9.99, "9.99"), ("ten", 10, "10")])
+    def test_ratio(self, ratio, text):
+        assert figure_text.ratio_text(ratio) == text
+
+    @rows(
+        "count, text",
+        [
+            ("one", 1, "1"),
+            ("written out", 3000, "3000"),
+            ("a power", 10_000, "10^4"),
+            ("a multiple", 30_000_000, "3x10^7"),
+            ("two digits", 25_000, "2.5x10^4"),
+        ],
+    )
+    def test_count(self, count, text):
+        assert figure_text.count_text(count) == text
+
+    @rows(
+        "seconds, text",
+        [
+            ("nanoseconds", 1e-9, "1 ns"),
+            ("tens", 1e-5, "10 us"),
+            ("hundreds", 0.1, "100 ms"),
+            ("seconds", 10, "10 s"),
+            ("below", 1e-10, "100 ps"),
+        ],
+    )
+    def test_axis(self, seconds, text):
+        assert plots.tick_text(seconds, 0) == text
+
+    @rows(
+        "title, link",
+        [
+            ("words", "from nested floats", "[from nested floats](#from-nested-floats)"),
+            ("marks", "a == b, all equal", "[a == b, all equal](#a--b-all-equal)"),
+            ("brackets", "len(a)", "[len(a)](#lena)"),
+        ],
+    )
+    def test_link(self, title, link):
+        assert report.link_to({"title": title}) == link
+
+
+class TestFits:
+    @rows(
+        "times, fixed, each, off",
+        [
+            ("a line", [5e-7 + 2e-9 * n for n in LINE], 5e-7, 2e-9, 1),
+            ("flat", [3e-7] * 5, 3e-7, 0, 1),
+            ("through zero", [2e-9 * n for n in LINE], 0, 2e-9, 1),
+        ],
+    )
+    def test_lines(self, times, fixed, each, off):
+        fit = fits.fit_line(LINE, times)
+        assert fit.fixed == pytest.approx(fixed, abs=1e-15)
+        assert fit.each == pytest.approx(each, abs=1e-18)
+        assert fit.off == pytest.approx(off)
+
+    @rows(
+        "sizes, times",
+        [
+            ("falling", LINE, [5e-7, 4e-7, 3e-7, 2e-7, 1e-7]),
+            ("bent upwards", LINE, [1e-9 * n**1.2 for n in LINE]),
+            ("noisy", LINE, [5e-7, 9e-7, 6e-7, 3e-6, 2.5e-5]),
+            ("one size", [10], [1e-6]),
+        ],
+    )
+    def test_no_better_line_is_near(self, sizes, times):
+        def errors(fixed, each):
+            return sum(
+                (fixed + each * n - t) ** 2 / t**2 for n, t in zip(sizes, times, strict=True)
+            )
+
+        fit = fits.fit_line(sizes, times)
+        assert fit.fixed >= 0 and fit.each >= 0
+        least = errors(fit.fixed, fit.each)
+        for fixed in (fit.fixed * 0.99, fit.fixed * 1.01, fit.fixed + 1e-12):
+            assert errors(fixed, fit.each) >= least
+        for each in (fit.each * 0.99, fit.each * 1.01, fit.each + 1e-15):
+            assert errors(fit.fixed, each) >= least
+        found = [fit.at(n) / t for n, t in zip(sizes, times, strict=True)]
+        assert fit.off == pytest.approx(max(max(found), 1 / min(found)))
+
+    def test_ratios_where_both_are_known(self):
+        assert fits.ratios({10: 4.0, 1: 2.0, 100: 1.0}, {1: 4.0, 10: 2.0}) == {1: 0.5, 10: 2.0}
+
+    @rows(
+        "number, text",
+        [
+            ("one", 1, 1),
+            ("down", 34.9, 30),
+            ("up", 351, 400),
+            ("to ten", 9.7, 10),
+            ("big", 6e6, 6000000),
+        ],
+    )
+    def test_one_digit(self, number, text):
+        assert fits.one_digit(number) == text
+
+    @rows(
+        "values, smooth",
+        [
+            ("none", [], []),
+            ("one", [3], [3]),
+            ("two", [3, 1], [3, 1]),
+            ("an outlier", [1, 9, 1, 1], [1, 1, 1, 1]),
+            ("a step", [1, 1, 9, 9], [1, 1, 9, 9]),
+        ],
+    )
+    def test_smoothed(self, values, smooth):
+        found = fits.smoothed(dict(enumerate(values)))
+        assert found == dict(enumerate(smooth))
+
+    @rows(
+        "values, places",
+        [
+            ("always below", [0.5, 0.5, 0.6], []),
+            ("about equal", [1.05, 0.95, 1.0], []),
+            ("half way in logarithms", [0.5, 0.5, 2, 2], [10**1.5]),
+            ("over an equal one", [0.5, 0.5, 1, 2, 2], [100]),
+            ("there and back", [0.5, 0.5, 2, 2, 0.5, 0.5], [10**1.5, 10**3.5]),
+        ],
+    )
+    def test_crossings(self, values, places):
+        found = fits.crossings({10**power: value for power, value in enumerate(values)})
+        assert found == pytest.approx(places)
+
+
+class TestWords:
+    @rows(
+        "values, text",
+        [
+            ("none", [], "There is no size at which both were measured with numpy."),
+            ("equal", [1, 1.05], "About as quick as numpy at every size."),
+            ("below", [0.5, 1, 0.6], "Quicker than numpy at every size where the two differ."),
+            ("above", [2, 3, 4], "Slower than numpy at every size where the two differ."),
+            ("up to", [0.5, 0.5, 2, 2], "Quicker than numpy up to about 30 elements."),
+            ("from", [2, 2, 0.5, 0.5], "Quicker than numpy from about 30 elements."),
+            (
+                "mixed",
+                [2, 2, 0.5, 0.5, 2, 2],
+                "Quicker than numpy at some sizes, slower at others.",
+            ),
+        ],
+    )
+    def test_comparison(self, values, text):
+        ratios = {10**power: value for power, value in enumerate(values)}
+        assert report.comparison_text(ratios, "numpy") == text
+
+    @rows(
+        "times, text",
+        [
+            ("flat", [9e-8, 1e-7, 9.5e-8, 9e-8, 1.2e-7], "95 ns at any size"),
+            ("a line", [5e-7 + 2e-9 * n for n in LINE], "500 ns and 2 ns an element"),
+            ("through zero", [2e-9 * n for n in LINE], "2 ns an element"),
+            ("bent", [1e-7, 1e-7, 4e-6, 5e-6, 1e-3], "100 ns at 1, 100 ns an element at 10^4"),
+        ],
+    )
+    def test_growth(self, times, text):
+        assert report.fit_text(dict(zip(LINE, times, strict=True))) == text
+
+    @rows("numbers, rule", [("none", 0, "| --- | --- |"), ("one", 1, "| --- | ---: |")])
+    def test_table(self, numbers, rule):
+        assert report.table(["a", "b"], [["1", "-"]], numbers) == f"| a | b |\n{rule}\n| 1 | - |"
+
+    @rows(
+        "limit, kind, text",
+        [
+            ("none", None, Kind.TIME, "-"),
+            ("a peer", {"ratio": 0.6, "peer": "numpy-F"}, Kind.TIME, "0.6 of numpy-F (0.25)"),
+            ("a peak", {"ratio": 4.0, "peer": None}, Kind.PEAK, "4.00 x and 1 MiB"),
+            ("held", {"ratio": 700, "peer": None}, Kind.HELD, "700 B"),
+        ],
+    )
+    def test_limit(self, limit, kind, text):
+        assert report.limit_text(limit, kind, {"numpy-F": 0.25}) == text
+
+
+def result_row(**others):
+    row = {"key": "floats", "title": "from floats", "group": "Making arrays", "note": "A floor."}
+    row |= {"statements": {"velmar": "f(data)", "numpy": "g(data)", "list": "g(data)"}}
+    row |= {"size_counts": "elements of the array", "stopped": {}, "peak_bytes": 2e9, "status": 0}
+    times = {"velmar": 1e-6, "numpy": 2e-6, "list": 4e-6}
+    points = [{"size": size, "medians": times, "spreads": {"velmar": 1.1}} for size in LINE]
+    return row | {"points": points} | others
+
+
+class TestPage:
+    SIZES = {
+        "machine": {
+            "python": "3.11.2",
+            "numpy": "2.4.6",
+            "system": "Linux",
+            "processor": "Fast",
+            "processors": 2,
+            "load": 0.25,
+        },
+        "most": 1_000_000,
+        "least_seconds": 0.01,
+        "minutes": 12.5,
+        "operations": [result_row()],
+    }
+    JOBS = {
+        "rows": [
+            {
+                "name": "10x10",
+                "figures": Kind.TIME.value,
+                "medians": {"velmar": 1e-6, "numpy-F": 4e-6},
+                "ratios": {"numpy-F": 0.25},
+                "limit": {"ratio": 0.6, "peer": "numpy-F", "aim": None},
+                "holds": True,
+            }
+        ]
+    }
+
+    @rows(
+        "line",
+        [
+            (
+                "machine",
+                "CPython 3.11.2, NumPy 2.4.6, Linux, 2 processors of Fast."
+                " The load was 0.25 as the run began.",
+            ),
+            ("overview", "| [from floats](#from-floats) | 0.50 | 0.50 | 0.50 | - |"),
+            ("job", "| 10x10 | 1 us | - | 4 us (0.25) | 0.6 of numpy-F (0.25) | holds |"),
+            ("statements", "velmar: `f(data)`; numpy, list: `g(data)`."),
+            ("picture", "![Time against size, from floats](plots/floats.svg)"),
+            (
+                "words",
+                "Quicker than numpy at every size where the two differ."
+                " velmar: 1 us at any size; numpy: 2 us at any size. A floor.",
+            ),
+            ("samples", "  3 where a run takes longer than 50 ms."),
+            ("cost", "- The run took 12.5 minutes and 2 GB of memory."),
+        ],
+    )
+    def test_lines(self, line):
+        assert line in report.page_of(self.SIZES, self.JOBS).splitlines()
+
+    def test_operation_without_a_figure_is_left_out(self):
+        operations = [result_row(), result_row(key="ints", title="from ints", points=[])]
+        page = report.page_of(self.SIZES | {"operations": operations})
+        assert "from floats" in page
+        assert "from ints" not in page
+
+    def test_never_slower_and_much_slower(self):
+        times = {"velmar": 9e-6, "numpy": 2e-6}
+        slow = [{"size": size, "medians": times, "spreads": {}} for size in LINE]
+        text = report.judgement([result_row(), result_row(title="pickle", points=slow)])
+        assert text == (
+            "Of the 2 operations that NumPy has as well\n\n"
+            "- 1 are quicker here, or about equal, at every size (from floats);\n"
+            "- 1 are more than 3 times slower at the largest size (pickle)."
+        )
+
+    def test_page_in_docs_is_that_of_the_results(self):
+        results = [ROOT / "bench/results" / name for name in ("sizes.json", "table.json")]
+        page = report.page_of(*(json.loads(file.read_text("utf-8")) for file in results))
+        assert (ROOT / "docs/performance.md").read_text("utf-8") == page
+
+    def test_pictures_in_docs_are_those_of_the_page(self):
+        page = (ROOT / "docs/performance.md").read_text("utf-8")
+        named = re.findall(r"\(plots/([^)]+)\)", page)
+        assert sorted(named) == sorted(file.name for file in (ROOT / "docs/plots").glob("*.svg"))
+
+
+class TestTableOfLimits:
+    CASE = Case("job", {}, Limit(0.6, "numpy", 0.3))
+
+    @rows(
+        "ours, verdict",
+        [("aim", 0.25, "holds, aim met"), ("limit", 0.5, "holds"), ("over", 0.7, "MISSED")],
+    )
+    def test_verdict(self, ours, verdict):
+        result = run.Result(self.CASE, {"velmar": ours, "numpy": 1.0})
+        assert result.verdict() == verdict
+        assert result.limit_cell() == "0.6 of numpy, aim 0.3"
+
+    def test_peer_cells(self):
+        result = run.Result(self.CASE, {"velmar": 1e-6, "numpy": 4e-6})
+        assert result.peer_cell("numpy") == "4 us (0.25)"
+        assert result.peer_cell("list") == "-"
+
+    @rows(
+        "peak, holds",
+        [("within", 5.0, True), ("just with the constant", 14.0, True), ("over", 15.0, False)],
+    )
+    def test_small_peaks_have_a_constant_on_top(self, peak, holds):
+        case = Case("peak", {}, Limit(4.0), kind=Kind.PEAK, element_bytes=100_000)
+        assert run.Result(case, {"velmar": peak}).holds is holds
+
+
+class TestTableOfSizes:
+    COLUMNS = ("velmar", "numpy", "list")
+
+    def test_header(self):
+        assert sizes.header(self.COLUMNS).split() == ["size", "velmar", "numpy", "list"]
+
+    @rows(
+        "medians, cells",
+        [
+            (
+                "all",
+                {"velmar": 1e-6, "numpy": 4e-6, "list": 1e-7},
+                "10^4 1 us 4 us (0.25) 100 ns (10)",
+            ),
+            ("one stopped", {"velmar": 1e-6, "list": 1e-7}, "10^4 1 us - 100 ns (10)"),
+            ("ours stopped", {"numpy": 4e-6, "list": 1e-7}, "10^4 - 4 us 100 ns"),
+        ],
+    )
+    def test_line(self, medians, cells):
+        line = sizes.line(10_000, medians, self.COLUMNS)
+        assert " ".join(line.split()) == cells
+        assert len(line) == len(sizes.header(self.COLUMNS))
+
+    def test_results_have_a_line_for_each_operation(self):
+        results = {"most": 10, "operations": [result_row(), result_row(key="ints")]}
+        text = sizes.text_of(results)
+        assert json.loads(text) == results
+        assert len(text.splitlines()) == 4
+
+    @rows("value, figure", [("long", 1.23456e-7, 1.235e-07), ("short", 0.5, 0.5)])
+    def test_rounded(self, value, figure):
+        assert sizes.rounded({"velmar": value}) == {"velmar": figure}
+
+    def test_time_left_is_shared_by_the_columns_left(self):
+        clock = sizes.Clock(600, 60)
+        assert clock.share() == pytest.approx(10, abs=0.1)
+        clock.pairs = 6
+        assert clock.share() == pytest.approx(100, abs=1)
+        clock.end = 0
+        assert clock.share() == 0

@@ -1,0 +1,159 @@
+"""The benchmark over sizes: shapes, the time of a sweep, and that the columns do the same."""
+
+from __future__ import annotations
+
+import json
+import re
+import sys
+from pathlib import Path
+
+import pytest
+from row_tables import rows
+
+sys.path.append(str(Path(__file__).resolve().parents[2] / "bench"))
+
+import operation  # noqa: E402
+import sweep  # noqa: E402
+from operation_list import GROUPS, OPERATIONS  # noqa: E402
+
+
+class TestSizes:
+    @rows(
+        "size, layout, rows, columns",
+        [
+            ("one", 1, operation.Layout.WHOLE, 1, 1),
+            ("below ten", 3, operation.Layout.WHOLE, 1, 3),
+            ("ten", 10, operation.Layout.WHOLE, 1, 10),
+            ("a square", 100, operation.Layout.WHOLE, 10, 10),
+            ("thirty to one", 3000, operation.Layout.WHOLE, 10, 300),
+            ("the largest", 10**7, operation.Layout.WHOLE, 1000, 10_000),
+            ("a row", 300, operation.Layout.ROW, 10, 300),
+        ],
+    )
+    def test_shape(self, size, layout, rows, columns):
+        assert operation.shape_of(size, layout) == operation.Shape(rows, columns)
+
+    @rows(
+        "most, layout, steps, expected",
+        [
+            ("whole", 100, operation.Layout.WHOLE, (1, 3), [1, 3, 10, 30, 100]),
+            ("between", 250, operation.Layout.WHOLE, (1, 3), [1, 3, 10, 30, 100]),
+            ("rows", 1000, operation.Layout.ROW, (1, 3), [1, 3, 10, 30, 100]),
+            ("powers", 1000, operation.Layout.WHOLE, (1,), [1, 10, 100, 1000]),
+            ("none", 9, operation.Layout.ROW, (1, 3), []),
+        ],
+    )
+    def test_sizes(self, most, layout, steps, expected):
+        assert operation.sizes_up_to(most, layout, steps) == expected
+
+    @rows("size", [(str(n), n) for n in (1, 3, 10, 30, 100, 1000)])
+    def test_words_stay_inside_the_array(self, size):
+        shape = operation.shape_of(size, operation.Layout.WHOLE)
+        words = shape.words()
+        assert words["count"] == size
+        assert 0 <= words["row"] < shape.rows and 0 <= words["column"] < shape.columns
+        assert 0 <= words["low"] < words["high"] <= shape.rows
+
+    @rows(
+        "seconds, cost",
+        [("quick", 1e-7, 10 * 0.02), ("long", 0.04, 10 * 0.04), ("very long", 0.2, 6 * 0.2)],
+    )
+    def test_cost_of_a_size(self, seconds, cost):
+        assert sweep.cost_of(seconds, 0.02) == pytest.approx(cost)
+
+    @rows("values, spread", [("same", [2.0] * 7, 1), ("one off", [1, 1, 1, 1, 9.0], 1)])
+    def test_spread(self, values, spread):
+        assert sweep.spread_of(values) == spread
+
+
+class TestSweep:
+    def lines(self, capsys, *arguments):
+        pytest.importorskip("numpy")
+        sweep.main(*arguments)
+        return [json.loads(line) for line in capsys.readouterr().out.splitlines()]
+
+    def test_a_line_for_each_size_and_one_for_the_peak(self, capsys):
+        one, three, peak = self.lines(capsys, "length", "5", "0.0001", "1", "3")
+        assert (one["size"], three["size"]) == (1, 3)
+        for line in (one, three):
+            assert {"velmar", "numpy", "numpy-F", "array", "list"} <= set(line["medians"])
+            assert all(0 < median < 1e-3 for median in line["medians"].values())
+            assert all(spread >= 1 for spread in line["spreads"].values())
+            assert line["stopped"] == []
+        assert peak["peak_bytes"] > 1_000_000
+
+    def test_columns_without_time_stop(self, capsys):
+        one, three, _ = self.lines(capsys, "real", "0", "0.0001", "1", "3")
+        assert set(one["medians"]) == {"velmar", "numpy", "numpy-F"}
+        assert three == {
+            "size": 3,
+            "medians": {},
+            "spreads": {},
+            "stopped": ["velmar", "numpy", "numpy-F"],
+        }
+
+    @rows(
+        "left, stops",
+        [("enough", 1.1, False), ("hardly", 1.01, False), ("too little", 0.99, True)],
+    )
+    def test_next_size_is_judged_by_the_latest(self, left, stops):
+        pytest.importorskip("numpy")
+        swept = sweep.Sweep(OPERATIONS["floats"], left, 0.02)
+        swept.latest["velmar"] = (1000, 0.01)  # so 0.1 s, ten times, for ten times the elements
+        swept.left["velmar"] = 0.6 * left
+        assert swept.would_go_beyond("velmar", 10_000) is stops
+        assert not swept.would_go_beyond("numpy", 10_000)
+
+
+class TestOperations:
+    """The columns of an operation do the same thing, as far as their results can be compared."""
+
+    def test_keys_and_titles_are_unique(self):
+        listed = [one for group in GROUPS.values() for one in group]
+        assert len({one.key for one in listed}) == len(listed)
+        assert len({one.title for one in listed}) == len(listed)
+
+    def numbers(self, value):
+        """Every number in a result, sorted: orders of elements differ between columns."""
+        import numpy
+
+        if isinstance(value, str):
+            value = [float(number) for number in re.findall(r"[-+]?\d+\.?\d*(?:e[-+]\d+)?", value)]
+        elif isinstance(value, bytes):
+            value = numpy.frombuffer(value)
+        elif isinstance(value, memoryview):
+            value = numpy.frombuffer(value.tobytes("A"))
+        elif hasattr(value, "clone"):
+            value = numpy.asarray(memoryview(value))
+        elif hasattr(value, "to_pylist"):
+            value = value.to_pylist()
+        elif hasattr(value, "as_py"):
+            value = value.as_py()
+        return numpy.sort(numpy.asarray(value), axis=None)
+
+    def outcome(self, statement, names):
+        """What an expression gives; of a statement, what it leaves in a."""
+        try:
+            code = compile(statement, "<statement>", "eval")
+        except SyntaxError:
+            exec(statement, names)
+            return names["a"]
+        return eval(code, names)
+
+    @pytest.mark.parametrize("size", [1, 3, 300])
+    @pytest.mark.parametrize("key", OPERATIONS)
+    def test_columns_agree(self, key, size):
+        numpy = pytest.importorskip("numpy")
+        tested = OPERATIONS[key]
+        names = sweep.all_modules()
+        shape = operation.shape_of(size, tested.layout)
+        elements = sweep.elements_for(tested, shape, names)
+        found = {}
+        for column in sweep.columns_of(tested, names):
+            statement, own = sweep.statement_and_names(tested, column, shape, names | elements)
+            found[column] = self.numbers(self.outcome(statement, own))
+        ours = found.pop("velmar")
+        assert len(found) > 0
+        for column, theirs in found.items():
+            assert ours.shape == theirs.shape, column
+            assert numpy.allclose(ours, theirs, rtol=1e-6, atol=1e-6), column
