@@ -8,6 +8,7 @@ import velmar
 from arrays import CLASS_ROWS, contents, each, each_form, exact, raises
 from row_tables import rows
 from slice_model import grid, line, subscripted
+from view_states import blocks_per_call
 
 CUBE = grid(4, 5, 6)
 
@@ -256,18 +257,6 @@ class TestLifetime:
         assert contents(copy) == [[4.0, 5.0, 6.0], [1.0, 2.0, 3.0]]
         row = velmar.int8([[1, 2, 3], [4, 5, 6]])[1][::-1]
         assert contents(velmar.int8(row)) == [[6, 5, 4]]
-
-
-def blocks_per_call(action, calls=200):
-    """How many of the interpreter's memory blocks one call leaves behind, on average."""
-    for _ in range(20):
-        action()
-    gc.collect()
-    before = sys.getallocatedblocks()
-    for _ in range(calls):
-        action()
-    gc.collect()
-    return (sys.getallocatedblocks() - before) / calls
 
 
 def failing(array, subscript):
