@@ -15,7 +15,7 @@ from pathlib import Path
 
 from mutation_places import places
 from mutation_self_test import check_places, plant_known_faults
-from mutation_trial import Verdict, Workshop
+from mutation_trial import NATIVE, Verdict, Workshop
 
 ROOT = Path(__file__).resolve().parents[1]
 FOLDER = ROOT / "build/mutate"
@@ -187,10 +187,11 @@ class Run:
         return counted > 0 and percent >= ENOUGH
 
 
-def prepared(jobs, trust=False):
+def prepared(jobs, trust=False, native=NATIVE):
     """The workshops of all jobs, built; the first has measured the suites."""
     trusted = sorted((ROOT / "build/results/test").glob("python-*.xml")) if trust else []
-    workshops = [Workshop(FOLDER / f"job-{number}", sys.executable) for number in range(jobs)]
+    folders = [FOLDER / f"job-{number}" for number in range(jobs)]
+    workshops = [Workshop(folder, sys.executable, native) for folder in folders]
     start = time.monotonic()
     cores = os.cpu_count() or 1
     for workshop in workshops:
@@ -210,7 +211,8 @@ def prepared(jobs, trust=False):
 
 
 def mutate(arguments):
-    workshops = prepared(arguments.jobs, arguments.trust)
+    native = () if arguments.python_only else NATIVE
+    workshops = prepared(arguments.jobs, arguments.trust, native)
     sources = Sources(workshops[0].tree, arguments.files)
     equivalent = read_equivalent(workshops[0].tree / EQUIVALENT)
     gone = stale(equivalent, sources)
@@ -245,6 +247,9 @@ def parsed():
     )
     parser.add_argument(
         "--again", action="store_true", help="only what survived before, if no source has changed"
+    )
+    parser.add_argument(
+        "--python-only", action="store_true", help="neither build nor run the native tests"
     )
     parser.add_argument("--list", action="store_true", help="print what could be done")
     parser.add_argument("--self-test", action="store_true", help="plant known faults")

@@ -122,11 +122,12 @@ def watched(command, log, longest, quiet, **options):
 class Workshop:
     """The folder of one job: the tree, its build, and the build of the unchanged sources."""
 
-    def __init__(self, folder, python):
+    def __init__(self, folder, python, native=NATIVE):
         self.tree = folder / "tree"
         self.build = folder / "tree/build/mutate"
         self.pristine = folder / "pristine"
         self.python = str(python)
+        self.native = native
         self.log = folder / "log"
         self.python_order = []  # the files of the Python tests, those that kill fast in front
         self.times = {}
@@ -146,11 +147,11 @@ class Workshop:
             "-DCMAKE_CXX_COMPILER=g++",
             "-DCMAKE_BUILD_TYPE=Debug",
             "-DCMAKE_CXX_FLAGS_DEBUG=-O0 -w -D_GLIBCXX_ASSERTIONS",
-            "-DVELMAR_NATIVE_TESTS=ON",
+            f"-DVELMAR_NATIVE_TESTS={'ON' if self.native else 'OFF'}",
             f"-DPython_EXECUTABLE={self.python}",
         ]
         subprocess.run(configure, check=True, stdout=subprocess.DEVNULL)
-        if not self.ninja(PRODUCT, *NATIVE, jobs=jobs, longest=4 * LONGEST_BUILD):
+        if not self.ninja(PRODUCT, *self.native, jobs=jobs, longest=4 * LONGEST_BUILD):
             sys.exit(f"the unchanged tree does not build; see {self.log}")
         self.pristine.mkdir(parents=True, exist_ok=True)
         copy_build(self.build, self.pristine)
@@ -207,7 +208,7 @@ class Workshop:
         if not self.ninja(PRODUCT):
             return Verdict("uncompiled")
         suites = [self.run_native, self.run_python]
-        if self.steps(*NATIVE) > FEW_STEPS:
+        if self.native and self.steps(*self.native) > FEW_STEPS:
             suites.reverse()
         for suite in suites:
             kill = suite()
@@ -224,9 +225,9 @@ class Workshop:
         return subprocess.run(command, capture_output=True, text=True).stdout.count("\n[")
 
     def run_native(self):
-        if not self.ninja(*NATIVE):
+        if self.native and not self.ninja(*self.native):
             return Verdict("killed", "compiler", "tests/compile or tests/native")
-        for module in NATIVE:
+        for module in self.native:
             command = [self.python, "-P", "tests/native/run.py"]
             command += [str(self.build / f"lib/{module}.abi3.so"), "--gtest_fail_fast"]
             kill = self.run("native", command, r"^\[  FAILED  \] ([\w./]+)", r"^\[ RUN +\] (\S+)")

@@ -20,7 +20,7 @@ import sanitized
 PACKAGES = part.WORKING_FOLDER / "packages"
 FIRST_INPUTS = 24
 MOST_BYTES = 1024
-MAP = 1 << 16  # the counters of coverage_map.c
+MAP = 1 << 16  # the counters of coverage_map.cpp
 
 
 def register_counters(engine: Any) -> None:
