@@ -34,7 +34,7 @@ mild_slice = st.builds(
     st.sampled_from([None, 1, 2, 3, -1, -2, -3]),
 )
 
-thorough = settings(max_examples=max(400, settings.default.max_examples))
+thorough = settings(max_examples=4 * settings.default.max_examples)
 
 
 @pytest.fixture(scope="module")
