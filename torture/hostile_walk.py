@@ -359,13 +359,13 @@ class Walk:
 def disagreement(array: Any) -> str | None:
     try:
         text, length, size = str(array), len(array), array.size
-        nested = contents(array)
+        nested, stored = contents(array), array.buffer_info()[1]
     except Exception:
         return None  # without storage, or outside of it since a reshape
     if length != size[0] or len(nested) != length:
         return f"{text}: length {length}, size {size}, items {len(nested)}"
     kind = type(array).__name__.removeprefix("velmar.")
-    if array._is_complex or kind == "logical" or array.buffer_info()[1] == 0:
+    if array._is_complex or kind == "logical" or stored == 0:
         return None
     try:
         listed = memoryview(array[:]).tolist()
