@@ -22,9 +22,9 @@ struct MCPyArrayAPITable {
   PyObject* (*MDAImplToMCPyArray)(void* impl);
 
   // The library array of a Python array: the array itself for one without subscripts, a separate
-  // copy for a view, 1 by n for a single dimension. The caller owns one reference to it, and gives
-  // it back with velmar::data::impl::releaseReference. Null with an error for an object that is no
-  // array, and for a view whose storage has gone or cannot be copied.
+  // copy for a view, 1 by n for one of a single dimension. The caller owns one reference to it, and
+  // gives it back with velmar::data::impl::releaseReference. Null with an error for an object that
+  // is no array, and for a view whose storage has gone or cannot be copied.
   void* (*MCPyArrayToMDAImpl)(PyObject* object);
 
   // A Python array of the class that the object's buffer format asks for: a new reference. `*type`

@@ -67,10 +67,11 @@ class Client {
   }
 
   // The library array of a Python array: constant time for an array without subscripts, a separate
-  // copy of what it shows for a view, which takes time and keeps the copy for the next call. At
-  // least two dimensions. It stays as it is whatever Python does to the object meanwhile. An empty
-  // handle, whose impl() is null, with RuntimeError for anything but an array ("object not
-  // initialized.") and for a view whose storage has gone ("locked shared pointer is null.").
+  // copy of what it shows for a view, which takes time and keeps the copy for the next call. A copy
+  // has two dimensions or more; an array has one after a reshape to one. It stays as it is whatever
+  // Python does to the object meanwhile. An empty handle, whose impl() is null, with RuntimeError
+  // for anything but an array ("object not initialized.") and for a view whose storage has gone
+  // ("locked shared pointer is null.").
   [[nodiscard]] foundation::velmardata::Array fromPython(PyObject* object) const {
     return foundation::velmardata::Array(
         static_cast<data::impl::ArrayImpl*>(m_table->MCPyArrayToMDAImpl(object)));
