@@ -18,20 +18,25 @@ target_compile_options(
             # GCC 12 sees overlaps in std::string where there are none.
             $<$<AND:$<CXX_COMPILER_ID:GNU>,$<VERSION_LESS:$<CXX_COMPILER_VERSION>,13>>:-Wno-restrict>)
 
+# What tests a product has the property ONLY_TESTS. Of itself it watches no more than the heap, and
+# counts nothing: that would take as long to compile as all the rest.
+set(is_product "$<NOT:$<BOOL:$<TARGET_PROPERTY:ONLY_TESTS>>>")
+
 if(VELMAR_SANITIZE)
   # It also tells a fuzzer which places it runs through: each calls the one function of this library.
   add_library(coverage_map SHARED "${PROJECT_SOURCE_DIR}/torture/coverage_map.cpp")
   target_link_libraries(build_flags INTERFACE coverage_map)
+  set(watch_product -fsanitize=undefined -fno-sanitize-recover=all -fsanitize-coverage=trace-pc)
   target_compile_options(
-    build_flags INTERFACE -fsanitize=address,undefined -fno-sanitize-recover=all
-                          -fsanitize-coverage=trace-pc -fno-omit-frame-pointer)
+    build_flags INTERFACE -fsanitize=address -fno-omit-frame-pointer
+                          "$<IF:${is_product},${watch_product},--param=asan-stack=0>")
   target_link_options(build_flags INTERFACE -fsanitize=address,undefined)
 endif()
 
 if(VELMAR_COVERAGE)
   # The guard of a local static for a second thread would be a branch that nothing takes: all runs
   # under the lock of the interpreter.
-  target_compile_options(build_flags INTERFACE --coverage -fno-threadsafe-statics)
+  target_compile_options(build_flags INTERFACE -fno-threadsafe-statics "$<${is_product}:--coverage>")
   target_link_options(build_flags INTERFACE --coverage)
 endif()
 

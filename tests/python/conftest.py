@@ -17,10 +17,9 @@ settings.register_profile(
 settings.register_profile(
     "search", settings.get_profile("ci"), derandomize=False, max_examples=1000
 )
-# The sanitizers take ten times as long, and are there for what a path does, not for its numbers.
-settings.register_profile("sanitize", settings.get_profile("ci"), max_examples=40)
-is_sanitized = "asan" in os.environ.get("LD_PRELOAD", "")
-settings.load_profile(os.environ.get("HYPOTHESIS_PROFILE", "sanitize" if is_sanitized else "ci"))
+# For runs that are there for what a path does, not for its numbers.
+settings.register_profile("brief", settings.get_profile("ci"), max_examples=40)
+settings.load_profile(os.environ.get("HYPOTHESIS_PROFILE", "ci"))
 
 
 def pytest_collection_finish():
