@@ -25,6 +25,8 @@ def taking_apart():
             if type(item) is list and len(item) in lengths:
                 item.clear()
 
+    gc.collect()
+    gc.freeze()  # what is there already would be looked through at every collection
     threshold = gc.get_threshold()
     gc.callbacks.append(empty_lists)
     gc.set_threshold(1)
