@@ -297,6 +297,9 @@ TYPED_TEST(Adoption, OfABufferThatNeedsNoReordering) {
   this->expectAdopted({1, 1, 1, 1}, false, 1);
   this->expectAdopted({0, 0}, false, 0);
   this->expectAdopted({3, 0, 2}, false, 0);
+  this->expectAdopted({1, 2}, false, 2);  // one dimension at most is longer than 1
+  this->expectAdopted({97, 1}, false, 97);
+  this->expectAdopted({1, 1, 6, 1}, false, 6);
 }
 
 // What is adopted gets the dimensions that drive a reorder; the stored ones belong to the reorder.
@@ -309,11 +312,12 @@ TEST(AdoptionDimensions, AreThoseThatDriveAReorder) {
     EXPECT_EQ(array->getDimensions(), (Dimensions{2, 3}));
   }
   ClientArrayFactory factory;
-  for (const Numbers& dimensions : {Numbers{2, 3}, Numbers{1, 6}}) {
+  for (const Numbers& dimensions : {Numbers{2, 3}, Numbers{1, 6}, Numbers{1, 2}}) {
     SCOPED_TRACE(testing::PrintToString(dimensions));
-    const auto array =
-        makeTypedArrayFromBuf(scatteredBuffer<double>(6), false, factory, dimensions, {6, 1}, 6);
-    EXPECT_EQ(array->getDimensions(), (Dimensions{6, 1}));
+    const std::int64_t count = productOf(dimensions);
+    const auto array = makeTypedArrayFromBuf(scatteredBuffer<double>(count), false, factory,
+                                             dimensions, {count, 1}, count);
+    EXPECT_EQ(array->getDimensions(), (Dimensions{static_cast<std::size_t>(count), 1}));
   }
 }
 

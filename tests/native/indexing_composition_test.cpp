@@ -352,6 +352,16 @@ TEST(AppendSlice, ResolvesAgainstAFinalSliceThatStays) {
   EXPECT_EQ(view->getNumberOfIntegerIndicesSoFar(), 0);
 }
 
+TEST(AppendSlice, EmptyRunTakesSlicesButNoIntegers) {
+  const ViewPointer view = viewEndingIn(slice(3, 3, 1, 0));
+  SliceIndexItem run = slice(0, 0, 1, 0);
+  EXPECT_TRUE(view->appendIndexItem(run));
+  EXPECT_EQ(describe(view->getRestrictingIndices()), "3:3:1/0 3:3:1/0");
+  IntegerIndexItem item{0, true};
+  EXPECT_FALSE(view->appendIndexItem(item));
+  EXPECT_TRUE(raised(PyExc_RuntimeError, "unable to index into slice."));
+}
+
 TEST(AppendSlice, FailureLeavesTheChainAlone) {
   const ViewPointer view = viewEndingIn(slice(1, 10, 2, 5));
   SliceIndexItem item = {1, none, 0, none, false};
@@ -383,6 +393,19 @@ TEST(IntegersSoFar, SliceAmongThemIsAnError) {
   ASSERT_TRUE(view->appendIndexItem(item));
   bool success = true;
   EXPECT_EQ(entriesOf(view->getIntegerIndicesSoFar(success)), Numbers());
+  EXPECT_FALSE(success);
+  EXPECT_TRUE(raised(PyExc_RuntimeError, "slice index unexpectedly found."));
+}
+
+TEST(IntegersSoFar, EachPlaceIsLookedAt) {
+  const ViewPointer array = makeArray<double>({4, 5, 6});
+  MCppPyArray view(*array, {2}, false);
+  SliceIndexItem run = slice(1, 3, 1, 2);
+  ASSERT_TRUE(view.appendIndexItem(run));
+  IntegerIndexItem item{1, true};
+  ASSERT_TRUE(view.appendIndexItem(item));
+  bool success = true;
+  EXPECT_EQ(entriesOf(view.getIntegerIndicesSoFar(success)), Numbers());
   EXPECT_FALSE(success);
   EXPECT_TRUE(raised(PyExc_RuntimeError, "slice index unexpectedly found."));
 }
