@@ -148,7 +148,7 @@ def any_exporter(rng: random.Random, row: Any, is_complex: bool) -> LyingExporte
 
 
 def has_endless_lists(array: Any) -> bool:
-    """Of no elements, but with more rows than there is time and memory for; views make lists too."""
+    """No elements, but more rows than there is memory for; a view makes a list of each."""
     return max(array.size) > MOST_BYTES
 
 
