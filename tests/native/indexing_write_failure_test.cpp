@@ -182,6 +182,15 @@ TEST(AssignmentFailure, StorageThatHasGone) {
   }
 }
 
+TEST(AssignmentFailure, StorageWithoutDimensions) {
+  const PyRef array = makeRecord(makeArray<double>({}));
+  for (const char* index : {"0", "slice(0, 1)", "None"}) {
+    SCOPED_TRACE(index);
+    EXPECT_EQ(assign(array, index, evaluate("70.0")), -1);
+    EXPECT_TRUE(raised(PyExc_RuntimeError, "too many indices."));
+  }
+}
+
 // Deliberate: a run of rows is written through a strong temporary, which a weak view has no storage
 // for. What is wrong with the values comes first.
 TEST(AssignmentFailure, RunOfRowsOfAWeakView) {

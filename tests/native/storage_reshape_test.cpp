@@ -312,4 +312,16 @@ TEST(KeptDescriptions, AreThoseThatWentOutOnly) {
   outgoing.check();
 }
 
+TEST(KeptDescriptions, AreNoneWhereNothingWentOut) {
+  MDArrayWrapper wrapper(ArrayFactory().createArray(ArrayType::DOUBLE, {0, 1}), 'F');
+  const auto reshapeTo = [&wrapper](std::int64_t first, std::int64_t last) {
+    for (std::int64_t rows = first; rows < last; ++rows) EXPECT_TRUE(reshape(wrapper, {rows, 0}));
+  };
+  reshapeTo(1, 10);
+  const std::size_t before = heapInUse();
+  reshapeTo(10, 1000);
+  const std::size_t after = heapInUse();
+  EXPECT_LT(after, before + 10000);
+}
+
 }  // namespace
