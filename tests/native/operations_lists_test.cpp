@@ -270,6 +270,12 @@ TEST(ListFailure, SliceThatWasNotNormalised) {
   EXPECT_TRUE(raised(
       PyExc_RuntimeError,
       "getIntegerIndexValues(5, &success) was called before the slice item was normalized."));
+  MCppPyArray element(*array, {2, 3, 4}, false);  // no dimension is left for a slice
+  element.getIndicesRef().emplace_back(SliceIndexItem{1, 3, 1, 2, false});
+  EXPECT_FALSE(allContents<double>(element));
+  EXPECT_TRUE(raised(
+      PyExc_RuntimeError,
+      "getIntegerIndexValues(0, &success) was called before the slice item was normalized."));
 }
 
 TEST(ListFailure, SliceAmongTheIntegers) {
