@@ -242,3 +242,32 @@ def test_no_memory_for_one_object_of_the_module():
     assert set(outcomes) <= ENTRY_FAILURES | HALF_MADE_CLASS | {"success"}
     assert nearby[-1] == "success"
     assert set(nearby) == ENTRY_FAILURES | {"success"}
+
+
+# What the entry point says when there is no memory for one of its first objects.
+WORDS = """
+def words(which):
+    with tempfile.TemporaryFile() as said:
+        child = os.fork()
+        if child == 0:
+            os.dup2(said.fileno(), 2)
+            _testcapi.set_nomemory(which, which + 1)
+            try:
+                call()
+            except BaseException:
+                pass
+            _testcapi.remove_mem_hooks()
+            os._exit(0)
+        assert os.waitpid(child, 0)[1] == 0
+        said.seek(0)
+        return said.read().decode()
+
+call()  # what is made once in a process is there
+report([words(which) for which in range(40)])
+"""
+
+
+def test_no_memory_for_the_module_itself():
+    words = run_script(SUBJECTS + ENTRY_POINT + WORDS).reported
+    assert words.count("Could not initialize module.\n") >= 1
+    assert set(words) <= {"", "Could not initialize module.\n", "Could not initialize type.\n"}
