@@ -6,13 +6,13 @@ import random
 from typing import Any
 
 import part
-from arrays import CLASS_ROWS, contents
-from buffer_requests import LETTERS, ask, give_back, memory_of, numbers
+from helpers.arrays import CLASS_ROWS, contents
+from helpers.buffer_requests import LETTERS, ask, give_back, memory_of, numbers
+from helpers.lying_exporter import LyingExporter
+from helpers.program_runs import Run
+from helpers.program_steps import next_step
+from helpers.program_text import Writer
 from hostile_walk import Walk
-from lying_exporter import LyingExporter
-from program_steps import next_step
-from program_text import Writer
-from test_programs import Run
 
 MOST_STEPS = 40
 MOST_BYTES = 4096

@@ -7,7 +7,7 @@ import random
 from collections.abc import Callable
 from typing import Any
 
-from lying_exporter import LyingExporter
+from helpers.lying_exporter import LyingExporter
 
 MOST_DEPTH = 3  # of harm done while harm is being done
 PADDING = 4096  # bytes that really lie behind an exporter that lies about its length

@@ -13,8 +13,9 @@ from collections.abc import Callable
 from typing import Any
 
 import part
-from arrays import CLASS_ROWS, contents
-from buffer_requests import ask, give_back
+from helpers.arrays import CLASS_ROWS, contents
+from helpers.buffer_requests import ask, give_back
+from helpers.view_states import bare_record, call_method
 from hostile_objects import (
     Cycle,
     Harm,
@@ -26,7 +27,6 @@ from hostile_objects import (
     HostileSequence,
     hostile_exporter,
 )
-from view_states import bare_record, call_method
 
 MOST_HELD = 12
 BEYOND_64_BITS = "Python int too large to convert to C ssize_t"

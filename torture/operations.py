@@ -16,9 +16,9 @@ from typing import Any, NamedTuple
 
 import capsule
 import velmar
-from arrays import FORMS
-from buffer_requests import LETTERS, ask, give_back
-from view_states import bare_record, call_method
+from helpers.arrays import FORMS
+from helpers.buffer_requests import LETTERS, ask, give_back
+from helpers.view_states import bare_record, call_method
 
 RECORD = "record of a failed construction"
 DICTIONARY = "dictionary of a complex buffer through the capsule"

@@ -5,7 +5,7 @@ from __future__ import annotations
 import sys
 
 import part
-from test_programs import STEPS_OF_A_PROGRAM, random_program, report
+from helpers.program_runs import STEPS_OF_A_PROGRAM, random_program, report
 
 MOST_FINDINGS = 3
 

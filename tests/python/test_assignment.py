@@ -8,13 +8,13 @@ import operator
 
 import pytest
 import velmar
-from arrays import CLASS_ROWS, contents, each, each_form, exact, raises
-from conversion_model import TOO_LARGE
-from row_tables import rows
-from slice_model import grid, line, subscripted
+from helpers.arrays import CLASS_ROWS, contents, each, each_form, exact, raises
+from helpers.conversion_model import TOO_LARGE
+from helpers.row_tables import rows
+from helpers.slice_model import grid, line, subscripted
+from helpers.view_states import bare_record, blocks_per_call, counts_blocks
+from helpers.write_model import Storage, Target, attempt
 from test_subscripts import BAD_SLICES, OUTSIDE, REFUSED
-from view_states import bare_record, blocks_per_call, counts_blocks
-from write_model import Storage, Target, attempt
 
 UNEQUAL = "unable to perform assignment because the left and right sides have a different shape."
 NO_VALUES = "slice is nonempty but values are empty."

@@ -6,11 +6,11 @@ import gc
 
 import pytest
 import velmar
-from arrays import CLASS_ROWS, contents, each, each_form, exact, raises
-from hostile_sequences import Answers, BadLength, Boom, Scripted, Unsized, then
-from row_tables import rows
-from slice_model import grid, line, subscripted
-from write_model import Storage, Target, attempt
+from helpers.arrays import CLASS_ROWS, contents, each, each_form, exact, raises
+from helpers.hostile_sequences import Answers, BadLength, Boom, Scripted, Unsized, then
+from helpers.row_tables import rows
+from helpers.slice_model import grid, line, subscripted
+from helpers.write_model import Storage, Target, attempt
 
 NULL_ITEM = (RuntimeError, "null data pointer.")
 UNEVEN = (ValueError, "elements of array are of different lengths or types.")

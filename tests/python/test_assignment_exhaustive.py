@@ -7,9 +7,9 @@ import itertools
 
 import pytest
 import velmar
-from effort import IS_BRIEF, some_of
-from slice_model import composed, item_of, subscripted, text_of
-from write_model import (
+from helpers.effort import IS_BRIEF, some_of
+from helpers.slice_model import composed, item_of, subscripted, text_of
+from helpers.write_model import (
     NO_ROOM,
     OUTSIDE,
     PAST_SLICE,

@@ -6,12 +6,21 @@ import array as arrays_of_the_library
 
 import pytest
 import velmar
-from arrays import CLASS_ROWS, COMPLEX_ROWS, INTEGER_ROWS, contents, each, each_form, exact, raises
-from conversion_model import TOO_LARGE, Failure, convert
-from hostile_sequences import SequenceFloat, SequenceInt
-from row_tables import rows
-from scalar_values import BOUNDARY_FLOATS, BOUNDARY_INTEGERS, VALUES
-from slice_model import grid, line
+from helpers.arrays import (
+    CLASS_ROWS,
+    COMPLEX_ROWS,
+    INTEGER_ROWS,
+    contents,
+    each,
+    each_form,
+    exact,
+    raises,
+)
+from helpers.conversion_model import TOO_LARGE, Failure, convert
+from helpers.hostile_sequences import SequenceFloat, SequenceInt
+from helpers.row_tables import rows
+from helpers.scalar_values import BOUNDARY_FLOATS, BOUNDARY_INTEGERS, VALUES
+from helpers.slice_model import grid, line
 
 NOT_NUMERIC = "value passed to initializer must be numeric."
 UNEVEN = "elements of array are of different lengths or types."

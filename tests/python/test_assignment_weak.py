@@ -7,11 +7,11 @@ import operator
 
 import pytest
 import velmar
-from arrays import contents, each_form, exact, raises
-from hostile_sequences import Scripted, then
-from row_tables import rows
-from slice_model import grid
-from view_states import blocks_per_call, counts_blocks, expired_plane, expired_row
+from helpers.arrays import contents, each_form, exact, raises
+from helpers.hostile_sequences import Scripted, then
+from helpers.row_tables import rows
+from helpers.slice_model import grid
+from helpers.view_states import blocks_per_call, counts_blocks, expired_plane, expired_row
 
 GONE = (RuntimeError, "locked shared pointer is null.")
 TOO_MANY = (RuntimeError, "too many indices.")

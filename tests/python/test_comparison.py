@@ -8,13 +8,11 @@ from unittest import mock
 
 import pytest
 import velmar
-from arrays import CLASS_ROWS, COMPLEX_ROWS, contents, each, each_form, raises
-from child_interpreter import run_script
-from hypothesis import given
-from hypothesis import strategies as st
-from row_tables import rows
-from slice_model import grid, line, subscripted
-from view_states import (
+from helpers.arrays import CLASS_ROWS, COMPLEX_ROWS, contents, each, each_form, raises
+from helpers.child_interpreter import run_script
+from helpers.row_tables import rows
+from helpers.slice_model import grid, line, subscripted
+from helpers.view_states import (
     NOT_INITIALIZED,
     STORAGE_GONE,
     WITHOUT_STORAGE,
@@ -23,6 +21,8 @@ from view_states import (
     counts_blocks,
     expired_row,
 )
+from hypothesis import given
+from hypothesis import strategies as st
 
 CUBE = grid(2, 3, 4)
 NO_ORDER = "inequality operators not supported."

@@ -6,11 +6,9 @@ import math
 
 import pytest
 import velmar
-from arrays import CLASS_ROWS, FORMS, contents, exact, raises
-from conversion_model import Failure, convert
-from hypothesis import example, given, settings
-from hypothesis import strategies as st
-from nesting_model import (
+from helpers.arrays import CLASS_ROWS, FORMS, contents, exact, raises
+from helpers.conversion_model import Failure, convert
+from helpers.nesting_model import (
     NOT_RECTANGULAR,
     in_storage_order,
     mismatch,
@@ -19,6 +17,8 @@ from nesting_model import (
     outcome,
     storage_order,
 )
+from hypothesis import example, given, settings
+from hypothesis import strategies as st
 from velmarmultidimarrayforpython import ShapeError, SizeError
 
 # The space of ragged data is large, and most of it is refused at the first list.

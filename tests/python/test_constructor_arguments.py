@@ -7,7 +7,7 @@ import types
 
 import pytest
 import velmar
-from arrays import CLASS_ROWS, COMPLEX_ROWS, contents, each, each_form, exact, raises
+from helpers.arrays import CLASS_ROWS, COMPLEX_ROWS, contents, each, each_form, exact, raises
 
 MUST_BE_BOOL = "value passed to 'is_complex' must be a bool."
 NEVER_COMPLEX = "logical arrays must not be complex."

@@ -7,11 +7,17 @@ import math
 
 import pytest
 import velmar
-from arrays import CLASS_ROWS, contents, each, each_form, raises
-from buffer_requests import column_major_strides, exported, memory_of, packed, size_of_element
-from row_tables import rows
-from slice_model import grid, line, subscripted
-from view_states import (
+from helpers.arrays import CLASS_ROWS, contents, each, each_form, raises
+from helpers.buffer_requests import (
+    column_major_strides,
+    exported,
+    memory_of,
+    packed,
+    size_of_element,
+)
+from helpers.row_tables import rows
+from helpers.slice_model import grid, line, subscripted
+from helpers.view_states import (
     NOT_INITIALIZED,
     STORAGE_GONE,
     WITHOUT_STORAGE,

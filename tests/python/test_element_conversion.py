@@ -6,9 +6,9 @@ import math
 
 import pytest
 import velmar
-from arrays import COMPLEX_ROWS, INTEGER_ROWS, contents, each, each_form, exact, raises
-from conversion_model import TOO_LARGE, Failure, convert, integer_to_single, to_single
-from scalar_values import (
+from helpers.arrays import COMPLEX_ROWS, INTEGER_ROWS, contents, each, each_form, exact, raises
+from helpers.conversion_model import TOO_LARGE, Failure, convert, integer_to_single, to_single
+from helpers.scalar_values import (
     BOUNDARY_FLOATS,
     BOUNDARY_INTEGERS,
     VALUES,

@@ -4,9 +4,9 @@ import math
 import operator
 
 import velmar
-from arrays import CLASS_ROWS, COMPLEX_ROWS, each, exact
-from row_tables import rows
-from slice_model import grid, line
+from helpers.arrays import CLASS_ROWS, COMPLEX_ROWS, each, exact
+from helpers.row_tables import rows
+from helpers.slice_model import grid, line
 
 LAST = 2**63 - 1
 NUMBER_TYPES = {"float": float, "signed": int, "unsigned": int, "logical": bool}

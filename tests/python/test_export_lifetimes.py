@@ -12,8 +12,8 @@ import sys
 
 import pytest
 import velmar
-from arrays import CLASS_ROWS, contents, each_form
-from buffer_requests import (
+from helpers.arrays import CLASS_ROWS, contents, each_form
+from helpers.buffer_requests import (
     FORMAT,
     INDIRECT,
     ask,
@@ -25,8 +25,8 @@ from buffer_requests import (
     numbers,
     packed,
 )
-from row_tables import rows
-from slice_model import grid
+from helpers.row_tables import rows
+from helpers.slice_model import grid
 
 CUBE = grid(4, 6, 5)
 SHAPES = [  # of 120 elements, all different

@@ -7,10 +7,10 @@ import sys
 
 import pytest
 import velmar
-from arrays import COMPLEX_ROWS, contents, each, each_form, exact, raises
-from row_tables import rows
-from slice_model import subscripted
-from view_states import (
+from helpers.arrays import COMPLEX_ROWS, contents, each, each_form, exact, raises
+from helpers.row_tables import rows
+from helpers.slice_model import subscripted
+from helpers.view_states import (
     NOT_INITIALIZED,
     STORAGE_GONE,
     WITHOUT_STORAGE,

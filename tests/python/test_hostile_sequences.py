@@ -6,8 +6,8 @@ from collections import UserDict
 
 import pytest
 import velmar
-from arrays import CLASS_ROWS, contents, each, each_form, raises
-from hostile_sequences import (
+from helpers.arrays import CLASS_ROWS, contents, each, each_form, raises
+from helpers.hostile_sequences import (
     Answers,
     BadLength,
     Boom,

@@ -3,7 +3,7 @@
 import sys
 
 import pytest
-from child_interpreter import run_script
+from helpers.child_interpreter import run_script
 
 NAME = "velmarmultidimarrayforpython"
 NO_MODULE = "unable to import array module."

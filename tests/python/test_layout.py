@@ -6,9 +6,9 @@ import math
 
 import pytest
 import velmar
-from arrays import contents, each_form, exact
-from effort import IS_BRIEF
-from nesting_model import in_storage_order, nested, normalized, storage_order
+from helpers.arrays import contents, each_form, exact
+from helpers.effort import IS_BRIEF
+from helpers.nesting_model import in_storage_order, nested, normalized, storage_order
 
 
 def distinct_elements(row, is_complex, count):

@@ -7,8 +7,8 @@ from html.parser import HTMLParser
 
 import pytest
 import velmar
-from arrays import CLASS_ROWS, COMPLEX_ROWS, each, raises
-from child_interpreter import run_script
+from helpers.arrays import CLASS_ROWS, COMPLEX_ROWS, each, raises
+from helpers.child_interpreter import run_script
 from velmar import look
 
 LOOKS = pytest.mark.parametrize("show", [velmar.html, velmar.summary])

@@ -11,10 +11,10 @@ import zlib
 
 import pytest
 import velmar
-from arrays import CLASS_ROWS, COMPLEX_ROWS, contents, each, each_form, exact, raises
-from buffer_requests import LETTERS, column_major, format_of, packed
-from row_tables import rows
-from slice_model import grid, subscripted
+from helpers.arrays import CLASS_ROWS, COMPLEX_ROWS, contents, each, each_form, exact, raises
+from helpers.buffer_requests import LETTERS, column_major, format_of, packed
+from helpers.row_tables import rows
+from helpers.slice_model import grid, subscripted
 
 NESTED = [[1, 0, 1, 1], [0, 1, 0, 1], [1, 1, 0, 0]]
 CUBE = grid(3, 4, 5)

@@ -7,8 +7,8 @@ import sys
 
 import pytest
 import velmar
-from arrays import CLASS_ROWS, contents, each, each_form, raises
-from buffer_requests import (
+from helpers.arrays import CLASS_ROWS, contents, each, each_form, raises
+from helpers.buffer_requests import (
     ANY_CONTIGUOUS,
     C_CONTIGUOUS,
     F_CONTIGUOUS,
@@ -33,9 +33,9 @@ from buffer_requests import (
     packed,
     slot_of,
 )
-from row_tables import rows
-from slice_model import grid, line, subscripted
-from view_states import (
+from helpers.row_tables import rows
+from helpers.slice_model import grid, line, subscripted
+from helpers.view_states import (
     NOT_INITIALIZED,
     WITHOUT_STORAGE,
     bare_record,

@@ -4,8 +4,8 @@ from __future__ import annotations
 
 import pytest
 import velmar
-from arrays import each_form, raises
-from nesting_model import mismatch
+from helpers.arrays import each_form, raises
+from helpers.nesting_model import mismatch
 from velmarmultidimarrayforpython import ShapeError, SizeError
 
 BEYOND_64_BITS = 2**64 - 1

@@ -11,8 +11,8 @@ import pytest
 import velmar
 import velmarmultidimarrayforpython as module
 import vlexceptions
-from arrays import CLASS_ROWS, each, raises
-from child_interpreter import run_script
+from helpers.arrays import CLASS_ROWS, each, raises
+from helpers.child_interpreter import run_script
 
 NAME = "velmarmultidimarrayforpython"
 ARRAY_CLASSES = [

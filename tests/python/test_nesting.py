@@ -7,9 +7,9 @@ import collections
 
 import pytest
 import velmar
-from arrays import contents, each_form, exact, raises
-from nesting_model import nested, normalized
-from scalar_values import LyingInt
+from helpers.arrays import contents, each_form, exact, raises
+from helpers.nesting_model import nested, normalized
+from helpers.scalar_values import LyingInt
 
 TEXT = (ValueError, "value passed to initializer must be numeric.")
 UNEVEN = (ValueError, "elements of array are of different lengths or types.")

@@ -11,10 +11,19 @@ import sys
 
 import pytest
 import velmar
-from arrays import CLASS_ROWS, COMPLEX_ROWS, INTEGER_ROWS, contents, each, each_form, exact, raises
-from buffer_requests import LETTERS, format_of, packed, size_of_element
-from nesting_model import mismatch
-from row_tables import rows
+from helpers.arrays import (
+    CLASS_ROWS,
+    COMPLEX_ROWS,
+    INTEGER_ROWS,
+    contents,
+    each,
+    each_form,
+    exact,
+    raises,
+)
+from helpers.buffer_requests import LETTERS, format_of, packed, size_of_element
+from helpers.nesting_model import mismatch
+from helpers.row_tables import rows
 from velmarmultidimarrayforpython import ShapeError, SizeError
 
 DOES_NOT_FIT = "input does not fit evenly into output type."

@@ -6,11 +6,11 @@ import struct
 
 import pytest
 import velmar
-from arrays import CLASS_ROWS, FORMS, contents, each, each_form, exact, raises
-from buffer_requests import LETTERS, format_of, packed, size_of_element
-from lying_exporter import LyingExporter, build
-from nesting_model import mismatch
-from row_tables import rows
+from helpers.arrays import CLASS_ROWS, FORMS, contents, each, each_form, exact, raises
+from helpers.buffer_requests import LETTERS, format_of, packed, size_of_element
+from helpers.lying_exporter import LyingExporter, build
+from helpers.nesting_model import mismatch
+from helpers.row_tables import rows
 from test_outside_buffers import DOES_NOT_FIT, incompatible, not_complex, values_of
 from velmarmultidimarrayforpython import ShapeError, SizeError
 

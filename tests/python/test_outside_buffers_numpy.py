@@ -6,8 +6,8 @@ import itertools
 
 import pytest
 import velmar
-from arrays import CLASS_ROWS, COMPLEX_ROWS, contents, each, exact, raises
-from row_tables import rows
+from helpers.arrays import CLASS_ROWS, COMPLEX_ROWS, contents, each, exact, raises
+from helpers.row_tables import rows
 from test_outside_buffers import incompatible, not_complex, values_of
 
 numpy = pytest.importorskip("numpy")

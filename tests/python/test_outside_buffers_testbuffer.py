@@ -7,9 +7,9 @@ import math
 
 import pytest
 import velmar
-from arrays import CLASS_ROWS, contents, each, exact, raises
-from buffer_requests import LETTERS
-from row_tables import rows
+from helpers.arrays import CLASS_ROWS, contents, each, exact, raises
+from helpers.buffer_requests import LETTERS
+from helpers.row_tables import rows
 from test_outside_buffers import incompatible, not_complex, values_of
 
 exporters = pytest.importorskip("_testbuffer")

@@ -5,13 +5,13 @@ import os
 from concurrent.futures import ProcessPoolExecutor
 from multiprocessing import reduction
 
-import process_workers as workers
 import pytest
 import velmar
 import vlexceptions
-from arrays import FORMS, contents, exact, raises
-from slice_model import grid
-from view_states import STORAGE_GONE, expired_row
+from helpers import process_workers as workers
+from helpers.arrays import FORMS, contents, exact, raises
+from helpers.slice_model import grid
+from helpers.view_states import STORAGE_GONE, expired_row
 
 PROCESSES = 2
 SECONDS = 60  # until a result that does not come is a failure

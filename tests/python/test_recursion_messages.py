@@ -2,7 +2,7 @@
 
 import pytest
 import velmar
-from child_interpreter import run_script
+from helpers.child_interpreter import run_script
 
 DEEP = 100_000
 EXCEEDED = "maximum recursion depth exceeded while "

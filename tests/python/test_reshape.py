@@ -9,17 +9,21 @@ import math
 import hypothesis.strategies as st
 import pytest
 import velmar
-from arrays import contents, each_form, exact, raises
-from hostile_sequences import BadLength, Boom, ItemDict, Scripted, SequenceInt, Unsized, then
-from hypothesis import given
-from nesting_model import in_storage_order
-from row_tables import rows
-from velmarmultidimarrayforpython import ShapeError
-from view_states import (
-    NOT_INITIALIZED,
-    WITHOUT_STORAGE,
-    bare_record,
+from helpers.arrays import contents, each_form, exact, raises
+from helpers.hostile_sequences import (
+    BadLength,
+    Boom,
+    ItemDict,
+    Scripted,
+    SequenceInt,
+    Unsized,
+    then,
 )
+from helpers.nesting_model import in_storage_order
+from helpers.row_tables import rows
+from helpers.view_states import NOT_INITIALIZED, WITHOUT_STORAGE, bare_record
+from hypothesis import given
+from velmarmultidimarrayforpython import ShapeError
 
 NOT_DIMENSIONS = "reshape() must be passed a nonempty sequence of nonnegative integers."
 PARTIAL = "reshape() not supported for a partial array."

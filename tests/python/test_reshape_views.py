@@ -6,15 +6,15 @@ import sys
 
 import pytest
 import velmar
-from arrays import contents, each_form, exact, raises
-from effort import some_of
-from hostile_sequences import Boom, Scripted
-from row_tables import rows
-from slice_model import subscripted
-from test_programs import Run
+from helpers.arrays import contents, each_form, exact, raises
+from helpers.effort import some_of
+from helpers.hostile_sequences import Boom, Scripted
+from helpers.program_runs import Run
+from helpers.row_tables import rows
+from helpers.slice_model import subscripted
+from helpers.view_states import blocks_per_call, call_method, counts_blocks
 from test_reshape import PARTIAL, different, six
 from velmarmultidimarrayforpython import ShapeError
-from view_states import blocks_per_call, call_method, counts_blocks
 
 NULL = "null data pointer."
 UNWRITABLE = "unable to set value."

@@ -7,9 +7,9 @@ import operator
 
 import pytest
 import velmar
-from arrays import CLASS_ROWS, contents, each, each_form, exact, raises
-from row_tables import rows
-from slice_model import grid, line
+from helpers.arrays import CLASS_ROWS, contents, each, each_form, exact, raises
+from helpers.row_tables import rows
+from helpers.slice_model import grid, line
 
 get_item = ctypes.PYFUNCTYPE(ctypes.py_object, ctypes.py_object, ctypes.c_ssize_t)(
     ("PySequence_GetItem", ctypes.pythonapi)

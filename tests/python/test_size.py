@@ -6,8 +6,8 @@ import enum
 
 import pytest
 import velmar
-from arrays import CLASS_ROWS, contents, each, each_form, exact, raises
-from nesting_model import mismatch, nested
+from helpers.arrays import CLASS_ROWS, contents, each, each_form, exact, raises
+from helpers.nesting_model import mismatch, nested
 from velmarmultidimarrayforpython import ShapeError, SizeError
 
 NOT_A_SEQUENCE = "value of 'size' must be a sequence."

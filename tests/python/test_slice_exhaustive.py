@@ -5,17 +5,8 @@ import itertools
 
 import pytest
 import velmar
-from effort import IS_BRIEF
-from slice_model import (
-    EMPTY,
-    SliceItem,
-    ViewModel,
-    composed,
-    grid,
-    item_of,
-    line,
-    text_of,
-)
+from helpers.effort import IS_BRIEF
+from helpers.slice_model import EMPTY, SliceItem, ViewModel, composed, grid, item_of, line, text_of
 
 LENGTHS = [0, 1, 2, 3] if IS_BRIEF else [0, 1, 2, 3, 4]
 STEPS = [None, 1, 2, 3, -1, -2, -3]

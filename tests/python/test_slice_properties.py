@@ -2,10 +2,10 @@
 
 import pytest
 import velmar
-from arrays import contents
+from helpers.arrays import contents
+from helpers.slice_model import ViewModel, grid, line, subscripted, text_of
 from hypothesis import given, settings
 from hypothesis import strategies as st
-from slice_model import ViewModel, grid, line, subscripted, text_of
 
 HUGE = [
     2**31,

@@ -4,8 +4,8 @@ import itertools
 
 import pytest
 import velmar
-from effort import some_of
-from slice_model import ViewModel, grid, text_of
+from helpers.effort import some_of
+from helpers.slice_model import ViewModel, grid, text_of
 
 lengths = pytest.mark.parametrize("length", [0, 1, 2, 3, 4])
 

@@ -10,10 +10,10 @@ from fractions import Fraction
 
 import pytest
 import velmar
-from arrays import CLASS_ROWS, contents, each, raises
-from child_interpreter import run_script
-from row_tables import rows
-from slice_model import grid, line
+from helpers.arrays import CLASS_ROWS, contents, each, raises
+from helpers.child_interpreter import run_script
+from helpers.row_tables import rows
+from helpers.slice_model import grid, line
 
 NO_INDEX = "index is not an integer or slice."
 ZERO_STEP = "slice step cannot be zero."

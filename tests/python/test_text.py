@@ -4,9 +4,9 @@ import math
 
 import pytest
 import velmar
-from arrays import CLASS_ROWS, COMPLEX_ROWS, contents, each, each_form, exact, raises
-from row_tables import rows
-from slice_model import grid, line, text_of
+from helpers.arrays import CLASS_ROWS, COMPLEX_ROWS, contents, each, each_form, exact, raises
+from helpers.row_tables import rows
+from helpers.slice_model import grid, line, text_of
 
 FORMS = [  # array, str, the class and the end of repr
     (

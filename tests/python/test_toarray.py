@@ -9,11 +9,11 @@ import sys
 
 import pytest
 import velmar
-from arrays import CLASS_ROWS, COMPLEX_ROWS, contents, each, exact, raises
-from buffer_requests import LETTERS
-from row_tables import rows
-from slice_model import grid, line, subscripted
-from view_states import (
+from helpers.arrays import CLASS_ROWS, COMPLEX_ROWS, contents, each, exact, raises
+from helpers.buffer_requests import LETTERS
+from helpers.row_tables import rows
+from helpers.slice_model import grid, line, subscripted
+from helpers.view_states import (
     STORAGE_GONE,
     WITHOUT_STORAGE,
     bare_record,

@@ -7,12 +7,11 @@ import sys
 
 import pytest
 import velmar
-from arrays import COMPLEX_ROWS, INTEGER_ROWS, contents, each, each_form, exact, raises
-from child_interpreter import run_script
-from row_tables import rows
-from slice_model import grid, subscripted
-from velmar import transport
-from view_states import (
+from helpers.arrays import COMPLEX_ROWS, INTEGER_ROWS, contents, each, each_form, exact, raises
+from helpers.child_interpreter import run_script
+from helpers.row_tables import rows
+from helpers.slice_model import grid, subscripted
+from helpers.view_states import (
     NOT_INITIALIZED,
     STORAGE_GONE,
     WITHOUT_STORAGE,
@@ -20,6 +19,7 @@ from view_states import (
     blocks_per_call,
     counts_blocks,
 )
+from velmar import transport
 
 CUBE = grid(4, 5, 6)
 

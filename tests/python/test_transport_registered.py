@@ -10,15 +10,15 @@ import sys
 from concurrent.futures import ProcessPoolExecutor
 from multiprocessing.reduction import ForkingPickler
 
-import process_workers as workers
 import pytest
 import velmar
-from arrays import FORMS, contents, each_form, exact, raises
-from child_interpreter import run_script
-from row_tables import rows
-from slice_model import grid
+from helpers import process_workers as workers
+from helpers.arrays import FORMS, contents, each_form, exact, raises
+from helpers.child_interpreter import run_script
+from helpers.row_tables import rows
+from helpers.slice_model import grid
+from helpers.view_states import STORAGE_GONE, WITHOUT_STORAGE
 from velmar import transport
-from view_states import STORAGE_GONE, WITHOUT_STORAGE
 
 SECONDS = 120  # until a result that does not come is a failure
 

@@ -7,7 +7,7 @@ import collections
 
 import pytest
 import velmar
-from arrays import contents, each_form, exact, raises
+from helpers.arrays import contents, each_form, exact, raises
 from velmarmultidimarrayforpython import ShapeError
 
 NOT_A_SEQUENCE = (ValueError, "value of 'vector' must be a sequence.")

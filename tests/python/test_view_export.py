@@ -5,8 +5,8 @@ from __future__ import annotations
 import gc
 
 import velmar
-from arrays import CLASS_ROWS, contents, raises
-from buffer_requests import (
+from helpers.arrays import CLASS_ROWS, contents, raises
+from helpers.buffer_requests import (
     FORMAT,
     INDIRECT,
     STRIDES,
@@ -15,8 +15,8 @@ from buffer_requests import (
     exported,
     memory_of,
 )
-from row_tables import rows
-from slice_model import grid, subscripted
+from helpers.row_tables import rows
+from helpers.slice_model import grid, subscripted
 
 NESTED = [[1, 0, 1], [0, 1, 0]]
 CUBE = grid(3, 4, 5)

@@ -5,10 +5,10 @@ import sys
 
 import pytest
 import velmar
-from arrays import CLASS_ROWS, contents, each, each_form, exact, raises
-from row_tables import rows
-from slice_model import grid, line, subscripted
-from view_states import blocks_per_call
+from helpers.arrays import CLASS_ROWS, contents, each, each_form, exact, raises
+from helpers.row_tables import rows
+from helpers.slice_model import grid, line, subscripted
+from helpers.view_states import blocks_per_call
 
 CUBE = grid(4, 5, 6)
 

@@ -15,12 +15,14 @@ from collections.abc import Iterator
 from types import SimpleNamespace
 from typing import Any
 
-from arrays import CLASS_ROWS, ElementClass
-from buffer_requests import LETTERS, size_of_element
-from nesting_model import storage_order
-from program_buffers import Exported
-from program_storage import Storage, increment, read_slice
-from program_values import (
+from velmarmultidimarrayforpython import ShapeError
+
+from helpers.arrays import CLASS_ROWS, ElementClass
+from helpers.buffer_requests import LETTERS, size_of_element
+from helpers.nesting_model import storage_order
+from helpers.program_buffers import Exported
+from helpers.program_storage import Storage, increment, read_slice
+from helpers.program_values import (
     NOTHING,
     NULL_ITEM,
     assigned,
@@ -31,9 +33,8 @@ from program_values import (
     item_or_nothing,
     stored,
 )
-from slice_model import SliceItem, index_of, text_of
-from slice_model import resolved as composed
-from velmarmultidimarrayforpython import ShapeError
+from helpers.slice_model import SliceItem, index_of, text_of
+from helpers.slice_model import resolved as composed
 
 LOCKED = "locked shared pointer is null."
 TOO_MANY = "too many indices."

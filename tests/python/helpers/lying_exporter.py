@@ -6,7 +6,7 @@ import ctypes
 import sys
 from typing import Any
 
-from buffer_requests import ANY_CONTIGUOUS, FORMAT, PyBuffer
+from helpers.buffer_requests import ANY_CONTIGUOUS, FORMAT, PyBuffer
 
 _GetBuffer = ctypes.PYFUNCTYPE(
     ctypes.c_int, ctypes.py_object, ctypes.POINTER(PyBuffer), ctypes.c_int

@@ -7,9 +7,9 @@ import math
 from collections.abc import Callable, Iterable, Iterator, Sequence
 from typing import Any
 
-from conversion_model import Failure
-from nesting_model import NOT_RECTANGULAR, UNEVEN, in_storage_order, storage_order
-from slice_model import SliceItem, composed, item_of, resolved
+from helpers.conversion_model import Failure
+from helpers.nesting_model import NOT_RECTANGULAR, UNEVEN, in_storage_order, storage_order
+from helpers.slice_model import SliceItem, composed, item_of, resolved
 
 DIFFERENT_SHAPE = Failure(
     ValueError,

@@ -8,9 +8,9 @@ import math
 import struct
 from typing import Any, NamedTuple
 
-from arrays import ElementClass
-from buffer_requests import LETTERS, format_of
-from nesting_model import in_storage_order
+from helpers.arrays import ElementClass
+from helpers.buffer_requests import LETTERS, format_of
+from helpers.nesting_model import in_storage_order
 
 DOES_NOT_FIT = "input does not fit evenly into output type."
 NOT_CONTIGUOUS = "memoryview: underlying buffer is not contiguous"

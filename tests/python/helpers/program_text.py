@@ -12,10 +12,10 @@ import random
 from collections.abc import Callable
 from typing import Any, NamedTuple
 
-from arrays import ElementClass
-from buffer_requests import LETTERS
-from program_buffers import Exported
-from program_model import Array, MCPyIter, composed, read_slice
+from helpers.arrays import ElementClass
+from helpers.buffer_requests import LETTERS
+from helpers.program_buffers import Exported
+from helpers.program_model import Array, MCPyIter, composed, read_slice
 
 NAMES = "abcdefgh"
 MOST_ELEMENTS = 36

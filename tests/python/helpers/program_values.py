@@ -6,11 +6,12 @@ import math
 from collections.abc import Callable
 from typing import Any
 
-from arrays import ElementClass
-from conversion_model import Failure, convert
-from nesting_model import mismatch, normalized, storage_order
-from program_buffers import Pair, outside, taken_over
 from velmarmultidimarrayforpython import ShapeError, SizeError
+
+from helpers.arrays import ElementClass
+from helpers.conversion_model import Failure, convert
+from helpers.nesting_model import mismatch, normalized, storage_order
+from helpers.program_buffers import Pair, outside, taken_over
 
 NOTHING = object()  # what an assignment gets where the program says `del`
 NULL_ITEM = "null data pointer."

@@ -7,7 +7,7 @@ import math
 from collections.abc import Callable, Iterable, Sequence
 from typing import Any
 
-from conversion_model import Failure
+from helpers.conversion_model import Failure
 
 NOT_NUMERIC = Failure(ValueError, "value passed to initializer must be numeric.")
 UNEVEN = Failure(ValueError, "elements of array are of different lengths or types.")

@@ -10,7 +10,7 @@ import struct
 from collections.abc import Iterator
 from typing import Any, NamedTuple
 
-from arrays import ElementClass
+from helpers.arrays import ElementClass
 
 SIMPLE = 0
 WRITABLE = 0x1

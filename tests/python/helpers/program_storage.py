@@ -5,9 +5,9 @@ from __future__ import annotations
 import math
 from typing import Any
 
-from program_buffers import shown
-from program_values import NULL_ITEM
-from slice_model import SliceItem, item_of
+from helpers.program_buffers import shown
+from helpers.program_values import NULL_ITEM
+from helpers.slice_model import SliceItem, item_of
 
 UNREADABLE = "slice indices must be integers or None or have an __index__ method"
 

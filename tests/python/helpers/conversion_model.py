@@ -7,7 +7,7 @@ import struct
 from dataclasses import dataclass
 from typing import Any
 
-from arrays import SINGLE_MAX, ElementClass
+from helpers.arrays import SINGLE_MAX, ElementClass
 
 TOO_LARGE = "Python int too large to convert to C long long"
 INFINITY = float("inf")

@@ -5,10 +5,10 @@ from __future__ import annotations
 import math
 from collections.abc import Callable
 
-from arrays import FORMS
-from program_buffers import Exported
-from program_model import Array
-from program_text import NAMES, Target, Writer, answer, shape_of, walked
+from helpers.arrays import FORMS
+from helpers.program_buffers import Exported
+from helpers.program_model import Array
+from helpers.program_text import NAMES, Target, Writer, answer, shape_of, walked
 
 
 def construct(w: Writer) -> str:
