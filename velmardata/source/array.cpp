@@ -1,4 +1,4 @@
-// Array: what a handle says about its contents.
+// Array: the destructor, and the properties that the contents record.
 #include "velmardata/array.hpp"
 
 #include "array_record.hpp"

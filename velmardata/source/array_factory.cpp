@@ -1,4 +1,4 @@
-// ArrayFactory: blocks and arrays of a type that is known at run time.
+// ArrayFactory: blocks and arrays whose element type is known only at run time.
 #include "velmardata/array_factory.hpp"
 
 #include <cstring>
@@ -27,16 +27,16 @@ using velmar::data::impl::productOf;
 
 using UntypedBuffer = std::unique_ptr<void, void (*)(void*)>;
 
-// What a set of dimensions comes to for a type.
+// The number of elements of an array and their size.
 struct Extent {
   std::uint64_t elements;
   std::uint64_t bytes;
 };
 
-// Nothing if the elements or their bytes cannot be counted in 64 bits.
+// Empty if the number of elements or bytes does not fit 64 bits. Throws EArrayUnknownDataType.
 std::optional<Extent> extentOf(ArrayType type, const std::vector<unsigned long>& dimensions) {
   const std::optional<std::uint64_t> elements = productOf(dimensions);
-  // Without elements the size of one plays no part, so their type may be any.
+  // Any type number is allowed without elements, because their size does not matter then.
   if (elements != 0 && elementSize(type) == 0) throw EArrayUnknownDataType("");
   if (!elements) return std::nullopt;
   const std::optional<std::uint64_t> bytes = multiply(*elements, elementSize(type));
@@ -44,8 +44,8 @@ std::optional<Extent> extentOf(ArrayType type, const std::vector<unsigned long>&
   return Extent{*elements, *bytes};
 }
 
-// The block to put under an array of `bytes` bytes of elements: the buffer itself if it is one of
-// ours, else a copy.
+// The block for an array of `bytes` bytes: the buffer itself if this library allocated it (its
+// deleter shows that), otherwise a copy. Throws std::invalid_argument and std::bad_alloc.
 OwnedBlock blockFromBuffer(UntypedBuffer buffer, std::uint64_t bytes) {
   if (buffer != nullptr && buffer.get_deleter() == &deleteElements) {
     OwnedBlock block(blockOf(buffer.release()));

@@ -1,4 +1,4 @@
-// Sharing of contents: counting references, copying on write, moving elements out.
+// Sharing of contents: reference counting, copy on write, moving elements out.
 #include "array_record.hpp"
 
 #include <cstring>
@@ -11,9 +11,18 @@
 namespace velmar::data::impl {
 namespace {
 
-// Acquire: what other owners did to the contents before they left is seen by the one that stays.
+// Acquire, so that the last owner sees all writes that other owners made before their release.
 bool isShared(const ArrayRecord& record) noexcept {
   return record.m_referenceCount.load(std::memory_order_acquire) > 1;
+}
+
+// A new block with the elements of the record. Throws std::bad_alloc.
+OwnedBlock copyElements(const ArrayRecord& record) {
+  const std::uint64_t bytes = record.m_numberOfElements * elementSize(record.m_type);
+  OwnedBlock copy = allocateBlock(bytes);
+  if (!copy) throw std::bad_alloc();
+  std::memcpy(elementsOf(copy.get()), elementsOf(record.m_block.get()), bytes);
+  return copy;
 }
 
 }  // namespace
@@ -21,14 +30,6 @@ bool isShared(const ArrayRecord& record) noexcept {
 void releaseReference(ArrayImpl* impl) noexcept {
   if (impl == nullptr) return;
   if (impl->m_referenceCount.fetch_sub(1, std::memory_order_acq_rel) == 1) delete recordOf(impl);
-}
-
-OwnedBlock copyElements(const ArrayRecord& record) {
-  const std::uint64_t bytes = record.m_numberOfElements * elementSize(record.m_type);
-  OwnedBlock copy = allocateBlock(bytes);
-  if (!copy) throw std::bad_alloc();
-  std::memcpy(elementsOf(copy.get()), elementsOf(record.m_block.get()), bytes);
-  return copy;
 }
 
 void unshare(ArrayImpl*& impl) {

@@ -1,11 +1,13 @@
-// ArrayRecord: the whole of what an ArrayImpl pointer points to.
+// ArrayRecord: the complete object behind every ArrayImpl pointer.
 #pragma once
 
+#include <cassert>
 #include <cstdint>
 #include <utility>
 #include <vector>
 
 #include "block.hpp"
+#include "element_size.hpp"
 #include "velmardata/array_impl.hpp"
 #include "velmardata/element_types.hpp"
 
@@ -13,15 +15,19 @@ namespace velmar::data::impl {
 
 using foundation::velmardata::ArrayType;
 
-// Owned by the references that its base counts; owns one hold on its block, which is never null
-// except while release() takes it out. Type, dimensions and count never change.
+// The contents of an array. Ownership: the references that ArrayImpl counts own the record; the
+// record owns one hold on its block. m_block is null only after takeElements has moved it out, just
+// before the record is destroyed. The other members never change.
 struct ArrayRecord final : ArrayImpl {
   ArrayRecord(ArrayType type, std::vector<unsigned long> dimensions, std::uint64_t numberOfElements,
               OwnedBlock block) noexcept
       : m_type(type),
         m_numberOfElements(numberOfElements),
         m_dimensions(std::move(dimensions)),
-        m_block(std::move(block)) {}
+        m_block(std::move(block)) {
+    assert(m_block != nullptr);
+    assert(m_numberOfElements * elementSize(m_type) <= m_block->m_bytes);
+  }
 
   const ArrayType m_type;
   const std::uint64_t m_numberOfElements;
@@ -29,22 +35,19 @@ struct ArrayRecord final : ArrayImpl {
   OwnedBlock m_block;
 };
 
-// Null for null.
+// The record of an ArrayImpl; null for null.
 inline ArrayRecord* recordOf(ArrayImpl* impl) noexcept {
   return static_cast<ArrayRecord*>(impl);
 }
 
-// A new block with the elements of the record. Throws std::bad_alloc.
-OwnedBlock copyElements(const ArrayRecord& record);
-
-// Makes the reference that `impl` stands for the only one to its contents, which are copied if
-// they are shared; `impl` is then the copy and the reference to the old contents is given up.
-// Throws std::bad_alloc, with nothing changed. Null is allowed.
+// Makes the caller's reference `impl` the only one to its contents: replaces shared contents by a
+// copy and releases the reference to the old ones. Null is allowed. Throws std::bad_alloc and then
+// changes nothing.
 void unshare(ArrayImpl*& impl);
 
-// Takes the elements out of the contents, or copies them if they are shared, and gives up the
-// reference that `impl` stands for; `impl` is then null. Throws std::bad_alloc, with nothing
-// changed. The block is null if `impl` was.
+// Releases the caller's reference `impl`, sets it to null and returns the elements: the block of
+// the contents, or a copy if they are shared. The result is null if `impl` was null. Throws
+// std::bad_alloc and then changes nothing.
 OwnedBlock takeElements(ArrayImpl*& impl);
 
 }  // namespace velmar::data::impl

@@ -1,6 +1,7 @@
-// Allocation of blocks: small ones small, large ones aligned, very large ones on huge pages.
+// Allocation of blocks: small ones by malloc, large ones aligned, very large ones in huge pages.
 #include "block.hpp"
 
+#include <cassert>
 #include <cstddef>
 #include <cstdlib>
 #include <limits>
@@ -11,36 +12,37 @@
 namespace velmar::data::impl {
 namespace {
 
-// From this size on, 64 bytes for the sake of cache lines and vector loads cost next to nothing.
+// Blocks of this size and more start at a cache line, for vector loads. The padding is small
+// compared with the block.
 constexpr std::uint64_t largeBytes = 4096;
 constexpr std::uint64_t largeAlignment = 64;
 
-// From this size on, filling fresh memory takes longer than asking for huge pages. Under
-// AddressSanitizer nothing is that large: it knows the ends of blocks from malloc only.
+// Blocks of this size and more use huge pages, because page faults then take longer than the system
+// calls. Not under AddressSanitizer, which finds overruns only in blocks from malloc.
 #ifdef __SANITIZE_ADDRESS__
 constexpr std::uint64_t hugePageBytes = std::numeric_limits<std::uint64_t>::max();
 #else
 constexpr std::uint64_t hugePageBytes = std::uint64_t{4} << 20;
 #endif
 
-// No object may be larger than a pointer difference; what is left is for header and rounding.
+// The largest pointer difference, less 8 MiB for the header and for rounding up.
 constexpr std::uint64_t maximumBytes =
     std::numeric_limits<std::ptrdiff_t>::max() - (std::int64_t{8} << 20);
 
-// All blocks without elements are this one. Its first hold is never given up, so it is never freed
-// and cannot run out; the room behind it lets its elements be pointed at.
+// The block of all arrays without elements. Its initial hold is never released, so it is never
+// freed. m_room makes the pointer to its elements valid.
 struct EmptyBlock {
   BlockHeader m_header;
   std::byte m_room[sizeof(BlockHeader)] = {};
 };
 alignas(largeAlignment) constinit EmptyBlock s_emptyBlock;
 
-// The distance from the start of the allocation to the elements.
+// The distance in bytes from the start of the allocation to the elements.
 std::size_t offsetOfElements(std::uint64_t bytes) noexcept {
   return bytes < largeBytes ? sizeof(BlockHeader) : largeAlignment;
 }
 
-// The allocation that a block of so many bytes of elements starts with.
+// Memory for a block with `bytes` bytes of elements, uninitialised; null on failure.
 void* allocate(std::uint64_t bytes) noexcept {
   const std::uint64_t total = offsetOfElements(bytes) + bytes;
   if (bytes >= hugePageBytes) return allocateHugePages(total);
@@ -75,6 +77,7 @@ OwnedBlock allocateBlock(std::uint64_t bytes) noexcept {
 }
 
 void releaseBlock(BlockHolders* block) noexcept {
+  assert(block != nullptr);
   if (block->m_count.fetch_sub(1, std::memory_order_acq_rel) != 1) return;
   auto* header = static_cast<BlockHeader*>(block);
   const std::uint64_t bytes = header->m_bytes;

@@ -1,6 +1,7 @@
-// Blocks of elements: where they come from, how they are freed, how much they hold.
+// Blocks of elements: allocation, release and size.
 #pragma once
 
+#include <cassert>
 #include <cstdint>
 #include <memory>
 
@@ -8,13 +9,14 @@
 
 namespace velmar::data::impl {
 
-// What lies right in front of the elements of every block. The alignment of the elements follows
-// from the size, so the size alone says where the allocation starts.
+// The header directly before the elements of every block. Ownership: the holds that BlockHolders
+// counts own the block; releasing the last one frees it. The size determines the alignment of the
+// elements and therefore the start of the allocation.
 struct BlockHeader : BlockHolders {
-  std::uint64_t m_bytes = 0;  // room for elements
+  std::uint64_t m_bytes = 0;  // capacity for elements
 };
 
-// Elements keep the alignment of malloc because the header fills exactly one unit of it.
+// The alignment of malloc, so that the elements after the header have that alignment too.
 static_assert(sizeof(BlockHeader) == 16);
 
 struct BlockReleaser {
@@ -24,21 +26,22 @@ struct BlockReleaser {
 // Owns one hold on a block.
 using OwnedBlock = std::unique_ptr<BlockHeader, BlockReleaser>;
 
-// Room for `bytes` bytes of elements, uninitialised; null if the memory cannot be had, which never
-// happens for 0 bytes.
+// A block for `bytes` bytes of elements, uninitialised; null if there is no memory. A block of 0
+// bytes is never null.
 OwnedBlock allocateBlock(std::uint64_t bytes) noexcept;
 
 inline void* elementsOf(BlockHeader* block) noexcept {
+  assert(block != nullptr);
   return block + 1;
 }
 
-// The block whose elements start there. Not null.
+// The block whose first element is at `elements`.
 inline BlockHeader* blockOf(void* elements) noexcept {
+  assert(elements != nullptr);
   return static_cast<BlockHeader*>(elements) - 1;
 }
 
-// The deleter of every block that clients own: gives up the hold that came with the pointer. Null
-// is allowed.
+// The deleter of every block that clients own: releases the caller's hold. Null is allowed.
 void deleteElements(void* elements) noexcept;
 
 }  // namespace velmar::data::impl

@@ -1,4 +1,4 @@
-// CharArray: character arrays as text.
+// CharArray: conversion of character arrays to text.
 #include "velmardata/char_array.hpp"
 
 #include <utility>

@@ -1,9 +1,9 @@
-// ClientArrayFactory: all that the library of its own holds.
+// ClientArrayFactory: the only source of libzrfoundation_velmardata_standalone.
 #include "velmardata/client_array_factory.hpp"
 
 namespace foundation::velmardata::standalone {
 
-// Empty bodies here, and not defaulted in the class: these two names are what the library exports.
+// Defined here, not defaulted in the class, because the library exports these two symbols.
 ClientArrayFactory::ClientArrayFactory() noexcept {}
 
 ClientArrayFactory::~ClientArrayFactory() {}

@@ -1,4 +1,4 @@
-// Assignment through element references, for every type that may be written.
+// Assignment through element references, for the 21 writable types.
 #include "velmardata/element_reference.hpp"
 
 #include <stdexcept>

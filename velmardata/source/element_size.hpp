@@ -1,4 +1,4 @@
-// How many bytes the elements of an array take.
+// Element sizes, and products of dimensions and sizes that report overflow.
 #pragma once
 
 #include <cstdint>
@@ -11,7 +11,7 @@ namespace velmar::data::impl {
 
 using foundation::velmardata::ArrayType;
 
-// The size of one element in bytes; 0 for a type that is not handled.
+// The size of one element in bytes; 0 for an unsupported type.
 constexpr std::uint64_t elementSize(ArrayType type) noexcept {
   switch (type) {
 #define X(name, number, type) \
@@ -23,15 +23,15 @@ constexpr std::uint64_t elementSize(ArrayType type) noexcept {
   return 0;
 }
 
-// a * b; nothing if that takes more than 64 bits.
+// a * b; empty if the product does not fit 64 bits.
 constexpr std::optional<std::uint64_t> multiply(std::uint64_t a, std::uint64_t b) noexcept {
   std::uint64_t product = 0;
   if (__builtin_mul_overflow(a, b, &product)) return std::nullopt;
   return product;
 }
 
-// The product of the dimensions, 1 if there are none; nothing if it takes more than 64 bits. One 0
-// makes it 0 however large the others are, so zeros are looked for first.
+// The product of the dimensions; 1 without dimensions; empty if the product does not fit 64 bits.
+// Looks for zeros first: a 0 makes the product 0 even if the other dimensions overflow.
 constexpr std::optional<std::uint64_t> productOf(const std::vector<unsigned long>& dimensions) {
   for (const unsigned long dimension : dimensions) {
     if (dimension == 0) return 0;

@@ -1,4 +1,4 @@
-// The library's own exceptions: texts and identifiers.
+// The library's exceptions: texts and identifiers.
 #include "velmardata/exceptions.hpp"
 
 namespace foundation::velmardata {

@@ -1,4 +1,4 @@
-// ReferenceImpl: the element that an element reference stands for.
+// ReferenceImpl: the target of an element reference.
 #pragma once
 
 #include "velmardata/block_hold.hpp"
@@ -7,10 +7,11 @@
 
 namespace velmar::data::detail {
 
-// Keeps the block of the element alive; is no owner of the array.
+// Ownership: m_hold owns one hold on the block, which keeps m_element valid. No reference to the
+// array's contents is owned, so a reference does not make the array shared.
 struct ReferenceImpl {
   foundation::velmardata::ArrayType m_type;
-  void* m_element;
+  void* m_element;  // borrowed from the block
   impl::BlockHold m_hold;
 };
 

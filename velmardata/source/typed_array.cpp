@@ -1,4 +1,4 @@
-// TypedArray<T>: the bodies and the 22 instances.
+// TypedArray<T>: the function bodies and the 22 instantiations.
 #include "velmardata/typed_array.hpp"
 
 #include <stdexcept>
@@ -16,7 +16,7 @@ using velmar::data::impl::BlockHeader;
 using velmar::data::impl::BlockHold;
 using velmar::data::impl::recordOf;
 
-// The same handle, if its elements are of that type.
+// Returns its argument. Throws std::invalid_argument if the handle is empty or of another type.
 template <class Handle>
 Handle&& checked(Handle&& array, ArrayType type) {
   if (array.getType() != type) {
@@ -25,6 +25,7 @@ Handle&& checked(Handle&& array, ArrayType type) {
   return std::forward<Handle>(array);
 }
 
+// An iterator to the element at `index`; a default-constructed one if `impl` is null.
 template <class Iterator>
 Iterator iteratorAt(const ArrayImpl* impl, std::uint64_t index) noexcept {
   if (impl == nullptr) return Iterator();

@@ -1,4 +1,4 @@
-// Array: a handle on reference-counted contents whose element type is known at run time only.
+// Array: a handle to reference-counted contents whose element type is known only at run time.
 #pragma once
 
 #include <cstdint>
@@ -11,25 +11,22 @@
 
 namespace foundation::velmardata {
 
-// An N-dimensional array with value semantics: copies share the contents until one of them is
-// written through, which first gives that one contents of its own. The elements are one block in
-// storage order, the first dimension varying fastest. They are reached through TypedArray<T>.
+// An N-dimensional array with value semantics. Copies share their contents; writing through one of
+// them first copies the contents for that handle. The elements are one block in storage order (the
+// first dimension varies fastest). TypedArray<T> gives access to them.
 //
-// An empty handle has no contents: its type is 0, which is no element type, it has no dimensions
-// and no elements. A handle that was moved from, or whose elements were released, is empty.
-//
-// Different handles may be used by different threads at once, also when they share contents; one
-// handle may not.
+// A handle is empty if it was default-constructed, moved from or released: it has no dimensions and
+// no elements, and its type is 0, which is not an element type. Threads may use different handles
+// at the same time, even if the handles share contents, but not the same handle.
 class VELMARDATA_EXPORT Array {
  public:
-  // An empty handle, to be assigned later.
   Array() noexcept = default;
 
-  // Takes over one reference to the contents that the caller owns; null gives an empty handle. To
-  // keep a reference as well, call velmar::data::impl::addReference first.
+  // Takes over one reference that the caller owns. Null gives an empty handle. A caller that wants
+  // to keep a reference calls velmar::data::impl::addReference first.
   explicit Array(velmar::data::impl::ArrayImpl* impl) noexcept : m_impl(impl) {}
 
-  // Copying adds one reference, at the price of one atomic increment.
+  // Copying adds one reference: one atomic increment, no copy of elements.
   Array(const Array& other) noexcept : m_impl(velmar::data::impl::addReference(other.m_impl)) {}
   Array(Array&& other) noexcept : m_impl(std::exchange(other.m_impl, nullptr)) {}
   Array& operator=(const Array& other) noexcept {
@@ -41,20 +38,19 @@ class VELMARDATA_EXPORT Array {
     return *this;
   }
 
-  // Gives up the handle's reference.
   virtual ~Array();
 
-  // The number of the element type. For contents from elsewhere it may be one that is not handled.
+  // The element type. Contents from another program may have a type that ArrayType does not list.
   ArrayType getType() const noexcept;
 
-  // The dimensions, first dimension first, as many and as they were given at creation.
+  // The dimensions as given at creation, first dimension first.
   std::vector<unsigned long> getDimensions() const;
 
-  // The product of the dimensions, which is 1 for contents without dimensions. Constant time.
+  // The product of the dimensions; 1 for contents without dimensions. Constant time.
   std::uint64_t getNumberOfElements() const noexcept;
 
-  // The contents, for whoever passes them on without a handle: the handle keeps its reference, and
-  // a receiver that outlives it needs one of its own (addReference). Null for an empty handle.
+  // The contents, borrowed: the handle keeps its reference. A receiver that outlives the handle
+  // needs its own reference (addReference). Null for an empty handle.
   velmar::data::impl::ArrayImpl* impl() const noexcept { return m_impl; }
 
  protected:

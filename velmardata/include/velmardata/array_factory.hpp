@@ -1,4 +1,4 @@
-// ArrayFactory: blocks for elements, and arrays from nothing or from such blocks.
+// ArrayFactory: creates blocks for elements, arrays of zeros, and arrays from blocks.
 #pragma once
 
 #include <memory>
@@ -15,43 +15,42 @@
 
 namespace foundation::velmardata {
 
-// A maker of arrays without state: make one where it is needed, at no cost.
+// Creates arrays. The class has no state; constructing one costs nothing.
 //
-// Dimensions are counts of elements, first dimension first; any number of them is stored and
-// reported as given. Wherever their product matters it is the true one: a product that does not
-// fit 64 bits never wraps to a small number, and a 0 among them makes it 0 whatever the others are.
+// Dimensions are element counts, first dimension first. Any number of dimensions is allowed; they
+// are stored and reported as given. Their product never wraps at 64 bits, and it is 0 if any
+// dimension is 0.
 class VELMARDATA_EXPORT ArrayFactory {
  public:
-  // Room for `count` elements of the type with that number, uninitialised. `*buffer` receives the
-  // block and `*deleter` the function that frees it; calling that with null does nothing.
+  // Allocates `count` uninitialised elements of type number `arrayType`. `*buffer` receives the
+  // block, `*deleter` the function that frees it; the deleter accepts null.
   //
-  // The block is null, and nothing is thrown, if the memory cannot be had or the number is none of
-  // the 22. A count of 0 gives a block that is not null, short of the memory for its few bytes of
-  // bookkeeping. Elements lie at a multiple of 16 bytes, in blocks of 4096 bytes and more at a
-  // multiple of 64.
+  // On failure the block is null and nothing is thrown: no memory, or, for a count above 0, a
+  // number that is not one of the 22 element types. A count of 0 gives a block that is not null.
+  // Elements are aligned to 16 bytes, in blocks of 4096 bytes and more to 64 bytes.
   void createBuffer(void** buffer, void (**deleter)(void*), int arrayType,
                     unsigned long count) const noexcept;
 
-  // The same for the element type T, as an owning pointer, which is null where the block is. It
-  // must be deleted with its own deleter, and is what createArrayFromBuffer takes over.
+  // The same for the element type T, as an owning pointer that createArrayFromBuffer accepts. It is
+  // null if the allocation fails. Free the block only with the deleter of the pointer.
   template <WritableElement T>
   std::unique_ptr<T[], void (*)(void*)> createBuffer(unsigned long count) const;
 
-  // A new array whose elements are all zero (false for bool). Throws std::bad_alloc if the memory
-  // cannot be had, and EArrayUnknownDataType if the type is none of the 22 and there are elements:
-  // an array without elements may have any type number.
+  // A new array with all elements zero (false for bool). Linear time. Throws std::bad_alloc, and
+  // EArrayUnknownDataType if there are elements and the type is not one of the 22. An array without
+  // elements may have any type number.
   Array createArray(ArrayType type, std::vector<unsigned long> dimensions) const;
 
-  // A new array that takes over the block, with no copy of the elements, in constant time. The
-  // block comes from createBuffer or release() for the same type, with room for at least as many
-  // elements as the dimensions say; it may be null if they say none.
+  // A new array that takes over the block, in constant time and without copying elements. The block
+  // must come from createBuffer or release() for the same type and hold at least the product of the
+  // dimensions. It may be null if that product is 0.
   //
-  // A block that comes with another deleter than the library's own is copied and then freed with
-  // it; that it has room for the elements is for the caller to see to.
+  // A block with any other deleter is copied, in linear time, and then freed with that deleter. The
+  // caller must make sure that such a block is large enough.
   //
-  // Throws std::invalid_argument if the block is null or too small for the dimensions, or the
-  // layout is not Default; EArrayUnknownDataType as createArray does; std::bad_alloc. The block is
-  // freed whenever something is thrown.
+  // Throws std::invalid_argument if the block is null or too small, or if the layout is not
+  // Default; EArrayUnknownDataType as createArray does; std::bad_alloc. If the call throws, the
+  // block is freed.
   Array createArrayFromBuffer(std::vector<unsigned long> dimensions, ArrayType type,
                               std::unique_ptr<void, void (*)(void*)> buffer,
                               velmar::data::MemoryLayout layout) const;
@@ -62,7 +61,7 @@ class VELMARDATA_EXPORT ArrayFactory {
                                       std::unique_ptr<T[], void (*)(void*)> buffer,
                                       velmar::data::MemoryLayout layout) const;
 
-  // A 1-by-1 array of the value. Throws std::bad_alloc.
+  // A 1-by-1 array that holds the value. Throws std::bad_alloc.
   template <WritableElement T>
   TypedArray<typename velmar::data::GetReturnType<T>::type> createScalarInternal(T value) const;
 };

@@ -1,4 +1,4 @@
-// The reference-counted contents behind every Array, as far as clients may see them.
+// ArrayImpl: the part of an array's reference-counted contents that clients may access.
 #pragma once
 
 #include <atomic>
@@ -8,16 +8,16 @@
 
 namespace velmar::data::impl {
 
-// The contents of an array: element type, dimensions and elements, which only the library knows,
-// behind a count that clients may raise.
+// The contents of an array: a public reference count, followed by the element type, dimensions and
+// elements, which are private to the library.
 //
-// Ownership: every Array handle owns one reference, and so may anyone who raises the count without
-// a handle, such as a program that hands the plain pointer across a C interface. The contents live
-// until the last reference is given up, and count as shared, so that a write copies them first,
-// while there are two or more. Iterators and element references are no owners of this count.
+// Ownership: each Array handle owns one reference. Code that passes the plain pointer, for example
+// across a C interface, can own a reference without a handle. The contents live until the last
+// reference is released. With two or more references they are shared: a write copies them first.
+// Iterators and element references do not own a reference.
 //
-// The count comes first in the object and is a plain 64-bit atomic: adding 1 to it is all it takes
-// to gain a reference. Clients neither create nor destroy these objects.
+// The count is the first member, a 64-bit atomic; adding 1 to it adds a reference. Clients neither
+// create nor destroy these objects.
 struct VELMARDATA_EXPORT ArrayImpl {
   ArrayImpl(const ArrayImpl&) = delete;
   ArrayImpl& operator=(const ArrayImpl&) = delete;
@@ -29,14 +29,14 @@ struct VELMARDATA_EXPORT ArrayImpl {
   ~ArrayImpl() = default;
 };
 
-// Gains one reference to the contents and returns the same pointer. Null is allowed.
+// Adds one reference and returns the same pointer. Null is allowed.
 inline ArrayImpl* addReference(ArrayImpl* impl) noexcept {
   if (impl != nullptr) impl->m_referenceCount.fetch_add(1, std::memory_order_relaxed);
   return impl;
 }
 
-// Gives up one reference that the caller owns; the last one destroys the contents. Null is
-// allowed. This is how the receiver of a plain pointer that came with a reference hands it back.
+// Releases one reference that the caller owns; releasing the last one destroys the contents. Null
+// is allowed.
 VELMARDATA_EXPORT void releaseReference(ArrayImpl* impl) noexcept;
 
 }  // namespace velmar::data::impl

@@ -1,4 +1,4 @@
-// The share in a block of elements that iterators and element references keep it alive with.
+// BlockHold: keeps a block of elements alive for iterators and element references.
 #pragma once
 
 #include <atomic>
@@ -9,23 +9,23 @@
 
 namespace velmar::data::impl {
 
-// Who keeps a block of elements alive: its owner (an array, or the unique_ptr of createBuffer and
-// release) counts as one, every live iterator and element reference as one more. The last one to
-// go frees the block. The count says nothing about sharing between arrays: see ArrayImpl.
+// The number of holds on a block of elements: one for its owner (an array, or the unique_ptr of
+// createBuffer and release) and one for each live iterator and element reference. Releasing the
+// last hold frees the block. This count does not tell whether arrays share contents; see ArrayImpl.
 struct BlockHolders {
   std::atomic<std::uint64_t> m_count{1};
 };
 
-// Gives up one hold on the block, which must not be null; the last one frees it. Clients get here
-// through BlockHold, and through the deleter that comes with a block.
+// Releases one hold on the block; releasing the last one frees it. Null is not allowed. Clients
+// call this through BlockHold or through the deleter of a block.
 VELMARDATA_EXPORT void releaseBlock(BlockHolders* block) noexcept;
 
-// One hold on a block, or on none. Copying costs one atomic increment, moving nothing. Holds on the
-// same block may be copied and dropped by different threads at once.
+// Owns one hold on a block, or none. Copying costs one atomic increment; moving is free. Threads
+// may copy and destroy different holds on the same block at the same time.
 class BlockHold {
  public:
   BlockHold() noexcept = default;
-  // Adds a hold to those that the block has. Null is allowed.
+  // Adds one hold to the block. Null is allowed.
   explicit BlockHold(BlockHolders* block) noexcept : m_block(block) { add(); }
   BlockHold(const BlockHold& other) noexcept : m_block(other.m_block) { add(); }
   BlockHold(BlockHold&& other) noexcept : m_block(std::exchange(other.m_block, nullptr)) {}

@@ -1,4 +1,4 @@
-// CharArray: an array of 16-bit character units, which is read only.
+// CharArray: a read-only array of 16-bit character units.
 #pragma once
 
 #include <string>
@@ -7,11 +7,12 @@
 
 namespace foundation::velmardata {
 
-// A TypedArray<char16_t> that can be read as text. It has no operations that write; where its units
-// come from is the maker's affair: createBuffer with the number of CHAR gives room for them.
+// A TypedArray<char16_t> that can be converted to text. It has no write operations. To create one,
+// fill a block that createBuffer made for type number CHAR and pass it to createArrayFromBuffer.
 class VELMARDATA_EXPORT CharArray : public TypedArray<char16_t> {
  public:
-  // As TypedArray: std::invalid_argument if `other` is not an array of characters.
+  // Shares or takes over the contents of `other`, as TypedArray does. Throws std::invalid_argument
+  // if `other` is not an array of characters.
   CharArray(const Array& other);
   CharArray(Array&& other);
 
@@ -21,8 +22,8 @@ class VELMARDATA_EXPORT CharArray : public TypedArray<char16_t> {
   CharArray& operator=(CharArray&&) = default;
   ~CharArray() override;
 
-  // The units in storage order, one char each. Throws ENonAsciiCharacter at the first unit above
-  // 127. Linear time.
+  // The units in storage order, one char each. Throws ENonAsciiCharacter if a unit is above 127.
+  // Linear time.
   std::string toAscii() const;
 };
 

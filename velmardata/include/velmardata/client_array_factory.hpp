@@ -1,4 +1,4 @@
-// ClientArrayFactory: the factory of programs that stand on their own, in a library of its own.
+// ClientArrayFactory: the array factory for clients, exported by a separate library.
 #pragma once
 
 #include "velmardata/array_factory.hpp"
@@ -6,9 +6,9 @@
 
 namespace foundation::velmardata::standalone {
 
-// An ArrayFactory that any program may make on the stack wherever it needs one, at any time after
-// load; making and destroying one does no work. What it makes does not depend on it and outlives
-// it. Use from several threads needs no lock.
+// An ArrayFactory that any program can create on the stack, at any time after loading. Construction
+// and destruction do no work. Arrays and blocks do not depend on their factory and may outlive it.
+// Several threads may use one factory without a lock.
 class VELMARDATA_EXPORT ClientArrayFactory : public ArrayFactory {
  public:
   ClientArrayFactory() noexcept;

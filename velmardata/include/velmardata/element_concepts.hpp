@@ -1,4 +1,4 @@
-// Which element types an operation of the library takes, as concepts over the table of types.
+// Concepts for the element types that an operation accepts, defined on the table of types.
 #pragma once
 
 #include <concepts>
@@ -12,8 +12,7 @@ namespace foundation::velmardata {
 template <class T>
 concept ArrayElement = requires { ArrayTypeOf<T>::value; };
 
-// The 21 types whose elements a client may write. Characters are made by other programs and are
-// only read here.
+// The 21 types whose elements a client may write. Arrays of characters are read-only.
 template <class T>
 concept WritableElement = ArrayElement<T> && !std::same_as<T, char16_t>;
 
@@ -26,8 +25,8 @@ concept RealNumericElement =
 
 namespace velmar::data {
 
-// The element type of the array that ArrayFactory::createScalarInternal<T> makes: T itself for
-// every type of the table. It is a trait so that a type that is stored differently can say so.
+// The element type of the array that ArrayFactory::createScalarInternal<T> returns: T for every
+// type of the table. A specialisation can name another stored type.
 template <class T>
 struct GetReturnType {
   using type = T;

@@ -1,4 +1,4 @@
-// References to single elements, and the operation that assigns through one.
+// ElementReference: assigns to a single element of an array.
 #pragma once
 
 #include <memory>
@@ -9,7 +9,7 @@
 
 namespace velmar::data::detail {
 
-// One element of one block, which it keeps alive; known to the library only.
+// A pointer to one element and a hold on its block; private to the library.
 struct ReferenceImpl;
 
 }  // namespace velmar::data::detail
@@ -17,9 +17,9 @@ struct ReferenceImpl;
 namespace foundation::velmardata {
 namespace detail {
 
-// Stores the value in the element that the reference stands for. Throws std::invalid_argument if
-// the reference is null or stands for an element of another type. Like an iterator, a reference
-// writes into the block that it was made on, whether or not the array has since been copied.
+// Stores the value in the referenced element. Throws std::invalid_argument if the reference is null
+// or the element has another type. The write goes to the block for which the reference was made,
+// even if the array has been copied since.
 template <WritableElement T>
 VELMARDATA_EXPORT void setElement(std::shared_ptr<velmar::data::detail::ReferenceImpl> reference,
                                   T value);
@@ -32,22 +32,22 @@ VELMARDATA_FOR_EACH_CLASS_ELEMENT_TYPE(X)
 
 }  // namespace detail
 
-// What TypedArray<T>::operator[] gives: a value that stands for an element and assigns to it. It
-// costs an allocation, so it is for scalars; loops take an iterator.
+// The result of TypedArray<T>::operator[]. It assigns to one element and keeps the block alive.
+// Each one costs an allocation; use an iterator in loops.
 template <ArrayElement T>
 class ElementReference {
  public:
-  // For the library. A client gets its references from operator[].
+  // For the library only. Clients get references from operator[].
   explicit ElementReference(std::shared_ptr<velmar::data::detail::ReferenceImpl> impl) noexcept
       : m_impl(std::move(impl)) {}
   ElementReference(const ElementReference&) = default;
   ElementReference(ElementReference&&) = default;
-  // Assigning one reference to another could mean the element or the reference: it is left out.
+  // Deleted: assignment from a reference could mean either the element or the reference.
   ElementReference& operator=(const ElementReference&) = delete;
   ElementReference& operator=(ElementReference&&) = delete;
   ~ElementReference() = default;
 
-  // Assigns to the element, at once and for good.
+  // Assigns to the element.
   ElementReference& operator=(T value)
     requires WritableElement<T>
   {
@@ -55,7 +55,7 @@ class ElementReference {
     return *this;
   }
 
-  // What setElement takes; never null.
+  // The argument for setElement. Null only after a move.
   const std::shared_ptr<velmar::data::detail::ReferenceImpl>& impl() const noexcept {
     return m_impl;
   }

@@ -1,15 +1,15 @@
-// The one table of element types; every list, number, switch and entry point is generated from it.
+// The table of element types. Every list, number, switch and entry point is generated from it.
 #pragma once
 
 #include <complex>
 #include <cstdint>
 #include <type_traits>
 
-// One row a type that has a Python class, in the order of the classes:
+// One row for each type that has a Python class, in the order of the classes:
 //   ROW(X, ArrayType name, ArrayType number, enumerator, C++ type, handler suffix, type word,
 //   letter)
-// The letter is that of the buffer protocol's format strings. A complex type has the name
-// COMPLEX_<name> and a number 10 above that of its parts; there is no complex of bool.
+// The letter is the buffer protocol's format character. The complex type of a row is named
+// COMPLEX_<name> and its number is 10 higher. Logical has no complex type.
 #define VELMARDATA_NUMERIC_ROWS(ROW, X)                              \
   ROW(X, DOUBLE, 4, Double, double, double, "double", 'd')           \
   ROW(X, SINGLE, 5, Single, float, float, "single", 'f')             \
@@ -45,15 +45,15 @@
 
 namespace foundation::velmardata {
 
-// The library's number of an element type. 0, 3 and everything from 24 up are types that an array
-// from outside may report and that nothing here handles.
+// The library's number of an element type. Arrays from other programs may report 0, 3 or a number
+// above 23; the library does not support those types.
 enum class ArrayType : std::uint32_t {
 #define X(name, number, type) name = number,
   VELMARDATA_FOR_EACH_ARRAY_TYPE(X)
 #undef X
 };
 
-// The number of the C++ element type T; undefined for anything but the 22 element types.
+// The number of the C++ element type T. Defined for the 22 element types only.
 template <class T>
 struct ArrayTypeOf;
 #define X(name, number, type) \

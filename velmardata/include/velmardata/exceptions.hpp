@@ -1,4 +1,4 @@
-// The library's own exceptions. Memory shortage and misuse surface as the standard's exceptions.
+// The library's exception classes. It also throws std::bad_alloc and standard logic errors.
 #pragma once
 
 #include <exception>
@@ -8,12 +8,10 @@
 
 namespace foundation::velmardata {
 
-// Base of the library's own exceptions; abstract. The text of what() is fixed for each class and
-// lives as long as the process.
+// Abstract base of the library's exceptions. what() returns a constant text for each class.
 //
-// Beside these the library throws std::bad_alloc where memory is short, and std::invalid_argument
-// or std::out_of_range for arguments that the called operation excludes. Whatever is thrown, no
-// array is changed by the call.
+// The library also throws std::bad_alloc if there is no memory, and std::invalid_argument or
+// std::out_of_range for invalid arguments. A call that throws does not change any array.
 class VELMARDATA_EXPORT Exception : public std::exception {
  public:
   Exception() = default;
@@ -23,15 +21,15 @@ class VELMARDATA_EXPORT Exception : public std::exception {
 
   const char* what() const noexcept override;
 
-  // A number that tells the class of the exception, for clients that cannot catch by type.
+  // A number that identifies the class, for clients that cannot catch by type.
   virtual int getExceptionID() const noexcept = 0;
 };
 
-// The element type of an array is none of the 22 that are handled. Identifier 8. The library throws
-// it when asked for elements of such a type; clients do when an array reports one.
+// The element type of an array is not one of the 22 supported types. Identifier 8. The library
+// throws it if elements of such a type are requested; clients throw it if an array reports one.
 class VELMARDATA_EXPORT EArrayUnknownDataType final : public Exception {
  public:
-  // The argument is kept for debuggers only: what() gives the same text whatever it says.
+  // `detail` is stored for debuggers only; what() does not include it.
   explicit EArrayUnknownDataType(const std::string& detail);
   EArrayUnknownDataType(const EArrayUnknownDataType&) = default;
   EArrayUnknownDataType& operator=(const EArrayUnknownDataType&) = default;
@@ -44,7 +42,7 @@ class VELMARDATA_EXPORT EArrayUnknownDataType final : public Exception {
   std::string m_detail;
 };
 
-// A character array holds a unit outside ASCII where a std::string was asked for. Identifier 9.
+// A character array to be converted to std::string has a unit outside ASCII. Identifier 9.
 class VELMARDATA_EXPORT ENonAsciiCharacter final : public Exception {
  public:
   ENonAsciiCharacter() = default;

@@ -1,4 +1,4 @@
-// The mark of what the two data libraries export; everything without it stays hidden in them.
+// VELMARDATA_EXPORT: marks what the two data libraries export; everything else is hidden.
 #pragma once
 
 #define VELMARDATA_EXPORT __attribute__((visibility("default")))

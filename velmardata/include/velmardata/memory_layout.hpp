@@ -1,13 +1,12 @@
-// The order in which a buffer holds its elements.
+// MemoryLayout: the element order of a buffer.
 #pragma once
 
 #include <cstdint>
 
 namespace velmar::data {
 
-// Default is the library's own storage order and the only one that it takes: the first dimension
-// varies fastest. Whoever has elements in another order reorders them before handing them over.
-// createArrayFromBuffer refuses any other value.
+// Default is the library's storage order: the first dimension varies fastest. It is the only order
+// that createArrayFromBuffer accepts; callers reorder other data first.
 enum class MemoryLayout : std::int32_t { Default = 0 };
 
 }  // namespace velmar::data

@@ -1,4 +1,4 @@
-// TypedArray<T>: an Array whose element type is known, and the only way to its elements.
+// TypedArray<T>: an Array with a known element type; gives access to the elements.
 #pragma once
 
 #include <memory>
@@ -12,17 +12,16 @@
 
 namespace foundation::velmardata {
 
-// A handle like Array, which it derives from and shares contents with. The instances for the 22
-// element types live in the library.
+// A handle to contents of element type T. The library instantiates it for the 22 element types.
 //
-// Reading never copies elements. Writing (begin() on a handle that is not const, operator[]) does
-// once if the contents are shared with another handle, and then throws std::bad_alloc, the handle
-// as it was, if there is no memory for the copy.
+// Reading never copies elements. Write access (non-const begin(), operator[]) copies the contents
+// first, in linear time, if another handle shares them. If there is no memory for the copy, the
+// function throws std::bad_alloc and the handle is unchanged.
 template <ArrayElement T>
 class VELMARDATA_EXPORT TypedArray : public Array {
  public:
-  // A handle that shares the contents of `other`, or takes its reference over. Throws
-  // std::invalid_argument, `other` as it was, if the element type is not T or the handle is empty.
+  // Shares the contents of `other`, or takes over its reference. Throws std::invalid_argument and
+  // leaves `other` unchanged if its element type is not T or it is empty.
   TypedArray(const Array& other);
   TypedArray(Array&& other);
 
@@ -32,27 +31,27 @@ class VELMARDATA_EXPORT TypedArray : public Array {
   TypedArray& operator=(TypedArray&&) = default;
   ~TypedArray() override = default;
 
-  // An iterator at the first element that may write. Shared contents are first copied.
+  // An iterator to the first element, for writing. Copies shared contents first.
   TypedIterator<T> begin()
     requires WritableElement<T>;
 
-  // Iterators for reading at the first element and just after the last one; they are equal if
-  // there are no elements, and point nowhere on an empty handle. On shared contents begin() for
-  // writing leaves iterators made before it behind in the old block, so call it before end().
+  // Iterators for reading: to the first element and past the last one. They are equal if there are
+  // no elements; an empty handle gives default-constructed iterators. If the contents are shared, a
+  // later begin() for writing moves the handle to a new block, so call that before end().
   TypedIterator<const T> begin() const;
   TypedIterator<const T> end() const;
 
-  // A reference for assigning to the element at `index`, counted in storage order from 0. Shared
-  // contents are first copied. Throws std::out_of_range if there is no such element.
+  // A reference for assigning to the element at `index`, counted from 0 in storage order. Copies
+  // shared contents first. Throws std::out_of_range if there is no such element.
   ElementReference<T> operator[](unsigned long index)
     requires WritableElement<T>;
 
-  // The elements in storage order as a block that the caller owns and frees with the deleter that
-  // comes with it; ArrayFactory::createArrayFromBuffer takes it back without a copy. A sole owner
-  // hands out its own block, in constant time. Shared contents stay with the other handles and are
-  // copied; std::bad_alloc, and the handle as it was, if there is no memory for that.
+  // Empties the handle and returns the elements in storage order, as a block that the caller owns.
+  // ArrayFactory::createArrayFromBuffer accepts the block without a copy. The only handle to the
+  // contents returns their block, in constant time; if the contents are shared, the block is a
+  // copy. Throws std::bad_alloc and leaves the handle unchanged if there is no memory for the copy.
   //
-  // The handle is empty afterwards. The block is null only if the handle was empty before.
+  // The block is null only if the handle was empty.
   std::unique_ptr<T[], void (*)(void*)> release();
 };
 

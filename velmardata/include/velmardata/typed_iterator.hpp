@@ -1,4 +1,4 @@
-// TypedIterator: a pointer to an element that keeps the block of elements alive.
+// TypedIterator: a contiguous iterator that keeps the block of elements alive.
 #pragma once
 
 #include <compare>
@@ -13,19 +13,17 @@
 
 namespace foundation::velmardata {
 
-// A contiguous iterator over the elements of one array in storage order; T is an element type, or
-// a const one for an iterator that only reads. An element of a complex type is its real part
-// followed by its imaginary part.
+// Iterates over the elements of one array in storage order. T is an element type, const for an
+// iterator that only reads. A complex element is its real part followed by its imaginary part.
 //
-// An iterator keeps the block that it was made on: the elements stay readable through it after the
-// array has gone, after the array was given a block of its own by a write, and after release(). It
-// does not count as sharing: as long as one handle owns the contents, iterators made for writing
-// all walk the same block. Write through an iterator only until its array is next copied: the copy
-// shares the block, and an old iterator does not know.
+// An iterator holds its block: the elements stay readable after the array is destroyed, after a
+// write that moves the array to a new block, and after release(). An iterator does not count as a
+// sharing handle, so all write iterators of an unshared array refer to the same block. Do not write
+// through an iterator after the array has been copied: the copy shares the block and would change.
 //
-// Moving is pointer arithmetic, and as with pointers no bound is checked. Copying adds one atomic
-// increment, so hot loops take the pointer instead: `&*it`, or std::to_address(it) which is fine
-// for an array without elements too.
+// Moving an iterator is pointer arithmetic without bounds checks. Copying costs one atomic
+// increment, so use a pointer in hot loops: `&*it`, or std::to_address(it), which is also valid for
+// an array without elements.
 template <class T>
   requires ArrayElement<std::remove_const_t<T>>
 class TypedIterator {
@@ -37,27 +35,26 @@ class TypedIterator {
   using pointer = T*;
   using reference = T&;
 
-  // An iterator that points nowhere.
+  // An iterator without an element or a block.
   TypedIterator() noexcept = default;
 
-  // For the library: an iterator at `element`, which lies in the block held.
+  // For the library only. `element` points into the block of `hold`.
   TypedIterator(T* element, velmar::data::impl::BlockHold hold) noexcept
       : m_current(element), m_hold(std::move(hold)) {}
 
-  // An iterator that reads, from one that may write.
+  // Converts a write iterator to a read iterator.
   template <class Other>
     requires std::same_as<T, const Other>
   TypedIterator(const TypedIterator<Other>& other) noexcept
       : m_current(other.m_current), m_hold(other.m_hold) {}
 
-  // The element, which must exist. A reference that an iterator gave stays good as long as any
-  // iterator, array or owner keeps the block.
+  // The element, which must exist. The result is valid while any iterator, array or other owner
+  // holds the block.
   reference operator*() const noexcept { return *m_current; }
   pointer operator->() const noexcept { return m_current; }
   reference operator[](difference_type n) const noexcept { return m_current[n]; }
 
-  // Moving forwards or backwards keeps the hold that the iterator has; the forms that give another
-  // iterator copy it.
+  // Operators that return a new iterator copy the hold; the others keep it.
   TypedIterator& operator+=(difference_type n) noexcept {
     m_current += n;
     return *this;
@@ -82,8 +79,8 @@ class TypedIterator {
   friend TypedIterator operator+(difference_type n, TypedIterator it) noexcept { return it += n; }
   friend TypedIterator operator-(TypedIterator it, difference_type n) noexcept { return it -= n; }
 
-  // Distance and order are those of the pointers: meaningful within one array, reading and writing
-  // iterators mixed as one likes.
+  // Distance and order compare the pointers. Both iterators must belong to the same array; read and
+  // write iterators can be mixed.
   template <class Other>
     requires std::same_as<std::remove_const_t<Other>, value_type>
   difference_type operator-(const TypedIterator<Other>& other) const noexcept {

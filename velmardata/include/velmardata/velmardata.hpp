@@ -1,15 +1,15 @@
-// Everything that a client of the data library needs.
+// Includes the whole public interface of the data library. Example:
 //
 //   #include <velmardata/velmardata.hpp>
 //   using namespace foundation::velmardata;
 //
 //   standalone::ClientArrayFactory factory;
-//   auto block = factory.createBuffer<double>(6);        // uninitialised; null if memory is short
+//   auto block = factory.createBuffer<double>(6);        // uninitialised; null if out of memory
 //   std::iota(block.get(), block.get() + 6, 1.0);        // column by column
 //   TypedArray<double> a = factory.createArrayFromBuffer<double>(
 //       {2, 3}, std::move(block), velmar::data::MemoryLayout::Default);
 //   TypedArray<double> b = a;                            // shares the elements
-//   *b.begin() = 0.0;                                    // b gets its own; a keeps 1.0
+//   *b.begin() = 0.0;                                    // b gets its own copy; a keeps 1.0
 #pragma once
 
 #include "velmardata/array.hpp"
