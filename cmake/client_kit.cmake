@@ -1,6 +1,6 @@
-# What native clients compile against, installed beside the Python files of the package velmar:
-# the headers of the data library that this build uses (velmar/include/velmardata) and the files that
-# find_package looks for (velmar/cmake). The headers of the capsule lie in the package itself.
+# Installs the files that native clients compile against, in the Python package velmar: the headers
+# of the data library that this build uses (velmar/include/velmardata) and the files for find_package
+# (velmar/cmake). The headers of the capsule are part of the package.
 include(CMakePackageConfigHelpers)
 
 get_target_property(velmardata_headers zrfoundation_velmardata INTERFACE_INCLUDE_DIRECTORIES)

@@ -1,9 +1,9 @@
-# Links another implementation of the data libraries: the two .so of VELMARDATA_EXTERNAL_DIR under
-# the target names that velmardata/CMakeLists.txt would define. Its headers are those of an include
-# folder beside the two files, and ours if there is none.
+# Links another implementation of the data libraries: defines the targets of
+# velmardata/CMakeLists.txt for the two .so files in VELMARDATA_EXTERNAL_DIR. Its headers are in the
+# subfolder include; without that folder, the headers of this project are used.
 #
-# The files are copied into the build's folder of libraries, where the module looks for them as it
-# does once installed. They have to find each other by themselves.
+# The files are copied to the build's library folder, where the module searches for them. They need
+# their own search path to find each other.
 set(velmardata_include "${VELMARDATA_EXTERNAL_DIR}/include")
 if(NOT EXISTS "${velmardata_include}/velmardata/velmardata.hpp")
   set(velmardata_include "${PROJECT_SOURCE_DIR}/velmardata/include")

@@ -1,6 +1,6 @@
-# Functions from which src and tests/native are put together.
+# Functions for the targets of src and tests/native.
 
-# add_room(<folder> <source>...): the object library <folder>_objects of one folder of src.
+# add_room(<folder> <source>...): adds the object library <folder>_objects for one folder of src.
 function(add_room folder)
   add_library(${folder}_objects OBJECT ${ARGN})
   target_link_libraries(
@@ -8,9 +8,9 @@ function(add_room folder)
                              zrfoundation_velmardata_standalone)
 endfunction()
 
-# add_abi3_module(<target> <exports> <source>...): a loadable <target>.abi3.so that exports only the
-# names of the linker script <exports>. Hidden visibility alone leaves the weak names of the
-# standard library's templates visible.
+# add_abi3_module(<target> <exports> <source>...): adds a loadable <target>.abi3.so that exports only
+# the names of the linker script <exports>. Hidden visibility alone still exports weak symbols of the
+# standard library's templates.
 function(add_abi3_module target exports)
   add_library(${target} MODULE ${ARGN})
   set_target_properties(${target} PROPERTIES PREFIX "" SUFFIX ".abi3.so" LINK_DEPENDS "${exports}")
@@ -20,7 +20,7 @@ function(add_abi3_module target exports)
                       zrfoundation_velmardata_standalone)
 endfunction()
 
-# install_in_wheel(<target>...): puts libraries at the top level of the wheel.
+# install_in_wheel(<target>...): installs libraries at the top level of the wheel.
 function(install_in_wheel)
   foreach(target IN LISTS ARGN)
     get_target_property(imported ${target} IMPORTED)

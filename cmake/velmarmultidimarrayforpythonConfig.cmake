@@ -1,11 +1,11 @@
-# find_package(velmarmultidimarrayforpython) for native clients. This file lies in velmar/cmake of an
-# installed package; everything else is found from there, so that environments can be moved.
+# find_package(velmarmultidimarrayforpython) for native clients. This file is installed in velmar/cmake.
+# All paths are relative to it, so that environments can be moved.
 #
 #   velmar::client            the capsule: <velmar/client.hpp>, and both libraries below
 #   velmar::data              the arrays: <velmardata/velmardata.hpp>, libzrfoundation_velmardata.so
-#   velmar::data_standalone   the factory for arrays, libzrfoundation_velmardata_standalone.so
+#   velmar::data_standalone   the array factory, libzrfoundation_velmardata_standalone.so
 #
-# A client needs the headers of Python as well, from find_package(Python).
+# A client also needs the headers of Python, from find_package(Python).
 get_filename_component(_velmar_package "${CMAKE_CURRENT_LIST_DIR}/.." ABSOLUTE)
 get_filename_component(_velmar_libraries "${_velmar_package}/.." ABSOLUTE)
 
