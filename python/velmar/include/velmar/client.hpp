@@ -1,4 +1,4 @@
-// For native clients: the functions of the capsule, with owners that neither leak nor free twice.
+// For native clients: RAII classes for the capsule's functions and for references. Example:
 //
 //   static std::optional<velmar::Client> client;           // set in PyInit_..., before any use
 //   client = velmar::Client::load();
@@ -8,9 +8,9 @@
 //   if (array.impl() == nullptr) return nullptr;
 //   return client->toPython(std::move(array));
 //
-// Everything here is called with the interpreter's lock held. Failures are null results with a
-// Python error set. The data library and the standard library may throw std::bad_alloc through any
-// of these calls; what they were given and what they hold is then in order.
+// Call everything here with the interpreter's lock held. On failure, functions return null with a
+// Python error set. Any function may also throw std::bad_alloc; its arguments and all existing
+// objects then stay valid.
 #pragma once
 
 #include <Python.h>
@@ -22,24 +22,24 @@
 
 namespace velmar {
 
-// The owner of one reference to a Python object, or of none.
+// Owns one reference to a Python object, or none.
 class Reference {
  public:
   Reference() noexcept = default;
-  // Takes over a reference that the caller owns, such as a new one that a function returned.
+  // Takes over a reference that the caller owns, such as a new reference from a function.
   explicit Reference(PyObject* object) noexcept : m_object(object) {}
   Reference(const Reference&) = delete;
   Reference& operator=(const Reference&) = delete;
   Reference(Reference&& other) noexcept : m_object(other.release()) {}
   Reference& operator=(Reference&& other) noexcept {
-    Reference old(std::exchange(m_object, other.release()));  // goes last: that may run Python code
+    Reference old(std::exchange(m_object, other.release()));  // released last: may run Python code
     return *this;
   }
   ~Reference() { Py_DecRef(m_object); }  // null is allowed
 
-  // The object; the owner keeps its reference.
+  // The object, borrowed: this class keeps the reference.
   PyObject* get() const noexcept { return m_object; }
-  // The object with its reference, for a caller or for a function that steals it.
+  // Gives the reference to the caller, to return it or to pass it to a function that steals it.
   [[nodiscard]] PyObject* release() noexcept { return std::exchange(m_object, nullptr); }
   explicit operator bool() const noexcept { return m_object != nullptr; }
 
@@ -47,49 +47,51 @@ class Reference {
   PyObject* m_object = nullptr;
 };
 
-// The capsule's functions. Copies are cheap, and good for as long as the process lives.
+// The capsule's functions. Copies are cheap and stay valid for the life of the process.
 class Client {
  public:
-  // Imports the module of the arrays, if that has not been done, and takes its capsule. Empty with
-  // a Python error set: ImportError if it is not installed.
+  // Imports the extension module, if necessary, and its capsule. Empty with a Python error set on
+  // failure: ImportError if the module is not installed.
   static std::optional<Client> load() {
     const void* table = PyCapsule_Import(capsuleName, 0);
     if (table == nullptr) return std::nullopt;
     return Client(static_cast<const MCPyArrayAPITable*>(table));
   }
 
-  // A Python array that shares the contents of `array`: a new reference. Who writes through another
-  // handle later gets contents of his own, so Python never sees it. Null with RuntimeError for an
-  // empty handle ("null data pointer.") and for characters ("invalid type."). Linear in the number
-  // of elements, which are copied once into the memory that Python reads.
+  // Returns a new reference to a Python array that shares the contents of `array`. Python does not
+  // see later writes through other handles, because they copy the contents first. Null with
+  // RuntimeError for an empty handle ("null data pointer.") and for characters ("invalid type.").
+  // Linear in the number of elements, which are copied once into the memory that Python reads.
   [[nodiscard]] PyObject* toPython(foundation::velmardata::Array array) const {
     return m_table->MDAImplToMCPyArray(data::impl::addReference(array.impl()));
   }
 
-  // The library array of a Python array: constant time for an array without subscripts, a separate
-  // copy of what it shows for a view, which takes time and keeps the copy for the next call. A copy
-  // has two dimensions or more; an array has one after a reshape to one. It stays as it is whatever
-  // Python does to the object meanwhile. An empty handle, whose impl() is null, with RuntimeError
-  // for anything but an array ("object not initialized.") and for a view whose storage has gone
-  // ("locked shared pointer is null.").
+  // Returns the contents of a Python array, which later changes in Python do not affect. For an
+  // array without subscripts: shared contents, in constant time. For a view: a separate copy with
+  // at least two dimensions, in linear time; the view keeps the copy and returns it again in the
+  // next call. Only an array that was reshaped to one dimension has one.
+  //
+  // On failure the handle is empty (impl() is null), with RuntimeError for an object that is not an
+  // array ("object not initialized.") and for a view whose storage no longer exists ("locked shared
+  // pointer is null.").
   [[nodiscard]] foundation::velmardata::Array fromPython(PyObject* object) const {
     return foundation::velmardata::Array(
         static_cast<data::impl::ArrayImpl*>(m_table->MCPyArrayToMDAImpl(object)));
   }
 
-  // A Python array of the class that the buffer's format asks for, with a copy of its elements: a
-  // new reference. Null with an error, or with none for an object without a buffer, so ask
-  // hasBuffer first. `*type` becomes 4 plus the number of the class (0 double, ..., 10 logical) and
-  // 10 more for complex elements, or 0; type numbers of the library are what getType() of the array
-  // tells.
+  // Returns a new reference to a Python array of the class for the buffer's format, with a copy of
+  // its elements. Null with an error, or without one for an object without a buffer; call hasBuffer
+  // first. Sets `*type` to 4 plus the number of the class (0 double, ..., 10 logical), plus 10 for
+  // complex elements, or to 0 without such a class. This is not the library's ArrayType; getType()
+  // of the array returns that.
   [[nodiscard]] PyObject* fromBuffer(PyObject* object, int* type) const {
     return m_table->BufferObjectToMCPyArray(object, type);
   }
 
-  // Whether an object has a buffer to ask for; arrays and views have one. Never an error.
+  // Whether the object supports the buffer protocol, as arrays and views do. Never sets an error.
   bool hasBuffer(PyObject* object) const { return m_table->SatisfiesBufferProtocol(object); }
 
-  // The functions as they are. The reference that MCPyArrayToMDAImpl gives is handed back with
+  // The table itself. Release the reference that MCPyArrayToMDAImpl returns with
   // data::impl::releaseReference.
   const MCPyArrayAPITable& table() const noexcept { return *m_table; }
 
