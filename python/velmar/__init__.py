@@ -1,4 +1,4 @@
-"""The array classes under the names that their text forms and pickles carry."""
+"""The array classes, under the module name that their text forms and pickles use."""
 
 from velmarmultidimarrayforpython import (
     MCPyIter,
@@ -32,7 +32,7 @@ __all__ = [
 
 
 def __getattr__(name: str) -> object:
-    # Few programs look at arrays as tables, and all of them pay for an import.
+    # Imports look.py on first use, because most programs do not need it.
     if name not in ("html", "summary"):
         raise AttributeError(f"module {__name__!r} has no attribute {name!r}")
     from velmar import look

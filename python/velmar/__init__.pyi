@@ -1,10 +1,10 @@
-"""The array classes, each generic in what an integer subscript gives.
+"""The array classes. The type parameter of each is the result of an integer subscript.
 
-A matrix of doubles is a `double[double[float]]`, each of its rows a `double[float]`, and what a
-subscript of a row gives is a `float`. Complex elements make it `double[double[complex]]`. Where
-a call does not show how many dimensions come out of it the type is `double[Any]`, or `double`
-for short. The brackets are for type checkers only: quote such an annotation, or begin the file
-with `from __future__ import annotations`.
+A matrix of doubles is a `double[double[float]]`; its rows are `double[float]`, and a subscript of
+a row gives a `float`. A complex matrix is a `double[double[complex]]`. If the number of dimensions
+of a result is not known, its type is `double[Any]`, or `double` for short. Only type checkers
+support the brackets: quote such an annotation, or begin the file with
+`from __future__ import annotations`.
 """
 
 from typing import Any, Generic, Literal, Self, final, overload
@@ -34,14 +34,13 @@ _Item = TypeVar("_Item", default=Any)
 
 @final
 class MCPyIter(Generic[_Item]):
-    """What iter(a) gives. It does not keep the array alive: keep a name for the array."""
+    """The result of iter(a). It does not keep the array alive; keep a reference to the array."""
 
     def __iter__(self) -> Self: ...
     def __next__(self) -> _Item:
         """The next view or number.
 
-        Raises RuntimeError if the array is gone, or for an iterator that did not come from
-        iter(a).
+        Raises RuntimeError if the array no longer exists or the iterator was not made by iter(a).
         """
 
 @final
@@ -57,7 +56,7 @@ class double(
         double[Any],
     ]
 ):
-    """Floating-point numbers of 64 bits; 8 bytes, format d."""
+    """64-bit floating-point numbers; 8 bytes, format d."""
 
 @final
 class single(
@@ -72,7 +71,7 @@ class single(
         single[Any],
     ]
 ):
-    """Floating-point numbers of 32 bits; infinity beyond the range; 4 bytes, format f."""
+    """32-bit floating-point numbers; larger ones become infinity; 4 bytes, format f."""
 
 @final
 class int8(
@@ -87,7 +86,7 @@ class int8(
         int8[Any],
     ]
 ):
-    """Integers of 8 bits from -128 to 127; 1 bytes, format b."""
+    """8-bit integers from -128 to 127; 1 byte, format b."""
 
 @final
 class uint8(
@@ -102,7 +101,7 @@ class uint8(
         uint8[Any],
     ]
 ):
-    """Integers of 8 bits from 0 to 255; 1 bytes, format B."""
+    """8-bit integers from 0 to 255; 1 byte, format B."""
 
 @final
 class int16(
@@ -117,7 +116,7 @@ class int16(
         int16[Any],
     ]
 ):
-    """Integers of 16 bits from -32768 to 32767; 2 bytes, format h."""
+    """16-bit integers from -32768 to 32767; 2 bytes, format h."""
 
 @final
 class uint16(
@@ -132,7 +131,7 @@ class uint16(
         uint16[Any],
     ]
 ):
-    """Integers of 16 bits from 0 to 65535; 2 bytes, format H."""
+    """16-bit integers from 0 to 65535; 2 bytes, format H."""
 
 @final
 class int32(
@@ -147,7 +146,7 @@ class int32(
         int32[Any],
     ]
 ):
-    """Integers of 32 bits from -2147483648 to 2147483647; 4 bytes, format i."""
+    """32-bit integers from -2147483648 to 2147483647; 4 bytes, format i."""
 
 @final
 class uint32(
@@ -162,7 +161,7 @@ class uint32(
         uint32[Any],
     ]
 ):
-    """Integers of 32 bits from 0 to 4294967295; 4 bytes, format I."""
+    """32-bit integers from 0 to 4294967295; 4 bytes, format I."""
 
 @final
 class int64(
@@ -177,7 +176,7 @@ class int64(
         int64[Any],
     ]
 ):
-    """Integers of 64 bits from -9223372036854775808 to 9223372036854775807; 8 bytes, format q."""
+    """64-bit integers from -9223372036854775808 to 9223372036854775807; 8 bytes, format q."""
 
 @final
 class uint64(
@@ -192,7 +191,7 @@ class uint64(
         uint64[Any],
     ]
 ):
-    """Integers of 64 bits from 0 to 18446744073709551615; 8 bytes, format Q."""
+    """64-bit integers from 0 to 18446744073709551615; 8 bytes, format Q."""
 
 @final
 class logical(
@@ -207,7 +206,7 @@ class logical(
         logical[Any],
     ]
 ):
-    """True or False, never complex; 1 byte, format ?. Numbers but 0 are True."""
+    """True or False, never complex; 1 byte, format ?. All numbers other than 0 become True."""
 
     @overload
     def __new__(
@@ -217,7 +216,7 @@ class logical(
         vector: None = None,
         is_complex: Literal[False] = False,
     ) -> logical[Any]:
-        """An array of truth values, by the rules of the other classes; see double.
+        """An array of truth values. The arguments are those of the other classes; see double.
 
         Raises TypeError if is_complex is True.
         """

@@ -1,4 +1,4 @@
-"""What all array classes have. This is for type checkers: there is no such module to import."""
+"""The common interface of the array classes, for type checkers only. It cannot be imported."""
 
 from array import array
 from typing import Any, ClassVar, Generic, Literal, Protocol, Self, TypeAlias, overload
@@ -10,14 +10,14 @@ from velmar import MCPyIter
 _T = TypeVar("_T")
 _T_co = TypeVar("_T_co", covariant=True)
 
-# What an integer subscript gives, twice: views of views are told apart by the first, and by the
-# second a float from a complex, which checkers take for a wider float.
+# The result of an integer subscript, twice. The covariant parameter distinguishes nested views. The
+# invariant one distinguishes float from complex, because checkers accept a float as a complex.
 _Item_co = TypeVar("_Item_co", covariant=True, default=Any)
 _Item = TypeVar("_Item", default=Any)
-# Numbers that a real array takes when it is made, and when it is written to.
+# Numbers that a real array accepts in the constructor, and in assignments.
 _Given = TypeVar("_Given", default=Any)
 _Written = TypeVar("_Written", default=Any)
-# The class itself: rows and matrices, and arrays of unknown dimensions.
+# The class itself as a row, a matrix, a complex matrix, and with unknown dimensions.
 _Row = TypeVar("_Row", default=Any)
 _Matrix = TypeVar("_Matrix", default=Any)
 _ComplexMatrix = TypeVar("_ComplexMatrix", default=Any)
@@ -32,13 +32,13 @@ class HasArrayMethod(Protocol):
 
 Flat: TypeAlias = SequenceLike[_T]
 UpToTwo: TypeAlias = _T | SequenceLike[_T | SequenceLike[_T]]
-# Up to five levels. No recursion: a str is a sequence of itself for ever.
+# Up to five levels. Not recursive, because a str is an endlessly nested sequence of itself.
 Nested: TypeAlias = SequenceLike[
     _T | SequenceLike[_T | SequenceLike[_T | SequenceLike[_T | SequenceLike[_T]]]]
 ]
 TwoDimensions: TypeAlias = tuple[int] | tuple[int, int]
 
-# Fits where it is not known what a subscript gives, and nowhere else.
+# Matches only arrays for which the result of a subscript is not known.
 class _Nothing: ...
 
 _Unsure: TypeAlias = Array[Any, _Nothing]
@@ -46,15 +46,15 @@ _FloatRow: TypeAlias = Array[Any, float]
 _IntegerRow: TypeAlias = Array[Any, int] | Array[Any, bool]
 _RealRow: TypeAlias = _FloatRow | _IntegerRow
 _ComplexRow: TypeAlias = Array[Any, complex]
-# Of any number of dimensions.
+# Any number of dimensions.
 _Real: TypeAlias = _RealRow | Array[_Real, Any]
 _Complex: TypeAlias = _ComplexRow | Array[_Complex, Any]
 _RealRows: TypeAlias = Array[_Real, Any]
 _ComplexRows: TypeAlias = Array[_Complex, Any]
 
 class Array(Generic[_Item_co, _Item, _Given, _Written, _Row, _Matrix, _ComplexMatrix, _Unknown]):
-    # There is no such class: all eleven have these themselves. What a call makes is a parameter of
-    # this one, which mypy does not like in the declaration and reads right in the use.
+    # Not a real base class: each of the eleven classes has these methods. __new__ returns a type
+    # parameter; mypy rejects that in the declaration, but infers the right types from it.
     @overload
     def __new__(  # type: ignore[misc]
         cls,
@@ -66,16 +66,16 @@ class Array(Generic[_Item_co, _Item, _Given, _Written, _Row, _Matrix, _ComplexMa
         """An array of numbers, with at least two dimensions.
 
         initializer -- a number (1 by 1), a flat sequence (1 by N), nested sequences (row by row),
-            or an object that exports memory, which is copied and not converted
-        size -- the dimensions: a sequence of ints from 0 up. Flat data fills them column by
+            or an object with a buffer, which is copied without conversion
+        size -- the dimensions, a sequence of non-negative ints. Flat data fills them column by
             column; without data the elements are zeros
-        vector -- a flat sequence, in place of the initializer
-        is_complex -- True for complex elements; nothing but True and False is taken
+        vector -- a flat sequence, instead of the initializer
+        is_complex -- True for complex elements; must be True or False
 
-        Raises ShapeError if the number of elements is another than size says, SizeError if only
-        the dimensions are others; ValueError for nesting that is not rectangular and for text;
-        TypeError for numbers of a kind that the class does not take and for wrong arguments;
-        OverflowError for numbers beyond the element's range; BufferError for memory of another
+        Raises ShapeError if the number of elements does not match size, SizeError if only the
+        dimensions do not match; ValueError for nesting that is not rectangular and for text;
+        TypeError for numbers of a kind that the class does not accept and for wrong arguments;
+        OverflowError for numbers outside the element's range; BufferError for a buffer of another
         format than that of the class; MemoryError.
         """
 
@@ -122,17 +122,18 @@ class Array(Generic[_Item_co, _Item, _Given, _Written, _Row, _Matrix, _ComplexMa
         is_complex: bool,
     ) -> _Unknown: ...
     def __len__(self) -> int:
-        """The length of the dimension that the next subscript addresses."""
+        """The length of the dimension to which the next subscript applies."""
 
     @overload
     def __getitem__(self, key: int, /) -> _Item_co:
-        """a[i] fixes a dimension, a[i:j:k] narrows it; both are views of the same elements.
+        """a[i] fixes a dimension, a[i:j:k] selects part of it; both are views of the same elements.
 
-        An integer that fixes the last dimension gives a number: float, int, bool or complex.
-        A slice does not go on to the next dimension: a[1:3][0] is row 1. There is no a[i, j].
+        An integer for the last dimension gives a number: float, int, bool or complex. The
+        subscript after a slice applies to the same dimension: a[1:3][0] is row 1. a[i, j] is not
+        supported.
 
-        Raises IndexError for a position that is not there, RuntimeError for any other kind of
-        subscript and for a view whose array is gone, ValueError for a step of 0.
+        Raises IndexError for an index out of range, RuntimeError for any other kind of subscript
+        and for a view whose array no longer exists, ValueError for a step of 0.
         """
 
     @overload
@@ -141,12 +142,12 @@ class Array(Generic[_Item_co, _Item, _Given, _Written, _Row, _Matrix, _ComplexMa
     def __setitem__(self: _RealRow, key: int, value: _Written, /) -> None:
         """Writes to the elements that all views share, without broadcasting.
 
-        The right side is a number for an element, else a sequence: nested like the row for
-        a[i], flat for a slice of a row, in any rectangular nesting for a slice of rows.
+        The value is a number for an element, otherwise a sequence: nested like the row for a[i],
+        flat for a slice of a row, with any rectangular nesting for a slice of rows.
 
-        Raises ValueError for another shape or another number of elements, TypeError and
-        OverflowError for numbers that the class cannot hold; nothing is written then, but a
-        slice of rows has been filled as far as the numbers went.
+        Raises ValueError if the shape or the number of elements does not match, TypeError and
+        OverflowError for numbers that the class cannot hold. After an error the elements are
+        unchanged, except for a slice of rows, which keeps the numbers written before the error.
         """
 
     @overload
@@ -169,30 +170,30 @@ class Array(Generic[_Item_co, _Item, _Given, _Written, _Row, _Matrix, _ComplexMa
         /,
     ) -> None: ...
     def __iter__(self) -> MCPyIter[_Item_co]:
-        """Walks the dimension that the next subscript addresses.
+        """Iterates over the dimension to which the next subscript applies.
 
-        Neither the iterator nor its rows keep the array alive: keep a name for it, or a row
-        raises RuntimeError.
+        Neither the iterator nor its rows keep the array alive. Keep a reference to the array;
+        otherwise a row raises RuntimeError.
         """
 
     def __eq__(self, other: object, /) -> bool:
-        """Whether class, nesting and all numbers agree; one bool."""
+        """Whether the class, the nesting and all numbers are equal; a single bool."""
 
     __hash__: ClassVar[None]  # type: ignore[assignment]  # pyright: ignore[reportIncompatibleMethodOverride]
     def __buffer__(self, flags: int, /) -> memoryview:
-        """Read-only memory, column by column; that of a view is a copy made once."""
+        """Read-only memory, column by column. A view exports a copy, made once for each view."""
 
     def __reduce__(self) -> tuple[type[Self], tuple[dict[str, bool], list[Any]]]:
-        """The class and its arguments: the keywords and the elements as nested lists."""
+        """The class and its arguments: a dict of keywords and the elements as nested lists."""
 
     @overload
     def reshape(self: _Unsure, *dimensions: int) -> _Unknown:
-        """Lays other dimensions over the same elements, in place; returns the array itself.
+        """Changes the dimensions of the array in place; returns the array itself.
 
-        No element moves: the order is that of storage, column by column. All views see it.
-        The dimensions are ints from 0 up, or one sequence of them.
+        The elements keep their storage order, column by column. The change applies to all views.
+        The dimensions are non-negative ints, or one sequence of them.
 
-        Raises ShapeError for another number of elements, ValueError for arguments that are no
+        Raises ShapeError if the number of elements differs, ValueError for arguments that are not
         dimensions, RuntimeError for a row (clone it first).
         """
 
@@ -204,15 +205,15 @@ class Array(Generic[_Item_co, _Item, _Given, _Written, _Row, _Matrix, _ComplexMa
     def reshape(self, *dimensions: int) -> _Unknown: ...
     @overload
     def reshape(self, dimensions: SequenceLike[int], /) -> _Unknown: ...
-    # Views of rows are rows, but their clones are matrices; so the overloads overlap.
+    # A row is a view with one dimension, but its clone is a matrix; so the overloads overlap.
     @overload
     def clone(self: _Unsure) -> _Unknown:  # type: ignore[overload-overlap]
-        """An array of its own with the elements that are seen here; a row comes out 1 by N.
+        """An independent array with the elements of this array or view; a row becomes 1 by N.
 
-        The elements are read once for each object: a second clone of it is like the first,
-        whatever was written in between. Clone a fresh view, a[:], after a write.
+        Each object reads its elements only once: a second clone equals the first, even after a
+        write in between. After a write, clone a new view, a[:].
 
-        Raises SystemError (from RuntimeError) for a row whose array is gone.
+        Raises SystemError (from RuntimeError) for a row whose array no longer exists.
         """
 
     @overload
@@ -222,28 +223,28 @@ class Array(Generic[_Item_co, _Item, _Given, _Written, _Row, _Matrix, _ComplexMa
     @overload
     def clone(self) -> Self: ...
     def real(self: _Complex) -> _Row:
-        """The real parts of all elements of the storage, as one row in storage order.
+        """The real parts of all elements of the storage, as a row in storage order.
 
         Raises ValueError for an array that is not complex, MemoryError.
         """
 
     def imag(self: _Complex) -> _Row:
-        """The imaginary parts of all elements of the storage, as one row in storage order.
+        """The imaginary parts of all elements of the storage, as a row in storage order.
 
         Raises ValueError for an array that is not complex, MemoryError.
         """
 
     def noncomplex(self: _Real) -> _Row:
-        """All elements of the storage, as one row in storage order.
+        """All elements of the storage, as a row in storage order.
 
         Raises ValueError for a complex array, MemoryError.
         """
 
     @overload
     def toarray(self: _Unsure) -> array[Any]:
-        """An array.array of the numbers of one row, which must be real.
+        """An array.array with the numbers of a row, which must be real.
 
-        Raises RuntimeError for anything else; the reason is on standard error.
+        Raises RuntimeError for anything else; the reason is printed to standard error.
         """
 
     @overload
@@ -253,18 +254,18 @@ class Array(Generic[_Item_co, _Item, _Given, _Written, _Row, _Matrix, _ComplexMa
     def tomemoryview(self) -> memoryview:
         """The same as memoryview(a): read-only, column by column.
 
-        Raises RuntimeError for a view that cannot be copied any more.
+        Raises RuntimeError for a view that can no longer be copied.
         """
 
     def buffer_info(self) -> tuple[int, int]:
-        """The address of the storage and the number of its elements, also of a view."""
+        """The address of the storage and the number of its elements, also for a view."""
 
     def get_bytewise_strides(self) -> tuple[int, ...]:
-        """For each dimension of the storage the bytes from one position to the next."""
+        """The distance in bytes between neighbours in each dimension of the storage."""
 
     @property
     def size(self) -> tuple[int, ...]:
-        """The dimensions of what is seen: (3,) of a row of three."""
+        """The dimensions of the array or view; (3,) for a row of three."""
 
     @property
     def _size(self) -> tuple[int, ...]:
@@ -272,7 +273,7 @@ class Array(Generic[_Item_co, _Item, _Given, _Written, _Row, _Matrix, _ComplexMa
 
     @property
     def itemsize(self) -> int:
-        """Bytes of an element; of both parts if it is complex."""
+        """The size of an element in bytes; of both parts if it is complex."""
 
     @property
     def _is_complex(self) -> bool:
@@ -280,12 +281,12 @@ class Array(Generic[_Item_co, _Item, _Given, _Written, _Row, _Matrix, _ComplexMa
 
     @property
     def _real(self) -> _Row:
-        """The same as real(), made anew at each look."""
+        """The same as real(); each access creates a new array."""
 
     @property
     def _imag(self) -> _Row:
-        """The same as imag(), made anew at each look."""
+        """The same as imag(); each access creates a new array."""
 
     @property
     def _data(self) -> _Row:
-        """The same as noncomplex(), made anew at each look."""
+        """The same as noncomplex(); each access creates a new array."""

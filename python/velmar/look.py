@@ -1,6 +1,6 @@
-"""Looks at an array: `html` and `summary` show class, shape and some elements, as table and text.
+"""`html` and `summary` show the class, the shape and some elements of an array as a table.
 
-What is shown is read through subscripts, so the cost follows from that and not from the array.
+They read only the elements that they show, so the cost does not depend on the size of the array.
 """
 
 from __future__ import annotations
@@ -31,12 +31,12 @@ _CLASSES = (
     velmar.logical,
 )
 _GAP = "..."
-# What a number may take beside its digits: sign, point, leading or trailing zero.
+# The characters that a number may need in addition to its digits: sign, point, zeros.
 _ROOM = 4
 
 
 class Html(str):
-    """A text that notebooks show as the table that it is the source of."""
+    """HTML text that notebooks display as a table."""
 
     __slots__ = ()
 
@@ -45,7 +45,7 @@ class Html(str):
 
 
 class _Limits(NamedTuple):
-    """How much is shown at most; `digits` of None stands for all."""
+    """The maximum that is shown; None for `digits` shows all digits."""
 
     rows: int
     columns: int
@@ -54,7 +54,9 @@ class _Limits(NamedTuple):
 
 
 class _Page(NamedTuple):
-    """The shown part of two dimensions; gaps of columns are cells, a gap of rows is a row."""
+    """The shown part of two dimensions. Omitted columns appear as a cell in each row, omitted rows
+    as a row.
+    """
 
     label: str
     column_labels: list[str]
@@ -71,17 +73,17 @@ def html(
     pages: int = 4,
     digits: int | None = 6,
 ) -> Html:
-    """A small HTML table of an array or a view, shown as such by notebooks.
+    """A small HTML table of an array or a view. Notebooks display it as a table.
 
     a -- an array of any class, or a view
-    title -- a text to put above the table
-    rows, columns, pages -- how many are shown at most; those in the middle are left out. A page
-        is what two dimensions hold: there is one for each choice of the subscripts before them
-    digits -- significant digits of numbers whose exact text is longer than that by more than
-        four characters; None shows all numbers exactly
+    title -- a text above the table
+    rows, columns, pages -- the maximum of each; those in the middle are omitted. A page shows the
+        last two dimensions for one choice of the subscripts before them
+    digits -- the number of significant digits. A number whose exact text is at most four
+        characters longer is shown exactly. None shows all numbers exactly
 
-    Raises TypeError for what is no array, ValueError for limits that are no positive integers,
-    and what the subscripts of a view raise whose array is gone.
+    Raises TypeError if a is not an array, ValueError for limits that are not positive integers,
+    and RuntimeError for a view whose array no longer exists.
     """
     limits = _checked("html", a, rows, columns, pages, digits)
     lines = ["<div>"]
@@ -103,7 +105,7 @@ def summary(
     pages: int = 4,
     digits: int | None = 6,
 ) -> str:
-    """The same as `html` in plain text, for print."""
+    """The same as `html`, as plain text for printing."""
     limits = _checked("summary", a, rows, columns, pages, digits)
     lines = [] if title is None else [title]
     lines.append(_heading(a))
@@ -140,7 +142,7 @@ def _heading(a: Array[Any]) -> str:
 
 
 def _shown(length: int, limit: int) -> list[int | None]:
-    """The positions that are shown; None, in the middle, stands for those that are not."""
+    """The positions that are shown; None in the middle stands for the omitted ones."""
     if length <= limit:
         return list(range(length))
     behind = limit // 2
@@ -148,7 +150,7 @@ def _shown(length: int, limit: int) -> list[int | None]:
 
 
 def _pages(a: Array[Any], limits: _Limits) -> Iterator[_Page | str]:
-    """The pages of an array, and a text in place of those that are left out."""
+    """The pages of an array, with a text in place of the omitted ones."""
     shape = a.size
     if prod(shape) == 0:
         return
@@ -163,7 +165,7 @@ def _pages(a: Array[Any], limits: _Limits) -> Iterator[_Page | str]:
 
 
 def _position(number: int, lengths: tuple[int, ...]) -> list[int]:
-    """The subscripts of a page; the last of them moves fastest."""
+    """The subscripts of a page; the last one varies fastest."""
     position: list[int] = []
     for length in reversed(lengths):
         number, index = divmod(number, length)
@@ -196,7 +198,7 @@ def _labels(positions: list[int | None]) -> list[str]:
 
 
 def _number(value: complex, digits: int | None) -> str:
-    """The exact text of a number if it is short, else so many significant digits of it."""
+    """The exact text of a number if it is short, otherwise `digits` significant digits."""
     text = repr(value)
     if digits is None or isinstance(value, int):
         return text

@@ -1,7 +1,8 @@
-"""Arrays as a small header and their exported memory, for the ways between processes.
+"""Transfers arrays between processes as a small header and their exported memory.
 
-Nothing happens on import. pack() and unpack() serve any way that carries bytes; register_...() tell
-multiprocessing, Dask and Ray to use them in place of pickles. Plain pickle stays as it is.
+pack() and unpack() work with any transport that carries bytes. The register_...() functions make
+multiprocessing, Dask and Ray use them instead of pickles. Importing this module registers nothing,
+and plain pickle does not change.
 """
 
 import ctypes
@@ -27,7 +28,7 @@ __all__ = [
     "unregister_ray",
 ]
 
-VERSION = 1  # of the header and of what the frames hold
+VERSION = 1  # of the header and of the contents of the frames
 
 _LETTERS: dict[Any, Any] = {
     velmar.double: "d",
@@ -44,11 +45,11 @@ _LETTERS: dict[Any, Any] = {
 }
 _CLASSES = {cls.__name__: cls for cls in _LETTERS}
 _MOST_DIMENSIONS_OF_A_MEMORYVIEW = 64
-_PLUGIN = "velmar.transport"  # what Dask calls the registration on its workers
+_PLUGIN = "velmar.transport"  # the name of the Dask plugin that registers its workers
 
 
 class _Buffer(ctypes.Structure):
-    """Py_buffer, as the stable interface fixes it."""
+    """Py_buffer, whose layout is part of the stable interface."""
 
     _fields_ = [
         ("buf", ctypes.c_void_p),
@@ -66,7 +67,7 @@ class _Buffer(ctypes.Structure):
 
 
 def _function(name: str, result: Any, *parameters: Any) -> Any:
-    # A prototype of our own: the one on ctypes.pythonapi belongs to everybody.
+    # A separate prototype, because the function objects of ctypes.pythonapi are shared.
     return ctypes.PYFUNCTYPE(result, *parameters)((name, ctypes.pythonapi))
 
 
@@ -78,10 +79,10 @@ _memoryview_of = _function("PyMemoryView_FromBuffer", ctypes.py_object, ctypes.P
 
 
 def pack(array: Any) -> tuple[dict[str, Any], list[memoryview]]:
-    """The header, a dict of plain values, and the list of frames, memoryviews of flat bytes.
+    """The header, a dict of plain values, and a list with one frame, a memoryview of flat bytes.
 
-    The one frame holds the elements in storage order. That of a whole array is its memory itself,
-    that of a view a copy of what it shows now.
+    The frame holds the elements in storage order. For a whole array it is the memory of the array,
+    for a view a copy of the current elements.
     """
     cls = type(array)
     if cls not in _LETTERS:
@@ -108,10 +109,11 @@ def pack(array: Any) -> tuple[dict[str, Any], list[memoryview]]:
 
 
 def _exports_its_storage(array: Any) -> bool:
-    """Whether array is a whole one.
+    """Whether array is a whole array and not a view.
 
-    The export of a view is a copy made once, which a later write leaves out of date. Of views only
-    a slice that leaves nothing out is exported here: nothing else tells it from its array.
+    A view exports a copy that is made only once, so a later write makes it out of date. Only the
+    address of the export distinguishes a slice of all elements from its array, so this function
+    exports such a slice.
     """
     address, count = array.buffer_info()
     size = array.size
@@ -121,13 +123,13 @@ def _exports_its_storage(array: Any) -> bool:
     try:
         _get_buffer(array, exported, 0)
     except RuntimeError:
-        return False  # a view that cannot be copied; copying it for the frame will say why
+        return False  # a view that cannot be copied; pack() then raises the error
     _release_buffer(exported)
     return bool(exported.buf == address)
 
 
 def unpack(header: dict[str, Any], frames: list[Any] | tuple[Any, ...]) -> Any:
-    """The array that pack() was given; its elements are copied out of the frame, all at once."""
+    """The array that was packed. Its elements are copied from the frame."""
     cls, size, is_complex = _checked(header)
     if not isinstance(frames, list | tuple):
         raise TypeError("frames is not a list or tuple.")
@@ -146,7 +148,7 @@ def unpack(header: dict[str, Any], frames: list[Any] | tuple[Any, ...]) -> Any:
 
 
 def _checked(header: dict[str, Any]) -> tuple[Any, tuple[int, ...], bool]:
-    """Class, size and complexity, as a sound header gives them."""
+    """The class, the size and is_complex. Raises TypeError or ValueError for an invalid header."""
     if not isinstance(header, dict):
         raise TypeError("header is not a dict.")
     if header.get("transport") != VERSION:
@@ -173,7 +175,7 @@ def _checked(header: dict[str, Any]) -> tuple[Any, tuple[int, ...], bool]:
 
 
 def _complex_from_bytes(cls: Any, raw: memoryview, size: tuple[int, ...], itemsize: int) -> Any:
-    # memoryview.cast() knows no complex format, so the memoryview is made from the C structure.
+    # memoryview.cast() does not support complex formats; PyMemoryView_FromBuffer does.
     exported = _Buffer()
     _get_buffer(raw, exported, 0)
     try:
@@ -194,35 +196,35 @@ def _complex_from_bytes(cls: Any, raw: memoryview, size: tuple[int, ...], itemsi
 
 
 def register_multiprocessing() -> None:
-    """Let arrays go packed to and from processes of multiprocessing and concurrent.futures.
+    """Makes multiprocessing and concurrent.futures send arrays packed.
 
-    It concerns what this process sends. Spawned processes send results packed if they call it too:
-    give it to the pool as its initializer.
+    This applies to what this process sends. Spawned processes send packed results if they call this
+    function too: pass it to the pool as its initializer.
     """
     for cls in _LETTERS:
         ForkingPickler.register(cls, _reduce)
 
 
 def unregister_multiprocessing() -> None:
-    """Let arrays go as pickles again."""
+    """Undoes register_multiprocessing(): arrays are sent as pickles again."""
     for cls in _LETTERS:
         ForkingPickler._extra_reducers.pop(cls, None)  # type: ignore[attr-defined]
 
 
 def _reduce(array: Any) -> tuple[Any, tuple[dict[str, Any], list[bytes]]]:
-    # As bytes: the pickler of the processes keeps to a protocol that takes no other memory.
+    # As bytes, which every pickle protocol supports; PickleBuffer requires protocol 5.
     header, frames = pack(array)
     return unpack, (header, [frame.tobytes() for frame in frames])
 
 
 def _pack_for_pickling(array: Any) -> tuple[dict[str, Any], list[PickleBuffer]]:
-    """Frames that can also be pickled, and then go out of band."""
+    """pack() with frames that pickle can transfer out of band."""
     header, frames = pack(array)
     return header, [PickleBuffer(frame) for frame in frames]
 
 
 def _module(function: str, name: str) -> Any:
-    """A module of a library that need not be installed."""
+    """Imports a module of an optional library for the named function."""
     package = name.partition(".")[0]
     try:
         return import_module(name)
@@ -234,10 +236,10 @@ def _module(function: str, name: str) -> Any:
 
 
 def register_dask(client: Any = None) -> None:
-    """Let arrays go packed between the processes of Dask, and tell Dask their memory and tokens.
+    """Makes Dask send arrays packed, and tells Dask the size and the token of an array.
 
-    All processes that meet arrays need it. With a client its workers are told too, also those
-    that come later.
+    Every process that uses arrays must call this function. With a client, it also registers the
+    client's workers, including those that start later.
     """
     protocol = _module("register_dask", "distributed.protocol")
     for cls in _LETTERS:
@@ -261,7 +263,7 @@ def register_dask(client: Any = None) -> None:
 
 
 def unregister_dask(client: Any = None) -> None:
-    """Let arrays go as pickles again, from this process and from the workers of the client."""
+    """Undoes register_dask() in this process and, with a client, in its workers."""
     protocol = _module("unregister_dask", "distributed.protocol")
     if client is not None:
         client.unregister_worker_plugin(_PLUGIN)
@@ -276,7 +278,7 @@ def unregister_dask(client: Any = None) -> None:
 
 
 def _bytes_held(array: Any) -> int:
-    # All the storage that the array or view keeps alive; each element is there twice.
+    # The whole storage, because a view keeps all of it alive. It holds each element twice.
     return int(2 * array.itemsize * array.buffer_info()[1])
 
 
@@ -287,10 +289,10 @@ def _token(array: Any) -> Any:
 
 
 def register_ray() -> None:
-    """Let arrays go packed to the workers of Ray and into its object store.
+    """Makes Ray send arrays packed, to its workers and to its object store.
 
-    It concerns what this process sends. Workers send results packed if they call it too: give it
-    to ray.init() as their setup hook.
+    This applies to what this process sends. Workers send packed results if they call this function
+    too: pass it to ray.init() as their setup hook.
     """
     register_serializer = _module("register_ray", "ray.util").register_serializer
     for cls in _LETTERS:
@@ -298,7 +300,7 @@ def register_ray() -> None:
 
 
 def unregister_ray() -> None:
-    """Let arrays that leave this process go as pickles again."""
+    """Undoes register_ray(): arrays from this process are sent as pickles again."""
     deregister_serializer = _module("unregister_ray", "ray.util").deregister_serializer
     for cls in _LETTERS:
         deregister_serializer(cls)

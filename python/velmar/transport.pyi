@@ -1,4 +1,4 @@
-"""Arrays as a small header and their exported memory; the module itself has the documentation."""
+"""Types of velmar.transport; the documentation is in the module itself."""
 
 from typing import Any
 

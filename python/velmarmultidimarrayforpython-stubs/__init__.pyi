@@ -1,4 +1,4 @@
-"""The extension module: the classes of velmar, the exceptions of vlexceptions, the capsule."""
+"""The extension module: the classes of velmar, the exceptions of vlexceptions and the capsule."""
 
 from typing_extensions import CapsuleType
 from velmar import MCPyIter as MCPyIter

@@ -1,4 +1,4 @@
-"""The two exceptions of the array classes under the module name that they carry."""
+"""The two exceptions of the array classes, under the module name that they use."""
 
 from velmarmultidimarrayforpython import ShapeError, SizeError
 

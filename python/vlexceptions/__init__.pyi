@@ -3,7 +3,7 @@
 __all__ = ["ShapeError", "SizeError"]
 
 class ShapeError(Exception):
-    """Raised where the number of elements is another than the dimensions say."""
+    """Raised if the number of elements does not match the dimensions."""
 
 class SizeError(Exception):
-    """Raised where the number of elements is right and the dimensions are others."""
+    """Raised if the number of elements matches but the dimensions do not."""
