@@ -1,7 +1,7 @@
-# Draws sixty-one years of sea temperatures: from a binary file to an array, NumPy and a picture.
-"""Takes the file's memory in, reshapes it in place and hands it to NumPy, all without a loop.
+# Draws 61 years of sea temperatures: reads a binary file into an array and passes it to NumPy.
+"""Makes an array from the file's memory, reshapes it in place and draws it, without a loop.
 
-Usage: picture.py [FILE.png]; without a name, build/sea_temperatures.png.
+Usage: picture.py [FILE.png]; the default is build/sea_temperatures.png.
 """
 
 import array

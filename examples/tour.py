@@ -1,7 +1,7 @@
-# A tour of the array classes over a table of measured penguins.
-"""Makes arrays of several classes from examples/data/penguins.csv, then uses them as data.
+# A tour of the array classes, with a table of penguin measurements.
+"""Makes arrays of several classes from examples/data/penguins.csv and shows their operations.
 
-Each printed line "expression = value" is an expression of this file and the text of its value.
+A printed line "expression = value" shows an expression of this file and the text of its value.
 """
 
 import csv
@@ -160,7 +160,7 @@ def copies_and_comparison(penguins):
 
 def loops(penguins):
     explain("A loop yields the rows of an array, and the numbers of a row.")
-    table = flippers_and_masses(penguins)  # the name keeps the rows of the loops alive
+    table = flippers_and_masses(penguins)  # keeps the array alive during the loops
     for row in table[::150]:
         show(f"{row = !s}")
     show(f"{max(mass for _, mass in table) = }")

@@ -1,4 +1,4 @@
-# Made sea_temperatures.bin of the published table; README.md here tells where that comes from.
+# Converts the published table to sea_temperatures.bin; README.md in this folder gives the source.
 """Usage: python make_sea_temperatures.py elnino.csv sea_temperatures.bin"""
 
 import array

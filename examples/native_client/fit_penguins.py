@@ -1,4 +1,4 @@
-# Fits the body mass of penguins to what a ruler tells, with the native client of this folder.
+# Fits the body mass of penguins to two lengths, with the native client of this folder.
 """Reads examples/data/penguins.csv and prints the fit of body mass to flipper and bill length."""
 
 import csv
@@ -17,11 +17,11 @@ def read_penguins():
 
 
 def make_arrays(penguins):
-    """The design, a row a bird of 1, flipper and bill length in mm; and the masses in g, a row."""
+    """The design (per row: 1, flipper length and bill length in mm) and a row of masses in g."""
     flippers = [float(p["flipper_length_mm"]) for p in penguins]
     bills = [float(p["bill_length_mm"]) for p in penguins]
     ones = [1.0] * len(penguins)
-    # Column by column, as it is stored.
+    # Column by column, the storage order.
     design = velmar.double(vector=ones + flippers + bills, size=(len(penguins), 3))
     return design, velmar.double([float(p["body_mass_g"]) for p in penguins])
 

@@ -1,4 +1,4 @@
-// A native client of the arrays: linear least squares through LAPACK, as a module for Python.
+// A native client of the arrays: a Python module for linear least squares with LAPACK.
 #include <velmar/client.hpp>  // first, since it includes Python.h
 
 #include <lapacke.h>
@@ -22,14 +22,14 @@ namespace {
 std::optional<velmar::Client> client;
 PyObject* doubleClass = nullptr;  // velmar.double; kept for the life of the process
 
-// Elements column by column, which is the order of the arrays and that of LAPACK.
+// A matrix stored column by column, as arrays and LAPACK store it.
 struct Matrix {
   lapack_int rows;
   lapack_int columns;
   std::unique_ptr<double[], void (*)(void*)> elements;  // owned: LAPACK writes into them
 };
 
-// The interpreter is free for other threads as long as this lives.
+// Releases the interpreter's lock for its lifetime, so that other threads can run.
 class WithoutInterpreterLock {
  public:
   WithoutInterpreterLock() : m_state(PyEval_SaveThread()) {}
@@ -41,8 +41,8 @@ class WithoutInterpreterLock {
   PyThreadState* m_state;
 };
 
-// The library array of a velmar.double, or of the array made from any other object's buffer. Empty
-// with the Python error set.
+// Returns the library array of a velmar.double, or of an array made from another object's buffer.
+// Empty with the Python error set on failure.
 vd::Array takeArray(PyObject* object, const char* name) {
   if (PyObject_TypeCheck(object, reinterpret_cast<PyTypeObject*>(doubleClass))) {
     return client->fromPython(object);
@@ -58,7 +58,8 @@ vd::Array takeArray(PyObject* object, const char* name) {
   return copy ? client->fromPython(copy.get()) : vd::Array();
 }
 
-// An argument as a matrix with elements of its own. None with the Python error set.
+// Converts an argument to a matrix that owns its elements. Empty with the Python error set on
+// failure.
 std::optional<Matrix> takeMatrix(PyObject* object, const char* name) {
   vd::Array array = takeArray(object, name);
   if (array.impl() == nullptr) return std::nullopt;
@@ -81,7 +82,7 @@ std::optional<Matrix> takeMatrix(PyObject* object, const char* name) {
     return std::nullopt;
   }
   const std::uint64_t count = array.getNumberOfElements();
-  // The block itself if nobody else has the array, as when it was made from a buffer; or a copy.
+  // The array's own block if this is the only handle, as for an array from a buffer; else a copy.
   auto elements = vd::TypedArray<double>(std::move(array)).release();
   const auto isFinite = [](double element) { return std::isfinite(element); };
   if (!std::all_of(elements.get(), elements.get() + count, isFinite)) {
@@ -92,7 +93,7 @@ std::optional<Matrix> takeMatrix(PyObject* object, const char* name) {
                 std::move(elements)};
 }
 
-// Whether the two fit together; if not, the Python error is set.
+// Whether the shapes match. False with the Python error set if not.
 bool shapesAgree(const Matrix& design, const Matrix& observations) {
   if (observations.rows != design.rows) {
     PyErr_Format(PyExc_ValueError, "design has %d rows, but observations have %d", int{design.rows},
@@ -107,15 +108,15 @@ bool shapesAgree(const Matrix& design, const Matrix& observations) {
   return true;
 }
 
-// Replaces the elements of both: the first rows of the observations become the coefficients, and
-// the squares of the others add up to the residual sums. False with the Python error set.
+// Overwrites both matrices. The first rows of the observations become the coefficients; the squares
+// of the other rows sum to the residual sums. False with the Python error set on failure.
 bool solve(Matrix& design, Matrix& observations) {
   std::vector<double> singularValues(static_cast<std::size_t>(design.columns));
   const double precision = std::numeric_limits<double>::epsilon() * design.rows;
   lapack_int rank = 0;
   lapack_int info = 0;
   {
-    // Both matrices are ours alone, so nothing that another thread does can reach them.
+    // Both matrices own their elements, so other threads cannot change them.
     const WithoutInterpreterLock unlocked;
     info = LAPACKE_dgelsd(LAPACK_COL_MAJOR, design.rows, design.columns, observations.columns,
                           design.elements.get(), design.rows, observations.elements.get(),
@@ -134,7 +135,8 @@ bool solve(Matrix& design, Matrix& observations) {
   return true;
 }
 
-// A Python array of rows by columns, filled by fill(first element): a new reference, or null.
+// Returns a new reference to a Python array of rows by columns, filled by fill(first element). Null
+// with the Python error set on failure; throws std::bad_alloc.
 template <class Fill>
 PyObject* makeArray(lapack_int rows, lapack_int columns, Fill fill) {
   const auto height = static_cast<unsigned long>(rows);
@@ -147,13 +149,13 @@ PyObject* makeArray(lapack_int rows, lapack_int columns, Fill fill) {
       {height, width}, std::move(block), velmar::data::MemoryLayout::Default));
 }
 
-// fit(design, observations) -> (coefficients, residual sums). Null with the Python error set.
+// Returns a new tuple (coefficients, residual sums). Null with the Python error set on failure.
 PyObject* fitArrays(PyObject* designObject, PyObject* observationsObject) {
   std::optional<Matrix> design = takeMatrix(designObject, "design");
   if (!design) return nullptr;
   std::optional<Matrix> observations = takeMatrix(observationsObject, "observations");
   if (!observations) return nullptr;
-  // A flat sequence is a row to the arrays and lies in memory as a column does.
+  // A flat sequence becomes a row; it has the same memory layout as a column.
   const bool isRow = observations->rows == 1 && design->rows != 1;
   if (isRow) std::swap(observations->rows, observations->columns);
   if (!shapesAgree(*design, *observations) || !solve(*design, *observations)) return nullptr;
@@ -181,7 +183,7 @@ PyObject* fitArrays(PyObject* designObject, PyObject* observationsObject) {
   return PyTuple_Pack(2, coefficients.get(), residualSums.get());
 }
 
-// The door for Python: no C++ exception goes through it.
+// The Python function. Turns C++ exceptions into Python errors.
 PyObject* fit(PyObject*, PyObject* arguments) {
   PyObject* design = nullptr;
   PyObject* observations = nullptr;

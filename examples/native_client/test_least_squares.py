@@ -1,4 +1,4 @@
-"""The native client: exact fits, every kind of argument, good and bad, leaks and threads."""
+"""Tests of the native client: exact fits, valid and invalid arguments, leaks and threads."""
 
 import array
 import gc
@@ -12,14 +12,14 @@ import pytest
 import velmar
 from least_squares import fit
 
-# Five points on no line, and a quadratic through none of them.
+# Five points that no line fits exactly, and no quadratic either.
 X = [0.0, 1.0, 2.0, 3.0, 5.0]
 Y = [1.0, 2.5, 2.0, 4.0, 3.25]
 DESIGN = [[1.0, x, x * x] for x in X]
 
 
 def fit_exactly(design, observations):
-    """Solves the normal equations in fractions: coefficients and residual sum, without rounding."""
+    """The coefficients and the residual sum, from the normal equations in exact fractions."""
     rows = [[Fraction(value) for value in row] for row in design]
     wanted = [Fraction(value) for value in observations]
     unknowns = range(len(rows[0]))
@@ -219,7 +219,7 @@ class TestFailures:
 
 
 def memory_in_use():
-    """Bytes that the process has in memory now."""
+    """The resident memory of the process in bytes."""
     with open("/proc/self/statm", encoding="ascii") as file:
         return int(file.read().split()[1]) * os.sysconf("SC_PAGE_SIZE")
 
@@ -289,7 +289,7 @@ class TestLeaks:
 
 
 def test_threads():
-    """The fits of all threads run beside each other, without the interpreter's lock."""
+    """The threads run their fits at the same time, without the interpreter's lock."""
     rows = 20_000
     design = velmar.double(vector=[1.0] * rows + list(range(rows)), size=(rows, 2))
     observations = [velmar.double([k + 0.5 * i for i in range(rows)]) for k in range(8)]

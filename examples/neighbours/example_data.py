@@ -1,4 +1,4 @@
-"""What the examples work on: the two data sets of examples/data as arrays."""
+"""The two data sets of examples/data as arrays."""
 
 import array
 import csv

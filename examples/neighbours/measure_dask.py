@@ -1,6 +1,6 @@
-"""What the cluster of with_dask.py costs and gains: time by number of workers, and their memory.
+"""Measures the cluster of with_dask.py: time for each number of workers, and memory of a worker.
 
-Usage: measure_dask.py [ROWS [COLUMNS]]; without numbers, a small table. The least of three times.
+Usage: measure_dask.py [ROWS [COLUMNS]]; the default is a small table. Times are the best of three.
 """
 
 import sys
@@ -21,7 +21,7 @@ from with_dask import (
 
 
 def show(what, run, processor_time):
-    """Prints the least of three times, by the clock and of the processors that do the work."""
+    """Prints the best of three runs: the elapsed time and the processor time of all workers."""
     elapsed, spent = [], []
     for _ in range(3):
         started, had = time.perf_counter(), processor_time()
@@ -32,7 +32,7 @@ def show(what, run, processor_time):
 
 
 def peak_memory():
-    import resource  # not on every system
+    import resource  # not available on every system
 
     return resource.getrusage(resource.RUSAGE_SELF).ru_maxrss * 1024
 

@@ -1,10 +1,11 @@
-"""Dask: least squares over a table on disk that no task could hold, block by block on a cluster.
+"""Dask: least squares for a table on disk that is larger than the memory of a task.
 
-The table has a record a row, of doubles; its last column is explained by the others. Arrays are the
-chunks: read by a task, kept by a worker, sent to others, and the result. NumPy multiplies them.
+The table has one record of doubles per row. The last column is a linear combination of the others.
+A local cluster processes it block by block. All chunks and results are arrays, which workers keep
+and send to each other; NumPy multiplies them.
 
-Usage: with_dask.py [ROWS [COLUMNS [WORKERS]]]; without numbers, a small table. Linux: the allowance
-of memory is a limit that the kernel keeps.
+Usage: with_dask.py [ROWS [COLUMNS [WORKERS]]]; the default is a small table. The memory limit of
+the tasks works on Linux.
 """
 
 import logging
@@ -25,7 +26,7 @@ MEBIBYTE = 2**20
 
 
 def write_table(file, rows, columns, block_rows=10_000):
-    """Random numbers; the last in a row is 1 times the first plus 2 times the second plus ..."""
+    """Random numbers. The last one in a row is 1 * the first + 2 * the second + ..."""
     random = np.random.default_rng(1)
     weights = np.arange(1.0, columns)
     with open(file, "wb") as stream:
@@ -35,7 +36,7 @@ def write_table(file, rows, columns, block_rows=10_000):
 
 
 def read_rows(file, columns, first, count):
-    """A chunk: some rows of the table, put into the order of columns on the way in."""
+    """A chunk: some rows of the table, converted from row order to column order."""
     with open(file, "rb") as stream:
         stream.seek(first * columns * 8)
         data = stream.read(count * columns * 8)
@@ -43,7 +44,7 @@ def read_rows(file, columns, first, count):
 
 
 def products(chunk):
-    """The sums of products of all pairs of columns: A^T A of these rows."""
+    """A^T A of these rows: the sums of products of all pairs of columns."""
     n = to_numpy(chunk)
     return from_numpy(n.T @ n)
 
@@ -53,7 +54,7 @@ def add(*matrices):
 
 
 def blocked_products(file, rows, columns, block_rows):
-    """The task whose result is A^T A of the table: chunks, their products, and sums in a tree."""
+    """The task for A^T A of the table: reads chunks, multiplies them and adds up in a tree."""
     sums = [
         delayed(products)(delayed(read_rows)(file, columns, first, min(block_rows, rows - first)))
         for first in range(0, rows, block_rows)
@@ -64,22 +65,22 @@ def blocked_products(file, rows, columns, block_rows):
 
 
 def fit(of_products):
-    """The weights that explain the last column best."""
+    """The weights of the columns that fit the last column best."""
     n = to_numpy(of_products)
     return from_numpy(np.linalg.solve(n[:-1, :-1], n[:-1, -1]))
 
 
 class Allowance(WorkerPlugin):
-    """Lets a worker, and so its one task, have no more memory than it has now and these bytes.
+    """Limits a worker, and so its only task, to its current memory plus `allowance` bytes.
 
-    What is beyond that is refused by the kernel, and a task ends in MemoryError.
+    The kernel refuses more memory, and the task ends with MemoryError.
     """
 
     def __init__(self, allowance):
         self.allowance = allowance
 
     def setup(self, worker):
-        import resource  # not on every system
+        import resource  # not available on every system
 
         status = Path("/proc/self/status").read_text().split()
         held = int(status[status.index("VmData:") + 1]) * 1024
@@ -88,7 +89,7 @@ class Allowance(WorkerPlugin):
 
 @contextmanager
 def local_cluster(workers=2, allowance=None):
-    """A client of workers of one thread each, on this machine only; arrays travel as memory."""
+    """A client for workers with one thread each, on this machine only; arrays are sent packed."""
     with (
         LocalCluster(
             n_workers=workers,
@@ -96,7 +97,7 @@ def local_cluster(workers=2, allowance=None):
             host="127.0.0.1",
             dashboard_address=":0",
             memory_limit=None,
-            silence_logs=logging.CRITICAL,  # a task that fails is told of by its result
+            silence_logs=logging.CRITICAL,  # the result of a task reports its failure
         ) as cluster,
         Client(cluster) as client,
     ):

@@ -1,4 +1,4 @@
-"""h5py: arrays written as data sets of an HDF5 file and read again."""
+"""h5py: arrays written as data sets of an HDF5 file and read back."""
 
 import tempfile
 from pathlib import Path
@@ -10,7 +10,7 @@ from with_numpy import from_numpy, from_parts, parts
 
 
 def write(group, name, a, **options):
-    """Writes an array; a complex integer one, which no data set holds, as a group of two parts."""
+    """Writes an array as a data set; a complex integer array as a group of two parts."""
     if a._is_complex and not isinstance(a, velmar.double | velmar.single):
         pair = group.create_group(name)
         pair["real"], pair["imag"] = parts(a)
@@ -21,7 +21,7 @@ def write(group, name, a, **options):
 def read(group, name, rows=slice(None)):
     """Reads an array, or some rows of it.
 
-    Not velmar.double(group[name]): it would read the data set row by row and number by number.
+    Does not use velmar.double(group[name]), which would read the data set number by number.
     """
     stored = group[name]
     if isinstance(stored, h5py.Group):

@@ -1,6 +1,6 @@
 """matplotlib: arrays drawn as lines, points and an image, into a PNG file.
 
-Usage: with_matplotlib.py [FILE.png]; without a name, build/neighbours.png.
+Usage: with_matplotlib.py [FILE.png]; the default is build/neighbours.png.
 """
 
 import sys
@@ -14,14 +14,14 @@ PICTURE_FILE = Path(__file__).resolve().parents[2] / "build" / "neighbours.png"
 
 
 def draw_lines(axes, temperatures):
-    """plot takes an array as it is: a column, here a year, is a line."""
+    """plot accepts an array and draws each column, here a year, as a line."""
     axes.set_title("The months of each year")
     axes.set_ylabel("degrees Celsius")
     return axes.plot(range(1, 13), temperatures, color="tab:blue", linewidth=0.5)
 
 
 def draw_points(axes, measures):
-    """A column is a subscript away in NumPy; one row of the array is measures[i]."""
+    """NumPy selects the columns, because the subscripts of an array select rows first."""
     n = to_numpy(measures)
     axes.set_title("Flippers and masses of penguins")
     axes.set_xlabel("mm")
@@ -30,7 +30,7 @@ def draw_points(axes, measures):
 
 
 def draw_image(axes, temperatures):
-    """imshow takes an array as it is: row 0 is at the top."""
+    """imshow accepts an array and draws row 0 at the top."""
     axes.set_title(f"Months from {FIRST_YEAR} on")
     return axes.imshow(temperatures, aspect="auto", interpolation="nearest")
 

@@ -1,4 +1,4 @@
-"""NumPy both ways: arrays out without a copy, in with one, and complex integers part by part."""
+"""NumPy: arrays to NumPy without a copy, back with one copy, and complex integers as two parts."""
 
 import numpy as np
 import velmar
@@ -23,29 +23,30 @@ CLASSES = {
 
 
 def to_numpy(a):
-    """The memory of an array: column-major, read-only, and not copied."""
+    """A NumPy array on the memory of an array: column-major, read-only, without a copy."""
     return np.asarray(memoryview(a))
 
 
 def from_numpy(n):
-    """An array of the class of n's elements."""
+    """An array of the class for n's element type."""
     if n.dtype.name not in CLASSES:
         raise TypeError(f"no class holds elements of type {n.dtype}")
-    n = n.astype(n.dtype.newbyteorder("="), copy=False)  # others are refused, and so are gaps:
+    # The constructor accepts only native byte order and contiguous memory.
+    n = n.astype(n.dtype.newbyteorder("="), copy=False)
     if not n.flags.c_contiguous:
         n = np.asfortranarray(n)
     return CLASSES[n.dtype.name](n, is_complex=n.dtype.kind == "c")
 
 
 def parts(c):
-    """Real and imaginary part of a complex array of any class, both on its memory."""
+    """The real and imaginary parts of a complex array of any class, as views of its memory."""
     m = memoryview(c)
     pairs = np.ndarray((2, *m.shape), np.dtype(m.format[1:]), buffer=c, order="F")
     return pairs[0], pairs[1]
 
 
 def from_parts(real, imag):
-    """A complex array of two NumPy arrays of one type, to the bit; no Python number is made."""
+    """A complex array of two NumPy arrays of the same type, bit for bit, without Python numbers."""
     if real.dtype != imag.dtype or real.shape != imag.shape:
         raise TypeError("the parts differ in type or shape")
     pairs = np.empty((2, *np.atleast_2d(real).shape), real.dtype, order="F")

@@ -8,20 +8,20 @@ from with_numpy import from_numpy, to_numpy
 
 
 def from_frame(frame):
-    """An array of a frame's numbers, a row a record; what is missing is NaN.
+    """An array of a frame's numbers, one row per record; missing values are NaN.
 
-    Not velmar.double(frame): it would subscript the frame, which gives columns by their labels.
+    Does not use velmar.double(frame), because a subscript of a frame selects a column by its label.
     """
     return from_numpy(frame.to_numpy())
 
 
 def to_frame(a, columns, index=None):
-    """A frame of its own, which can be written to."""
+    """A frame with a copy of the elements, which can be changed."""
     return pd.DataFrame(np.array(a), columns=columns, index=index)
 
 
 def view_as_frame(a, columns):
-    """A frame on the memory of an array: no copy. Writes to the array show, to it fail."""
+    """A read-only frame on the memory of an array, without a copy. It shows writes to the array."""
     return pd.DataFrame(to_numpy(a), columns=columns, copy=False)
 
 

@@ -1,6 +1,6 @@
-"""Pillow: the bytes of an image in, as rows, columns and channels, and an image out.
+"""Pillow: an image to an array of rows, columns and channels, and an array to an image.
 
-Usage: with_pillow.py [FILE.png]; without a name, build/heat.png.
+Usage: with_pillow.py [FILE.png]; the default is build/heat.png.
 """
 
 import io
@@ -16,8 +16,8 @@ MODES = {1: "L", 2: "LA", 3: "RGB", 4: "RGBA"}  # by the number of channels
 
 
 def from_image(image):
-    """Rows by columns by channels, or rows by columns if it is grey."""
-    if image.mode not in MODES.values():  # such as a palette, or eight pixels in a byte
+    """An array of rows by columns by channels, or of rows by columns for a grey image."""
+    if image.mode not in MODES.values():  # for example a palette, or eight pixels per byte
         image = image.convert("RGB" if image.mode != "1" else "L")
     shape = [image.height, image.width]
     if image.mode != "L":
@@ -28,7 +28,7 @@ def from_image(image):
 
 
 def to_image(a):
-    """An image, row 0 at the top. bytes(a) is row by row, as Pillow has it; a itself is not."""
+    """An image with row 0 at the top. Uses bytes(a), which is in row order as Pillow needs."""
     shape = memoryview(a).shape
     if not isinstance(a, velmar.uint8) or a._is_complex or len(shape) > 3:
         raise TypeError("an image is a real uint8 array of two or three dimensions")
@@ -39,7 +39,7 @@ def to_image(a):
 
 
 def colour(temperature, low, high):
-    """From blue, low, over white to red, high."""
+    """A colour from blue (low) to white to red (high)."""
     warmth = (temperature - low) / (high - low)
     return [
         round(255 * x)
@@ -48,7 +48,7 @@ def colour(temperature, low, high):
 
 
 def heat(temperatures):
-    """A pixel for each temperature."""
+    """An image with one pixel for each temperature."""
     rows = [list(row) for row in temperatures]
     low, high = min(map(min, rows)), max(map(max, rows))
     return velmar.uint8([[colour(t, low, high) for t in row] for row in rows])

@@ -1,11 +1,11 @@
-"""PyArrow: an array's memory as a buffer, its columns as those of a table, and the way back."""
+"""PyArrow: the memory of an array as a buffer and as the columns of a table, and back."""
 
 import pyarrow as pa
 import velmar
 from example_data import MEASURES, penguin_measures
 from pyarrow import feather
 
-# Not logical: a boolean is a byte here, and a bit there.
+# Without logical: its elements are bytes, Arrow's booleans are bits.
 TYPES = {
     "d": (velmar.double, pa.float64()),
     "f": (velmar.single, pa.float32()),
@@ -21,7 +21,7 @@ TYPES = {
 
 
 def to_table(a, names):
-    """A table on the memory of a matrix: a column there is a column here, and none is copied."""
+    """A table on the memory of a matrix. Each column of the matrix is a column, without a copy."""
     m = memoryview(a)
     if m.ndim != 2 or m.format not in TYPES:
         raise TypeError(f"no table of {m.ndim} dimensions with elements of format {m.format}")
@@ -36,7 +36,7 @@ def to_table(a, names):
 
 
 def from_table(table):
-    """An array of a table whose columns have one type and no gaps."""
+    """An array of a table whose columns have the same type and no missing values."""
     types = {str(field.type) for field in table.schema}
     letter = next((key for key, (_, of_column) in TYPES.items() if {str(of_column)} == types), None)
     if letter is None:

@@ -1,4 +1,4 @@
-"""multiprocessing.shared_memory: processes take an array, or some columns of it, from one block."""
+"""multiprocessing.shared_memory: several processes read an array, or some columns, from a block."""
 
 import multiprocessing
 from concurrent.futures import ProcessPoolExecutor
@@ -9,7 +9,7 @@ from velmar import transport
 
 
 def put(a):
-    """A new block with the elements of an array, column by column, and what it takes to read it."""
+    """A new block with the elements of an array in storage order, and the arguments for take()."""
     header, [frame] = transport.pack(a)
     block = SharedMemory(create=True, size=max(frame.nbytes, 1))
     block.buf[: frame.nbytes] = frame
@@ -17,7 +17,7 @@ def put(a):
 
 
 def take(name, header, used, columns=None):
-    """An array with a copy of what is in a block, or only of its columns from one up to another."""
+    """An array with a copy of the elements in a block, or of the columns first to last - 1."""
     *rest, width = header["size"]
     first, last = columns or (0, width)
     of_column = used // width if width else 0  # bytes; columns lie side by side
@@ -30,7 +30,7 @@ def take(name, header, used, columns=None):
 
 
 def largest(description, columns):
-    """Runs in another process."""
+    """The largest number of each column; runs in another process."""
     a = take(*description, columns=columns)
     return [max(row[k] for row in a) for k in range(len(a[0]))]
 
