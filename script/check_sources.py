@@ -1,4 +1,4 @@
-"""Checks of the C++ sources that no compiler makes: rooms, banned names, lists, shape of files.
+"""Checks of the text of the C++ sources: rooms, banned names, lists of sources, shape of files.
 
 Prints one line for each finding and ends with status 1 if there is any.
 """
@@ -7,18 +7,11 @@ import re
 import sys
 from pathlib import Path
 
+from rooms import is_above, room_of
+
 ROOT = Path(__file__).resolve().parents[1]
 PYTHON_DOOR = Path("src/module/python.hpp")
 
-# What each room may include from. The data library is open to all and knows none of them.
-ROOMS = {
-    "module": {"module"},
-    "storage": {"module", "storage"},
-    "construct": {"module", "storage", "construct"},
-    "indexing": {"module", "storage", "construct", "indexing"},
-    "operations": {"module", "storage", "construct", "indexing", "operations"},
-    "module/entry": {"module", "storage", "construct", "indexing", "operations", "module/entry"},
-}
 # Counts change through Py_IncRef and Py_DecRef inside PyRef; the macros reach into the object.
 BANNED = re.compile(
     r"\b(Py_INCREF|Py_DECREF|Py_XINCREF|Py_XDECREF|Py_CLEAR|Py_SETREF|Py_XSETREF|Py_NewRef"
@@ -27,16 +20,9 @@ BANNED = re.compile(
 COUNTING = re.compile(r"\b(Py_IncRef|Py_DecRef)\b")
 INCLUDE = re.compile(r'^\s*#\s*include\s+(["<])([^">]+)[">]', re.MULTILINE)
 COMMENT_OR_TEXT = re.compile(r'//[^\n]*|/\*.*?\*/|"(?:\\.|[^"\\\n])*"', re.DOTALL)
+# Out-parameters for failure; the result of a function says whether it failed.
+BOOL_OUT_PARAMETER = re.compile(r"[(,]\s*(bool\s*&(?!&)\s*\w*)")
 LONGEST_FILE = {"src": 400, "velmardata": 400, "tests": 500}
-
-
-def room_of(path):
-    """The room of a path below src, whole or as included; None elsewhere."""
-    parts = path.parts[1:] if path.parts[0] == "src" else path.parts
-    if len(parts) < 2:
-        return None
-    room = "/".join(parts[:2]) if parts[:2] == ("module", "entry") else parts[0]
-    return room if room in ROOMS else None
 
 
 def check_include(file, quote, name):
@@ -49,9 +35,9 @@ def check_include(file, quote, name):
     elif file.parts[0] == "src" and quote == '"':
         room, target = room_of(file), room_of(Path(name))
         if target is None or not (ROOT / "src" / name).exists():
-            yield f'includes "{name}", which is no path below src'
-        elif target not in ROOMS[room]:
-            yield f'includes "{name}": the room {room} is below {target} or beside it'
+            yield f'includes "{name}", which is not a path below src'
+        elif room is not None and is_above(target, room):
+            yield f'includes "{name}", but the room {target} is above {room}'
 
 
 def check_shape(file, text):
@@ -77,11 +63,16 @@ def check_file(file):
         yield f"uses {name}, which is banned"
     if file.parts[0] == "src" and file.name != "py_ref.hpp":
         for name in sorted(set(COUNTING.findall(code))):
-            yield f"uses {name}, which belongs into PyRef"
+            yield f"uses {name}; only PyRef may"
+    if file.parts[0] == "src":
+        if room_of(file) is None:
+            yield "is in no room of script/rooms.py"
+        for parameter in BOOL_OUT_PARAMETER.findall(code):
+            yield f"has the parameter {parameter}; report failure through the result"
 
 
 def check_lists():
-    """Every source stands in the list of its CMakeLists.txt: a forgotten test would never run."""
+    """Every source is in the list of its CMakeLists.txt: a test off the list would never run."""
     for folder in (Path("src"), Path("velmardata"), Path("tests/native")):
         listed = (ROOT / folder / "CMakeLists.txt").read_text().split()
         listed = {word.strip("()") for word in listed}
