@@ -6,20 +6,12 @@ import gc
 
 import pytest
 import velmar
-from helpers.arrays import CLASS_ROWS, contents, each, each_form, exact, raises
+from helpers.arrays import CLASS_ROWS, contents, every, exact, grid, line, subscripted
+from helpers.cases import each, each_form, rows
+from helpers.failures import NOT_RECTANGULAR, NULL_POINTER, UNEVEN, raises
 from helpers.hostile_sequences import Answers, BadLength, Boom, Scripted, Unsized, then
-from helpers.row_tables import rows
-from helpers.slice_model import grid, line, subscripted
+from helpers.scalar_values import CalledIndex
 from helpers.write_model import Storage, Target, attempt
-
-NULL_ITEM = (RuntimeError, "null data pointer.")
-UNEVEN = (ValueError, "elements of array are of different lengths or types.")
-NOT_RECTANGULAR = (ValueError, "arrays must be rectangular.")
-
-
-def every(start=None, stop=None, step=None):
-    return slice(start, stop, step)
-
 
 BACK = every(step=-1)
 
@@ -215,13 +207,13 @@ class TestRaisingRightSide:
         assert contents(array) == grid(2, 2)
 
     ITEMS = [
-        ("only", lambda: Scripted([Boom("item")]), NULL_ITEM),
-        ("first", lambda: Scripted([Boom("item"), 2]), NULL_ITEM),
-        ("last", lambda: Scripted([1, Boom("item")]), NULL_ITEM),
-        ("second_time", lambda: Scripted([1, Answers(2, Boom("item"))]), NULL_ITEM),
-        ("inside", lambda: [Scripted([1, Boom("item")]), [3, 4]], NULL_ITEM),
-        ("too_long", lambda: Scripted([1, 2], lengths=[3]), NULL_ITEM),
-        ("too_long_by_far", lambda: Scripted([1, 2], lengths=[2**62]), NULL_ITEM),
+        ("only", lambda: Scripted([Boom("item")]), NULL_POINTER),
+        ("first", lambda: Scripted([Boom("item"), 2]), NULL_POINTER),
+        ("last", lambda: Scripted([1, Boom("item")]), NULL_POINTER),
+        ("second_time", lambda: Scripted([1, Answers(2, Boom("item"))]), NULL_POINTER),
+        ("inside", lambda: [Scripted([1, Boom("item")]), [3, 4]], NULL_POINTER),
+        ("too_long", lambda: Scripted([1, 2], lengths=[3]), NULL_POINTER),
+        ("too_long_by_far", lambda: Scripted([1, 2], lengths=[2**62]), NULL_POINTER),
         ("grows", lambda: [Scripted([1, 2], lengths=[1, 2]), [4]], NOT_RECTANGULAR),
         ("shrinks", lambda: [[4, 5], Scripted([1, 2], lengths=[2, 1])], NOT_RECTANGULAR),
         ("agrees_too_late", lambda: [Scripted([1, 2], lengths=[1, 2]), [4, 5]], UNEVEN),
@@ -369,7 +361,7 @@ class TestRightSideThatDropsTheArray:
     def test_list_on_the_right_cleared_while_it_is_read(self, array):
         value = []
         value += [Scripted([then(value.clear, 7), 8]), [5, 6]]
-        with raises(*NULL_ITEM):
+        with raises(*NULL_POINTER):
             array[:] = value
         value += [[5, 6], Scripted([then(value.clear, 7), 8])]
         array[:] = value
@@ -380,10 +372,5 @@ class TestRightSideThatDropsTheArray:
         holder = [velmar.double(grid(2, 2))]
         kept = holder[0][:]
 
-        class Bound:
-            def __index__(self):
-                holder.clear()
-                return 1
-
-        holder[0][Bound() :] = [7, 8]
+        holder[0][CalledIndex(then(holder.clear, 1)) :] = [7, 8]
         assert contents(kept) == [[0, 1], [7, 8]]

@@ -7,28 +7,11 @@ import itertools
 
 import pytest
 import velmar
-from helpers.effort import IS_BRIEF, some_of
-from helpers.slice_model import composed, item_of, subscripted, text_of
-from helpers.write_model import (
-    NO_ROOM,
-    OUTSIDE,
-    PAST_SLICE,
-    WRONG_COUNT,
-    Storage,
-    Target,
-    attempt,
-    increment,
-)
-
-STEPS = [None, 2, 3, -1, -2, -3]
-lengths = pytest.mark.parametrize("length", [0, 1, 2, 3] if IS_BRIEF else [0, 1, 2, 3, 4])
-
-
-@functools.cache
-def slices(length, steps=tuple(STEPS)):
-    """Every slice with bounds from one below the dimension to one above it."""
-    ends = [None, *range(-length - 1, length + 2)]
-    return [slice(*parts) for parts in itertools.product(ends, ends, steps)]
+from helpers.arrays import subscripted
+from helpers.cases import short_lengths, slices, some_of
+from helpers.failures import NO_ROOM, OUTSIDE_STORAGE, PAST_SLICE, WRONG_COUNT
+from helpers.slice_model import composed, item_of, text_of
+from helpers.write_model import Storage, Target, attempt, increment
 
 
 @functools.cache
@@ -87,7 +70,7 @@ def counts_near(right):
 class TestLastDimension:
     """Slices of the last dimension are written where they lie in the storage."""
 
-    @lengths
+    @short_lengths
     def test_every_slice_of_every_view(self, length):
         pair = Pair(1, length)
         for chain in chains(length):
@@ -97,7 +80,7 @@ class TestLastDimension:
                 for count in counts_near(right):
                     pair.check(views, chain, subscript, pair.fresh(count))
 
-    @lengths
+    @short_lengths
     def test_every_spelling_of_a_slice(self, length):
         pair = Pair(1, length)
         for chain in ([], [slice(1, None)], [slice(None, None, -2)], [slice(0, 0)]):
@@ -107,7 +90,7 @@ class TestLastDimension:
                 for count in (right, right + 1):
                     pair.check(views, chain, subscript, pair.fresh(count))
 
-    @lengths
+    @short_lengths
     def test_every_number_of_every_view(self, length):
         pair = Pair(1, length)
         for chain in chains(length):
@@ -115,7 +98,7 @@ class TestLastDimension:
             for index in range(-length - 2, length + 2):
                 pair.check(views, chain, index, pair.fresh(1)[0])
 
-    @lengths
+    @short_lengths
     def test_scalars_and_nested_lists_are_no_run(self, length):
         pair = Pair(1, length)
         for chain in chains(length)[::7]:
@@ -134,7 +117,7 @@ class TestEarlierDimension:
         right = item_of(subscript, length).length * row
         return sorted({*range(0, (length + 1) * row + 1, row), *counts_near(right)})
 
-    @lengths
+    @short_lengths
     def test_every_slice_of_every_view(self, length):
         pair = Pair(length, 2)
         for chain in chains(length):
@@ -143,11 +126,11 @@ class TestEarlierDimension:
                 for count in self.counts(subscript, length, 2):
                     pair.check(views, chain, subscript, pair.fresh(count))
         if length == 4:  # the runs that leave the view are among them, and all ways to fail
-            for failure in (NO_ROOM, OUTSIDE, WRONG_COUNT):
-                assert pair.refusals[failure.exception, failure.message] > 100
+            for failure in (NO_ROOM, OUTSIDE_STORAGE, WRONG_COUNT):
+                assert pair.refusals[failure] > 100
             assert pair.refusals[None] > 1000
 
-    @lengths
+    @short_lengths
     def test_every_spelling_of_a_slice(self, length):
         pair = Pair(length, 2)
         for chain in ([], [slice(1, None)], [slice(None, None, -2)], [slice(0, 0)]):
@@ -157,7 +140,7 @@ class TestEarlierDimension:
                 for count in (right, right + 1):
                     pair.check(views, chain, subscript, pair.fresh(count))
 
-    @lengths
+    @short_lengths
     def test_every_row_of_every_view(self, length):
         pair = Pair(length, 2)
         for chain in chains(length):
@@ -167,7 +150,7 @@ class TestEarlierDimension:
                     pair.check(views, chain, index, pair.fresh(count))
                 pair.check(views, chain, index, 7.0)
         if length == 4:
-            assert pair.refusals[PAST_SLICE.exception, PAST_SLICE.message] > 100
+            assert pair.refusals[PAST_SLICE] > 100
 
     def test_any_nesting_of_the_right_count(self):
         pair = Pair(4, 2)
@@ -205,7 +188,7 @@ class TestTriples:
     ENDS = (None, 1, -1)
     SELECTION = [slice(*parts) for parts in itertools.product(ENDS, ENDS, (None, -1, 2))]
 
-    @lengths
+    @short_lengths
     @pytest.mark.parametrize("is_last", [True, False], ids=["last", "earlier"])
     def test_all(self, length, is_last):
         width = 1 if is_last else 2

@@ -8,7 +8,7 @@ import sys
 from pathlib import Path
 
 import pytest
-from helpers.row_tables import rows
+from helpers.cases import rows
 
 ROOT = Path(__file__).resolve().parents[2]
 sys.path.append(str(ROOT / "bench"))

@@ -7,31 +7,13 @@ import sys
 
 import pytest
 import velmar
-from helpers.arrays import CLASS_ROWS, contents, each, each_form, exact, raises
-from helpers.row_tables import rows
-from helpers.slice_model import grid, line, subscripted
-from helpers.view_states import (
-    NOT_INITIALIZED,
-    STORAGE_GONE,
-    WITHOUT_STORAGE,
-    bare_record,
-    blocks_per_call,
-    call_method,
-    counts_blocks,
-)
+from helpers.arrays import CLASS_ROWS, as_rows, contents, every, exact, grid, line, subscripted
+from helpers.cases import each, each_form, rows
+from helpers.failures import NOT_INITIALIZED, STORAGE_GONE, raises
+from helpers.memory_blocks import blocks_per_call, counts_blocks
+from helpers.view_states import WITHOUT_STORAGE, bare_record, call_method
 
 CUBE = grid(4, 5, 6)
-
-
-def every(start=None, stop=None, step=None):
-    return slice(start, stop, step)
-
-
-def as_array(nested):
-    """What an array of its own makes of the contents of a view."""
-    if isinstance(nested[0], list):
-        return nested
-    return [nested]  # one level is one row
 
 
 VIEWS = [  # chains on 4 by 5 by 6
@@ -82,7 +64,7 @@ class TestContents:
     def test_views(self, chain):
         array = velmar.double(CUBE)
         view = subscripted(array, chain)
-        want = as_array(contents(view))
+        want = as_rows(contents(view))
         assert contents(view.clone()) == want
         assert contents(array) == CUBE
 
@@ -91,7 +73,7 @@ class TestContents:
         nested = [[[complex(n % 100, -1) for n in line_] for line_ in plane] for plane in CUBE]
         view = subscripted(velmar.int8(nested, is_complex=True), chain)
         clone = view.clone()
-        assert exact(contents(clone)) == exact(as_array(contents(view)))
+        assert exact(contents(clone)) == exact(as_rows(contents(view)))
         assert repr(clone).endswith(", is_complex=True)")
 
     @pytest.mark.parametrize(
@@ -187,7 +169,7 @@ class TestIndependence:
         clone = row.clone()
         view = clone[0]
         del array
-        with raises(RuntimeError, STORAGE_GONE):
+        with raises(*STORAGE_GONE):
             str(row)
         assert contents(clone) == [[3.0, 4.0]]
         del clone
@@ -218,10 +200,10 @@ class TestSnapshot:
         before = contents(view)
         view.clone()
         array[:] = [[[0.0] * 6] * 5] * 4
-        assert contents(view.clone()) == as_array(before)
+        assert contents(view.clone()) == as_rows(before)
         assert contents(view) != before
         fresh = subscripted(array, chain)
-        assert contents(fresh.clone()) == as_array(contents(fresh)) == as_array(contents(view))
+        assert contents(fresh.clone()) == as_rows(contents(fresh)) == as_rows(contents(view))
 
     def test_write_through_the_view_itself(self):
         view = line(4)[::-1]
@@ -345,7 +327,7 @@ class TestFailures:
         for _ in range(2):
             cause = cause_of_failing_clone(view)
             assert type(cause) is RuntimeError
-            assert str(cause) == STORAGE_GONE
+            assert str(cause) == STORAGE_GONE.message
 
     def test_snapshot_taken_before_the_storage_went(self):
         array = velmar.double([[1, 2], [3, 4]])
@@ -353,7 +335,7 @@ class TestFailures:
         assert contents(row.clone()) == [[3.0, 4.0]]
         del array
         for _ in range(2):
-            with raises(RuntimeError, STORAGE_GONE):
+            with raises(*STORAGE_GONE):
                 call_method(row, "clone")
 
     @rows("cls, element, value, word", TOO_LARGE)
@@ -383,7 +365,7 @@ class TestFailures:
 
     @each(CLASS_ROWS)
     def test_bare_record(self, row):
-        with raises(RuntimeError, NOT_INITIALIZED):
+        with raises(*NOT_INITIALIZED):
             bare_record(row.cls).clone()
 
 

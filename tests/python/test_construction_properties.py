@@ -6,10 +6,10 @@ import math
 
 import pytest
 import velmar
-from helpers.arrays import CLASS_ROWS, FORMS, contents, exact, raises
-from helpers.conversion_model import Failure, convert
+from helpers.arrays import CLASS_ROWS, FORMS, contents, exact
+from helpers.conversion_model import convert
+from helpers.failures import NOT_RECTANGULAR, Failure, raises
 from helpers.nesting_model import (
-    NOT_RECTANGULAR,
     in_storage_order,
     mismatch,
     nested,
@@ -149,7 +149,7 @@ class TestRaggedData:
     def check(row, is_complex, data):
         expected = outcome(data, lambda value: convert(row, is_complex, value))
         if isinstance(expected, Failure):
-            with raises(expected.exception, expected.message):
+            with raises(*expected):
                 row.cls(data, is_complex=is_complex)
         else:
             assert exact(contents(row.cls(data, is_complex=is_complex))) == exact(expected)

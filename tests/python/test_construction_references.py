@@ -2,11 +2,12 @@
 
 from __future__ import annotations
 
-import gc
 import sys
 
 import pytest
 import velmar
+from helpers.failures import must_fail
+from helpers.memory_blocks import blocks_per_call, counts_blocks
 
 REPETITIONS = 200
 
@@ -30,18 +31,6 @@ class BrokenLength(Broken):
 
     def __len__(self):
         raise KeyError("length")
-
-
-def blocks_kept(call):
-    """Memory blocks that stay behind for each `call`."""
-    for _ in range(20):
-        call()
-    gc.collect()
-    before = sys.getallocatedblocks()
-    for _ in range(REPETITIONS):
-        call()
-    gc.collect()
-    return (sys.getallocatedblocks() - before) / REPETITIONS
 
 
 SUCCEEDING = {
@@ -99,24 +88,16 @@ FAILING = {
 }
 
 
-def refused(call):
-    try:
-        call()
-    except Exception:
-        return
-    raise AssertionError("the construction succeeded")
-
-
-@pytest.mark.skipif(sys.getallocatedblocks() == 0, reason="this allocator does not count blocks")
+@counts_blocks
 class TestBlocks:
     @pytest.mark.parametrize("call", SUCCEEDING.values(), ids=SUCCEEDING.keys())
     def test_success_keeps_nothing(self, call):
-        assert blocks_kept(call) == pytest.approx(0, abs=0.05)
+        assert blocks_per_call(call) == pytest.approx(0, abs=0.05)
 
     @pytest.mark.parametrize("call", FAILING.values(), ids=FAILING.keys())
     def test_failure_loses_one_record_is_kept(self, call):
         """The record is allocated before any argument is looked at, and never given back."""
-        assert blocks_kept(lambda: refused(call)) == pytest.approx(1, abs=0.05)
+        assert blocks_per_call(lambda: must_fail(Exception, call)) == pytest.approx(1, abs=0.05)
 
 
 class TestClassReferences:
@@ -131,9 +112,9 @@ class TestClassReferences:
 
     def test_failure(self):
         call = FAILING["unknown keyword"]
-        refused(call)
+        must_fail(Exception, call)
         before = sys.getrefcount(velmar.double)
         for _ in range(REPETITIONS):
-            refused(call)
+            must_fail(Exception, call)
         kept = sys.getrefcount(velmar.double) - before
         assert kept == REPETITIONS

@@ -7,17 +7,12 @@ import types
 
 import pytest
 import velmar
-from helpers.arrays import CLASS_ROWS, COMPLEX_ROWS, contents, each, each_form, exact, raises
+from helpers.arrays import CLASS_ROWS, COMPLEX_ROWS, contents, exact
+from helpers.cases import each, each_form
+from helpers.failures import THREE_POSITIONS, TWO_SOURCES, WRONG_TYPE, raises
 
 MUST_BE_BOOL = "value passed to 'is_complex' must be a bool."
 NEVER_COMPLEX = "logical arrays must not be complex."
-BOTH_BY_KEYWORD = "initializer and 'vector' must not both be specified."
-BOTH_BY_POSITION = (
-    "more than two positional arguments must not be specified. "
-    "A third will be treated as 'vector', which must not be specified "
-    "when an initializer is specified."
-)
-NO_MATCH = "type does not match."
 
 
 def call(cls, args, kwargs):
@@ -148,11 +143,11 @@ class TestLeadingDict:
 
     @pytest.mark.parametrize("args, kwargs", NOT_TAKEN.values(), ids=NOT_TAKEN.keys())
     def test_otherwise_it_is_the_initializer(self, args, kwargs):
-        with raises(TypeError, NO_MATCH):
+        with raises(*WRONG_TYPE):
             call(velmar.double, args, kwargs)
 
     def test_an_empty_set_of_keywords_is_one_all_the_same(self):
-        with raises(TypeError, NO_MATCH):
+        with raises(*WRONG_TYPE):
             velmar.double({"size": (2, 2)}, **{})
 
     def test_otherwise_it_is_the_initializer_of_a_complex_array(self):
@@ -160,9 +155,9 @@ class TestLeadingDict:
         assert exact(contents(array)) == exact([[0j]])
 
     def test_errors_name_the_route_of_the_dict(self):
-        with raises(TypeError, BOTH_BY_KEYWORD):
+        with raises(*TWO_SOURCES):
             velmar.double({"vector": [2]}, 1)
-        with raises(TypeError, BOTH_BY_POSITION):
+        with raises(*THREE_POSITIONS):
             velmar.double({"is_complex": False}, 1, None, [2])
         with raises(TypeError, MUST_BE_BOOL):
             velmar.double({"is_complex": 1})
@@ -191,7 +186,7 @@ class TestInterpretersOwnRefusals:
         with pytest.raises(TypeError) as caught:
             call(row.cls, args, kwargs)
         assert caught.type is TypeError
-        assert str(caught.value) not in (MUST_BE_BOOL, NO_MATCH, NEVER_COMPLEX)
+        assert str(caught.value) not in (MUST_BE_BOOL, WRONG_TYPE.message, NEVER_COMPLEX)
 
 
 class TestIsComplex:
@@ -260,13 +255,13 @@ class TestInitializerAndVector:
     @each(CLASS_ROWS)
     @pytest.mark.parametrize("args, kwargs", BY_KEYWORD.values(), ids=BY_KEYWORD.keys())
     def test_vector_by_keyword(self, row, args, kwargs):
-        with raises(TypeError, BOTH_BY_KEYWORD):
+        with raises(*TWO_SOURCES):
             call(row.cls, args, kwargs)
 
     @each(CLASS_ROWS)
     @pytest.mark.parametrize("args, kwargs", BY_POSITION.values(), ids=BY_POSITION.keys())
     def test_vector_by_position(self, row, args, kwargs):
-        with raises(TypeError, BOTH_BY_POSITION):
+        with raises(*THREE_POSITIONS):
             call(row.cls, args, kwargs)
 
 
@@ -282,8 +277,8 @@ class TestOrderOfChecks:
         ),
         "is_complex before size": ((), {"size": 5, "is_complex": 0}, (TypeError, MUST_BE_BOOL)),
         "is_complex before data": (("text",), {"is_complex": 0}, (TypeError, MUST_BE_BOOL)),
-        "both before size": ((1,), {"size": 5, "vector": [2]}, (TypeError, BOTH_BY_KEYWORD)),
-        "both before data": (("text", None, "text"), {}, (TypeError, BOTH_BY_POSITION)),
+        "both before size": ((1,), {"size": 5, "vector": [2]}, TWO_SOURCES),
+        "both before data": (("text", None, "text"), {}, THREE_POSITIONS),
         "size before initializer": (("text", 5), {}, (TypeError, NOT_A_SEQUENCE)),
         "size before vector": ((), {"size": 5, "vector": 5}, (TypeError, NOT_A_SEQUENCE)),
         "memory of size before data": (

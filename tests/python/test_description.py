@@ -7,7 +7,7 @@ import math
 
 import pytest
 import velmar
-from helpers.arrays import CLASS_ROWS, contents, each, each_form, raises
+from helpers.arrays import CLASS_ROWS, contents, every, grid, line, subscripted
 from helpers.buffer_requests import (
     column_major_strides,
     exported,
@@ -15,26 +15,14 @@ from helpers.buffer_requests import (
     packed,
     size_of_element,
 )
-from helpers.row_tables import rows
-from helpers.slice_model import grid, line, subscripted
-from helpers.view_states import (
-    NOT_INITIALIZED,
-    STORAGE_GONE,
-    WITHOUT_STORAGE,
-    bare_record,
-    blocks_per_call,
-    call_method,
-    counts_blocks,
-)
+from helpers.cases import each, each_form, rows
+from helpers.failures import NOT_INITIALIZED, STORAGE_GONE, TOO_MANY_INDICES, raises
+from helpers.memory_blocks import blocks_per_call, counts_blocks
+from helpers.view_states import WITHOUT_STORAGE, bare_record, call_method
 
 CUBE = grid(3, 4, 5)
 ATTRIBUTES = ["size", "_size", "itemsize"]
 METHODS = ["buffer_info", "get_bytewise_strides"]
-TOO_MANY = "too many indices."
-
-
-def every(start=None, stop=None, step=None):
-    return slice(start, stop, step)
 
 
 def assert_size(source, want):
@@ -235,7 +223,7 @@ class TestAfterReshape:
         view = subscripted(array, chain)
         array.reshape([60])
         for name in ("size", "_size"):
-            with raises(RuntimeError, TOO_MANY):
+            with raises(*TOO_MANY_INDICES):
                 getattr(view, name)
         assert view.itemsize == 8
         assert view.get_bytewise_strides() == (8,)
@@ -248,7 +236,7 @@ class TestAfterReshape:
         view = array[1][1:3]
         array.reshape([60])
         for name in ("size", "_size"):
-            with raises(RuntimeError, TOO_MANY):
+            with raises(*TOO_MANY_INDICES):
                 getattr(view, name)
 
 
@@ -257,10 +245,10 @@ class TestFailures:
     def test_without_storage(self, make):
         view = make()
         for name in ATTRIBUTES:
-            with raises(RuntimeError, STORAGE_GONE):
+            with raises(*STORAGE_GONE):
                 getattr(view, name)
         for name in METHODS:
-            with raises(RuntimeError, STORAGE_GONE):
+            with raises(*STORAGE_GONE):
                 call_method(view, name)
 
     def test_storage_gone_after_an_export(self):
@@ -270,19 +258,19 @@ class TestFailures:
         assert row.itemsize == 8
         del array
         gc.collect()
-        with raises(RuntimeError, STORAGE_GONE):
+        with raises(*STORAGE_GONE):
             row.size  # noqa: B018 - the attribute is what fails
-        with raises(RuntimeError, STORAGE_GONE):
+        with raises(*STORAGE_GONE):
             row.buffer_info()
 
     @each(CLASS_ROWS)
     def test_bare_record(self, row):
         record = bare_record(row.cls)
         for name in ATTRIBUTES:
-            with raises(RuntimeError, NOT_INITIALIZED):
+            with raises(*NOT_INITIALIZED):
                 getattr(record, name)
         for name in METHODS:
-            with raises(RuntimeError, NOT_INITIALIZED):
+            with raises(*NOT_INITIALIZED):
                 call_method(record, name)
 
     @pytest.mark.parametrize("name", ATTRIBUTES)

@@ -4,9 +4,8 @@ import math
 import operator
 
 import velmar
-from helpers.arrays import CLASS_ROWS, COMPLEX_ROWS, each, exact
-from helpers.row_tables import rows
-from helpers.slice_model import grid, line
+from helpers.arrays import CLASS_ROWS, COMPLEX_ROWS, exact, grid, line
+from helpers.cases import each, rows
 
 LAST = 2**63 - 1
 NUMBER_TYPES = {"float": float, "signed": int, "unsigned": int, "logical": bool}

@@ -12,7 +12,7 @@ import sys
 
 import pytest
 import velmar
-from helpers.arrays import CLASS_ROWS, contents, each_form
+from helpers.arrays import CLASS_ROWS, contents, grid
 from helpers.buffer_requests import (
     FORMAT,
     INDIRECT,
@@ -25,8 +25,7 @@ from helpers.buffer_requests import (
     numbers,
     packed,
 )
-from helpers.row_tables import rows
-from helpers.slice_model import grid
+from helpers.cases import each_form, rows
 
 CUBE = grid(4, 6, 5)
 SHAPES = [  # of 120 elements, all different

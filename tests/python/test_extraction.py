@@ -7,21 +7,14 @@ import sys
 
 import pytest
 import velmar
-from helpers.arrays import COMPLEX_ROWS, contents, each, each_form, exact, raises
-from helpers.row_tables import rows
-from helpers.slice_model import subscripted
-from helpers.view_states import (
-    NOT_INITIALIZED,
-    STORAGE_GONE,
-    WITHOUT_STORAGE,
-    bare_record,
-    blocks_per_call,
-    counts_blocks,
-)
+from helpers.arrays import COMPLEX_ROWS, contents, exact, subscripted
+from helpers.cases import each, each_form, rows
+from helpers.failures import NOT_INITIALIZED, PARTIAL_ARRAY, STORAGE_GONE, raises
+from helpers.memory_blocks import blocks_per_call, counts_blocks
+from helpers.view_states import WITHOUT_STORAGE, bare_record
 
 NOT_COMPLEX = "real() and imag() can be called only on a complex array."
 COMPLEX = "noncomplex() must not be called on a complex array."
-PARTIAL = "reshape() not supported for a partial array."
 
 REAL_WAYS = [("real", lambda a: a.real()), ("_real", lambda a: a._real)]
 IMAG_WAYS = [("imag", lambda a: a.imag()), ("_imag", lambda a: a._imag)]
@@ -140,7 +133,7 @@ class TestTheRow:
     def test_is_partial(self):
         for row in (velmar.double(NESTED)._data, parts_of_double().real(), parts_of_double()._imag):
             for shape in ((6, 1), (1, 6), ([6],)):
-                with raises(RuntimeError, PARTIAL):
+                with raises(*PARTIAL_ARRAY):
                     row.reshape(*shape)
 
     def test_is_written(self):
@@ -259,10 +252,10 @@ class TestRefusals:
         view = make()
         kinds = (REAL_WAYS + IMAG_WAYS, DATA_WAYS)
         for name, way in kinds[not view._is_complex]:
-            with raises(RuntimeError, STORAGE_GONE):
+            with raises(*STORAGE_GONE):
                 way(view)
             if name.startswith("_"):
-                with raises(RuntimeError, STORAGE_GONE):
+                with raises(*STORAGE_GONE):
                     hasattr(view, name)
 
     @rows("make", WITHOUT_STORAGE)
@@ -295,7 +288,7 @@ class TestRefusals:
         if is_complex:
             return
         record = bare_record(row.cls)
-        with raises(RuntimeError, NOT_INITIALIZED):
+        with raises(*NOT_INITIALIZED):
             if name.startswith("_"):
                 getattr(record, name)
             else:

@@ -6,7 +6,17 @@ from collections import UserDict
 
 import pytest
 import velmar
-from helpers.arrays import CLASS_ROWS, contents, each, each_form, raises
+from helpers.arrays import CLASS_ROWS, contents
+from helpers.cases import each, each_form
+from helpers.failures import (
+    IS_NONE,
+    NESTED_VECTOR,
+    NOT_RECTANGULAR,
+    NULL_POINTER,
+    UNEVEN,
+    WRONG_TYPE,
+    raises,
+)
 from helpers.hostile_sequences import (
     Answers,
     BadLength,
@@ -21,13 +31,6 @@ from helpers.hostile_sequences import (
     then,
 )
 from velmarmultidimarrayforpython import ShapeError
-
-NULL_ITEM = (RuntimeError, "null data pointer.")
-UNEVEN = (ValueError, "elements of array are of different lengths or types.")
-NOT_RECTANGULAR = (ValueError, "arrays must be rectangular.")
-NESTED = (TypeError, "value of 'vector' must be an unnested sequence.")
-NONE = (TypeError, "value must not be 'None'.")
-NO_MATCH = (TypeError, "type does not match.")
 
 
 def vector_item(index):
@@ -97,7 +100,7 @@ class TestRecursion:
     def test_a_vector_is_not_followed(self):
         loop = []
         loop.append(loop)
-        with raises(*NESTED):
+        with raises(*NESTED_VECTOR):
             velmar.double(vector=loop)
 
     def test_very_many_dimensions(self):
@@ -151,7 +154,7 @@ class TestWhatASequenceIsAsked:
 
     def test_vector_stops_at_the_first_fault(self):
         data = Scripted([1, None, 3])
-        with raises(ValueError, NONE[1]):
+        with raises(ValueError, IS_NONE[1]):
             velmar.int8(vector=data)
         assert data.log == ["len", 0, 1]
 
@@ -234,16 +237,16 @@ class TestItemRaises:
     """An item that cannot be had is told in the words of the route, whatever was raised."""
 
     ROWS = {
-        "only item": (lambda: Scripted([Boom("item")]), NULL_ITEM),
-        "first item": (lambda: Scripted([Boom("item"), 2]), NULL_ITEM),
-        "last item": (lambda: Scripted([1, 2, Boom("item")]), NULL_ITEM),
-        "IndexError": (lambda: Scripted([1, IndexError("item")]), NULL_ITEM),
-        "MemoryError": (lambda: Scripted([MemoryError("item")]), NULL_ITEM),
-        "inside": (lambda: [Scripted([1, Boom("item")]), [3, 4]], NULL_ITEM),
-        "inside, only item": (lambda: [[1], Scripted([Boom("item")])], NULL_ITEM),
-        "the second time": (lambda: Scripted([1, Answers(2, Boom("item"))]), NULL_ITEM),
-        "dict with other keys": (lambda: UserDict(a=1), NULL_ITEM),
-        "behind a fault": (lambda: Scripted([None, Answers(2, Boom("item"))]), NONE),
+        "only item": (lambda: Scripted([Boom("item")]), NULL_POINTER),
+        "first item": (lambda: Scripted([Boom("item"), 2]), NULL_POINTER),
+        "last item": (lambda: Scripted([1, 2, Boom("item")]), NULL_POINTER),
+        "IndexError": (lambda: Scripted([1, IndexError("item")]), NULL_POINTER),
+        "MemoryError": (lambda: Scripted([MemoryError("item")]), NULL_POINTER),
+        "inside": (lambda: [Scripted([1, Boom("item")]), [3, 4]], NULL_POINTER),
+        "inside, only item": (lambda: [[1], Scripted([Boom("item")])], NULL_POINTER),
+        "the second time": (lambda: Scripted([1, Answers(2, Boom("item"))]), NULL_POINTER),
+        "dict with other keys": (lambda: UserDict(a=1), NULL_POINTER),
+        "behind a fault": (lambda: Scripted([None, Answers(2, Boom("item"))]), IS_NONE),
         "behind an uneven one": (lambda: Scripted([1, [2], Boom("item")]), UNEVEN),
     }
 
@@ -254,7 +257,7 @@ class TestItemRaises:
 
     @each_form
     def test_all_classes(self, row, is_complex):
-        with raises(*NULL_ITEM):
+        with raises(*NULL_POINTER):
             row.cls(Scripted([Boom("item")]), is_complex=is_complex)
         with raises(*vector_item(0)):
             row.cls(vector=Scripted([Boom("item")]), is_complex=is_complex)
@@ -280,9 +283,9 @@ class TestItemRaises:
 
 class TestLengthLies:
     ROWS = {
-        "too long": (lambda: Scripted([1, 2], lengths=[3]), NULL_ITEM),
-        "too long by far": (lambda: Scripted([1, 2], lengths=[2**62]), NULL_ITEM),
-        "too long, inside": (lambda: [Scripted([1, 2], lengths=[3]), [1, 2, 3]], NULL_ITEM),
+        "too long": (lambda: Scripted([1, 2], lengths=[3]), NULL_POINTER),
+        "too long by far": (lambda: Scripted([1, 2], lengths=[2**62]), NULL_POINTER),
+        "too long, inside": (lambda: [Scripted([1, 2], lengths=[3]), [1, 2, 3]], NULL_POINTER),
         "grows": (lambda: [Scripted([1, 2, 3], lengths=[2, 3]), [4, 5]], NOT_RECTANGULAR),
         "grows, last": (lambda: [[4, 5], Scripted([1, 2, 3], lengths=[2, 3])], NOT_RECTANGULAR),
         "shrinks": (lambda: [Scripted([1, 2], lengths=[2, 1]), [4, 5]], NOT_RECTANGULAR),
@@ -331,7 +334,7 @@ class TestChangesUnderTheWalk:
             velmar.int8(Scripted([Answers(1, [3]), Answers(2, 4)]))
         with raises(ValueError, "value passed to initializer must be numeric."):
             velmar.int8(Scripted([1, Answers(2, "2")]))
-        with raises(*NO_MATCH):
+        with raises(*WRONG_TYPE):
             velmar.int8(Scripted([1, Answers(2, object())]))
 
     def test_a_list_cleared_by_the_length_of_its_only_item(self):
@@ -343,13 +346,13 @@ class TestChangesUnderTheWalk:
     def test_a_list_cleared_by_the_length_of_an_item(self):
         outer = []
         outer += [Scripted([7], lengths=[then(outer.clear, 1)]), [8]]
-        with raises(*NULL_ITEM):
+        with raises(*NULL_POINTER):
             velmar.int8(outer)
 
     def test_a_list_cleared_by_an_item_of_its_item(self):
         outer = []
         outer += [Scripted([then(outer.clear, 7)]), [8]]
-        with raises(*NULL_ITEM):
+        with raises(*NULL_POINTER):
             velmar.int8(outer)
 
     def test_a_list_cleared_by_its_last_item(self):
@@ -370,7 +373,7 @@ class TestChangesUnderTheWalk:
         "empty": ([], NOT_RECTANGULAR),
         "deeper": ([[9]], NOT_RECTANGULAR),
         "text": ("a", (ValueError, "value passed to initializer must be numeric.")),
-        "None": (None, NONE),
+        "None": (None, IS_NONE),
     }
 
     @pytest.mark.parametrize("late, error", REPLACED.values(), ids=REPLACED.keys())
@@ -391,7 +394,7 @@ class TestChangesUnderTheWalk:
     def test_an_inner_list_cleared_by_its_own_item(self):
         inner = []
         inner += [Scripted([then(inner.clear, 7)]), [8]]
-        with raises(*NULL_ITEM):
+        with raises(*NULL_POINTER):
             velmar.int8([inner])
 
     def test_a_vector_that_empties_itself(self):
@@ -412,7 +415,7 @@ class TestTypesThatMislead:
         assert contents(velmar.int8([SequenceInt(3), [1, 2]])) == [[5, 6], [1, 2]]
         assert contents(velmar.int8(vector=SequenceInt(3))) == [[5, 6]]
         assert contents(velmar.int8(size=SequenceInt(3))) == [[0] * 6] * 5
-        with raises(*NESTED):
+        with raises(*NESTED_VECTOR):
             velmar.int8(vector=[SequenceInt(3)])
         with raises(*UNEVEN):
             velmar.int8([1, SequenceInt(3)])
@@ -432,7 +435,7 @@ class TestTypesThatMislead:
             velmar.int8([data, [1, 2, 3]])
 
     def test_a_dict_is_no_sequence_whatever_it_defines(self):
-        with raises(*NO_MATCH):
+        with raises(*WRONG_TYPE):
             velmar.int8([ItemDict()])
         with raises(ValueError, "value of 'vector' must be a sequence."):
             velmar.int8(vector=ItemDict())

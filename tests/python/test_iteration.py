@@ -7,25 +7,14 @@ import sys
 
 import pytest
 import velmar
-from helpers.arrays import CLASS_ROWS, contents, each, each_form, exact, raises
-from helpers.row_tables import rows
-from helpers.slice_model import ViewModel, grid, line, subscripted
-from helpers.view_states import (
-    NOT_INITIALIZED,
-    STORAGE_GONE,
-    WITHOUT_STORAGE,
-    bare_record,
-    blocks_per_call,
-    counts_blocks,
-    expired_plane,
-    expired_row,
-)
+from helpers.arrays import CLASS_ROWS, contents, every, exact, grid, line, subscripted
+from helpers.cases import each, each_form, rows
+from helpers.failures import NOT_INITIALIZED, STORAGE_GONE, raises
+from helpers.memory_blocks import blocks_per_call, counts_blocks
+from helpers.slice_model import ViewModel
+from helpers.view_states import WITHOUT_STORAGE, bare_record, expired_plane, expired_row
 
 CUBE = grid(4, 5, 6)
-
-
-def every(start=None, stop=None, step=None):
-    return slice(start, stop, step)
 
 
 def yielded(view):
@@ -210,7 +199,7 @@ class TestMadeDirectly:
     def test_next(self):
         iterator = velmar.MCPyIter()
         for _ in range(2):
-            with raises(RuntimeError, NOT_INITIALIZED):
+            with raises(*NOT_INITIALIZED):
                 next(iterator)
 
     def test_is_its_own_iterator(self):
@@ -219,7 +208,7 @@ class TestMadeDirectly:
 
     @pytest.mark.parametrize("walk", [list, tuple, sum, sorted])
     def test_walks(self, walk):
-        with raises(RuntimeError, NOT_INITIALIZED):
+        with raises(*NOT_INITIALIZED):
             walk(velmar.MCPyIter())
 
     def test_many_come_and_go(self):
@@ -273,7 +262,7 @@ class TestLiveStorage:
         assert first[1][2] == CUBE[0][1][2]
         assert yielded(iterator) == CUBE[1:]
         del keeper
-        with raises(RuntimeError, STORAGE_GONE):
+        with raises(*STORAGE_GONE):
             str(first)
 
     def test_row_of_a_row_is_weak_too(self):
@@ -282,7 +271,7 @@ class TestLiveStorage:
         row = plane[1]
         assert contents(row) == CUBE[0][1]
         del array
-        with raises(RuntimeError, STORAGE_GONE):
+        with raises(*STORAGE_GONE):
             row[0]
 
 
@@ -295,7 +284,7 @@ class TestStorageGone:
         items = list(iterator)
         assert [type(item) for item in items] == [velmar.int8] * 3
         for item in items:
-            with raises(RuntimeError, STORAGE_GONE):
+            with raises(*STORAGE_GONE):
                 str(item)
         assert list(iterator) == []
 
@@ -305,7 +294,7 @@ class TestStorageGone:
         assert next(iterator) == 0.0
         del view
         for _ in range(2):
-            with raises(RuntimeError, STORAGE_GONE):
+            with raises(*STORAGE_GONE):
                 next(iterator)
         for _ in range(2):
             with pytest.raises(StopIteration):
@@ -314,25 +303,25 @@ class TestStorageGone:
     @each_form
     def test_numbers_of_each_form(self, row, is_complex):
         iterator = iter(row.cls([1, 0, 1], is_complex=is_complex)[0])
-        with raises(RuntimeError, STORAGE_GONE):
+        with raises(*STORAGE_GONE):
             next(iterator)
 
     def test_loop_over_a_temporary_array_yields_rows_that_cannot_be_used(self):
         seen = 0
         for row in velmar.double([[1, 2], [3, 4]]):
             seen += 1
-            with raises(RuntimeError, STORAGE_GONE):
+            with raises(*STORAGE_GONE):
                 row[0]
         assert seen == 2
 
     def test_loop_over_the_numbers_of_a_temporary_row(self):
-        with raises(RuntimeError, STORAGE_GONE):
+        with raises(*STORAGE_GONE):
             for number in velmar.double([1, 2])[0]:
                 raise AssertionError(number)
 
     def test_loop_over_a_slice_of_a_temporary_array(self):
         for row in velmar.double([[1, 2], [3, 4]])[::-1]:
-            with raises(RuntimeError, STORAGE_GONE):
+            with raises(*STORAGE_GONE):
                 list(row)
 
     def test_a_name_is_the_remedy(self):
@@ -363,13 +352,13 @@ class TestStorageGone:
         for make in (expired_row, expired_plane):
             view = make()
             for _ in range(2):
-                with raises(RuntimeError, STORAGE_GONE):
+                with raises(*STORAGE_GONE):
                     use(view)
 
     @rows("make", WITHOUT_STORAGE)
     @pytest.mark.parametrize("use", [str, repr, iter, list, tuple], ids=lambda use: use.__name__)
     def test_each_kind_of_view(self, use, make):
-        with raises(RuntimeError, STORAGE_GONE):
+        with raises(*STORAGE_GONE):
             use(make())
 
     def test_assignment_to_a_row(self):
@@ -380,7 +369,7 @@ class TestStorageGone:
         array = velmar.double([[1, 2, 3], [4, 5, 6]])
         part = list(array)[0][1:]
         for use in (str, list, lambda view: view[0], lambda view: view[:][0], equals_itself):
-            with raises(RuntimeError, STORAGE_GONE):
+            with raises(*STORAGE_GONE):
                 use(part)
         assert contents(array) == [[1.0, 2.0, 3.0], [4.0, 5.0, 6.0]]
 
@@ -402,7 +391,7 @@ def equals_itself(view):
 class TestBareRecord:
     @each(CLASS_ROWS)
     def test_iter(self, row):
-        with raises(RuntimeError, NOT_INITIALIZED):
+        with raises(*NOT_INITIALIZED):
             iter(bare_record(row.cls))
 
 

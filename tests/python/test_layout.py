@@ -6,8 +6,8 @@ import math
 
 import pytest
 import velmar
-from helpers.arrays import contents, each_form, exact
-from helpers.effort import IS_BRIEF
+from helpers.arrays import contents, exact
+from helpers.cases import IS_BRIEF, each_form
 from helpers.nesting_model import in_storage_order, nested, normalized, storage_order
 
 

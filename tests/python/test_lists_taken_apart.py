@@ -10,9 +10,10 @@ import sys
 
 import pytest
 import velmar
+from helpers.failures import UNREADABLE_ITEM
 
 COLLECTS_INSIDE = sys.version_info < (3, 12)
-NO_ITEM = "unable to set list item."
+TAKEN_APART = UNREADABLE_ITEM.message if COLLECTS_INSIDE else None
 
 
 @pytest.fixture
@@ -35,7 +36,7 @@ def taking_apart():
     gc.callbacks.remove(empty_lists)
 
 
-def said_by(action):
+def error_of(action):
     try:
         action()
     except RuntimeError as error:
@@ -45,22 +46,22 @@ def said_by(action):
 
 def test_list_of_rows(taking_apart):
     array = velmar.int8(size=(333, 2))
-    assert said_by(lambda: str(array)) is None
+    assert error_of(lambda: str(array)) is None
     taking_apart(333)
-    assert said_by(lambda: str(array)) == (NO_ITEM if COLLECTS_INSIDE else None)
+    assert error_of(lambda: str(array)) == TAKEN_APART
 
 
 def test_list_of_the_rows_of_a_slice(taking_apart):
     view = velmar.int8(size=(333, 2))[1:312]
     taking_apart(311)
-    assert said_by(lambda: str(view)) == (NO_ITEM if COLLECTS_INSIDE else None)
+    assert error_of(lambda: str(view)) == TAKEN_APART
 
 
 def test_list_of_elements_where_one_is_out_of_reach(taking_apart):
     array = velmar.double(size=(4, 333))
     row = array[3]
     array.reshape(2, 666)
-    assert said_by(lambda: str(row)) == "null data pointer."
+    assert error_of(lambda: str(row)) == "null data pointer."
     taking_apart(666)
     said = set()
     kept = []
@@ -69,8 +70,8 @@ def test_list_of_elements_where_one_is_out_of_reach(taking_apart):
         try:
             raise KeyError  # an error that is set beside another is an object at once
         except KeyError:
-            said.add(said_by(lambda: str(row)))
+            said.add(error_of(lambda: str(row)))
     if COLLECTS_INSIDE:
-        assert NO_ITEM in said
-        said.remove(NO_ITEM)
+        assert UNREADABLE_ITEM.message in said
+        said.remove(UNREADABLE_ITEM.message)
     assert said <= {"null data pointer."}

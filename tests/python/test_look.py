@@ -7,8 +7,10 @@ from html.parser import HTMLParser
 
 import pytest
 import velmar
-from helpers.arrays import CLASS_ROWS, COMPLEX_ROWS, each, raises
+from helpers.arrays import CLASS_ROWS, COMPLEX_ROWS
+from helpers.cases import each
 from helpers.child_interpreter import run_script
+from helpers.failures import raises
 from velmar import look
 
 LOOKS = pytest.mark.parametrize("show", [velmar.html, velmar.summary])

@@ -11,18 +11,23 @@ import zlib
 
 import pytest
 import velmar
-from helpers.arrays import CLASS_ROWS, COMPLEX_ROWS, contents, each, each_form, exact, raises
+from helpers.arrays import (
+    CLASS_ROWS,
+    COMPLEX_ROWS,
+    as_rows,
+    contents,
+    every,
+    exact,
+    grid,
+    subscripted,
+)
 from helpers.buffer_requests import LETTERS, column_major, format_of, packed
-from helpers.row_tables import rows
-from helpers.slice_model import grid, subscripted
+from helpers.cases import each, each_form, rows
+from helpers.failures import NOT_C_CONTIGUOUS, NOT_WRITABLE, raises
+from helpers.outside_buffers import DTYPES
 
 NESTED = [[1, 0, 1, 1], [0, 1, 0, 1], [1, 1, 0, 0]]
 CUBE = grid(3, 4, 5)
-NOT_WRITABLE = "underlying buffer is not writable."
-
-
-def every(start=None, stop=None, step=None):
-    return slice(start, stop, step)
 
 
 CHAINS = [  # on 3 by 4 by 5
@@ -46,12 +51,6 @@ def numbers_of(row, is_complex=False):
     if is_complex:
         flat = [complex(number, i % 2) for i, number in enumerate(flat)]
     return [flat[0:4], flat[4:8], flat[8:12]]
-
-
-def rows_of(source):
-    """The contents as a copy has them: one level is one row."""
-    nested = contents(source)
-    return nested if nested and isinstance(nested[0], list) else [nested]
 
 
 def flat_of(nested):
@@ -82,7 +81,7 @@ class TestBytes:
     @rows("chain", CHAINS)
     def test_bytes_of_a_view(self, chain):
         source = subscripted(velmar.double(CUBE), chain)
-        assert bytes(source) == packed(flat_of(rows_of(source)), CLASS_ROWS[0])
+        assert bytes(source) == packed(flat_of(as_rows(contents(source))), CLASS_ROWS[0])
 
     def test_nothing(self):
         for source in (velmar.double(), velmar.double(size=(2, 0)), velmar.double([1])[0][1:]):
@@ -112,7 +111,7 @@ class TestStandardModules:
         ):
             with pytest.raises(TypeError):
                 ask()
-        assert rows_of(source) == NESTED[: len(rows_of(source))]
+        assert as_rows(contents(source)) == NESTED[: len(as_rows(contents(source)))]
 
     @each(CLASS_ROWS)
     def test_struct(self, row):
@@ -191,7 +190,7 @@ class TestTestbuffer:
     def test_views(self, chain):
         source = subscripted(velmar.double(CUBE), chain)
         got = cpython_testbuffer().ndarray(source, getbuf=cpython_testbuffer().PyBUF_FULL_RO)
-        assert got.tolist() == rows_of(source)
+        assert got.tolist() == as_rows(contents(source))
         assert got.ndim == max(2, 3 - sum(isinstance(item, int) for item in chain))
 
     @pytest.mark.parametrize(
@@ -225,10 +224,7 @@ class TestTestbuffer:
             assert (got.ndim, got.nbytes) == (3, 480)
             del got
         else:
-            words = NOT_WRITABLE
-            if name == "C_CONTIGUOUS":
-                words = "underlying buffer not C-contiguous."
-            with raises(ValueError, words):
+            with raises(*(NOT_C_CONTIGUOUS if name == "C_CONTIGUOUS" else NOT_WRITABLE)):
                 cpython_testbuffer().ndarray(source, getbuf=flags)
         assert sys.getrefcount(source) == before
 
@@ -266,7 +262,6 @@ def numpy():
     return pytest.importorskip("numpy")
 
 
-DTYPES = {"double": "float64", "single": "float32", "logical": "bool"}
 COMPLEX_DTYPES = {"double": "complex128", "single": "complex64"}
 
 
@@ -275,7 +270,7 @@ class TestNumpy:
     def test_every_class(self, row):
         source = row.cls(numbers_of(row))
         got = numpy().asarray(memoryview(source))
-        assert got.dtype == DTYPES.get(row.word, row.word)
+        assert got.dtype == DTYPES[row.word]
         assert (got.shape, got.strides) == (source.size, source.get_bytewise_strides())
         assert got.flags.f_contiguous
         assert not got.flags.writeable
@@ -304,14 +299,14 @@ class TestNumpy:
     def test_views(self, chain):
         source = subscripted(velmar.double(CUBE), chain)
         for got in (numpy().asarray(memoryview(source)), numpy().asarray(source)):
-            assert got.tolist() == rows_of(source)
+            assert got.tolist() == as_rows(contents(source))
             assert got.flags.f_contiguous
 
     @each(CLASS_ROWS)
     def test_without_a_memoryview(self, row):
         source = row.cls(numbers_of(row))
         got = numpy().asarray(source)
-        assert got.dtype == DTYPES.get(row.word, row.word)
+        assert got.dtype == DTYPES[row.word]
         assert exact(got.tolist()) == exact(contents(source))
 
     @pytest.mark.parametrize("size", [(0, 0), (0, 3), (3, 0), (2, 0, 4)], ids=str)

@@ -4,7 +4,9 @@ from __future__ import annotations
 
 import pytest
 import velmar
-from helpers.arrays import each_form, raises
+from helpers.cases import each_form
+from helpers.failures import raises
+from helpers.hostile_sequences import Scripted
 from helpers.nesting_model import mismatch
 from velmarmultidimarrayforpython import ShapeError, SizeError
 
@@ -17,19 +19,6 @@ WRAPS_TO_2 = (2 * 77158673929, 27 * 19 * 43 * 5419)
 def too_large(count, word="double"):
     text = "unable to allocate memory for array with number of elements = "
     return f"{text}{count}; type = {word}"
-
-
-class Sized:
-    """A sequence that only has a length."""
-
-    def __init__(self, length):
-        self.length = length
-
-    def __len__(self):
-        return self.length
-
-    def __getitem__(self, index):
-        raise IndexError(index)
 
 
 def test_the_products_are_what_they_should_be():
@@ -101,7 +90,7 @@ class TestMoreMemoryThanThereIs:
     @each_form
     def test_vector(self, row, is_complex):
         with raises(MemoryError, too_large(2**58, row.word)):
-            row.cls(vector=Sized(2**58), is_complex=is_complex)
+            row.cls(vector=Scripted([], lengths=[2**58]), is_complex=is_complex)
 
 
 class TestProductsThatWrap:

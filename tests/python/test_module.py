@@ -11,8 +11,10 @@ import pytest
 import velmar
 import velmarmultidimarrayforpython as module
 import vlexceptions
-from helpers.arrays import CLASS_ROWS, each, raises
+from helpers.arrays import CLASS_ROWS
+from helpers.cases import each
 from helpers.child_interpreter import run_script
+from helpers.failures import raises
 
 NAME = "velmarmultidimarrayforpython"
 ARRAY_CLASSES = [

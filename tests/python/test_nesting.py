@@ -7,19 +7,14 @@ import collections
 
 import pytest
 import velmar
-from helpers.arrays import contents, each_form, exact, raises
+from helpers.arrays import contents, exact
+from helpers.cases import each_form
+from helpers.failures import IS_NONE, NOT_NUMERIC, NOT_RECTANGULAR, UNEVEN, raises
+from helpers.hostile_sequences import StrSubclass
 from helpers.nesting_model import nested, normalized
 from helpers.scalar_values import LyingInt
 
-TEXT = (ValueError, "value passed to initializer must be numeric.")
-UNEVEN = (ValueError, "elements of array are of different lengths or types.")
-NOT_RECTANGULAR = (ValueError, "arrays must be rectangular.")
-NONE = (TypeError, "value must not be 'None'.")
 FLOATING = (TypeError, "velmar.int8 does not accept floating-point values.")
-
-
-class Text(str):
-    """Still a str."""
 
 
 def wrapped(value, times):
@@ -164,7 +159,7 @@ class TestMixedRows:
         assert exact(contents(velmar.double(data, is_complex=True))) == exact(expected)
 
     def test_a_row_refused_leaves_nothing_behind(self):
-        for data, error in (([1, 2, None], NONE), ([[1, 2], [3, 4.5]], FLOATING)):
+        for data, error in (([1, 2, None], IS_NONE), ([[1, 2], [3, 4.5]], FLOATING)):
             with raises(*error):
                 velmar.int8(data)
             assert contents(velmar.int8([[1, 2], [3, 4]])) == [[1, 2], [3, 4]]
@@ -178,17 +173,17 @@ class TestMixedRows:
 
 class TestText:
     ROWS = {
-        "top": ("12", TEXT),
-        "empty top": ("", TEXT),
-        "one character": ("1", TEXT),
-        "subclass": (Text("12"), TEXT),
-        "in a list": (["1"], TEXT),
-        "empty in a list": ([""], TEXT),
-        "subclass in a list": ([Text("1")], TEXT),
-        "same lengths": (["ab", "cd"], TEXT),
-        "same length as a list": (["ab", [1, 2]], TEXT),
-        "behind a list of its length": ([[1, 2], "ab"], TEXT),
-        "deep": ([[["1"]]], TEXT),
+        "top": ("12", NOT_NUMERIC),
+        "empty top": ("", NOT_NUMERIC),
+        "one character": ("1", NOT_NUMERIC),
+        "subclass": (StrSubclass("12"), NOT_NUMERIC),
+        "in a list": (["1"], NOT_NUMERIC),
+        "empty in a list": ([""], NOT_NUMERIC),
+        "subclass in a list": ([StrSubclass("1")], NOT_NUMERIC),
+        "same lengths": (["ab", "cd"], NOT_NUMERIC),
+        "same length as a list": (["ab", [1, 2]], NOT_NUMERIC),
+        "behind a list of its length": ([[1, 2], "ab"], NOT_NUMERIC),
+        "deep": ([[["1"]]], NOT_NUMERIC),
         "other length": (["a", "bc"], UNEVEN),
         "beside a number": ([1, "1"], UNEVEN),
         "before a number": (["1", 1], UNEVEN),
@@ -203,11 +198,11 @@ class TestText:
     @each_form
     def test_all_classes(self, row, is_complex):
         for data in ("12", ["1"]):
-            with raises(*TEXT):
+            with raises(*NOT_NUMERIC):
                 row.cls(data, is_complex=is_complex)
 
     def test_with_size(self):
-        with raises(*TEXT):
+        with raises(*NOT_NUMERIC):
             velmar.double("ab", (1, 2))
 
 
@@ -284,24 +279,30 @@ class TestOrderOfChecks:
         "children before a number refused, text": ([1.5, "a"], UNEVEN),
         "children before depth": ([[[1]], [2, [3]]], UNEVEN),
         "outer children before inner": ([[1, [2]], [3]], UNEVEN),
-        "first branch's element before the second's evenness": ([[None, 1], [[1], 2]], NONE),
+        "first branch's element before the second's evenness": (
+            [[None, 1], [[1], 2]],
+            IS_NONE,
+        ),
         "first branch's evenness before the second's element": ([[1, [2]], [None, 1]], UNEVEN),
-        "element before the next branch's length": ([[[None], [1]], [[1, 2], [3, 4]]], NONE),
-        "element before its own list's length": ([[[1], [2]], [[None, 4], [5, 6]]], NONE),
+        "element before the next branch's length": (
+            [[[None], [1]], [[1, 2], [3, 4]]],
+            IS_NONE,
+        ),
+        "element before its own list's length": ([[[1], [2]], [[None, 4], [5, 6]]], IS_NONE),
         "list's length before the next list's element": (
             [[[1], [2]], [[3, 4], [None, 6]]],
             NOT_RECTANGULAR,
         ),
-        "element before depth": ([[[1]], [None]], NONE),
-        "element before depth, deeper": ([[1], [[None]]], NONE),
+        "element before depth": ([[[1]], [None]], IS_NONE),
+        "element before depth, deeper": ([[1], [[None]]], IS_NONE),
         "depth before the next element": ([[[1]], [[[2], [None]]]], NOT_RECTANGULAR),
-        "text before depth": ([[[1]], ["a"]], TEXT),
-        "text before its list's length": ([[[1], [2]], [["a", "b"], ["c", "d"]]], TEXT),
+        "text before depth": ([[[1]], ["a"]], NOT_NUMERIC),
+        "text before its list's length": ([[[1], [2]], [["a", "b"], ["c", "d"]]], NOT_NUMERIC),
         "first element of two": ([1.5, None], FLOATING),
-        "first element of two, turned": ([None, 1.5], NONE),
+        "first element of two, turned": ([None, 1.5], IS_NONE),
         "depth before the second element": ([[[1], [2]], [3, None]], NOT_RECTANGULAR),
-        "first row's element first": ([[1, None], [1.5, 1]], NONE),
-        "element before the missing ones": ([[[], []], [[None], [2]]], NONE),
+        "first row's element first": ([[1, None], [1.5, 1]], IS_NONE),
+        "element before the missing ones": ([[[], []], [[None], [2]]], IS_NONE),
     }
 
     @pytest.mark.parametrize("data, error", ROWS.values(), ids=ROWS.keys())

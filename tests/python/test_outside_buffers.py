@@ -11,42 +11,13 @@ import sys
 
 import pytest
 import velmar
-from helpers.arrays import (
-    CLASS_ROWS,
-    COMPLEX_ROWS,
-    INTEGER_ROWS,
-    contents,
-    each,
-    each_form,
-    exact,
-    raises,
-)
+from helpers.arrays import CLASS_ROWS, COMPLEX_ROWS, INTEGER_ROWS, contents, exact
 from helpers.buffer_requests import LETTERS, format_of, packed, size_of_element
+from helpers.cases import each, each_form, rows
+from helpers.failures import raises
 from helpers.nesting_model import mismatch
-from helpers.row_tables import rows
+from helpers.outside_buffers import incompatible, not_complex, values_of
 from velmarmultidimarrayforpython import ShapeError, SizeError
-
-DOES_NOT_FIT = "input does not fit evenly into output type."
-
-
-def incompatible(given: str, wanted: str) -> str:
-    return (
-        f"input buffer format ('{given}') is not compatible with output format ('{wanted}'); "
-        "use a different input or output type"
-    )
-
-
-def not_complex(given: str) -> str:
-    return f"input buffer format ('{given}') does not begin with 'Z', but output type is complex"
-
-
-def values_of(row) -> list:
-    """Two rows of three elements, the ends of the range among them."""
-    if row.kind == "float":
-        return [0.0, -0.5, row.high, row.low, 2.0**-20, -3.0]
-    if row.kind == "logical":
-        return [True, False, False, True, True, False]
-    return [int(row.low), int(row.high), 0, 1, 2, 100]
 
 
 def memory_of(row, shape=()) -> memoryview:
@@ -101,11 +72,11 @@ class TestFlat:
         takes, refuses = ("int64", "int32") if wide else ("int32", "int64")
         assert contents(getattr(velmar, takes)(signed)) == [[-1, 5]]
         assert contents(getattr(velmar, f"u{takes}")(unsigned)) == [[1, 5]]
-        with raises(BufferError, incompatible("l", LETTERS[refuses])):
+        with raises(*incompatible("l", LETTERS[refuses])):
             getattr(velmar, refuses)(signed)
-        with raises(BufferError, incompatible("L", LETTERS[f"u{refuses}"])):
+        with raises(*incompatible("L", LETTERS[f"u{refuses}"])):
             getattr(velmar, f"u{refuses}")(unsigned)
-        with raises(BufferError, incompatible("L", LETTERS[takes])):
+        with raises(*incompatible("L", LETTERS[takes])):
             getattr(velmar, takes)(unsigned)
 
     def test_bits_come_as_they_are(self):
@@ -132,13 +103,13 @@ class TestOneRoute:
     """A buffer is not walked as a sequence, except those of this module."""
 
     def test_no_conversion(self):
-        with raises(BufferError, incompatible("f", "d")):
+        with raises(*incompatible("f", "d")):
             velmar.double(array.array("f", [1.0]))
-        with raises(BufferError, incompatible("B", "d")):
+        with raises(*incompatible("B", "d")):
             velmar.double(b"12")
-        with raises(BufferError, incompatible("B", "b")):
+        with raises(*incompatible("B", "b")):
             velmar.int8(b"a")
-        with raises(BufferError, incompatible("B", "h")):
+        with raises(*incompatible("B", "h")):
             velmar.int16(b"abc")  # looked at before the length
 
     def test_no_conversion_below_a_list_either(self):
@@ -151,7 +122,7 @@ class TestOneRoute:
     def test_own_arrays_are_walked(self):
         source = velmar.single([[1, 2], [3, 4]])
         assert contents(velmar.double(source)) == [[1.0, 2.0], [3.0, 4.0]]
-        with raises(BufferError, incompatible("f", "d")):
+        with raises(*incompatible("f", "d")):
             velmar.double(memoryview(source))
 
     def test_a_subclass_of_a_buffer(self):
@@ -297,7 +268,7 @@ class TestSize:
         assert velmar.double(memoryview(bytes(8)).cast("d", ()), (1, 1)).size == (1, 1)
 
     def test_a_large_size_is_compared_after_the_format(self):
-        with raises(BufferError, incompatible("B", "d")):
+        with raises(*incompatible("B", "d")):
             velmar.double(b"x", (2, 2))
         with raises(ValueError, "sequence passed to 'size' must not be empty."):
             velmar.double(b"x", ())
@@ -370,9 +341,9 @@ class TestForeignFormats:
             if given[0] == LETTERS[row.word]:  # some are without a prefix
                 assert row.cls(source).size == (1, 2)
                 continue
-            with raises(BufferError, incompatible(given, LETTERS[row.word])):
+            with raises(*incompatible(given, LETTERS[row.word])):
                 row.cls(source)
-        with raises(BufferError, not_complex(given)):
+        with raises(*not_complex(given)):
             velmar.double(source, is_complex=True)
 
     @each(INTEGER_ROWS)
@@ -386,12 +357,12 @@ class TestForeignFormats:
     def test_real_memory_for_complex_elements(self, row, is_complex):
         source = memory_of(row)
         if is_complex:
-            with raises(BufferError, not_complex(format_of(row))):
+            with raises(*not_complex(format_of(row))):
                 row.cls(source, is_complex=True)
         elif row.has_complex:
             memory = memoryview(row.cls([1, 2], is_complex=True))
             assert memory.itemsize == size_of_element(row, True)
-            with raises(BufferError, incompatible(f"Z{LETTERS[row.word]}", LETTERS[row.word])):
+            with raises(*incompatible(f"Z{LETTERS[row.word]}", LETTERS[row.word])):
                 row.cls(memory)
 
 

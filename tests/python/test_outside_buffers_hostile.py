@@ -6,27 +6,19 @@ import struct
 
 import pytest
 import velmar
-from helpers.arrays import CLASS_ROWS, FORMS, contents, each, each_form, exact, raises
+from helpers.arrays import CLASS_ROWS, FORMS, contents, exact
 from helpers.buffer_requests import LETTERS, format_of, packed, size_of_element
+from helpers.cases import each, each_form, rows
+from helpers.failures import DOES_NOT_FIT, Failure, raises
 from helpers.lying_exporter import LyingExporter, build
 from helpers.nesting_model import mismatch
-from helpers.row_tables import rows
-from test_outside_buffers import DOES_NOT_FIT, incompatible, not_complex, values_of
+from helpers.outside_buffers import incompatible, not_complex, same_format, values_of
 from velmarmultidimarrayforpython import ShapeError, SizeError
 
-NO_FORMAT = "input 'format' field is null."
-NO_SHAPE = "shape is null."
+NO_FORMAT = Failure(BufferError, "input 'format' field is null.")
+NO_SHAPE = Failure(BufferError, "shape is null.")
 SIX = struct.pack("6d", *range(1, 7))
 ALL_LETTERS = "xcbB?hHiIlLqQnNefdgspPwuOZTX<>=@!&:{( 1"
-# Of different letters, those that say the same; a long by its width.
-SYNONYMS = {("?", "B"), ("B", "?")}
-
-
-def same(letter: str, wanted: str, itemsize: int) -> bool:
-    if letter in "lL":
-        narrow, wide = ("i", "q") if letter == "l" else ("I", "Q")
-        return wanted == (narrow if itemsize == 4 else wide)
-    return letter == wanted or (letter, wanted) in SYNONYMS
 
 
 def doubles(**lies) -> LyingExporter:
@@ -42,27 +34,27 @@ class TestFormats:
             for itemsize in (1, 2, 4, 8, 16):
                 given = ("Z" if is_complex else "") + letter
                 source = LyingExporter(SIX, given.encode(), itemsize)
-                if same(letter, wanted, itemsize):
+                if same_format(letter, wanted, itemsize):
                     built = build(row.cls, source, is_complex=is_complex)
                     assert built.size == (1, 48 // size_of_element(row, is_complex))
                     continue
-                with raises(BufferError, incompatible(given, format_of(row, is_complex))):
+                with raises(*incompatible(given, format_of(row, is_complex))):
                     build(row.cls, source, is_complex=is_complex)
 
     @each_form
     def test_complex_is_said_in_front(self, row, is_complex):
         for letter in ALL_LETTERS:
             if is_complex and letter != "Z":
-                with raises(BufferError, not_complex(letter)):
+                with raises(*not_complex(letter)):
                     build(row.cls, LyingExporter(SIX, letter.encode(), 8), is_complex=True)
             elif not is_complex:
-                with raises(BufferError, incompatible(f"Z{letter}", LETTERS[row.word])):
+                with raises(*incompatible(f"Z{letter}", LETTERS[row.word])):
                     build(row.cls, LyingExporter(SIX, f"Z{letter}".encode(), 8))
 
     @each_form
     def test_missing_and_empty(self, row, is_complex):
         for format in (None, b"", b"\0d"):
-            with raises(BufferError, NO_FORMAT):
+            with raises(*NO_FORMAT):
                 build(row.cls, LyingExporter(SIX, format, 8), is_complex=is_complex)
 
     @each_form
@@ -74,26 +66,26 @@ class TestFormats:
 
     def test_prefixes_are_letters_of_their_own(self):
         for prefix in "<>=@!1 ":
-            with raises(BufferError, incompatible(f"{prefix}d", "d")):
+            with raises(*incompatible(f"{prefix}d", "d")):
                 build(velmar.double, doubles(format=f"{prefix}d".encode()))
-            with raises(BufferError, incompatible(f"Z{prefix}d", "Zd")):
+            with raises(*incompatible(f"Z{prefix}d", "Zd")):
                 build(velmar.double, doubles(format=f"Z{prefix}d".encode()), is_complex=True)
-            with raises(BufferError, not_complex(f"{prefix}Zd")):
+            with raises(*not_complex(f"{prefix}Zd")):
                 build(velmar.double, doubles(format=f"{prefix}Zd".encode()), is_complex=True)
 
     def test_z_alone(self):
-        with raises(BufferError, incompatible("Z", "Zd")):
+        with raises(*incompatible("Z", "Zd")):
             build(velmar.double, doubles(format=b"Z"), is_complex=True)
-        with raises(BufferError, incompatible("Z", "d")):
+        with raises(*incompatible("Z", "d")):
             build(velmar.double, doubles(format=b"Z"))
-        with raises(BufferError, incompatible("ZZd", "Zd")):
+        with raises(*incompatible("ZZd", "Zd")):
             build(velmar.double, doubles(format=b"ZZd"), is_complex=True)
 
     def test_the_whole_format_is_shown(self):
         for given in ("x" * 5000, "T{d:a:\u00e9}", "%s%n%d", "'"):
-            with raises(BufferError, incompatible(given, "d")):
+            with raises(*incompatible(given, "d")):
                 build(velmar.double, doubles(format=given.encode()))
-            with raises(BufferError, not_complex(given)):
+            with raises(*not_complex(given)):
                 build(velmar.int8, doubles(format=given.encode()), is_complex=True)
 
     def test_a_format_that_is_no_text(self):
@@ -104,7 +96,7 @@ class TestFormats:
         longs = struct.pack("=4i", 1, 2, 3, 4)
         source = LyingExporter(longs, b"Zl", 4)
         assert contents(build(velmar.int32, source, is_complex=True)) == [[1 + 2j, 3 + 4j]]
-        with raises(BufferError, incompatible("Zl", "Zi")):
+        with raises(*incompatible("Zl", "Zi")):
             build(velmar.int32, LyingExporter(longs, b"Zl", 8), is_complex=True)
         source = LyingExporter(longs, b"Zl", 8)
         assert build(velmar.int64, source, is_complex=True).size == (1, 1)
@@ -126,7 +118,7 @@ class TestLength:
             if length % size == 0:
                 assert build(row.cls, source, is_complex=is_complex).size == (1, length // size)
                 continue
-            with raises(BufferError, DOES_NOT_FIT):
+            with raises(*DOES_NOT_FIT):
                 build(row.cls, source, is_complex=is_complex)
 
     @each_form
@@ -139,7 +131,7 @@ class TestLength:
     def test_less_than_none(self, row, is_complex):
         for length in (-1, -16, -(2**63)):
             source = LyingExporter(SIX, format_of(row, is_complex).encode(), 8, length=length)
-            with raises(BufferError, DOES_NOT_FIT):
+            with raises(*DOES_NOT_FIT):
                 build(row.cls, source, is_complex=is_complex)
 
     @each_form
@@ -177,7 +169,7 @@ class TestNoDimension:
     @pytest.mark.parametrize("count", [0, 2, 6])
     def test_another_count(self, count):
         source = LyingExporter(SIX[: 8 * count], b"d", 8, ndim=0, shape=None, strides=None)
-        with raises(BufferError, DOES_NOT_FIT):
+        with raises(*DOES_NOT_FIT):
             build(velmar.double, source)
 
 
@@ -234,7 +226,7 @@ class TestShape:
 
     @rows("shape, strides", REFUSED)
     def test_refused(self, shape, strides):
-        with raises(BufferError, DOES_NOT_FIT):
+        with raises(*DOES_NOT_FIT):
             build(velmar.double, doubles(ndim=len(shape), shape=shape, strides=strides))
 
     @rows("shape, strides", REFUSED)
@@ -243,11 +235,11 @@ class TestShape:
         for cls, format in ((velmar.uint8, b"B"), (velmar.int8, b"b"), (velmar.logical, b"?")):
             source = LyingExporter(b"123456", format, 1, ndim=len(shape), shape=shape)
             source.strides = doubles(strides=strides).strides
-            with raises(BufferError, DOES_NOT_FIT):
+            with raises(*DOES_NOT_FIT):
                 build(cls, source)
 
     def test_items_of_no_size(self):
-        with raises(BufferError, DOES_NOT_FIT):
+        with raises(*DOES_NOT_FIT):
             build(velmar.double, doubles(itemsize=0, ndim=2, shape=[2, 3], strides=[24, 8]))
 
     @each_form
@@ -255,7 +247,7 @@ class TestShape:
         format = format_of(row, is_complex).encode()
         for ndim in (2, 3, 64):
             source = LyingExporter(SIX, format, 8, ndim=ndim, shape=None, strides=None)
-            with raises(BufferError, NO_SHAPE):
+            with raises(*NO_SHAPE):
                 build(row.cls, source, is_complex=is_complex)
 
     def test_many_dimensions(self):
@@ -278,13 +270,13 @@ class TestOrderOfChecks:
         ("fit", {}, DOES_NOT_FIT),
     ]
 
-    @rows("lies, message", FAULTS)
-    def test_format_then_length_then_shape(self, lies, message):
-        with raises(BufferError, message):
+    @rows("lies, failure", FAULTS)
+    def test_format_then_length_then_shape(self, lies, failure):
+        with raises(*failure):
             build(velmar.double, doubles(length=47, ndim=2, shape=None, strides=None, **lies))
 
     def test_shape_then_strides(self):
-        with raises(BufferError, NO_SHAPE):
+        with raises(*NO_SHAPE):
             build(velmar.double, doubles(ndim=2, shape=None, strides=None))
 
     def test_size_is_read_before_the_buffer(self):

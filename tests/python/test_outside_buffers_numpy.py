@@ -6,17 +6,12 @@ import itertools
 
 import pytest
 import velmar
-from helpers.arrays import CLASS_ROWS, COMPLEX_ROWS, contents, each, exact, raises
-from helpers.row_tables import rows
-from test_outside_buffers import incompatible, not_complex, values_of
+from helpers.arrays import CLASS_ROWS, COMPLEX_ROWS, contents, exact
+from helpers.cases import each, rows
+from helpers.failures import raises
+from helpers.outside_buffers import DTYPES, incompatible, not_complex, values_of
 
 numpy = pytest.importorskip("numpy")
-
-DTYPES = {row.word: row.word for row in CLASS_ROWS} | {
-    "double": "float64",
-    "single": "float32",
-    "logical": "bool",
-}
 
 
 class TestEveryClass:
@@ -134,7 +129,7 @@ class TestRefusals:
         ],
     )
     def test_formats(self, dtype, given):
-        with raises(BufferError, incompatible(given, "d")):
+        with raises(*incompatible(given, "d")):
             velmar.double(numpy.zeros((2, 2), dtype))
 
     def test_times_have_no_buffer(self):
@@ -145,9 +140,9 @@ class TestRefusals:
     def test_complex_of_another_width(self, row):
         source = numpy.zeros(3, "c8" if row.word == "double" else "c16")
         given = "Zf" if row.word == "double" else "Zd"
-        with raises(BufferError, incompatible(given, "Z" + velmar_letter(row))):
+        with raises(*incompatible(given, "Z" + velmar_letter(row))):
             row.cls(source, is_complex=True)
-        with raises(BufferError, not_complex("d")):
+        with raises(*not_complex("d")):
             row.cls(numpy.zeros(3), is_complex=True)
 
     def test_what_was_refused_is_not_held(self):

@@ -7,10 +7,11 @@ import math
 
 import pytest
 import velmar
-from helpers.arrays import CLASS_ROWS, contents, each, exact, raises
+from helpers.arrays import CLASS_ROWS, contents, exact
 from helpers.buffer_requests import LETTERS
-from helpers.row_tables import rows
-from test_outside_buffers import incompatible, not_complex, values_of
+from helpers.cases import each, rows
+from helpers.failures import raises
+from helpers.outside_buffers import incompatible, not_complex, values_of
 
 exporters = pytest.importorskip("_testbuffer")
 ndarray = exporters.ndarray
@@ -134,7 +135,7 @@ class TestNotContiguous:
     def test_a_description_without_a_format(self):
         """It calls its items bytes then, each of them eight bytes long."""
         poor = ndarray(doubles(2, 3), getbuf=exporters.PyBUF_STRIDES)
-        with raises(BufferError, incompatible("B", "d")):
+        with raises(*incompatible("B", "d")):
             velmar.double(poor)
         with raises(BufferError, "input does not fit evenly into output type."):
             velmar.uint8(poor)
@@ -163,9 +164,9 @@ class TestFormats:
     )
     def test_refused(self, given, items):
         source = ndarray(items, shape=[2], format=given)
-        with raises(BufferError, incompatible(given, "d")):
+        with raises(*incompatible(given, "d")):
             velmar.double(source)
-        with raises(BufferError, not_complex(given)):
+        with raises(*not_complex(given)):
             velmar.double(source, is_complex=True)
 
     def test_only_the_first_letter_is_read(self):

@@ -9,9 +9,9 @@ import pytest
 import velmar
 import vlexceptions
 from helpers import process_workers as workers
-from helpers.arrays import FORMS, contents, exact, raises
-from helpers.slice_model import grid
-from helpers.view_states import STORAGE_GONE, expired_row
+from helpers.arrays import FORMS, contents, exact, grid
+from helpers.failures import STORAGE_GONE, raises
+from helpers.view_states import expired_row
 
 PROCESSES = 2
 SECONDS = 60  # until a result that does not come is a failure
@@ -158,14 +158,14 @@ class TestErrors:
         assert contents(pool.call(workers.same, velmar.int8([1]))) == [[1]]
 
     def test_row_without_storage_as_an_argument(self, pool):
-        with raises(RuntimeError, STORAGE_GONE):
+        with raises(*STORAGE_GONE):
             pool.call(workers.same, expired_row())
         assert contents(pool.call(workers.same, velmar.int8([1]))) == [[1]]
 
     def test_row_without_storage_as_a_result(self):
         # Of an executor alone: the other kind takes repr of what it cannot send, and loses the job.
         with ProcessPoolExecutor(1, mp_context=multiprocessing.get_context("spawn")) as executor:
-            with raises(RuntimeError, STORAGE_GONE):
+            with raises(*STORAGE_GONE):
                 executor.submit(workers.row_without_storage).result(SECONDS)
             back = executor.submit(workers.same, velmar.int8([1])).result(SECONDS)
             assert contents(back) == [[1]]

@@ -13,8 +13,8 @@ import random
 
 import pytest
 from helpers import program_model, program_values
+from helpers.cases import some_of
 from helpers.conversion_model import convert
-from helpers.effort import some_of
 from helpers.nesting_model import storage_order
 from helpers.program_model import Array
 from helpers.program_runs import (

@@ -8,7 +8,7 @@ DEEP = 100_000
 EXCEEDED = "maximum recursion depth exceeded while "
 
 
-def said_by(action):
+def message_of(action):
     with pytest.raises(RecursionError) as caught:
         action()
     assert caught.type is RecursionError
@@ -24,7 +24,7 @@ class TestWords:
     def test_of_construction(self):
         loop = []
         loop.append(loop)
-        assert said_by(lambda: velmar.double(loop)) == EXCEEDED + "flattening nested sequences"
+        assert message_of(lambda: velmar.double(loop)) == EXCEEDED + "flattening nested sequences"
 
     def test_of_a_written_row(self):
         loop = []
@@ -34,14 +34,14 @@ class TestWords:
         def write():
             array[0] = loop
 
-        assert said_by(write) == EXCEEDED + "flattening nested sequences"
+        assert message_of(write) == EXCEEDED + "flattening nested sequences"
 
     @pytest.mark.parametrize("text", [str, repr])
     def test_of_the_text(self, text, deep_array):
-        assert said_by(lambda: text(deep_array)) == EXCEEDED + "making a nested list of an array"
+        assert message_of(lambda: text(deep_array)) == EXCEEDED + "making a nested list of an array"
 
     def test_of_a_comparison(self, deep_array):
-        assert said_by(lambda: deep_array == deep_array) == EXCEEDED + "comparing arrays"
+        assert message_of(lambda: deep_array == deep_array) == EXCEEDED + "comparing arrays"
 
 
 # A comparison has a limit of its own. Where the interpreter counts all calls alike, its limit comes

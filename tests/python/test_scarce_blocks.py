@@ -5,8 +5,8 @@ from __future__ import annotations
 import os
 
 import pytest
+from helpers.cases import some_of
 from helpers.child_interpreter import run_script
-from helpers.effort import some_of
 
 # The sanitizer maps address space by the terabyte, which a limit of it would forbid.
 pytestmark = pytest.mark.skipif(

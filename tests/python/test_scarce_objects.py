@@ -5,8 +5,8 @@ from __future__ import annotations
 import sys
 
 import pytest
+from helpers.cases import some_of
 from helpers.child_interpreter import run_script
-from helpers.effort import some_of
 
 pytest.importorskip("_testcapi")
 

@@ -7,9 +7,9 @@ import operator
 
 import pytest
 import velmar
-from helpers.arrays import CLASS_ROWS, contents, each, each_form, exact, raises
-from helpers.row_tables import rows
-from helpers.slice_model import grid, line
+from helpers.arrays import CLASS_ROWS, contents, exact, grid, line
+from helpers.cases import each, each_form, rows
+from helpers.failures import raises
 
 get_item = ctypes.PYFUNCTYPE(ctypes.py_object, ctypes.py_object, ctypes.c_ssize_t)(
     ("PySequence_GetItem", ctypes.pythonapi)

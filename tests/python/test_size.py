@@ -2,38 +2,19 @@
 
 from __future__ import annotations
 
-import enum
-
 import pytest
 import velmar
-from helpers.arrays import CLASS_ROWS, contents, each, each_form, exact, raises
+from helpers.arrays import CLASS_ROWS, contents, exact
+from helpers.cases import each, each_form
+from helpers.failures import raises
 from helpers.nesting_model import mismatch, nested
+from helpers.scalar_values import LyingInt, Side, WithIndex
 from velmarmultidimarrayforpython import ShapeError, SizeError
 
 NOT_A_SEQUENCE = "value of 'size' must be a sequence."
 EMPTY = "sequence passed to 'size' must not be empty."
 NOT_INTEGERS = "dimensions must be nonnegative integers."
 NEGATIVE = "size cannot contain negative dimensions. Use nonnegative integers for dimensions."
-
-
-class Number(int):
-    """An int whose overridden methods all lie; only the number inside counts."""
-
-    def __index__(self):
-        return 9
-
-    __int__ = __index__
-    __neg__ = __index__
-
-
-class Index:
-    def __index__(self):
-        return 2
-
-
-class Side(enum.IntEnum):
-    TWO = 2
-    THREE = 3
 
 
 class TestNormalisation:
@@ -87,7 +68,7 @@ class TestWhatCountsAsASequenceOfIntegers:
         "range": range(2, 4),
         "bytes": b"\x02\x03",
         "bytearray": bytearray(b"\x02\x03"),
-        "int subclass": [Number(2), Number(3)],
+        "int subclass": [LyingInt(2), LyingInt(3)],
         "int enum": list(Side),
         "row of an array": velmar.uint16([2, 3])[0],
         "slice of a row": velmar.int64([3, 9, 2])[0][::-2],
@@ -124,7 +105,7 @@ class TestWhatCountsAsASequenceOfIntegers:
         "one float": ((2.0,), TypeError, NOT_INTEGERS),
         "None inside": ((None, 2), TypeError, NOT_INTEGERS),
         "nested": ([[2, 3]], TypeError, NOT_INTEGERS),
-        "object with __index__": ((Index(), 2), TypeError, NOT_INTEGERS),
+        "object with __index__": ((WithIndex(), 2), TypeError, NOT_INTEGERS),
         "complex": ((2 + 0j,), TypeError, NOT_INTEGERS),
         "whole array": (velmar.uint16([2, 3]), TypeError, NOT_INTEGERS),
         "row of doubles": (velmar.double([2, 3])[0], TypeError, NOT_INTEGERS),
@@ -132,7 +113,7 @@ class TestWhatCountsAsASequenceOfIntegers:
         "negative last": ((2, -1), ValueError, NEGATIVE),
         "negative alone": ((-1,), ValueError, NEGATIVE),
         "negative behind 0": ((0, -5), ValueError, NEGATIVE),
-        "negative int subclass": ((Number(-3),), ValueError, NEGATIVE),
+        "negative int subclass": ((LyingInt(-3),), ValueError, NEGATIVE),
         "lowest": ((-(2**63),), ValueError, NEGATIVE),
         "too large": ((2**63, 0), ValueError, NEGATIVE),
         "larger": ((2**64, 1), ValueError, NEGATIVE),

@@ -1,28 +1,19 @@
 """Every slice of every slice of short dimensions, against the model and against ranges."""
 
-import functools
 import itertools
 
 import pytest
 import velmar
-from helpers.effort import IS_BRIEF
-from helpers.slice_model import EMPTY, SliceItem, ViewModel, composed, grid, item_of, line, text_of
+from helpers.arrays import grid, line
+from helpers.cases import short_lengths, slices, slices_for_triples
+from helpers.slice_model import EMPTY, SliceItem, ViewModel, composed, item_of, text_of
 
-LENGTHS = [0, 1, 2, 3] if IS_BRIEF else [0, 1, 2, 3, 4]
-STEPS = [None, 1, 2, 3, -1, -2, -3]
-lengths = pytest.mark.parametrize("length", LENGTHS)
-
-
-def bounds(length, reach):
-    """None and every bound from `reach` below the dimension to `reach` above it."""
-    return [None, *range(-length - reach, length + reach + 1)]
+STEPS = (None, 1, 2, 3, -1, -2, -3)
 
 
-@functools.cache
-def slices(length, reach=1, steps=tuple(STEPS)):
-    """All slices with such bounds, those that one cannot tell apart by their values left in."""
-    ends = bounds(length, reach)
-    return [slice(*parts) for parts in itertools.product(ends, ends, steps)]
+def all_slices(length, reach=1):
+    """With the steps that are written differently and mean the same left in."""
+    return slices(length, reach, STEPS)
 
 
 def few_slices(length):
@@ -77,55 +68,54 @@ class TestModel:
     def test_compositions(self, parent, child, expected):
         assert composed(item_of(parent, 10), child) == expected
 
-    @lengths
+    @short_lengths
     def test_one_slice_against_range(self, length):
-        for subscript in slices(length, 2):
+        for subscript in all_slices(length, 2):
             item = item_of(subscript, length)
             assert list(item.positions()) == list(range(length)[subscript]), subscript
             assert item.length == len(item.positions()), subscript
 
-    @lengths
+    @short_lengths
     def test_two_slices_against_range(self, length):
-        for first, second in itertools.product(few_slices(length), slices(length)):
+        for first, second in itertools.product(few_slices(length), all_slices(length)):
             item = composed(item_of(first, length), second)
             assert list(item.positions()) == list(range(length)[first][second]), (first, second)
             assert item.length == len(item.positions()), (first, second)
 
 
 class TestOneDimension:
-    @lengths
+    @short_lengths
     def test_one_slice(self, length):
         array = line(length)
-        for subscript in slices(length, 2):
+        for subscript in all_slices(length, 2):
             check(array[subscript], item_of(subscript, length), subscript)
 
-    @lengths
+    @short_lengths
     def test_slice_of_every_stored_form(self, length):
         array = line(length)
-        parents = {item_of(first, length): first for first in slices(length)}
+        parents = {item_of(first, length): first for first in all_slices(length)}
         for item, first in parents.items():
             parent = array[first]
-            for second in slices(length):
+            for second in all_slices(length):
                 check(parent[second], composed(item, second), (first, second))
 
-    @lengths
+    @short_lengths
     def test_slice_of_every_stored_form_of_a_slice(self, length):
         array = line(length)
         parents = {}
         for first in few_slices(length):
             item = item_of(first, length)
-            for second in slices(item.length):
+            for second in all_slices(item.length):
                 parents.setdefault(composed(item, second), (first, second))
         for item, (first, second) in parents.items():
             parent = array[first][second]
-            for third in slices(item.length):
+            for third in all_slices(item.length):
                 check(parent[third], composed(item, third), (first, second, third))
 
-    @lengths
+    @short_lengths
     def test_triples(self, length):
         array = line(length)
-        ends = (None, 1, -1, length + 1)
-        selection = [slice(*parts) for parts in itertools.product(ends, ends, (None, -1, 2))]
+        selection = slices_for_triples(length)
         for first, second in itertools.product(selection, selection):
             view = array[first][second]
             inner = composed(item_of(first, length), second)

@@ -2,8 +2,9 @@
 
 import pytest
 import velmar
-from helpers.arrays import contents
-from helpers.slice_model import ViewModel, grid, line, subscripted, text_of
+from helpers.arrays import contents, grid, line, subscripted
+from helpers.nesting_model import normalized
+from helpers.slice_model import ViewModel, text_of
 from hypothesis import given, settings
 from hypothesis import strategies as st
 
@@ -118,15 +119,7 @@ class TestChainsOfSlices:
             assert str(view) == text_of([[] for _ in want])
 
 
-def without_trailing_ones(shape):
-    """The dimensions that an array keeps: at least two, none of length 1 behind the second."""
-    kept = list(shape)
-    while len(kept) > 2 and kept[-1] == 1:
-        kept.pop()
-    return kept
-
-
-any_shape = st.lists(st.integers(1, 4), min_size=2, max_size=4).map(without_trailing_ones)
+any_shape = st.lists(st.integers(1, 4), min_size=2, max_size=4).map(normalized)
 
 
 @st.composite

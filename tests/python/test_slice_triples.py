@@ -4,21 +4,14 @@ import itertools
 
 import pytest
 import velmar
-from helpers.effort import some_of
-from helpers.slice_model import ViewModel, grid, text_of
-
-lengths = pytest.mark.parametrize("length", [0, 1, 2, 3, 4])
-
-
-def few_slices(length):
-    """Bounds at both ends, within and outside, in both directions and in steps."""
-    ends = (None, 1, -1, length + 1)
-    return [slice(*parts) for parts in itertools.product(ends, ends, (None, -1, 2))]
+from helpers.arrays import grid
+from helpers.cases import slices_for_triples, some_of
+from helpers.slice_model import ViewModel, text_of
 
 
 def triples(length):
     """Three slices in a row; the first two are each every second one of the selection."""
-    some = few_slices(length)
+    some = slices_for_triples(length)
     yield from itertools.product(some[::2], some[1::2], some_of(some, 5))
 
 
@@ -27,7 +20,7 @@ def array_of(*shape):
 
 
 class TestTriples:
-    @lengths
+    @pytest.mark.parametrize("length", [0, 1, 2, 3, 4])
     def test_first_of_two_dimensions(self, length):
         array, model, rows = array_of(length, 2), ViewModel(grid(length, 2)), grid(length, 2)
         for chain in triples(length):

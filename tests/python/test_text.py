@@ -4,9 +4,10 @@ import math
 
 import pytest
 import velmar
-from helpers.arrays import CLASS_ROWS, COMPLEX_ROWS, contents, each, each_form, exact, raises
-from helpers.row_tables import rows
-from helpers.slice_model import grid, line, text_of
+from helpers.arrays import CLASS_ROWS, COMPLEX_ROWS, contents, exact, grid, line
+from helpers.cases import each, each_form, rows
+from helpers.failures import raises
+from helpers.slice_model import text_of
 
 FORMS = [  # array, str, the class and the end of repr
     (

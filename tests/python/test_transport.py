@@ -7,25 +7,15 @@ import sys
 
 import pytest
 import velmar
-from helpers.arrays import COMPLEX_ROWS, INTEGER_ROWS, contents, each, each_form, exact, raises
+from helpers.arrays import COMPLEX_ROWS, INTEGER_ROWS, contents, every, exact, grid, subscripted
+from helpers.cases import each, each_form, rows
 from helpers.child_interpreter import run_script
-from helpers.row_tables import rows
-from helpers.slice_model import grid, subscripted
-from helpers.view_states import (
-    NOT_INITIALIZED,
-    STORAGE_GONE,
-    WITHOUT_STORAGE,
-    bare_record,
-    blocks_per_call,
-    counts_blocks,
-)
+from helpers.failures import NOT_INITIALIZED, STORAGE_GONE, raises
+from helpers.memory_blocks import blocks_per_call, counts_blocks
+from helpers.view_states import WITHOUT_STORAGE, bare_record
 from velmar import transport
 
 CUBE = grid(4, 5, 6)
-
-
-def every(start=None, stop=None, step=None):
-    return slice(start, stop, step)
 
 
 def there_and_back(array):
@@ -157,11 +147,11 @@ class TestPack:
 
     @rows("make", WITHOUT_STORAGE)
     def test_without_storage(self, make):
-        with raises(RuntimeError, STORAGE_GONE):
+        with raises(*STORAGE_GONE):
             transport.pack(make())
 
     def test_bare_record(self):
-        with raises(RuntimeError, NOT_INITIALIZED):
+        with raises(*NOT_INITIALIZED):
             transport.pack(bare_record(velmar.double))
 
 

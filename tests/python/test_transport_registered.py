@@ -13,11 +13,11 @@ from multiprocessing.reduction import ForkingPickler
 import pytest
 import velmar
 from helpers import process_workers as workers
-from helpers.arrays import FORMS, contents, each_form, exact, raises
+from helpers.arrays import FORMS, contents, exact, grid
+from helpers.cases import each_form, rows
 from helpers.child_interpreter import run_script
-from helpers.row_tables import rows
-from helpers.slice_model import grid
-from helpers.view_states import STORAGE_GONE, WITHOUT_STORAGE
+from helpers.failures import STORAGE_GONE, raises
+from helpers.view_states import WITHOUT_STORAGE
 from velmar import transport
 
 SECONDS = 120  # until a result that does not come is a failure
@@ -81,7 +81,7 @@ class TestMultiprocessing:
 
     @rows("make", WITHOUT_STORAGE)
     def test_without_storage(self, registered, make):
-        with raises(RuntimeError, STORAGE_GONE):
+        with raises(*STORAGE_GONE):
             ForkingPickler.dumps(make())
 
     @pytest.mark.parametrize("method", ["spawn", "fork"])

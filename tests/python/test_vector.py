@@ -7,16 +7,14 @@ import collections
 
 import pytest
 import velmar
-from helpers.arrays import contents, each_form, exact, raises
+from helpers.arrays import contents, exact
+from helpers.cases import each_form
+from helpers.failures import NESTED_VECTOR, raises
+from helpers.hostile_sequences import StrSubclass
 from velmarmultidimarrayforpython import ShapeError
 
 NOT_A_SEQUENCE = (ValueError, "value of 'vector' must be a sequence.")
 TEXT = (ValueError, "value passed to 'vector' must be numeric.")
-NESTED = (TypeError, "value of 'vector' must be an unnested sequence.")
-
-
-class Text(str):
-    """Still a str."""
 
 
 class TestAccepted:
@@ -95,16 +93,16 @@ class TestRefused:
         "object": (object(), NOT_A_SEQUENCE),
         "str": ("12", TEXT),
         "empty str": ("", TEXT),
-        "str subclass": (Text("12"), TEXT),
-        "nested": ([[1]], NESTED),
-        "empty inside": ([[]], NESTED),
-        "nested second": ([1, [2]], NESTED),
-        "str inside": (["1"], NESTED),
-        "empty str inside": ([""], NESTED),
-        "bytes inside": ([b"1"], NESTED),
-        "whole array": (velmar.int8([1, 2]), NESTED),
-        "array inside": ([velmar.int8([1])[0]], NESTED),
-        "range inside": ([range(1)], NESTED),
+        "str subclass": (StrSubclass("12"), TEXT),
+        "nested": ([[1]], NESTED_VECTOR),
+        "empty inside": ([[]], NESTED_VECTOR),
+        "nested second": ([1, [2]], NESTED_VECTOR),
+        "str inside": (["1"], NESTED_VECTOR),
+        "empty str inside": ([""], NESTED_VECTOR),
+        "bytes inside": ([b"1"], NESTED_VECTOR),
+        "whole array": (velmar.int8([1, 2]), NESTED_VECTOR),
+        "array inside": ([velmar.int8([1])[0]], NESTED_VECTOR),
+        "range inside": ([range(1)], NESTED_VECTOR),
         "None inside": ([None], (ValueError, "value must not be 'None'.")),
         "dict inside": ([{}], (ValueError, "type does not match.")),
         "object inside": ([object()], (ValueError, "type does not match.")),
@@ -133,7 +131,7 @@ class TestRefused:
 
     @each_form
     def test_all_classes(self, row, is_complex):
-        for vector, error in ((5, NOT_A_SEQUENCE), ("1", TEXT), ([[1]], NESTED)):
+        for vector, error in ((5, NOT_A_SEQUENCE), ("1", TEXT), ([[1]], NESTED_VECTOR)):
             with raises(*error):
                 row.cls(vector=vector, is_complex=is_complex)
 
@@ -159,7 +157,7 @@ class TestOrderOfChecks:
             None,
             (ValueError, "value must not be 'None'."),
         ),
-        "item by item: nesting first": ([[1], None], None, NESTED),
+        "item by item: nesting first": ([[1], None], None, NESTED_VECTOR),
     }
 
     @pytest.mark.parametrize("vector, size, error", ROWS.values(), ids=ROWS.keys())

@@ -5,7 +5,7 @@ from __future__ import annotations
 import gc
 
 import velmar
-from helpers.arrays import CLASS_ROWS, contents, raises
+from helpers.arrays import CLASS_ROWS, as_rows, contents, every, grid, subscripted
 from helpers.buffer_requests import (
     FORMAT,
     INDIRECT,
@@ -15,16 +15,11 @@ from helpers.buffer_requests import (
     exported,
     memory_of,
 )
-from helpers.row_tables import rows
-from helpers.slice_model import grid, subscripted
+from helpers.cases import rows
+from helpers.failures import NULL_POINTER, raises
 
 NESTED = [[1, 0, 1], [0, 1, 0]]
 CUBE = grid(3, 4, 5)
-NO_DATA = "null data pointer."
-
-
-def every(start=None, stop=None, step=None):
-    return slice(start, stop, step)
 
 
 CHAINS = [  # on 3 by 4 by 5, with the shape of what goes out
@@ -50,8 +45,8 @@ class TestViews:
         array = velmar.double(CUBE)
         view = subscripted(array, chain)
         nested = contents(view)
-        if len(nested) > 0 and not isinstance(nested[0], list):
-            nested = [nested]
+        if nested:
+            nested = as_rows(nested)
         fields = expected(nested, shape, CLASS_ROWS[0])
         with exported(view, INDIRECT | FORMAT) as buffer:
             assert_fields(buffer, view, FORMAT, **fields)
@@ -67,8 +62,8 @@ class TestViews:
         array = velmar.int16(level(CUBE), is_complex=True)
         view = subscripted(array, chain)
         nested = contents(view)
-        if len(nested) > 0 and not isinstance(nested[0], list):
-            nested = [nested]
+        if nested:
+            nested = as_rows(nested)
         with exported(view, FORMAT) as buffer:
             assert_fields(buffer, view, FORMAT, **expected(nested, shape, CLASS_ROWS[4], True))
 
@@ -147,5 +142,5 @@ class TestViews:
         row = list(array)[0]
         row.clone()
         del array
-        with raises(RuntimeError, NO_DATA):
+        with raises(*NULL_POINTER):
             memoryview(row)

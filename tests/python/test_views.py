@@ -1,20 +1,17 @@
 """Views: what subscripts of subscripts denote, that they share storage and keep it alive."""
 
 import gc
+import operator
 import sys
 
 import pytest
 import velmar
-from helpers.arrays import CLASS_ROWS, contents, each, each_form, exact, raises
-from helpers.row_tables import rows
-from helpers.slice_model import grid, line, subscripted
-from helpers.view_states import blocks_per_call
+from helpers.arrays import CLASS_ROWS, contents, every, exact, grid, line, subscripted
+from helpers.cases import each, each_form, rows
+from helpers.failures import must_fail, raises
+from helpers.memory_blocks import blocks_per_call
 
 CUBE = grid(4, 5, 6)
-
-
-def every(start=None, stop=None, step=None):
-    return slice(start, stop, step)
 
 
 LINE_CHAINS = [  # on 0 ... 9 in one dimension
@@ -259,14 +256,6 @@ class TestLifetime:
         assert contents(velmar.int8(row)) == [[6, 5, 4]]
 
 
-def failing(array, subscript):
-    try:
-        array[subscript]
-    except (IndexError, ValueError, RuntimeError, TypeError):
-        return
-    raise AssertionError("the subscript was taken")
-
-
 class TestReferences:
     @rows(
         "action",
@@ -275,10 +264,10 @@ class TestReferences:
             ("view", lambda a: a[1]),
             ("slice", lambda a: a[::-1]),
             ("chain", lambda a: a[0:2][1][::2][::-1][0]),
-            ("out_of_range", lambda a: failing(a, 2)),
-            ("refused", lambda a: failing(a, None)),
-            ("zero_step", lambda a: failing(a, slice(None, None, 0))),
-            ("bad_start", lambda a: failing(a, slice("a", None))),
+            ("out_of_range", lambda a: must_fail(IndexError, operator.getitem, a, 2)),
+            ("refused", lambda a: must_fail(RuntimeError, operator.getitem, a, None)),
+            ("zero_step", lambda a: must_fail(ValueError, operator.getitem, a, every(step=0))),
+            ("bad_start", lambda a: must_fail(TypeError, operator.getitem, a, every("a"))),
             ("length", len),
             ("text", str),
             ("constructor_form", repr),

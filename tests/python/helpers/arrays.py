@@ -2,12 +2,10 @@
 
 from __future__ import annotations
 
-import contextlib
-from collections.abc import Iterator
+import math
 from dataclasses import dataclass
 from typing import Any
 
-import pytest
 import velmar
 
 
@@ -46,11 +44,41 @@ CLASS_ROWS = [
 ]
 INTEGER_ROWS = [row for row in CLASS_ROWS if row.kind in ("signed", "unsigned")]
 COMPLEX_ROWS = [row for row in CLASS_ROWS if row.has_complex]
+FORMS = [(row, False) for row in CLASS_ROWS] + [(row, True) for row in COMPLEX_ROWS]
 
 
-def each(rows: list[ElementClass]):
-    """Parametrize a test by `row`, named by the class's type word."""
-    return pytest.mark.parametrize("row", rows, ids=[row.word for row in rows])
+def every(start: Any = None, stop: Any = None, step: Any = None) -> slice:
+    """A slice, written with the bounds that matter."""
+    return slice(start, stop, step)
+
+
+def subscripted(array: Any, chain: list[int | slice]) -> Any:
+    for subscript in chain:
+        array = array[subscript]
+    return array
+
+
+def line(count: int, cls: Any = None, **options: Any) -> Any:
+    """A view of one dimension that holds 0, 1, 2, ... `count` - 1."""
+    cls = cls or velmar.double
+    return cls(vector=list(range(count)), **options)[0]
+
+
+def grid(*shape: int) -> list:
+    """A nested list of floats of this shape, numbered in the order of the nesting."""
+
+    def level(first: int, rest: tuple[int, ...]) -> Any:
+        if not rest:
+            return float(first)
+        below = math.prod(rest[1:])
+        return [level(first + i * below, rest[1:]) for i in range(rest[0])]
+
+    return level(0, shape)
+
+
+def six() -> velmar.double:
+    """2 by 3, holding 1 to 6 in storage order."""
+    return velmar.double(vector=[1, 2, 3, 4, 5, 6], size=(2, 3))
 
 
 def contents(array: Any) -> Any:
@@ -60,22 +88,9 @@ def contents(array: Any) -> Any:
     return [contents(array[i]) for i in range(len(array))]
 
 
-@contextlib.contextmanager
-def raises(exception: type[BaseException], message: str) -> Iterator[None]:
-    """Expect exactly this exception class (no subclass) with exactly this message."""
-    with pytest.raises(exception) as caught:
-        yield
-    assert caught.type is exception
-    assert str(caught.value) == message
-
-
-FORMS = [(row, False) for row in CLASS_ROWS] + [(row, True) for row in COMPLEX_ROWS]
-
-
-def each_form(test):
-    """Parametrize a test by `row, is_complex`: all classes, and all that can be complex so."""
-    ids = [f"complex-{row.word}" if is_complex else row.word for row, is_complex in FORMS]
-    return pytest.mark.parametrize("row, is_complex", FORMS, ids=ids)(test)
+def as_rows(nested: list) -> list:
+    """The nested list that a copy of such a view shows: a single level becomes one row."""
+    return nested if nested and isinstance(nested[0], list) else [nested]
 
 
 def exact(value: Any) -> Any:

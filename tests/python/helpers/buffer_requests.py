@@ -11,6 +11,7 @@ from collections.abc import Iterator
 from typing import Any, NamedTuple
 
 from helpers.arrays import ElementClass
+from helpers.failures import Failure
 
 SIMPLE = 0
 WRITABLE = 0x1
@@ -104,6 +105,10 @@ class Answer(NamedTuple):
     result: int | None
     error: BaseException | None
     buffer: PyBuffer
+
+    @property
+    def failure(self) -> Failure | None:
+        return None if self.error is None else Failure(type(self.error), str(self.error))
 
 
 def ask_slot(source: Any, flags: int) -> Answer:

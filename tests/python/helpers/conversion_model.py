@@ -4,23 +4,15 @@ from __future__ import annotations
 
 import math
 import struct
-from dataclasses import dataclass
 from typing import Any
 
 from helpers.arrays import SINGLE_MAX, ElementClass
+from helpers.failures import IS_NONE, WRONG_TYPE, Failure
 
 TOO_LARGE = "Python int too large to convert to C long long"
 INFINITY = float("inf")
 # What truncation makes of a nan, for the types where it is not 0.
 NAN_PARTS = {"int32": -(2**31), "int64": -(2**63), "uint64": 2**63}
-
-
-@dataclass(frozen=True)
-class Failure:
-    """A refusal: the exact exception class and the whole message."""
-
-    exception: type[Exception]
-    message: str
 
 
 def convert(row: ElementClass, is_complex: bool, value: Any) -> Any:
@@ -32,6 +24,15 @@ def convert(row: ElementClass, is_complex: bool, value: Any) -> Any:
     return _complex_integer(row, value) if is_complex else _real_integer(row, value)
 
 
+def assigned(row: ElementClass, is_complex: bool, value: Any) -> Any:
+    """As `convert`, except that an assignment to a logical takes neither floats nor complex."""
+    if row.kind == "logical" and _is(value, float):
+        return _no_floats(row)
+    if row.kind == "logical" and _is(value, complex):
+        return _no_complex(row)
+    return convert(row, is_complex, value)
+
+
 def _is(value: Any, base: type) -> bool:
     return issubclass(type(value), base)  # isinstance would believe a lying __class__
 
@@ -41,8 +42,7 @@ def _plain(value: Any, base: type) -> Any:
 
 
 def _refusal(value: Any) -> Failure:
-    text = "value must not be 'None'." if value is None else "type does not match."
-    return Failure(TypeError, text)
+    return IS_NONE if value is None else WRONG_TYPE
 
 
 def _no_floats(row: ElementClass) -> Failure:

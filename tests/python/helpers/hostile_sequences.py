@@ -116,3 +116,9 @@ class ItemDict(dict):
 
     def __getitem__(self, index):
         return 1
+
+
+class StrSubclass(str):
+    """A subclass of str, which is refused as a str is."""
+
+    __slots__ = ()

@@ -7,11 +7,7 @@ import math
 from collections.abc import Callable, Iterable, Sequence
 from typing import Any
 
-from helpers.conversion_model import Failure
-
-NOT_NUMERIC = Failure(ValueError, "value passed to initializer must be numeric.")
-UNEVEN = Failure(ValueError, "elements of array are of different lengths or types.")
-NOT_RECTANGULAR = Failure(ValueError, "arrays must be rectangular.")
+from helpers.failures import NOT_NUMERIC, NOT_RECTANGULAR, UNEVEN, Failure
 
 
 def mismatch(calculated: str, specified: str) -> str:

@@ -10,11 +10,11 @@ from typing import Any, NamedTuple
 
 from helpers.arrays import ElementClass
 from helpers.buffer_requests import LETTERS, format_of
+from helpers.failures import DOES_NOT_FIT
 from helpers.nesting_model import in_storage_order
+from helpers.outside_buffers import incompatible, not_complex, same_format
 
-DOES_NOT_FIT = "input does not fit evenly into output type."
 NOT_CONTIGUOUS = "memoryview: underlying buffer is not contiguous"
-SYNONYMS = {("?", "B"), ("B", "?")}
 
 
 class Pair(NamedTuple):
@@ -85,21 +85,12 @@ def outside(value: Any) -> Outside | None:
     return Outside(memory.format, memory.itemsize, memory.shape, is_storage_order, data)
 
 
-def _matches(given: str, wanted: str, itemsize: int) -> bool:
-    if given in "lL":
-        narrow, wide = ("i", "q") if given == "l" else ("I", "Q")
-        return wanted == (narrow if itemsize == 4 else wide)
-    return given == wanted or (given, wanted) in SYNONYMS
-
-
 def _check_format(given: Outside, wanted: str) -> None:
-    text = f"input buffer format ('{given.format}')"
     if wanted.startswith("Z") and not given.format.startswith("Z"):
-        raise BufferError(f"{text} does not begin with 'Z', but output type is complex")
+        raise not_complex(given.format).error()
     place = len(wanted) - 1
-    if not _matches(given.format[place : place + 1], wanted[place], given.itemsize):
-        different = "use a different input or output type"
-        raise BufferError(f"{text} is not compatible with output format ('{wanted}'); {different}")
+    if not same_format(given.format[place : place + 1], wanted[place], given.itemsize):
+        raise incompatible(given.format, wanted).error()
 
 
 def taken_over(row: ElementClass, is_complex: bool, given: Outside) -> tuple[list[int], list[Any]]:
@@ -109,7 +100,7 @@ def taken_over(row: ElementClass, is_complex: bool, given: Outside) -> tuple[lis
     letter = wanted[-1]
     size = struct.calcsize(f"={letter}") * (1 + is_complex)
     if len(given.data) % size:
-        raise BufferError(DOES_NOT_FIT)
+        raise DOES_NOT_FIT.error()
     count = len(given.data) // size
     if letter == "?":
         elements: list[Any] = [byte != 0 for byte in given.data]
@@ -120,5 +111,5 @@ def taken_over(row: ElementClass, is_complex: bool, given: Outside) -> tuple[lis
         elements = [make(*parts) for parts in zip(elements[::2], elements[1::2], strict=True)]
     dimensions = list(given.shape) if len(given.shape) > 1 else [count]
     if math.prod(dimensions) != count:
-        raise BufferError(DOES_NOT_FIT)
+        raise DOES_NOT_FIT.error()
     return dimensions, elements

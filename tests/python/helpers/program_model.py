@@ -15,17 +15,30 @@ from collections.abc import Iterator
 from types import SimpleNamespace
 from typing import Any
 
-from velmarmultidimarrayforpython import ShapeError
-
 from helpers.arrays import CLASS_ROWS, ElementClass
 from helpers.buffer_requests import LETTERS, size_of_element
+from helpers.conversion_model import assigned
+from helpers.failures import (
+    DIFFERENT_SHAPE,
+    NO_ROOM,
+    NO_VALUES,
+    NOT_AN_INDEX,
+    NOT_DIMENSIONS,
+    NULL_POINTER,
+    PARTIAL_ARRAY,
+    PAST_SLICE,
+    STORAGE_GONE,
+    TOO_MANY_INDICES,
+    UNREADABLE_ITEM,
+    WRONG_COUNT,
+    different_count,
+    unreadable_length,
+)
 from helpers.nesting_model import storage_order
 from helpers.program_buffers import Exported
-from helpers.program_storage import Storage, increment, read_slice
+from helpers.program_storage import Storage, read_slice
 from helpers.program_values import (
     NOTHING,
-    NULL_ITEM,
-    assigned,
     assigned_alone,
     constructed,
     flattened,
@@ -35,13 +48,7 @@ from helpers.program_values import (
 )
 from helpers.slice_model import SliceItem, index_of, text_of
 from helpers.slice_model import resolved as composed
-
-LOCKED = "locked shared pointer is null."
-TOO_MANY = "too many indices."
-NO_INDEX = "index is not an integer or slice."
-BEYOND_SLICE = "unable to index into slice."
-NO_DIMENSIONS = "reshape() must be passed a nonempty sequence of nonnegative integers."
-DIFFERENT = "unable to perform assignment because the left and right sides have a different shape."
+from helpers.write_model import increment
 
 
 class Array:
@@ -91,7 +98,7 @@ class Array:
         if self._is_weak and self._weak is not None:
             found = self._weak()
         if found is None:
-            raise RuntimeError(LOCKED)
+            raise STORAGE_GONE.error()
         return found
 
     def _number_of_dimensions(self) -> int:
@@ -107,14 +114,14 @@ class Array:
             return self._slice.length
         shape = self._storage().shape
         if len(self._integers) >= len(shape):  # of another shape now
-            raise RuntimeError(TOO_MANY)
+            raise TOO_MANY_INDICES.error()
         return shape[len(self._integers)]
 
     def __getitem__(self, subscript: Any) -> Any:
         if isinstance(subscript, int):
             return self._item(int(subscript))
         if type(subscript) is not slice:
-            raise RuntimeError(NO_INDEX)
+            raise NOT_AN_INDEX.error()
         item = read_slice(subscript, len(self))
         if self._slice is not None:
             item = composed(self._slice, item)
@@ -124,7 +131,7 @@ class Array:
         length = len(self)
         open_dimensions = self._number_of_dimensions() - len(self._integers)
         if open_dimensions <= 0:
-            raise RuntimeError(TOO_MANY)
+            raise TOO_MANY_INDICES.error()
         integers = (*self._integers, self._in_storage(index_of(index, length)))
         if open_dimensions > 1:
             return self._view(integers, None, weak=self._is_weak)
@@ -136,7 +143,7 @@ class Array:
             return position
         values = self._slice.positions()
         if len(values) <= position:
-            raise RuntimeError(BEYOND_SLICE)
+            raise PAST_SLICE.error()
         return values[position]
 
     def _contents(self) -> list:
@@ -149,7 +156,7 @@ class Array:
         try:
             return [storage.read(position) for position in positions]
         except RuntimeError:
-            raise RuntimeError("unable to set list item.") from None
+            raise UNREADABLE_ITEM.error() from None
 
     def __str__(self) -> str:
         return text_of(self._contents())
@@ -165,7 +172,7 @@ class Array:
         fixed = len(self._integers)
         open_dimensions = self._number_of_dimensions() - fixed
         if open_dimensions <= 0:
-            raise RuntimeError(TOO_MANY)
+            raise TOO_MANY_INDICES.error()
         storage = self._storage()
         length = self._length_for_writes(storage)
         if isinstance(subscript, int):
@@ -174,7 +181,7 @@ class Array:
             write(storage, (*self._integers, position), value)
             return
         if type(subscript) is not slice:
-            raise RuntimeError(NO_INDEX)
+            raise NOT_AN_INDEX.error()
         item = read_slice(subscript, length)
         if open_dimensions > 1:
             self._write_rows(storage, item, value)
@@ -203,7 +210,7 @@ class Array:
         dimensions, elements = self._flattened(value)
         shape = storage.shape[len(fixed) :]
         if dimensions != shape:
-            raise ValueError(DIFFERENT)
+            raise DIFFERENT_SHAPE.error()
         for rest, element in zip(itertools.product(*map(range, shape)), elements, strict=True):
             storage.write((*fixed, *rest), element)
 
@@ -212,13 +219,12 @@ class Array:
         elements = self._flattened(value)[1]
         if not elements:
             if item.length:
-                raise ValueError("slice is nonempty but values are empty.")
+                raise NO_VALUES.error()
             return
         if not item.length:
-            text = "slice is empty, but number of elements assigned is greater than zero."
-            raise ValueError(text)
+            raise NO_ROOM.error()
         if self._is_weak:
-            raise RuntimeError(LOCKED)  # it is written through a strong view of this one
+            raise STORAGE_GONE.error()  # it is written through a strong view of this one
         if self._slice is not None:
             item = composed(self._slice, item)
         ranges = [(i, i + 1, 0) for i in self._integers] + [(item.start, item.stop, item.step)]
@@ -227,17 +233,17 @@ class Array:
         for element in elements[:-1]:
             storage.write(position, element)
             if not increment(position, ranges):
-                raise ValueError("length of slice does not match number of elements.")
+                raise WRONG_COUNT.error()
         storage.write(position, elements[-1])
         if increment(position, ranges):
-            raise ValueError("length of slice does not match number of elements.")
+            raise WRONG_COUNT.error()
 
     def _write_numbers(self, storage: Storage, item: SliceItem, value: Any) -> None:
         """In the last dimension a slice means the storage, whatever slice the view shows."""
         dimensions, elements = self._flattened(value)
         positions = item.positions()
         if dimensions != [len(positions)]:
-            raise ValueError(DIFFERENT)
+            raise DIFFERENT_SHAPE.error()
         for position, element in zip(positions, elements, strict=True):
             storage.write((*self._integers, position), element)
 
@@ -285,7 +291,7 @@ class Array:
                 self._snapshot = self._snapshot or self._materialized()
                 self._copy = self._snapshot_as_storage()
             except Exception:
-                raise RuntimeError(NULL_ITEM) from None
+                raise NULL_POINTER.error() from None
         return Exported(self, self._copy)
 
     def tomemoryview(self) -> Exported:
@@ -317,7 +323,7 @@ class Array:
         shape = self._storage().shape
         sliced = [] if self._slice is None else [self._slice.length]
         if len(shape) < len(self._integers) + len(sliced):
-            raise RuntimeError(TOO_MANY)
+            raise TOO_MANY_INDICES.error()
         return (*sliced, *shape[len(self._integers) + len(sliced) :])
 
     _size = size
@@ -326,14 +332,13 @@ class Array:
 
     def reshape(self, *args: Any, **kwargs: Any) -> Array:
         if self._integers:
-            raise RuntimeError("reshape() not supported for a partial array.")
+            raise PARTIAL_ARRAY.error()
         shape = new_shape(args[0] if len(args) == 1 else args)
         storage = self._storage()
         count = len(storage.elements)
         if math.prod(shape) != count:
             wrapped = (math.prod(shape) + 2**63) % 2**64 - 2**63
-            text = f"number of elements specified by arguments to reshape() ({wrapped}) does not"
-            raise ShapeError(f"{text} match current number ({count}).")
+            raise different_count(wrapped, count).error()
         if kwargs:
             raise ValueError("reshape() does not accept keyword arguments.")
         storage.reshape(shape)
@@ -435,15 +440,14 @@ def _length_or_zero(given: Any) -> int:
 
 def new_shape(given: Any) -> list[int]:
     if not is_sequence(given) or _length_or_zero(given) == 0:
-        raise ValueError(NO_DIMENSIONS)
+        raise NOT_DIMENSIONS.error()
     shape = []
     for index in range(len(given)):
         length = item_or_nothing(given, index)
         if length is NOTHING:
-            text = f"Item {index} could not be retrieved from the value passed to reshape()."
-            raise RuntimeError(text)
+            raise unreadable_length(index).error()
         if not isinstance(length, int) or not 0 <= length < 2**63:
-            raise ValueError(NO_DIMENSIONS)
+            raise NOT_DIMENSIONS.error()
         shape.append(int(length))
     while len(shape) > 2 and shape[-1] == 1:
         shape.pop()

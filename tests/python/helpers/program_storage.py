@@ -5,13 +5,9 @@ from __future__ import annotations
 import math
 from typing import Any
 
+from helpers.failures import NULL_POINTER, OUTSIDE_STORAGE, UNREADABLE_BOUND, ZERO_STEP
 from helpers.program_buffers import shown
-from helpers.program_values import NULL_ITEM
 from helpers.slice_model import SliceItem, item_of
-
-UNREADABLE = "slice indices must be integers or None or have an __index__ method"
-
-Range = tuple[int, int, int]  # start, stop and step of one dimension; a fixed one has step 0
 
 
 class Storage:
@@ -36,13 +32,13 @@ class Storage:
     def read(self, position: Any) -> Any:
         place = self._place(position)
         if place is None:
-            raise RuntimeError(NULL_ITEM)
+            raise NULL_POINTER.error()
         return shown(self.elements[place])
 
     def write(self, position: Any, element: Any) -> None:
         place = self._place(position)
         if place is None:
-            raise RuntimeError("unable to set value.")
+            raise OUTSIDE_STORAGE.error()
         self.elements[place] = element
 
     def nested(self, fixed: tuple[int, ...]) -> list:
@@ -58,30 +54,11 @@ def read_slice(subscript: slice, length: int) -> SliceItem:
     """The item that a slice gives on a dimension of this length; the step is looked at first."""
     readable = [bound is None or hasattr(bound, "__index__") for bound in _bounds(subscript)]
     if not readable[0] or (subscript.step is not None and subscript.step.__index__() == 0):
-        raise ValueError("slice step cannot be zero.")
+        raise ZERO_STEP.error()
     if not all(readable):
-        raise TypeError(UNREADABLE)
+        raise UNREADABLE_BOUND.error()
     return item_of(subscript, length)
 
 
 def _bounds(subscript: slice) -> tuple[Any, Any, Any]:
     return subscript.step, subscript.start, subscript.stop
-
-
-def increment(position: list[int], ranges: list[Range]) -> bool:
-    """Move to the next position, last entry fastest; false at the end of the walk."""
-    for k in reversed(range(len(position))):
-        start, stop, step = ranges[k]
-        entry = position[k]
-        inside = stop < entry <= start if step < 0 else start <= entry < stop
-        if not inside:
-            return False
-        after = entry + step
-        last = step == 0 or (after <= stop if step < 0 else after >= stop)
-        if not last:
-            position[k] = after
-            position[k + 1 :] = [each[0] for each in ranges[k + 1 :]]
-            return True
-        if step == 0:
-            return False
-    return False

@@ -9,18 +9,22 @@ from typing import Any
 from velmarmultidimarrayforpython import ShapeError, SizeError
 
 from helpers.arrays import ElementClass
-from helpers.conversion_model import Failure, convert
+from helpers.conversion_model import assigned, convert
+from helpers.failures import (
+    NESTED_VECTOR,
+    NOT_NUMERIC,
+    NOT_RECTANGULAR,
+    NULL_POINTER,
+    SCALAR_EXPECTED,
+    THREE_POSITIONS,
+    TWO_SOURCES,
+    UNEVEN,
+    Failure,
+)
 from helpers.nesting_model import mismatch, normalized, storage_order
 from helpers.program_buffers import Pair, outside, taken_over
 
 NOTHING = object()  # what an assignment gets where the program says `del`
-NULL_ITEM = "null data pointer."
-NOT_RECTANGULAR = "arrays must be rectangular."
-TWO_SOURCES = "initializer and 'vector' must not both be specified."
-THREE_POSITIONS = (
-    "more than two positional arguments must not be specified. A third will be treated as "
-    "'vector', which must not be specified when an initializer is specified."
-)
 
 Convert = Callable[[Any], Any]
 Data = tuple[list[int], list[Any]]  # dimensions, and as many elements
@@ -42,29 +46,18 @@ def stored(row: ElementClass, is_complex: bool, value: Any, element: Any) -> Any
 def converted(element: Any) -> Any:
     """The element of a conversion that may have failed."""
     if isinstance(element, Failure):
-        raise element.exception(element.message)
+        raise element.error()
     return element
-
-
-def assigned(row: ElementClass, is_complex: bool, value: Any) -> Any:
-    """As in a construction, except that a logical takes neither floats nor complex numbers."""
-    if row.kind == "logical" and isinstance(value, float):
-        return Failure(TypeError, "velmar.logical does not accept floating-point values.")
-    if row.kind == "logical" and isinstance(value, complex):
-        text = "does not accept complex values if 'is_complex' is not set to 'True'."
-        return Failure(TypeError, f"velmar.logical {text}")
-    return convert(row, is_complex, value)
 
 
 def assigned_alone(row: ElementClass, is_complex: bool, value: Any) -> Any:
     """The one element that an assignment to a number takes, where nothing is walked."""
     if value is NOTHING:
-        raise RuntimeError(NULL_ITEM)
+        raise NULL_POINTER.error()
     if is_sequence(value) and not is_complex:
-        text = isinstance(value, str)
-        raise TypeError(
-            "value is not numeric." if text else "sequence passed when scalar was expected."
-        )
+        if isinstance(value, str):
+            raise TypeError("value is not numeric.")
+        raise SCALAR_EXPECTED.error()
     return stored(row, is_complex, value, converted(assigned(row, is_complex, value)))
 
 
@@ -84,12 +77,12 @@ def _length(sequence: Any) -> int:
     for index in range(count):
         item = item_or_nothing(sequence, index)
         if item is NOTHING:
-            raise RuntimeError(NULL_ITEM)
+            raise NULL_POINTER.error()
         if index == 0:
             first = len(item) if is_sequence(item) else None
             continue
         if is_sequence(item) != (first is not None) or (first is not None and len(item) != first):
-            raise ValueError("elements of array are of different lengths or types.")
+            raise UNEVEN.error()
     return count
 
 
@@ -104,9 +97,9 @@ class _Walk:
 
     def visit(self, value: Any, depth: int) -> None:
         if value is NOTHING:
-            raise RuntimeError(NULL_ITEM)
+            raise NULL_POINTER.error()
         if isinstance(value, str):
-            raise ValueError("value passed to initializer must be numeric.")
+            raise NOT_NUMERIC.error()
         if not is_sequence(value):
             self._visit_leaf(value, depth)
             return
@@ -117,14 +110,14 @@ class _Walk:
             self.visit(item_or_nothing(value, index), depth + 1)
         found = self.dimensions[depth] or count  # a length of 0 leaves the dimension open
         if found != count:
-            raise ValueError(NOT_RECTANGULAR)
+            raise NOT_RECTANGULAR.error()
         self.dimensions[depth] = found
 
     def _visit_leaf(self, value: Any, depth: int) -> None:
         self.elements.append(converted(self.element_of(value)))
         self.leaf_depth = self.leaf_depth or depth
         if self.leaf_depth != depth:
-            raise ValueError(NOT_RECTANGULAR)
+            raise NOT_RECTANGULAR.error()
 
 
 def flattened(data: Any, element_of: Convert) -> Data:
@@ -180,7 +173,7 @@ def _from_vector(vector: Any, specified: list[int], element_of: Convert) -> Data
         if item is NOTHING:
             raise RuntimeError(f"item {index} could not be retrieved.")
         if is_sequence(item):
-            raise TypeError("value of 'vector' must be an unnested sequence.")
+            raise NESTED_VECTOR.error()
         element = element_of(item)
         if isinstance(element, Failure):
             raise ValueError(element.message)  # whatever the class of the failure
@@ -193,7 +186,7 @@ def _from_initializer(
 ) -> Data:
     calculated, elements = given
     if math.prod(calculated) != len(elements):
-        raise ValueError(NOT_RECTANGULAR)
+        raise NOT_RECTANGULAR.error()
     if len(calculated) == 1 and specified and len(elements) != math.prod(specified):
         raise ShapeError(mismatch(_text(calculated), _text(specified)))
     if len(calculated) == 1 and not specified:
@@ -217,7 +210,7 @@ def constructed(
     if initializer is None and size is None and vector is None:
         return [0, 0], []
     if initializer is not None and vector is not None:
-        raise TypeError(TWO_SOURCES if vector_is_named else THREE_POSITIONS)
+        raise (TWO_SOURCES if vector_is_named else THREE_POSITIONS).error()
     specified = [] if size is None else specified_dimensions(size)
 
     def element_of(value: Any) -> Any:

@@ -17,7 +17,7 @@ class LyingInt(int):
     def __index__(self):
         return 77
 
-    __int__ = __index__
+    __int__ = __neg__ = __index__
 
     def __float__(self):
         return 77.0
@@ -63,9 +63,34 @@ class LyingComplex(complex):
     imag = 77.0
 
 
-class Index:
+class WithIndex:
+    """Not an int, but convertible to one."""
+
+    def __init__(self, value=1):
+        self.value = value
+
     def __index__(self):
-        return 1
+        return self.value
+
+
+class CalledIndex:
+    """Calls a function when asked for an integer, and gives what that returns."""
+
+    def __init__(self, function):
+        self.function = function
+
+    def __index__(self):
+        return self.function()
+
+
+class RaisingIndex:
+    """Raises this error when asked for an integer."""
+
+    def __init__(self, error):
+        self.error = error
+
+    def __index__(self):
+        raise self.error.with_traceback(None)  # the same one in many tests
 
 
 class Float:
@@ -78,7 +103,7 @@ class Complex:
         return 1j
 
 
-class Everything(Index, Float, Complex):
+class Everything(WithIndex, Float, Complex):
     def __int__(self):
         return 1
 
@@ -107,8 +132,9 @@ class Posing:
         return float
 
 
-class Size(enum.IntEnum):
-    SMALL = 3
+class Side(enum.IntEnum):
+    TWO = 2
+    THREE = 3
 
 
 class Flag(enum.IntFlag):
@@ -130,7 +156,7 @@ INTEGERS = {
     "LyingInt(0)": LyingInt(0),
     "LyingInt(-5)": LyingInt(-5),
     "LyingInt(2**70)": LyingInt(2**70),
-    "IntEnum": Size.SMALL,
+    "IntEnum": Side.THREE,
     "IntFlag": Flag.SET,
     "2**53+1": 2**53 + 1,
     "2**100": 2**100,
@@ -199,7 +225,7 @@ OTHERS = {
     "int as a class": int,
     "function": len,
     "module": math,
-    "Index": Index(),
+    "Index": WithIndex(),
     "Float": Float(),
     "Complex": Complex(),
     "Everything": Everything(),

@@ -2,10 +2,7 @@
 
 from __future__ import annotations
 
-import math
 from typing import Any, NamedTuple
-
-import velmar
 
 LONGEST = 2**63 - 1  # no step is longer, either way
 
@@ -99,30 +96,6 @@ class ViewModel:
         return [self.nested[position] for position in self.item.positions()]
 
 
-def subscripted(array: Any, chain: list[int | slice]) -> Any:
-    for subscript in chain:
-        array = array[subscript]
-    return array
-
-
 def text_of(nested: Any) -> str:
     """The text of a nested list without blanks."""
     return str(nested).replace(" ", "")
-
-
-def line(count: int, cls: Any = None, **options: Any) -> Any:
-    """A view of one dimension that holds 0, 1, 2, ... `count` - 1."""
-    cls = cls or velmar.double
-    return cls(vector=list(range(count)), **options)[0]
-
-
-def grid(*shape: int) -> list:
-    """A nested list of floats of this shape, numbered in the order of the nesting."""
-
-    def level(first: int, rest: tuple[int, ...]) -> Any:
-        if not rest:
-            return float(first)
-        below = math.prod(rest[1:])
-        return [level(first + i * below, rest[1:]) for i in range(rest[0])]
-
-    return level(0, shape)

@@ -7,22 +7,20 @@ import math
 from collections.abc import Callable, Iterable, Iterator, Sequence
 from typing import Any
 
-from helpers.conversion_model import Failure
-from helpers.nesting_model import NOT_RECTANGULAR, UNEVEN, in_storage_order, storage_order
+from helpers.failures import (
+    DIFFERENT_SHAPE,
+    NO_ROOM,
+    NO_VALUES,
+    NOT_RECTANGULAR,
+    OUTSIDE_STORAGE,
+    PAST_SLICE,
+    SCALAR_EXPECTED,
+    UNEVEN,
+    WRONG_COUNT,
+    Failure,
+)
+from helpers.nesting_model import in_storage_order, storage_order
 from helpers.slice_model import SliceItem, composed, item_of, resolved
-
-DIFFERENT_SHAPE = Failure(
-    ValueError,
-    "unable to perform assignment because the left and right sides have a different shape.",
-)
-NO_VALUES = Failure(ValueError, "slice is nonempty but values are empty.")
-NO_ROOM = Failure(
-    ValueError, "slice is empty, but number of elements assigned is greater than zero."
-)
-WRONG_COUNT = Failure(ValueError, "length of slice does not match number of elements.")
-PAST_SLICE = Failure(RuntimeError, "unable to index into slice.")
-OUTSIDE = Failure(RuntimeError, "unable to set value.")
-SCALAR_EXPECTED = Failure(TypeError, "sequence passed when scalar was expected.")
 
 
 def invalid_index(index: int) -> Failure:
@@ -95,7 +93,7 @@ class Storage:
             offset += index * stride
             stride *= length
         if not 0 <= offset < len(self.elements):
-            refuse(OUTSIDE)
+            refuse(OUTSIDE_STORAGE)
         self.elements[offset] = element
 
 
@@ -236,7 +234,7 @@ def attempt(target: Any, subscript: Any, value: Any) -> tuple[type, str] | None:
     try:
         target[subscript] = value
     except Refused as refused:
-        return refused.args[0].exception, refused.args[0].message
+        return refused.args[0]
     except Exception as error:
         return type(error), str(error)
     return None
