@@ -1,5 +1,5 @@
 # shellcheck shell=bash
-# Sourced by every script here: goes to the project's root and has what they share.
+# Sourced by the other scripts: changes to the root of the project and defines shared functions.
 cd "$(dirname "${BASH_SOURCE[0]}")/.." || exit
 
 say() { printf '== %s\n' "$*"; }
@@ -8,7 +8,7 @@ fail() {
   exit 1
 }
 
-# The pinned tools come before those of the machine, and nothing else decides what is imported.
+# Puts the pinned tools first on PATH and unsets variables that change what Python imports.
 use_venv() {
   export PATH="$PWD/.venv/bin:$PATH"
   unset PYTHONPATH PYTHONHOME

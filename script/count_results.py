@@ -1,8 +1,8 @@
-"""Totals the suites of result folders in one line, `N passed, M failed`; status 0 if all passed.
+"""Prints the total of the suites in result folders, `N passed, M failed`; status 0 if all passed.
 
-A suite is a file NAME.status (the exit status of its runner) with NAME.xml (JUnit form) beside it,
-and what was printed in NAME.log. A suite that ends badly without a failed test of its own, or
-without results, counts as one failure, and so does a report of a sanitizer.
+A suite is three files: NAME.status has the exit status of its runner, NAME.xml the results in
+JUnit format, NAME.log the output. A suite counts as one failure if it has no results, or no failed
+test but a status other than 0. Each report of a sanitizer counts as one failure, too.
 """
 
 import argparse
@@ -39,7 +39,7 @@ def sanitizer_reports(folder):
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("folders", nargs="+", type=Path)
-    parser.add_argument("--logs", action="store_true", help="print what each suite printed")
+    parser.add_argument("--logs", action="store_true", help="print the output of each suite")
     arguments = parser.parse_args()
     total_passed = total_failed = 0
     for folder in arguments.folders:

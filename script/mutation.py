@@ -1,4 +1,4 @@
-"""Mutants of the C++ sources: draws them, has them judged, and reports. script/mutate runs it."""
+"""Mutation testing of the C++ sources: selects changes, tests them, reports. See script/mutate."""
 
 import argparse
 import collections
@@ -25,7 +25,7 @@ FIELDS = ("file", "line", "becomes", "reason")
 
 
 class Kills:
-    """What was killed before, in a file: it still is while the sources are the same."""
+    """Earlier kills, kept in a file. They are valid as long as the sources are the same."""
 
     def __init__(self, file, sources, is_used):
         self.file = file
@@ -82,7 +82,7 @@ class Sources:
 
 
 def read_equivalent(file):
-    """The keys of the mutants that cannot be told from the original: paragraphs of four fields."""
+    """The keys of the listed equivalent mutants. The file has paragraphs of four fields."""
     keys = set()
     for paragraph in file.read_text().split("\n\n"):
         rows = [row for row in paragraph.splitlines() if row and not row.startswith("#")]
@@ -90,19 +90,19 @@ def read_equivalent(file):
             continue
         fields = dict(row.split(": ", 1) for row in rows)
         if tuple(fields) != FIELDS:
-            sys.exit(f"{file}: a paragraph has not the fields {', '.join(FIELDS)}:\n{paragraph}")
+            sys.exit(f"{file}: this paragraph needs the fields {', '.join(FIELDS)}:\n{paragraph}")
         keys.add((fields["file"], squeezed(fields["line"]), squeezed(fields["becomes"])))
     return keys
 
 
 def stale(equivalent, sources):
-    """What is listed for these sources and cannot be made of them any more."""
+    """Listed keys for these sources that no longer match any possible change."""
     possible = {sources.key(change) for place in sources.places for change in place}
     return sorted(key for key in equivalent - possible if key[0] in sources.texts)
 
 
 class Run:
-    """Hands changes out to the workshops until enough of them have counted."""
+    """Gives changes to the workshops until enough mutants have been counted."""
 
     def __init__(self, sources, equivalent, kills, arguments):
         self.sources = sources
@@ -116,7 +116,7 @@ class Run:
         self.lock = threading.Condition()
 
     def drawn(self, generator):
-        """Any place is as likely as any other, and so is any change of it."""
+        """All places have the same probability, and so have all changes at a place."""
         order = list(self.sources.places)
         generator.shuffle(order)
         for place in order:
@@ -128,7 +128,7 @@ class Run:
     def next(self):
         with self.lock:
             while self.under_way and self.counted() + self.under_way >= self.wanted:
-                self.lock.wait()  # one that does not compile leaves room for another
+                self.lock.wait()  # a mutant that does not compile is replaced by another one
             if self.counted() >= self.wanted or time.monotonic() > self.deadline:
                 return None
             for change in self.draw:
@@ -153,13 +153,13 @@ class Run:
             while (change := self.next()) is not None:
                 self.finish(change, self.kills.find(change) or workshop.judge(change))
         except BaseException:
-            with self.lock:  # the others end as well, and do not wait for this one
+            with self.lock:  # make the other threads end without waiting for this one
                 self.deadline, self.under_way = 0.0, self.under_way - 1
                 self.lock.notify_all()
             raise
 
     def report(self, seconds):
-        """Prints the figures; returns whether enough were killed."""
+        """Prints the figures. True if the share of killed mutants is high enough."""
         outcomes = collections.Counter(verdict.outcome for _, verdict in self.results)
         killers = collections.Counter(v.by for _, v in self.results if v.outcome == "killed")
         counted = self.counted()
@@ -188,7 +188,7 @@ class Run:
 
 
 def prepared(jobs, trust=False, native=NATIVE):
-    """The workshops of all jobs, built; the first has measured the suites."""
+    """Builds the workshops of all jobs, and measures the suites in the first one."""
     trusted = sorted((ROOT / "build/results/test").glob("python-*.xml")) if trust else []
     folders = [FOLDER / f"job-{number}" for number in range(jobs)]
     workshops = [Workshop(folder, sys.executable, native) for folder in folders]
@@ -217,7 +217,7 @@ def mutate(arguments):
     equivalent = read_equivalent(workshops[0].tree / EQUIVALENT)
     gone = stale(equivalent, sources)
     for file, line, becomes in gone:
-        print(f"{EQUIVALENT}: {file} has no such change any more: {line} -> {becomes}")
+        print(f"{EQUIVALENT}: this change no longer exists in {file}: {line} -> {becomes}")
     kills = Kills(FOLDER / "kills.json", Sources(workshops[0].tree, []), arguments.again)
     run = Run(sources, equivalent, kills, arguments)
     start = time.monotonic()
@@ -238,21 +238,32 @@ def list_places(arguments):
 
 def parsed():
     parser = argparse.ArgumentParser(prog="script/mutate")
-    parser.add_argument("--count", type=int, default=60, help="changes that compile")
+    parser.add_argument("--count", type=int, default=60, help="number of changes that compile")
     parser.add_argument("--seed", type=int, default=0)
-    parser.add_argument("--minutes", type=float, default=600, help="none is begun later")
-    parser.add_argument("--jobs", type=int, default=1, help="each has a tree and a build")
     parser.add_argument(
-        "--trust", action="store_true", help="take the times of script/test, which has just passed"
+        "--minutes", type=float, default=600, help="start no change after this time"
     )
     parser.add_argument(
-        "--again", action="store_true", help="only what survived before, if no source has changed"
+        "--jobs",
+        type=int,
+        default=1,
+        help="copies of the tree that are built and tested at the same time",
     )
     parser.add_argument(
-        "--python-only", action="store_true", help="neither build nor run the native tests"
+        "--trust", action="store_true", help="script/test has just passed: use its times"
     )
-    parser.add_argument("--list", action="store_true", help="print what could be done")
-    parser.add_argument("--self-test", action="store_true", help="plant known faults")
+    parser.add_argument(
+        "--again",
+        action="store_true",
+        help="if no source has changed, do not repeat mutants that an earlier run killed",
+    )
+    parser.add_argument(
+        "--python-only", action="store_true", help="do not build or run the native tests"
+    )
+    parser.add_argument("--list", action="store_true", help="print all possible changes")
+    parser.add_argument(
+        "--self-test", action="store_true", help="plant faults with a known outcome"
+    )
     parser.add_argument("--clean", action="store_true", help="remove build/mutate first")
     parser.add_argument("files", nargs="*", metavar="FILE")
     return parser.parse_args()

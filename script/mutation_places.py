@@ -1,7 +1,7 @@
-"""Finds the places of a C++ source that a mutant can differ in.
+"""Finds the places in a C++ source that a mutant can change.
 
-It is no parser. It leans on the form that the sources have, which lint enforces: a binary operator
-has a space on either side, and an angle bracket of a template, a pointer or a reference has none.
+This is not a parser. It relies on the format that lint enforces: binary operators have a space on
+both sides; angle brackets of templates, pointers and references do not.
 """
 
 import re
@@ -36,7 +36,7 @@ INTEGER = re.compile(r"(?<![\w.])\d+(?=[uUlL]*(?![\w.]))")
 RETURN = re.compile(r"(?<=\breturn )(?:true|false|-1|0|nullptr)(?=;)")
 OTHER_RETURN = {"true": "false", "false": "true", "-1": "0", "0": "-1"}
 BRANCH = re.compile(r"\b(if|while) \(")
-# A declaration as a condition, and what is decided before the program runs, stay whole.
+# Declarations in conditions, and conditions of if constexpr, are not replaced.
 NO_PLAIN_CONDITION = re.compile(r"[^=!<>]=[^=]")
 TYPE_HEAD = re.compile(r"^\s*(?:class|struct|union)\b(?![^{]*\))")
 NO_BODY_HEAD = re.compile(r"^\s*(?:inline\s+)?(?:namespace|enum|extern)\b")
@@ -56,7 +56,7 @@ class Change:
         return text[: self.start] + self.new + text[self.end :]
 
     def lines(self, text):
-        """The number of the first line, and the lines that it touches, before and after."""
+        """The number of the first changed line; the changed lines before and after."""
         first = text.rfind("\n", 0, self.start) + 1
         last = text.find("\n", self.end)
         before = text[first:last]
@@ -81,7 +81,7 @@ def blanked(text):
 
 
 def closing(code, opening):
-    """The place behind the bracket that closes the one at `opening`."""
+    """The position after the bracket that closes the one at `opening`."""
     depth = 0
     for match in re.compile(r"[()\[\]{}]").finditer(code, opening):
         depth += 1 if match.group() in "([{" else -1
@@ -91,7 +91,7 @@ def closing(code, opening):
 
 
 def without_template(head):
-    """A declaration without the parameters of its template in front."""
+    """A declaration without its template parameter list."""
     match = re.match(r"\s*template\s*<", head)
     while match:
         depth, place = 1, match.end()
@@ -104,7 +104,7 @@ def without_template(head):
 
 
 def bodies(code):
-    """Spans of what runs or has a value: bodies, initialisers of members and of variables."""
+    """Spans of code that runs: function bodies, initialisers of members and of variables."""
     place = start = 0
     while place < len(code):
         letter = code[place]
@@ -122,7 +122,7 @@ def bodies(code):
             end = closing(code, place)
             yield from member_initialisers(code, start, place)
             yield place, end
-            # What follows braces may belong to the same statement: `int x{2}, y = 3;`.
+            # The text after the braces can belong to the same statement: `int x{2}, y = 3;`.
             start = place = end
             continue
         if letter == ";":
@@ -148,7 +148,7 @@ def initial_value(code, start, end):
 
 
 def condition_changes(code, start, end):
-    """Conditions that are always, or never, met."""
+    """Conditions become true or false."""
     for match in BRANCH.finditer(code, start, end):
         first, last = match.end(), closing(code, match.end() - 1) - 1
         semicolon = code.find(";", first, last)
@@ -156,7 +156,7 @@ def condition_changes(code, start, end):
             first = semicolon + 2
         condition = code[first:last]
         if NO_PLAIN_CONDITION.search(condition):
-            # A declared name is needed further on; only that it is tested can be dropped.
+            # The declared name is used later, so the condition cannot be replaced.
             continue
         always = [] if match.group(1) == "while" else [(first, last, "true")]
         yield [(first, last, "false"), *always]
@@ -185,7 +185,7 @@ def constant_changes(code, start, end):
 
 
 def message_changes(text, code, start, end):
-    """The letter in the middle of each literal becomes another one."""
+    """Replaces the letter in the middle of each string literal."""
     for match in re.compile(r'"( *)"').finditer(code, start, end):
         content = text[match.start(1) : match.end(1)]
         letters = [at for at in re.finditer(r"(?<!\\)[A-Za-z]", content)]
@@ -197,7 +197,7 @@ def message_changes(text, code, start, end):
 
 
 def places(file, text):
-    """Every place, in the order of the text: the list of the changes that can be made there."""
+    """For each place, in the order of the text, the list of possible changes."""
     code = blanked(text)
     found = []
     for start, end in bodies(code):

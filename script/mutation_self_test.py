@@ -1,4 +1,4 @@
-"""Shows that the mutants can be trusted: places that must be found, and faults that are known."""
+"""Self-test of script/mutate: expected places in a sample, and faults with known outcomes."""
 
 from mutation_places import Change, places
 
@@ -40,8 +40,8 @@ EXPECTED = {
     18: [("1", "2"), ("1", "0"), ("==", "!=")],
 }
 
-# A file, what stands there once, what is put in its place, and what must become of it. All are met
-# by any length of any array, but for the one that changes nothing.
+# File, text that occurs there once, its replacement, expected outcome. Every test that takes the
+# length of an array runs this code. One replacement changes nothing and has to survive.
 LENGTH = "src/indexing/traversal.cpp"
 ACTIVE = "const auto active = static_cast<std::size_t>(m_numberOfIntegerIndicesSoFar);"
 KNOWN = [
@@ -57,7 +57,7 @@ KNOWN = [
         "killed",
     ),
 ]
-QUIET = 20  # seconds without a word that are a hang here
+QUIET = 20  # seconds without output that count as a hang here
 
 
 def check_places():
@@ -81,7 +81,7 @@ def plant_known_faults(workshop):
     for file, old, new, expected in KNOWN:
         text = (workshop.tree / file).read_text()
         if text.count(old) != 1:
-            print(f"{file} has not once: {old}")
+            print(f"{file} does not contain this text exactly once: {old}")
             return False
         start = text.index(old)
         verdict = workshop.judge(Change(file, start, start + len(old), new))

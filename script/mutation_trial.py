@@ -1,4 +1,4 @@
-"""A copy of the tree in which one changed source at a time is built and tested."""
+"""Builds and tests one changed source at a time in a copy of the tree."""
 
 import contextlib
 import hashlib
@@ -18,17 +18,17 @@ from pathlib import Path
 LEFT_OUT = {".git", ".venv", ".cache", "build", "dist", "__pycache__", ".hypothesis"}
 PRODUCT = "velmarmultidimarrayforpython"
 NATIVE = ("velmar_native_tests", "velmar_client_tests")
-# More steps than these, and the native tests take longer to build than the Python tests to run.
+# With more build steps than this, building the native tests takes longer than the Python tests.
 FEW_STEPS = 10
 LONGEST_BUILD = 900
-# A mutant may ask for any amount of memory, or never stop printing.
+# Limits for mutants that allocate without bound or print forever.
 MOST_MEMORY = 12 << 30
 LARGEST_FILE = 1 << 30
 
 
 @dataclass
 class Verdict:
-    """What became of a mutant: `outcome` is killed, survived or uncompiled."""
+    """The result for a mutant: `outcome` is killed, survived or uncompiled."""
 
     outcome: str
     by: str = ""  # the suite, the compiler of the tests, a crash or a hang
@@ -44,7 +44,7 @@ def files_of(tree):
 
 
 def same(file, other):
-    """Whether both exist with the same size and time: one is then a copy of the other."""
+    """Whether both files exist and have the same size and time, as copies have."""
     if not (file.exists() and other.exists()):
         return False
     a, b = file.stat(), other.stat()
@@ -52,7 +52,7 @@ def same(file, other):
 
 
 def copy_sources(source, target):
-    """Makes one tree like another. What is copied is new: objects made of it before are not."""
+    """Makes `target` equal to `source`. Copied files get a new time, so they are compiled again."""
     wanted = set(files_of(source))
     for name in wanted:
         data = (source / name).read_bytes()
@@ -64,7 +64,7 @@ def copy_sources(source, target):
 
 
 def copy_build(source, target):
-    """Makes one folder of results like another, times included, so that nothing seems old."""
+    """Makes one build folder equal to another, with all times, so that nothing is out of date."""
     wanted = {path.relative_to(source) for path in source.rglob("*") if path.is_file()}
     for name in wanted:
         if not same(source / name, target / name):
@@ -87,9 +87,10 @@ def limit_resources():
 
 
 def watched(command, log, longest, quiet, **options):
-    """Runs a command until it ends, prints nothing for `quiet` seconds or takes `longest`.
+    """Runs a command and returns its exit status.
 
-    Returns its exit status; None if it had to be ended, with all that it had started.
+    Kills it and its children, and returns None, if it prints nothing for `quiet` seconds or runs
+    for more than `longest` seconds.
     """
     with open(log, "wb") as output:
         process = subprocess.Popen(
@@ -120,7 +121,7 @@ def watched(command, log, longest, quiet, **options):
 
 
 class Workshop:
-    """The folder of one job: the tree, its build, and the build of the unchanged sources."""
+    """The folder of one job: a tree, its build, and a build of the unchanged sources."""
 
     def __init__(self, folder, python, native=NATIVE):
         self.tree = folder / "tree"
@@ -129,7 +130,7 @@ class Workshop:
         self.python = str(python)
         self.native = native
         self.log = folder / "log"
-        self.python_order = []  # the files of the Python tests, those that kill fast in front
+        self.python_order = []  # files of Python tests, quick ones first
         self.times = {}
 
     # Set-up.
@@ -137,10 +138,10 @@ class Workshop:
     def prepare(self, root, jobs):
         copy_sources(root, self.tree)
         self.build.mkdir(parents=True, exist_ok=True)
-        if self.pristine.exists():  # a run that was interrupted left a mutant behind
+        if self.pristine.exists():  # an interrupted run can leave a mutant
             copy_build(self.pristine, self.build)
-        # Warnings are no concern here: a variable that a change leaves unused is no error. A vector
-        # that checks its bounds stands in for the sanitizers.
+        # Without warnings, because a change can leave a variable unused. The bounds checks of the
+        # standard library replace the sanitizers.
         configure = [
             "cmake",
             *("-G", "Ninja", "-S", self.tree, "-B", self.build, "--log-level=ERROR"),
@@ -157,9 +158,10 @@ class Workshop:
         copy_build(self.build, self.pristine)
 
     def measure(self, trusted=()):
-        """How long the tests take over the unchanged tree, which must pass them.
+        """Measures the tests on the unchanged tree. Exits if they do not pass.
 
-        `trusted` are results of the Python tests from elsewhere, in JUnit form, to go by instead.
+        `trusted` are result files of an earlier run of the Python tests, in JUnit format, to use
+        instead of running them.
         """
         digest = hashlib.sha256()
         for name in files_of(self.tree):
@@ -182,7 +184,7 @@ class Workshop:
             seconds = float(case.get("time"))
             slowest = max(slowest, seconds)
             self.times["files"][name] = self.times["files"].get(name, 0.0) + seconds
-        # Generous, since other jobs run beside, and without optimisation all takes longer.
+        # Generous, because other jobs run at the same time and the build is not optimised.
         whole = sum(self.times["files"].values())
         self.times.update(whole=120 + 4 * whole, quiet=40 + 5 * slowest)
         file.write_text(json.dumps(self.times))
@@ -190,7 +192,7 @@ class Workshop:
     # One mutant.
 
     def judge(self, change):
-        """Builds and tests the tree with one change and leaves both as they were."""
+        """Builds and tests the tree with one change, then restores the tree and the build."""
         start = time.monotonic()
         file = self.tree / change.file
         text, stat = file.read_text(), file.stat()
@@ -254,7 +256,7 @@ class Workshop:
             return None
         text = self.log.read_text(errors="replace")
         if suite == "python" and status in (4, 5):
-            sys.exit(f"pytest was called wrongly; see {self.log}")
+            sys.exit(f"wrong arguments for pytest; see {self.log}")
         where = re.findall(failed, text, re.MULTILINE)[:1]
         last = re.findall(began, text, re.MULTILINE)[-1:]
         if status is None:

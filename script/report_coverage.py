@@ -1,10 +1,10 @@
-"""Reports which lines and branches of src and velmardata a run of a coverage build reached.
+"""Reports which lines and branches of src and velmardata ran in a coverage build.
 
-Status 1 below the least shares. Reads what gcov knows of every object of the build folder.
-A line is covered if any object and any instance of a template ran it. Branches are what conditions
-make; the two ways out of a call, on or by an exception, are none, and neither is what the compiler
-makes to choose a handler. Brackets alone are no line. Instances of a template with equally many
-branches in a line are one.
+Status 1 below the least shares. Reads the counts of every object in the build folder through gcov.
+A line is covered if it ran in any object and in any instance of a template. Only branches of
+conditions are counted: not the branch between the normal and the exceptional exit of a call, and
+not the choice of a handler. Lines of brackets alone are not counted. Instances of a template that
+have the same number of branches in a line are added up.
 """
 
 import argparse
@@ -20,13 +20,13 @@ from pathlib import Path
 ROOT = Path(__file__).resolve().parents[1]
 MEASURED = ("src/", "velmardata/")
 BRACKETS = re.compile(r"[\s{}();,]*(//.*)?")
-# The choice of a handler is an exception's.
+# The compiler makes branches here to choose the handler of an exception.
 NO_CONDITION = re.compile(r".*\bcatch \(.*")
 
 
 def run_gcov(notes):
-    """Yields the measured files of one object, by name from the root."""
-    # An object that no process loaded has notes only; nothing of it ran.
+    """Yields name from the root and lines of each measured file of one object."""
+    # An object that no process loaded has only the .gcno file: nothing in it ran.
     data = notes.with_suffix(".gcda")
     command = ["gcov", "--json-format", "--stdout", "--branch-probabilities"]
     command += ["--source-prefix", str(ROOT), "--relative-only"]
@@ -41,11 +41,11 @@ def run_gcov(notes):
 
 
 def made_by_conditions(branches):
-    """Drops the branch that an exception takes, and the way on beside it; gives the counts."""
+    """The counts without exceptional exits of calls and the normal exits that belong to them."""
     counts = []
     for index, branch in enumerate(branches):
-        way_on = index + 1 < len(branches) and branches[index + 1]["throw"]
-        if not branch["throw"] and not way_on:
+        normal_exit = index + 1 < len(branches) and branches[index + 1]["throw"]
+        if not branch["throw"] and not normal_exit:
             counts.append(branch["count"])
     return counts
 
@@ -53,7 +53,7 @@ def made_by_conditions(branches):
 class Line:
     def __init__(self):
         self.count = 0
-        self.branches = {}  # how many in the instance: the count of each
+        self.branches = {}  # number of branches in an instance -> count of each branch
 
     def add(self, line):
         self.count += line["count"]
@@ -81,7 +81,7 @@ def read(build_folder):
             line.text = source[number - 1].strip()
             if NO_CONDITION.fullmatch(line.text):
                 line.branches = {}
-        # What a bracket alone does is to destroy; nothing was written there.
+        # The code of a line with only a bracket is destructor calls of the compiler.
         files[name] = {n: line for n, line in lines.items() if not BRACKETS.fullmatch(line.text)}
     return files
 
@@ -99,7 +99,7 @@ def uncovered(files):
 
 
 def tally(lines):
-    """Returns how many lines there are, how many are covered, and the same of branches."""
+    """Returns the number of lines, of covered lines, of branches, and of taken branches."""
     branches = [count for line in lines for count in line.branch_counts()]
     return (
         len(lines),
