@@ -1,10 +1,12 @@
-"""What holds for all tests here: the examples can be imported, and the libraries are named."""
+"""Makes the examples and the helpers importable, and prints the versions of the libraries."""
 
 import sys
 from importlib.metadata import version
 from pathlib import Path
 
-sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "examples" / "neighbours"))
+ROOT = Path(__file__).resolve().parents[2]
+sys.path.insert(0, str(ROOT / "examples" / "neighbours"))
+sys.path.insert(0, str(ROOT / "tests" / "python"))  # for the package of helpers
 NEIGHBOURS = ["numpy", "pandas", "pyarrow", "matplotlib", "pillow", "h5py", "dask", "distributed"]
 
 

@@ -2,7 +2,6 @@
 
 from typing import NamedTuple
 
-import pytest
 import velmar
 
 
@@ -37,17 +36,12 @@ FLOATS = ROWS[:2]
 INTEGERS = ROWS[2:10]
 
 
-def each(rows):
-    return pytest.mark.parametrize("row", rows, ids=[row.word for row in rows])
-
-
 def nested(row):
     """Two rows of three numbers."""
     one, zero = type(row.low)(1), type(row.low)(0)
     return [[row.low, one, zero], [row.high, zero, one]]
 
 
-def table(names, cases):
-    """Parametrizes a test by what follows the name of each case."""
-    values = [case[1:] if "," in names else case[1] for case in cases]
-    return pytest.mark.parametrize(names, values, ids=[case[0] for case in cases])
+def state(a):
+    """What an array is: its class, whether it is complex, its shape and its bytes."""
+    return type(a), a._is_complex, memoryview(a).shape, memoryview(a).tobytes("A")

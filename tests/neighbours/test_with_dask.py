@@ -7,7 +7,8 @@ import vlexceptions
 import with_dask
 from dask.sizeof import sizeof
 from distributed.protocol import serialize
-from samples import FLOATS, INTEGERS, ROWS, each, nested, table
+from helpers.cases import each, rows
+from samples import FLOATS, INTEGERS, ROWS, nested, state
 from with_dask import MEBIBYTE, blocked_products, fit, local_cluster, read_rows, write_table
 from with_numpy import from_parts, to_numpy
 
@@ -34,10 +35,6 @@ def itself(a):
     return a
 
 
-def stored(a):
-    return type(a), a._is_complex, memoryview(a).shape, memoryview(a).tobytes("A")
-
-
 def sent(client, a):
     """What comes back of an array that a worker was given."""
     return client.submit(itself, client.scatter(a)).result()
@@ -47,20 +44,20 @@ class TestArgumentsAndResults:
     @each(ROWS)
     def test_every_class(self, client, row):
         a = row.cls(nested(row))
-        assert stored(sent(client, a)) == stored(a)
+        assert state(sent(client, a)) == state(a)
 
     @each(FLOATS)
     def test_complex(self, client, row):
         a = row.cls([[1 + 2j, -3j], [4, 5]], is_complex=True)
-        assert stored(sent(client, a)) == stored(a)
+        assert state(sent(client, a)) == state(a)
 
     @each(INTEGERS)
     def test_complex_integers(self, client, row):
         limits = np.array([[row.low, row.high]], row.dtype)
         a = from_parts(limits, limits[:, ::-1].copy())
-        assert stored(sent(client, a)) == stored(a)
+        assert state(sent(client, a)) == state(a)
 
-    @table(
+    @rows(
         "a, expected",
         [
             ("row", velmar.double([[1, 2], [3, 4]])[1], [[3, 4]]),
@@ -74,7 +71,7 @@ class TestArgumentsAndResults:
     @pytest.mark.parametrize("size", [(0, 0), (0, 3), (3, 0), (2, 3, 4)], ids=str)
     def test_shapes(self, client, size):
         a = velmar.int32(vector=range(int(np.prod(size))), size=size)
-        assert stored(sent(client, a)) == stored(a)
+        assert state(sent(client, a)) == state(a)
 
     def test_from_worker_to_worker(self, client):
         first, second = client.scheduler_info()["workers"]
@@ -84,7 +81,7 @@ class TestArgumentsAndResults:
         places = client.who_has([made, sums])
         assert (places[sums.key], first in places[made.key]) == ((second,), True)
 
-    @table(
+    @rows(
         "a, expected",
         [
             ("array", velmar.double([[1, 2], [3, 4]]), [[1, 2], [3, 4]]),

@@ -5,7 +5,8 @@ import numpy as np
 import pytest
 import velmar
 import with_h5py
-from samples import FLOATS, INTEGERS, ROWS, each, nested
+from helpers.cases import each
+from samples import FLOATS, INTEGERS, ROWS, nested
 from with_h5py import read, write
 from with_numpy import from_parts
 

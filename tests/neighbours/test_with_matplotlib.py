@@ -4,9 +4,10 @@ import numpy as np
 import pytest
 import velmar
 import with_matplotlib
+from helpers.cases import each
 from matplotlib.figure import Figure
 from PIL import Image
-from samples import ROWS, each, nested
+from samples import ROWS, nested
 
 
 @pytest.fixture

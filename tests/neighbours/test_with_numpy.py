@@ -4,7 +4,8 @@ import numpy as np
 import pytest
 import velmar
 import with_numpy
-from samples import FLOATS, INTEGERS, ROWS, each, nested, table
+from helpers.cases import each, rows
+from samples import FLOATS, INTEGERS, ROWS, nested
 from with_numpy import from_numpy, from_parts, parts, to_numpy
 
 
@@ -59,7 +60,7 @@ class TestIn:
         assert a.size == (2, 3)
         assert to_numpy(a).tolist() == nested(row)
 
-    @table("make", LAYOUTS)
+    @rows("make", LAYOUTS)
     def test_layouts(self, make):
         n = make()
         a = from_numpy(n)

@@ -5,7 +5,8 @@ import pandas as pd
 import pytest
 import velmar
 import with_pandas
-from samples import ROWS, each, nested, table
+from helpers.cases import each, rows
+from samples import ROWS, nested
 from with_pandas import from_frame, to_frame, view_as_frame
 
 
@@ -20,7 +21,7 @@ class TestFromFrame:
         assert type(a) is row.cls
         assert exact(a) == nested(row)
 
-    @table(
+    @rows(
         "frame, cls, expected",
         [
             (

@@ -6,8 +6,8 @@ import re
 import pytest
 import velmar
 import with_pillow
+from helpers.cases import rows
 from PIL import Image
-from samples import table
 from with_pillow import from_image, to_image
 
 RED, GREEN, BLUE, WHITE = [255, 0, 0], [0, 255, 0], [0, 0, 255], [255, 255, 255]
@@ -27,7 +27,7 @@ class TestOut:
         got = [[list(image.getpixel((x, y))) for x in range(3)] for y in range(2)]
         assert got == PIXELS
 
-    @table(
+    @rows(
         "channels, mode",
         [("grey_and_alpha", 2, "LA"), ("colours", 3, "RGB"), ("with_alpha", 4, "RGBA")],
     )
@@ -46,7 +46,7 @@ class TestOut:
         row = to_image(a[0])  # 3 pixels of 3 numbers: two dimensions, so grey
         assert (row.mode, row.size, row.getpixel((0, 0))) == ("L", (3, 3), 255)
 
-    @table(
+    @rows(
         "make, error, text",
         [
             (
@@ -90,7 +90,7 @@ class TestIn:
                 image.putpixel((x, y), tuple(pixel))
         assert from_image(Image.open(encoded(image, form))) == velmar.uint8(PIXELS)
 
-    @table(
+    @rows(
         "mode, colour, expected",
         [
             ("grey", "L", 7, [[7, 7]]),

@@ -7,7 +7,8 @@ import pyarrow as pa
 import pytest
 import velmar
 import with_pyarrow
-from samples import NUMBERS, ROWS, each, nested, table
+from helpers.cases import each, rows
+from samples import NUMBERS, ROWS, nested
 from velmar import transport
 from with_pyarrow import TYPES, from_table, to_table
 
@@ -67,7 +68,7 @@ class TestToTable:
         assert (got.num_rows, got.schema.types) == (0, [pa.int16()] * 2)
         assert from_table(got).size == (0, 2)
 
-    @table(
+    @rows(
         "a, text",
         [
             (
@@ -103,7 +104,7 @@ def empty_chunk_without_memory():
 
 
 class TestFromTable:
-    @table(
+    @rows(
         "make, expected",
         [
             ("no_memory", empty_chunk_without_memory, [[1]]),
@@ -124,7 +125,7 @@ class TestFromTable:
     def test_tables(self, make, expected):
         assert from_table(make()) == velmar.double(expected)
 
-    @table(
+    @rows(
         "columns, error, text",
         [
             (

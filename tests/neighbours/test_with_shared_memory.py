@@ -8,7 +8,8 @@ import numpy as np
 import pytest
 import velmar
 import with_shared_memory
-from samples import INTEGERS, ROWS, each, nested
+from helpers.cases import each
+from samples import INTEGERS, ROWS, nested, state
 from with_numpy import from_parts
 from with_shared_memory import largest, put, take
 
@@ -23,29 +24,25 @@ def shared(a):
         block.unlink()
 
 
-def stored(a):
-    return type(a), a._is_complex, memoryview(a).shape, memoryview(a).tobytes("A")
-
-
 @each(ROWS)
 def test_every_class(row):
     a = row.cls(nested(row))
     with shared(a) as description:
-        assert stored(take(*description)) == stored(a)
+        assert state(take(*description)) == state(a)
 
 
 @each(INTEGERS)
 def test_complex_integers(row):
     a = from_parts(np.array([[row.low, 1]], row.dtype), np.array([[2, row.high]], row.dtype))
     with shared(a) as description:
-        assert stored(take(*description)) == stored(a)
+        assert state(take(*description)) == state(a)
 
 
 @pytest.mark.parametrize("size", [(0, 0), (0, 3), (3, 0), (2, 3, 4), (1, 1)], ids=str)
 def test_shapes(size):
     a = velmar.int32(vector=range(int(np.prod(size))), size=size)
     with shared(a) as description:
-        assert stored(take(*description)) == stored(a)
+        assert state(take(*description)) == state(a)
 
 
 def test_some_columns():
