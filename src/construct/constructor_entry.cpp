@@ -1,15 +1,13 @@
-// The constructor of the classes: real or complex, then parser, typed array, view and record.
+// The constructor of the classes: arguments, parser, library array, record.
 #include "construct/constructor_entry.hpp"
 
 #include <complex>
-#include <memory>
 #include <optional>
 #include <type_traits>
 #include <utility>
 
 #include "construct/final_constructor_parser.hpp"
 #include "construct/layout_conversion.hpp"
-#include "construct/memory_error.hpp"
 #include "module/support.hpp"
 #include "storage/mcpy_array.hpp"
 
@@ -17,8 +15,8 @@ namespace vd = foundation::velmardata;
 
 namespace {
 
-// A leading dict without keywords stands for the keywords: the form that pickles have. False with
-// an error set; `rest` owns the remaining positional arguments.
+// Without keywords, a leading dict stands for them: that is the form which pickles have. False with
+// an error set. `rest` owns the remaining positional arguments.
 bool takeLeadingDictAsKeywords(PyObject*& args, PyObject*& kwargs, PyRef& rest) {
   if (args == nullptr || kwargs != nullptr) return true;
   const Py_ssize_t count = PyTuple_Size(args);
@@ -31,17 +29,15 @@ bool takeLeadingDictAsKeywords(PyObject*& args, PyObject*& kwargs, PyRef& rest) 
   return static_cast<bool>(rest);
 }
 
-// The array that the arguments describe; nothing with an exception set.
+// The array that the arguments describe; empty with an error set.
 template <class T>
 std::optional<vd::Array> parseAndMakeTypedArray(const ConstructorArguments& arguments) {
   FinalConstructorParser<T> parser;
-  bool ok = false;
-  ElementBuffer<T> buffer = parser.processConstructorArgsAndKwargs(arguments, ok);
-  if (!ok) return std::nullopt;
-  vd::standalone::ClientArrayFactory factory;
-  const std::vector<std::int64_t> dimensions = parser.getDimensions();
-  return makeTypedArrayFromBuf(std::move(buffer), parser.isBufferInStorageOrder(), factory,
-                               dimensions, dimensions, parser.getNumberOfFlattenedElements());
+  ElementBuffer<T> buffer = parser.processConstructorArgsAndKwargs(arguments);
+  if (buffer == nullptr) return std::nullopt;
+  const ConstructionShape& shape = parser.shape();
+  return makeTypedArrayFromBuf(std::move(buffer), shape.isBufferInStorageOrder(),
+                               shape.getDimensions(), parser.getNumberOfFlattenedElements());
 }
 
 template <class T>
@@ -57,24 +53,16 @@ std::optional<vd::Array> makeArray(const ConstructorArguments& arguments, bool i
   return parseAndMakeTypedArray<T>(arguments);
 }
 
-// The view of a new array; null with an exception set.
+// Gives the record the array that the arguments describe. False with an error set.
 template <class T>
-std::unique_ptr<MCppPyArray> makeViewFromArguments(PyObject* args, PyObject* kwargs) {
+bool construct(PyObject* record, PyObject* args, PyObject* kwargs) {
   ConstructorArguments arguments;
-  if (!arguments.parse(args, kwargs)) return nullptr;
-  bool isComplex = false;
-  if (arguments.isComplex) {
-    bool ok = false;
-    isComplex = retrieveBoolKwarg(arguments.isComplex.get(), "is_complex", ok);
-    if (!ok) return nullptr;
-  }
-  std::optional<vd::Array> array = makeArray<T>(arguments, isComplex);
-  if (!array) return nullptr;
-  const std::uint64_t count = array->getNumberOfElements();
-  auto view = std::make_unique<MCppPyArray>(std::move(*array), classOf<T>, isComplex, true);
-  if (view->wrapper()->hasMirror()) return view;
-  setOutOfMemory(count, typeWord<T>);
-  return nullptr;
+  if (!arguments.parse(args, kwargs)) return false;
+  std::optional<bool> isComplex = false;
+  if (arguments.isComplex) isComplex = retrieveBoolKwarg(arguments.isComplex.get(), "is_complex");
+  if (!isComplex) return false;
+  std::optional<vd::Array> array = makeArray<T>(arguments, *isComplex);
+  return array && giveNewView(record, std::move(*array), classOf<T>, *isComplex) != nullptr;
 }
 
 }  // namespace
@@ -85,14 +73,11 @@ PyObject* MCPyArray_New(PyTypeObject* type, PyObject* args, PyObject* kwargs) {
   if (!takeLeadingDictAsKeywords(args, kwargs, rest)) return nullptr;
   PyRef record = PyRef::steal(allocMCPyArray(type));
   if (!record) return nullptr;
-  std::unique_ptr<MCppPyArray> view = makeViewFromArguments<T>(args, kwargs);
-  if (view == nullptr) {
-    keepForever(
-        std::move(record));  // deliberate: the record of a failed construction is not given back
-    return nullptr;
-  }
-  getMCPyArrayFromPyObject(record.get())->mcppPyArray = view.release();
-  return record.release();
+  if (construct<T>(record.get(), args, kwargs)) return record.release();
+  // Deliberate: the record of a failed construction is not given back, because its release would be
+  // seen in the counts of references that programs check.
+  keepForever(std::move(record));
+  return nullptr;
 }
 
 #define X(name, number, enumerator, type, ...) \

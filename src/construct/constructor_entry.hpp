@@ -1,4 +1,4 @@
-// What calling one of the classes reaches.
+// The handler of a call of one of the classes.
 #pragma once
 
 #include "module/python.hpp"

@@ -1,4 +1,4 @@
-// The conversions that do not depend on the element type, and the instances of those that do.
+// Conversions that do not depend on the element type, and instances of those that do.
 #include "construct/element_conversion_impl.hpp"
 
 #include "module/element_types.hpp"
@@ -17,7 +17,7 @@ ConversionResult<unsigned long long> getUnsignedLongLongFromPyObject(PyObject* v
     return {large, std::nullopt};
   }
   PyErr_Clear();
-  // Deliberate: the text names the signed type here too.
+  // Deliberate: the text names the signed type here too, since one text serves all ints too large.
   return {std::nullopt, ConversionFailure{PyExc_OverflowError, intTooLarge}};
 }
 
@@ -26,7 +26,8 @@ float convertDoubleToFloat(double value) {
   try {
     return boost::numeric::converter<float, double>::convert(value);
   } catch (const boost::numeric::bad_numeric_cast&) {
-    return std::numeric_limits<float>::infinity();  // deliberate: the negative side too
+    // Deliberate: the negative side too; programs test for the one value.
+    return std::numeric_limits<float>::infinity();
   }
 }
 

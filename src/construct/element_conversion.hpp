@@ -1,4 +1,4 @@
-// From one Python scalar to one array element: the rules, family by family.
+// Conversion of one Python scalar to one array element, by the rules of each family of types.
 #pragma once
 
 #include <optional>
@@ -11,21 +11,21 @@ struct ConversionFailure {
   std::string message;
 };
 
-// Also the text for an int below or above every range, unsigned ones included.
+// The text for an int beyond 64 bits, for unsigned elements too.
 inline constexpr const char* intTooLarge = "Python int too large to convert to C long long";
 
-// A value, or a failure that the caller raises, or neither: only the two functions that read ints
-// return neither, for an object that is no int.
+// A value, or a failure that the caller raises. The two functions that read ints return neither for
+// an object that is not an int.
 template <class T>
 struct ConversionResult {
   std::optional<T> value;
   std::optional<ConversionFailure> failure;
 };
 
-// Constant time; no Python error is left set. Real integers refuse floats, complex integers take
-// and truncate them, floats saturate silently, and a complex element turns any object that is no
-// number into 0. `allowFloatingPoint` is for logical elements alone: it lets floats and complex
-// numbers count by being other than 0.
+// Leaves no Python error set. Real integers refuse floats, complex integers truncate them, single
+// elements become infinity when out of range, and a complex element turns an object that is not a
+// number into 0. `allowFloatingPoint` concerns logical elements only: floats and complex numbers
+// other than 0 are then true. Constant time.
 template <class T>
 ConversionResult<T> convertPyObjectToElement(PyObject* value, bool allowFloatingPoint);
 
@@ -33,13 +33,14 @@ inline ConversionResult<long long> getLongLongFromPyObject(PyObject* value);
 ConversionResult<unsigned long long> getUnsignedLongLongFromPyObject(PyObject* value,
                                                                      const char* typeWord);
 
-// The value truncated toward zero, or nothing when it is out of To's range; the text that says so
-// has then been appended to `message`.
+// The value truncated toward zero. Empty when it is out of To's range; the text that says so is
+// then appended to `message`.
 template <class From, class To>
 std::optional<To> convertAndCheckForOverflow(From value, std::string& message);
 
-// Rounds as usual; everything outside the range of float, on either side, is positive infinity.
+// Rounds to nearest. Everything outside the range of float, on either side, becomes positive
+// infinity.
 float convertDoubleToFloat(double value);
 
-// The last tests of the real families, for an object that is no number of any kind.
+// The failure of the real families for an object that is not a number.
 ConversionFailure makeRefusal(PyObject* value);

@@ -12,13 +12,13 @@
 #include "module/element_types.hpp"
 #include "module/support.hpp"
 
-// Python ints are read without raising, since an exception object is an allocation, and that can
-// run any code.
+// Python ints are read without raising an exception: its allocation could run any code.
 inline ConversionResult<long long> getLongLongFromPyObject(PyObject* value) {
   if (!pyObjectIsLong(value)) return {};
   int overflow = 0;
   const long long number = PyLong_AsLongLongAndOverflow(value, &overflow);
-  // Deliberate: -1 beside an error that was pending before, that of a huge subscript, is a failure.
+  // Deliberate: -1 is a failure while an error is pending, because the interpreter reports failures
+  // that way; the pending error is that of a subscript beyond 64 bits.
   const bool isFailure = overflow != 0 || (number == -1 && PyErr_Occurred() != nullptr);
   if (!isFailure) [[likely]]
     return {number, std::nullopt};
@@ -33,7 +33,7 @@ std::string outOfRangeText(From value, const char* word) {
   return text.str();
 }
 
-// What truncating NaN gives; not left to the processor.
+// The result of truncating NaN, which would otherwise depend on the processor.
 template <class To>
 constexpr To truncatedNaN() {
   if constexpr (sizeof(To) == 8 && std::is_unsigned_v<To>) {
@@ -63,7 +63,7 @@ std::optional<To> convertAndCheckForOverflow(From value, std::string& message) {
 
 namespace element_conversion {
 
-// The walk up the bases is for types that are none of the usual ones.
+// The walk up the base classes is only for unusual types.
 inline bool isOfType(PyObject* value, PyTypeObject* type) {
   PyTypeObject* own = Py_TYPE(value);
   if (own == type) return true;
@@ -115,7 +115,7 @@ auto readInteger(PyObject* value) {
   }
 }
 
-// An int that was read, as an integer of the (part) type P.
+// An int that was read, as an integer of type P. Empty with the text appended to `message`.
 template <class P, class Wide>
 std::optional<P> fromWide(Wide number, std::string& message) {
   if constexpr (sizeof(P) == sizeof(Wide)) {
@@ -130,7 +130,8 @@ template <class T>
   ConversionResult<long long> integer = getLongLongFromPyObject(value);
   if (integer.value) return success<T>(static_cast<T>(*integer.value));
   if (integer.failure) {
-    // Deliberate: too large on either side is positive infinity in single precision.
+    // Deliberate: in single precision, ints too large on either side are positive infinity, as
+    // floats are.
     if constexpr (std::is_same_v<T, float>) return success(std::numeric_limits<float>::infinity());
     return fail<T>(std::move(*integer.failure));
   }
@@ -138,7 +139,7 @@ template <class T>
   return fail<T>(makeRefusal(value));
 }
 
-// Floats are what these classes are mostly given: their way is inlined into the walks.
+// Floats are the most frequent input of these classes, so their way is inlined into the walks.
 template <class T>
 [[gnu::always_inline]] inline ConversionResult<T> convertToRealFloating(PyObject* value) {
   if (isFloat(value)) return success<T>(narrowed<T>(PyFloat_AsDouble(value)));
@@ -174,7 +175,8 @@ inline ConversionResult<bool> convertToLogical(PyObject* value, bool allowFloati
   return fail<bool>(makeRefusal(value));
 }
 
-// The complex families have no refusals: what is no number becomes 0.
+// Deliberate: the complex families refuse nothing. An object that is not a number becomes 0, as it
+// would as the imaginary part that was left out.
 template <class P>
 ConversionResult<std::complex<P>> convertToComplexFloating(PyObject* value) {
   using T = std::complex<P>;

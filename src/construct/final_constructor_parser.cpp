@@ -1,89 +1,18 @@
-// The parser's work that does not depend on the element type, and its instances.
-#include "construct/constructor_arguments_impl.hpp"
+// The constructor's arguments in the order in which they are looked at, `size` and `vector`; and
+// the parser's instances.
+#include "construct/final_constructor_parser.hpp"
+
+#include <algorithm>
+#include <array>
+#include <cassert>
+#include <stdexcept>
+#include <string>
+
+#include "construct/element_conversion_impl.hpp"
 #include "construct/flattening_impl.hpp"
-#include "construct/size_reconciliation_impl.hpp"
-#include "construct/vector_route_impl.hpp"
-
-namespace {
-
-PyRef childOf(PyObject* parent, Py_ssize_t index) {
-  PyRef child = PyRef::steal(PySequence_GetItem(parent, index));
-  if (!child) setError(PyExc_RuntimeError, messages::nullDataPointer);
-  return child;
-}
-
-// The size of a sequence, 0 for an object that is none; -1 with an error set.
-Py_ssize_t sizeIfSequence(PyObject* object) {
-  return PySequence_Check(object) != 0 ? PySequence_Size(object) : 0;
-}
-
-}  // namespace
-
-std::optional<std::int64_t> getLengthOfPySequence(PyObject* value) {
-  if (PySequence_Check(value) == 0) return 1;
-  const Py_ssize_t length = PySequence_Size(value);
-  if (length < 2) return length;
-  const PyRef first = childOf(value, 0);
-  if (!first) return std::nullopt;
-  const bool isSequence = PySequence_Check(first.get()) != 0;
-  const Py_ssize_t size = sizeIfSequence(first.get());
-  if (size < 0) return std::nullopt;
-  for (Py_ssize_t i = 1; i < length; ++i) {
-    const PyRef child = childOf(value, i);
-    // No size is asked of a child that disagrees already.
-    if (!child || (PySequence_Check(child.get()) != 0) != isSequence ||
-        sizeIfSequence(child.get()) != size) {
-      return std::nullopt;
-    }
-  }
-  return length;
-}
-
-bool areDifferentButCompatible(char input, char output, long itemsize) {
-  switch (input) {
-    case '?':
-      return output == 'B';
-    case 'B':
-      return output == '?';
-    case 'l':
-      return output == (itemsize == 4 ? 'i' : 'q');
-    case 'L':
-      return output == (itemsize == 4 ? 'I' : 'Q');
-    default:
-      return false;
-  }
-}
-
-bool size_reconciliation::readDimension(PyObject* size, Py_ssize_t index, std::int64_t& dimension) {
-  const PyRef item = PyRef::steal(PySequence_GetItem(size, index));
-  if (!item) {
-    setError(PyExc_RuntimeError,
-             "Item " + std::to_string(index) +
-                 " could not be retrieved from the value associated with the 'size' keyword.");
-    return false;
-  }
-  if (!pyObjectIsLong(item.get())) {
-    setError(PyExc_TypeError, "dimensions must be nonnegative integers.");
-    return false;
-  }
-  dimension = PyLong_AsSsize_t(item.get());
-  if (dimension >= 0) return true;
-  // Deliberate: an int too large to read gets these words too.
-  setError(PyExc_ValueError,
-           "size cannot contain negative dimensions. Use nonnegative integers for dimensions.");
-  return false;
-}
-
-template <class Index>
-std::string getDimensionsAsStdString(const std::vector<Index>& dimensions) {
-  std::string text;
-  for (Index dimension : dimensions) {
-    if (!text.empty()) text += ", ";
-    text += std::to_string(dimension);
-  }
-  return text;
-}
-template std::string getDimensionsAsStdString<long>(const std::vector<long>&);
+#include "construct/plain_sequence.hpp"
+#include "module/dimensions.hpp"
+#include "module/support.hpp"
 
 bool ConstructorArguments::parse(PyObject* args, PyObject* keywords) {
   static char initializerName[] = "initializer";
@@ -104,11 +33,156 @@ bool ConstructorArguments::parse(PyObject* args, PyObject* keywords) {
   return true;
 }
 
-bool retrieveBoolKwarg(PyObject* value, const char* name, bool& ok) {
-  ok = value != nullptr && Py_TYPE(value) == &PyBool_Type;
-  if (ok) return value == Py_True;
+std::optional<bool> retrieveBoolKwarg(PyObject* value, const char* name) {
+  if (value != nullptr && Py_TYPE(value) == &PyBool_Type) return value == Py_True;
   setError(PyExc_TypeError, std::string("value passed to '") + name +
                                 (value == nullptr ? "' is null." : "' must be a bool."));
+  return std::nullopt;
+}
+
+template <class T>
+ElementBuffer<T> FinalConstructorParser<T>::processConstructorArgsAndKwargs(
+    const ConstructorArguments& arguments) {
+  static constexpr std::array<std::int64_t, 2> zeroByZero = {0, 0};
+  PyObject* initializer = arguments.initializer.get();
+  PyObject* size = arguments.size.get();
+  PyObject* vector = arguments.vector.get();
+  const bool hasInitializer = !pyObjectIsEmpty(initializer);
+  const bool hasSize = !pyObjectIsEmpty(size);
+  const bool hasVector = !pyObjectIsEmpty(vector);
+
+  if (!hasVector && !hasInitializer && !hasSize) {
+    m_shape.processSize(zeroByZero);
+    return makeZeroFilledBuffer();
+  }
+  if (hasVector && hasInitializer) {
+    const bool byKeyword =
+        arguments.kwargs != nullptr && PyDict_GetItemString(arguments.kwargs, "vector") != nullptr;
+    setError(PyExc_TypeError,
+             byKeyword ? "initializer and 'vector' must not both be specified."
+                       : "more than two positional arguments must not be specified. A third will "
+                         "be treated as 'vector', which must not be specified when an initializer "
+                         "is specified.");
+    return noElementBuffer<T>();
+  }
+  if (hasSize && (!m_shape.processSizeKwarg(size) ||
+                  !reserveBuffer(wrappedProduct(m_shape.getSpecifiedDimensions())))) {
+    return noElementBuffer<T>();
+  }
+  if (!hasVector && !hasInitializer) return makeZeroFilledBuffer();
+
+  ElementBuffer<T> buffer =
+      hasVector ? processVectorKwarg(vector) : processInitializerKwarg(initializer);
+  if (buffer == nullptr) return buffer;
+  if (hasInitializer && !m_shape.specifiedAndCalculatedDimensionsMatch()) {
+    return noElementBuffer<T>();
+  }
+  const std::uint64_t count =
+      hasVector ? static_cast<std::uint64_t>(m_shape.getCalculatedDimensions().back())
+                : flattenedElements.size();
+  return dimensionsHold(count) ? std::move(buffer) : noElementBuffer<T>();
+}
+
+// --- size
+
+// Room for the whole array, asked for once: the first count wins, and later growth is by doubling.
+// False with MemoryError set.
+template <class T>
+bool FinalConstructorParser<T>::reserveBuffer(std::uint64_t count) {
+  if (bufferReserved) return true;
+  bufferReserved = growTo(count);
+  return bufferReserved;
+}
+
+// False with MemoryError set.
+template <class T>
+bool FinalConstructorParser<T>::growTo(std::uint64_t count) {
+  if (flattenedElements.tryReserve(count)) return true;
+  setOutOfMemory(count, typeWord<T>);
+  return false;
+}
+
+// Whether the dimensions really multiply to the number of elements, which a product that wraps
+// around only seems to do. False with MemoryError set.
+template <class T>
+bool FinalConstructorParser<T>::dimensionsHold(std::uint64_t count) const {
+  const std::optional<std::uint64_t> exact = exactProduct(m_shape.getDimensions());
+  if (exact == count) return true;
+  setOutOfMemory(exact, typeWord<T>);
+  return false;
+}
+
+template <class T>
+ElementBuffer<T> FinalConstructorParser<T>::makeZeroFilledBuffer() {
+  const auto count = static_cast<std::uint64_t>(m_shape.calculateNumberOfElements());
+  if (!dimensionsHold(count)) return noElementBuffer<T>();
+  ElementBuffer<T> buffer = flattenedElements.tryTakeReserved(count);
+  if (buffer == nullptr) {
+    setOutOfMemory(count, typeWord<T>);
+    return buffer;
+  }
+  m_shape.setBufferInStorageOrder();
+  std::fill_n(buffer.get(), count, T{});
+  return buffer;
+}
+
+// --- vector
+
+// Null with an error set. The elements go straight into a block in storage order.
+template <class T>
+ElementBuffer<T> FinalConstructorParser<T>::processVectorKwarg(PyObject* vector) {
+  if (PySequence_Check(vector) == 0) {
+    setError(PyExc_ValueError, "value of 'vector' must be a sequence.");
+    return noElementBuffer<T>();
+  }
+  if (pyObjectIsUnicodeOrString(vector)) {
+    setError(PyExc_ValueError, "value passed to 'vector' must be numeric.");
+    return noElementBuffer<T>();
+  }
+  const Py_ssize_t length = PySequence_Size(vector);
+  if (length < 0) return noElementBuffer<T>();
+  m_shape.takeLengthOfVector(length);
+  if (!m_shape.specifiedAndCalculatedDimensionsMatch()) return noElementBuffer<T>();
+
+  const auto count = static_cast<std::uint64_t>(length);
+  ElementBuffer<T> buffer = flattenedElements.tryTakeReserved(count);
+  if (buffer == nullptr) {
+    setOutOfMemory(count, typeWord<T>);
+    return buffer;
+  }
+  return fillFromVector(vector, length, buffer.get()) ? std::move(buffer) : noElementBuffer<T>();
+}
+
+template <class T>
+bool FinalConstructorParser<T>::fillFromVector(PyObject* vector, std::int64_t length, T* elements) {
+  const bool isPlain = PlainSequence::matches(vector);
+  const PlainSequence sequence(vector);
+  for (std::int64_t i = 0; i < length; ++i) {
+    // Items of a plain sequence can be borrowed, because no conversion runs Python code.
+    const PyRef owned = isPlain ? PyRef() : PyRef::steal(PySequence_GetItem(vector, i));
+    PyObject* item = isPlain ? sequence.borrowedItem(i) : owned.get();
+    if (item == nullptr) {
+      setError(PyExc_RuntimeError, "item " + std::to_string(i) + " could not be retrieved.");
+      return false;
+    }
+    if (!isPlainNumber(item) && PySequence_Check(item) != 0) {
+      setError(PyExc_TypeError, "value of 'vector' must be an unnested sequence.");
+      return false;
+    }
+    try {
+      ConversionResult<T> element = convertPyObjectToElement<T>(item, true);
+      if (!element.value) {
+        // Deliberate: ValueError whatever class the failure names, since the fault is the
+        // argument's.
+        setError(PyExc_ValueError, element.failure->message);
+        return false;
+      }
+      elements[i] = *element.value;
+    } catch (const std::runtime_error& error) {
+      setError(PyExc_RuntimeError, error.what());
+      return false;
+    }
+  }
   return true;
 }
 

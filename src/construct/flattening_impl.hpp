@@ -1,4 +1,4 @@
-// `initializer`: the one recursive walk of nested sequences, which finds elements and dimensions.
+// `initializer`: the recursive walk of nested sequences, which finds elements and dimensions.
 #pragma once
 
 #include <stdexcept>
@@ -6,21 +6,14 @@
 #include "construct/element_conversion_impl.hpp"
 #include "construct/external_buffer_impl.hpp"
 #include "construct/final_constructor_parser.hpp"
-#include "construct/layout_conversion.hpp"
-#include "construct/memory_error.hpp"
 #include "construct/plain_sequence.hpp"
-#include "construct/size_reconciliation_impl.hpp"
+#include "module/dimensions.hpp"
 #include "module/support.hpp"
 #include "storage/mcpy_array.hpp"
 
 namespace flattening {
 
 inline constexpr const char* notNumeric = "value passed to initializer must be numeric.";
-
-inline bool refuseShape() {
-  setError(PyExc_ValueError, "arrays must be rectangular.");
-  return false;
-}
 
 }  // namespace flattening
 
@@ -48,10 +41,10 @@ bool FinalConstructorParser<T>::flattenSequence(PyObject* value, bool allowFloat
     setError(PyExc_ValueError, flattening::notNumeric);
     return false;
   }
-  // The attempt would swallow an error that is pending already, which the conversions look at.
+  // The attempt clears errors, and the conversions look at an error that was pending before.
   if (PlainSequence::matches(value) && PyErr_Occurred() == nullptr &&
-      flattenPlainNumbers(value, allowFloatingPoint)) {
-    return leaveLevel();
+      tryFlattenPlainNumbers(value, allowFloatingPoint)) {
+    return m_shape.leaveLevel();
   }
   const RecursionGuard guard(" while flattening nested sequences");
   if (!guard) return false;
@@ -62,7 +55,9 @@ bool FinalConstructorParser<T>::flattenSequence(PyObject* value, bool allowFloat
     }
     return false;
   }
-  return enterLevel(*length) && flattenItems(value, *length, allowFloatingPoint) && leaveLevel();
+  if (*length < 0) return false;  // the sequence has set its own error
+  m_shape.enterLevel(*length);
+  return flattenItems(value, *length, allowFloatingPoint) && m_shape.leaveLevel();
 }
 
 template <class T>
@@ -75,20 +70,20 @@ bool FinalConstructorParser<T>::flattenItems(PyObject* value, std::int64_t lengt
   return true;
 }
 
-// A row of plain numbers, in one pass: leaves of one depth, which run no code when read. False
-// undoes the attempt, level and error included: the walk of any sequence then finds the first
-// thing wrong in the right order.
+// A row of plain numbers in one pass: leaves of one depth, whose reading runs no code. False undoes
+// the attempt, level and error included; the walk of any sequence then finds the first fault in the
+// right order.
 template <class T>
-bool FinalConstructorParser<T>::flattenPlainNumbers(PyObject* value, bool allowFloatingPoint) {
+bool FinalConstructorParser<T>::tryFlattenPlainNumbers(PyObject* value, bool allowFloatingPoint) {
   const PlainSequence sequence(value);
   const Py_ssize_t length = sequence.size();
   const std::uint64_t before = flattenedElements.size();
-  enterLevel(length);
+  m_shape.enterLevel(length);
   for (Py_ssize_t i = 0; i < length; ++i) {
     PyObject* item = sequence.borrowedItem(i);
     if constexpr (std::is_floating_point_v<T>) {
-      // The conversion's shortest way, for what rows are mostly made of. The first element goes the
-      // long one, on which room is found for all.
+      // The shortest way of the conversion, for the most frequent kind of row. The first element
+      // takes the way below, where room is found for all.
       if (i > 0 && Py_TYPE(item) == &PyFloat_Type) {
         flattenedElements.append(element_conversion::narrowed<T>(PyFloat_AsDouble(item)));
         continue;
@@ -103,7 +98,7 @@ bool FinalConstructorParser<T>::flattenPlainNumbers(PyObject* value, bool allowF
     }
     PyErr_Clear();
     flattenedElements.shrinkTo(before);
-    --currentDepth;
+    m_shape.forgetLevel();
     return false;
   }
   return true;
@@ -121,71 +116,43 @@ bool FinalConstructorParser<T>::flattenLeaf(PyObject* value, bool allowFloatingP
   return true;
 }
 
-// Depth, dimensions and room for elements that are about to be appended at one depth.
+// Depth and room for elements that are about to be appended at one depth. False with an error set.
 template <class T>
 bool FinalConstructorParser<T>::prepareForLeaves(std::uint64_t count) {
-  const auto depth = static_cast<std::int64_t>(currentDepth);
-  if (leafDepth == 0) leafDepth = depth;
-  if (leafDepth != depth) return flattening::refuseShape();
-  if (calculatedDimensions.empty()) calculatedDimensions = {1, 1};
+  if (!m_shape.enterLeaf()) return false;
   // The lengths along the path to the first leaf are those of the whole array if it is rectangular.
-  if (!reserveBuffer(size_reconciliation::wrappedProduct(sequenceLengths))) return false;
+  if (!bufferReserved && !reserveBuffer(m_shape.numberOfElementsByLengths())) return false;
   const std::uint64_t needed = flattenedElements.size() + count;
   return needed <= flattenedElements.capacity() || growTo(needed + flattenedElements.size());
 }
 
 template <class T>
-bool FinalConstructorParser<T>::enterLevel(std::int64_t length) {
-  if (length < 0) return false;  // the sequence has set its own exception
-  ++currentDepth;
-  if (calculatedDimensions.size() < currentDepth) calculatedDimensions.push_back(0);
-  if (sequenceLengths.size() < currentDepth) sequenceLengths.push_back(0);
-  sequenceLengths[currentDepth - 1] = length;
-  return true;
-}
-
-template <class T>
-bool FinalConstructorParser<T>::leaveLevel() {
-  std::int64_t& dimension = calculatedDimensions[currentDepth - 1];
-  std::int64_t& length = sequenceLengths[currentDepth - 1];
-  if (dimension == 0) dimension = length;
-  if (dimension != length) return flattening::refuseShape();
-  length = 0;
-  --currentDepth;
-  return true;
-}
-
-template <class T>
 ElementBuffer<T> FinalConstructorParser<T>::getFilledBuffer() {
-  return flattenedElements.take();
+  ElementBuffer<T> buffer = flattenedElements.tryTake();
+  if (buffer == nullptr) setOutOfMemory(flattenedElements.size(), typeWord<T>);
+  return buffer;
 }
 
+// Null with an error set.
 template <class T>
-ElementBuffer<T> FinalConstructorParser<T>::processInitializerKwarg(PyObject* initializer,
-                                                                    bool& ok) {
-  ok = false;
+ElementBuffer<T> FinalConstructorParser<T>::processInitializerKwarg(PyObject* initializer) {
   if (pyObjectIsUnicodeOrString(initializer)) {
     setError(PyExc_ValueError, flattening::notNumeric);
-    return noBuffer();
+    return noElementBuffer<T>();
   }
   // Arrays of our own are walked like any sequence.
   const bool isOutside = PyObject_CheckBuffer(initializer) != 0 && !MCPyArray_Check(initializer);
   if (!(isOutside ? fillFromBufferOf(initializer)
                   : flattenWithUnspecifiedDimensions(initializer, true))) {
-    return noBuffer();
+    return noElementBuffer<T>();
   }
-  // An empty sequence leaves the length of its level open, so that elements can be missing.
-  const auto count = static_cast<std::uint64_t>(getNumberOfFlattenedElements());
-  if (exactNumberOfElements(calculatedDimensions) != count) {
-    flattening::refuseShape();
-    return noBuffer();
+  // An empty sequence leaves the length of its level open, so elements can be missing.
+  const std::int64_t count = getNumberOfFlattenedElements();
+  if (exactProduct(m_shape.getCalculatedDimensions()) != static_cast<std::uint64_t>(count)) {
+    setError(PyExc_ValueError, "arrays must be rectangular.");
+    return noElementBuffer<T>();
   }
-  if (!handleSingleSingletonDimensionEdgeCase(true, true)) return noBuffer();
-  while (calculatedDimensions.size() > 2 && calculatedDimensions.back() == 1) {
-    calculatedDimensions.pop_back();
-  }
-  ElementBuffer<T> buffer = getFilledBuffer();
-  ok = buffer != nullptr;
-  if (!ok) setOutOfMemory(count, typeWord<T>);
-  return buffer;
+  if (!m_shape.handleSingleSingletonDimensionEdgeCase(count)) return noElementBuffer<T>();
+  m_shape.dropTrailingOnes();
+  return getFilledBuffer();
 }

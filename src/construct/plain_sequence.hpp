@@ -1,5 +1,5 @@
-// The sequences and numbers whose reading runs no Python code: exact lists and tuples, and exact
-// numbers. Walks over them borrow the items and pay no method call an element.
+// Sequences and numbers whose reading runs no Python code: exact lists and tuples, and exact
+// numbers. Walks over them borrow the items and call no method for each element.
 #pragma once
 
 #include "module/python.hpp"

@@ -1,48 +1,117 @@
-// Instances of the subscript handlers, and reads that find the element type at run time.
-#include "indexing/element_read_impl.hpp"
-#include "module/apply_visitor.hpp"
+// Bodies of the reads, and their instances.
+#include "indexing/element_read.hpp"
 
-namespace vd = foundation::velmardata;
+#include <complex>
+#include <string>
+#include <type_traits>
+
+#include "indexing/subscripts.hpp"
+#include "indexing/view_composition.hpp"
+#include "module/py_ref.hpp"
+#include "module/support.hpp"
+#include "module/type_objects.hpp"
 
 namespace {
 
-struct PyObjScalarFromIndicesVisitor {
-  const MCppPyArray& view;
-  const Position& position;
+const std::byte* orNullDataPointer(const std::byte* address) {
+  if (address == nullptr) [[unlikely]]
+    setError(PyExc_RuntimeError, messages::nullDataPointer);
+  return address;
+}
 
-  template <class T>
-  PyObject* operator()(const vd::TypedArray<T>&) const {
-    return view.getNumericPyObjectFromNormalizedIntIndices<T>(position);
+// A view of `parent` with one subscript more, which takes the place of a slice at the end of the
+// chain. The item is in coordinates of the storage. Null with RuntimeError set.
+template <class T, class Item>
+PyObject* makeView(const MCppPyArray& parent, const Item& item, bool useWeakPtr) {
+  PyRef record = PyRef::steal(allocMCPyArray(typeObjectOf(classOf<T>)));
+  if (!record) return nullptr;
+  auto* view = new MCppPyArray(parent, useWeakPtr);
+  getMCPyArrayFromPyObject(record.get())->mcppPyArray = view;
+  if (parent.chain().finalSlice() != nullptr) {
+    view->replaceFinalSlice(item);
+  } else {
+    view->appendIndexItem(item);
   }
-};
-
-struct ElementAtOffsetVisitor {
-  std::int64_t offset;
-
-  template <class T>
-  PyObject* operator()(const vd::TypedArray<T>& array) const {
-    const T element = array.begin()[offset];
-    return makeNumber(element);
-  }
-};
+  return record.release();
+}
 
 }  // namespace
 
+const std::byte* getAddressOfElementFromNormalizedIntIndices(const MCppPyArray& view,
+                                                             const Position& position) {
+  const MDArrayWrapper* storage = view.borrowWrapper();
+  return storage != nullptr ? orNullDataPointer(storage->findElement(position)) : nullptr;
+}
+
+const std::byte* getAddressOfElementFromNewIntIndex(const MCppPyArray& view,
+                                                    std::int64_t newIndex) {
+  const MDArrayWrapper* storage = view.borrowWrapper();
+  if (storage == nullptr) return nullptr;
+  const auto integers = view.chain().integers();
+  return orNullDataPointer(storage->findElement(integers.size() + 1, [&](std::size_t k) {
+    return k < integers.size() ? integers[k].m_index : newIndex;
+  }));
+}
+
 extern "C" Py_ssize_t MCPyArray_NumElemsInFirstDim(PyObject* self) {
   const MCppPyArray* view = getInitializedView(self);
-  return view != nullptr ? view->getLengthOfActiveDimension() : -1;
+  return view != nullptr ? getLengthOfActiveDimension(*view) : -1;
 }
 
-PyObject* MCppPyArray::getNumericPyObjectFromNormalizedIntIndicesWithoutTemplate(
-    const Position& position) const {
-  const WrapperAccess storage = wrapper();
-  if (!storage) return nullptr;
-  return applyVisitor(storage->array(), PyObjScalarFromIndicesVisitor{*this, position});
+template <class T>
+PyObject* MCPyArray_GetItem(PyObject* self, Py_ssize_t index) {
+  const MCppPyArray* view = getInitializedView(self);
+  if (view == nullptr) return nullptr;
+  const std::int64_t length = getLengthOfActiveDimension(*view);
+  if (length < 0) return nullptr;
+  const std::int64_t fixed = view->getNumberOfIntegerIndicesSoFar();
+  // -1 for storage that has gone. If it has expired, the check below replaces the error; a slice of
+  // a weak view has no storage at all and keeps the error that is set.
+  const int dimensions = view->getNumberOfDimensions();
+  if (dimensions < 0 && !view->hasWeakPtrToWrapper()) return nullptr;
+  if (dimensions <= fixed) {
+    setError(PyExc_RuntimeError, messages::tooManyIndices);
+    return nullptr;
+  }
+  IntegerIndexItem item{index, false};
+  if (!item.normalizeAgainstLength(length)) {
+    setError(PyExc_IndexError, messages::invalidIndex + std::to_string(index));
+    return nullptr;
+  }
+  const SliceIndexItem* slice = view->chain().finalSlice();
+  if (slice != nullptr && !getReplacementIndexForSliceAndInt(*slice, item)) return nullptr;
+  // In the last dimension the element is read without making a view of it.
+  if (fixed == dimensions - 1) {
+    const std::byte* address = getAddressOfElementFromNewIntIndex(*view, item.m_index);
+    if constexpr (!std::is_same_v<T, bool>) {
+      if (view->isComplex()) return makeNumberAt<std::complex<T>>(address);
+    }
+    return makeNumberAt<T>(address);
+  }
+  return makeView<T>(*view, item, view->hasWeakPtrToWrapper());
 }
 
-PyObject* MDArrayWrapper::getElementAsPyObjectFromElementOffset(std::int64_t offset) const {
-  if (offset < 0 || offset >= m_numElems) return nullptr;
-  return applyVisitor(m_array, ElementAtOffsetVisitor{offset});
+template <class T>
+PyObject* MCPyArray_GetViaIndex(PyObject* self, PyObject* index) {
+  const MCppPyArray* view = getInitializedView(self);
+  if (view == nullptr) return nullptr;
+  if (const auto integer = getIntegerIndexFromIndexObject(index)) {
+    return MCPyArray_GetItem<T>(self, *integer);
+  }
+  if (Py_TYPE(index) != &PySlice_Type) {
+    setError(PyExc_RuntimeError, messages::indexIsNoIndex);
+    return nullptr;
+  }
+  const std::int64_t length = getLengthOfActiveDimension(*view);
+  if (length < 0) return nullptr;
+  std::optional<SliceIndexItem> item = getSliceData(index, length);
+  if (!item) return nullptr;
+  if (const SliceIndexItem* slice = view->chain().finalSlice()) {
+    getReplacementIndexForSliceAndSlice(*slice, *item);
+  }
+  // Deliberate: strong even for a weak parent, so that a slice keeps its storage alive; the slice
+  // of a weak view has no storage at all.
+  return makeView<T>(*view, *item, false);
 }
 
 #define X(name, number, enumerator, type, ...)                       \

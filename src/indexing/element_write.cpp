@@ -1,12 +1,195 @@
-// Instances of the assignments.
-#include "indexing/element_write_impl.hpp"
+// Assignments.
+#include "indexing/element_write.hpp"
+
+#include <algorithm>
+#include <complex>
+#include <span>
+#include <string>
+
+#include "construct/element_conversion_impl.hpp"
+#include "construct/final_constructor_parser.hpp"
+#include "indexing/run_writer.hpp"
+#include "indexing/subscripts.hpp"
+#include "indexing/view_composition.hpp"
+#include "module/support.hpp"
+#include "storage/mcpy_array.hpp"
+
+namespace {
+
+int fail(PyObject* exceptionType, const std::string& message) {
+  setError(exceptionType, message);
+  return -1;
+}
+
+// Reads a value completely, before anything is written. False with an error set.
+template <class T>
+bool flatten(FinalConstructorParser<T>& parser, PyObject* value) {
+  return parser.flattenWithUnspecifiedDimensions(value, false);
+}
+
+template <class T>
+std::span<const T> elementsOf(const FinalConstructorParser<T>& parser) {
+  return {parser.getFlattenedElements(),
+          static_cast<std::size_t>(parser.getNumberOfFlattenedElements())};
+}
+
+}  // namespace
+
+template <class T>
+int setItemViaFinalIntegerIndex(MCppPyArray& view, std::int64_t index, PyObject* value) {
+  if (value == nullptr) return fail(PyExc_RuntimeError, messages::nullDataPointer);
+  const auto element = convertPyObjectToElement<T>(value, false);
+  if (!element.value) return fail(element.failure->exceptionClass, element.failure->message);
+  const WrapperAccess storage = view.wrapper();
+  if (!storage) return -1;
+  const auto integers = view.chain().integers();
+  const std::int64_t offset = storage->getElementOffset(integers.size() + 1, [&](std::size_t k) {
+    return k < integers.size() ? integers[k].m_index : index;
+  });
+  return reportUnlessStored(ElementWriter<T>(*storage).write(offset, *element.value)) ? 0 : -1;
+}
+
+template <class T>
+int setMultipleElementsFromNonFinalIntegerIndex(MCppPyArray& view, std::int64_t index,
+                                                PyObject* value) {
+  FinalConstructorParser<T> parser;
+  if (!flatten(parser, value)) return -1;
+  const WrapperAccess storage = view.wrapper();
+  if (!storage) return -1;
+  const std::vector<std::int64_t>& shape = storage->shape();
+  const std::vector<std::int64_t>& given = parser.shape().getCalculatedDimensions();
+  const std::size_t first = view.chain().integers().size() + 1;
+  if (first > shape.size() || !std::equal(shape.begin() + static_cast<std::ptrdiff_t>(first),
+                                          shape.end(), given.begin(), given.end())) {
+    return fail(PyExc_ValueError, messages::unequalShapes);
+  }
+  Position position = view.getIntegerIndicesSoFar();
+  position.push_back(index);
+  position.resize(shape.size(), 0);
+  const auto elements = elementsOf(parser);
+  const RunResult result = storeAlong(*storage, view.chain(), std::move(position), elements);
+  const bool areAllStored = result.stored == static_cast<std::int64_t>(elements.size());
+  return reportUnlessStored(result.status) && areAllStored ? 0 : -1;
+}
+
+template <class T>
+int setMultipleElementsFromNonFinalSliceIndex(MCppPyArray& view, SliceIndexItem& slice,
+                                              PyObject* value) {
+  FinalConstructorParser<T> parser;
+  if (!flatten(parser, value)) return -1;
+  const bool isEmpty = slice.m_slice_len == 0;
+  if (parser.shape().calculateNumberOfElements() == 0) {
+    if (isEmpty) return 0;
+    return fail(PyExc_ValueError, "slice is nonempty but values are empty.");
+  }
+  if (isEmpty) {
+    return fail(PyExc_ValueError,
+                "slice is empty, but number of elements assigned is greater than zero.");
+  }
+  // Deliberate: strong, like every slice, so that a weak view has no storage to write to.
+  MCppPyArray target(view, false);
+  if (const SliceIndexItem* parent = view.chain().finalSlice()) {
+    getReplacementIndexForSliceAndSlice(*parent, slice);
+    target.replaceFinalSlice(slice);
+  } else {
+    target.appendIndexItem(slice);
+  }
+  const WrapperAccess storage = target.wrapper();
+  if (!storage) return -1;
+  const auto dimensions = static_cast<std::int64_t>(storage->shape().size());
+  const auto elements = elementsOf(parser);
+  const RunResult result =
+      storeAlong(*storage, target.chain(),
+                 getStartElement(storage->shape(), target.chain(), dimensions), elements);
+  if (!reportUnlessStored(result.status)) return -1;
+  if (!result.moved && result.stored == static_cast<std::int64_t>(elements.size())) return 0;
+  return fail(PyExc_ValueError, "length of slice does not match number of elements.");
+}
+
+template <class T>
+int setIndividualElementsFromFlatSeqOfMultipleIntegerIndices(MCppPyArray& view,
+                                                             std::span<const std::int64_t> indices,
+                                                             PyObject* value) {
+  FinalConstructorParser<T> parser;
+  if (!flatten(parser, value)) return -1;
+  const auto elements = elementsOf(parser);
+  if (parser.shape().getCalculatedDimensions().size() != 1 || elements.size() != indices.size()) {
+    return fail(PyExc_ValueError, messages::unequalShapes);
+  }
+  const WrapperAccess storage = view.wrapper();
+  if (!storage) return -1;
+  const WriteStatus status =
+      storeEach(*storage, view.getIntegerIndicesSoFar(), indices, elements.data());
+  return reportUnlessStored(status) ? 0 : -1;
+}
+
+template <class T>
+int setItemsFromFinalOrNonFinalIntegerIndex(MCppPyArray& view, std::int64_t index,
+                                            std::int64_t length, PyObject* value) {
+  IntegerIndexItem item{index, false};
+  if (!item.normalizeAgainstLength(length)) {
+    return fail(PyExc_IndexError, messages::invalidIndex + std::to_string(index));
+  }
+  const SliceIndexItem* slice = view.chain().finalSlice();
+  if (slice != nullptr && !getReplacementIndexForSliceAndInt(*slice, item)) return -1;
+  return view.getNumberOfIntegerIndicesSoFar() == view.getNumberOfDimensions() - 1
+             ? setItemViaFinalIntegerIndex<T>(view, item.m_index, value)
+             : setMultipleElementsFromNonFinalIntegerIndex<T>(view, item.m_index, value);
+}
+
+namespace {
+
+// 0, or -1 with an error set. T is the element type itself, complex or not.
+template <class T>
+int setViaSlice(MCppPyArray& view, SliceIndexItem& slice, PyObject* value, std::int64_t length,
+                bool isLastDimension) {
+  if (!isLastDimension) return setMultipleElementsFromNonFinalSliceIndex<T>(view, slice, value);
+  // Deliberate: these positions are coordinates of the storage, whatever slice the view ends in,
+  // just as the length is the storage's.
+  const std::optional<std::vector<std::int64_t>> indices = slice.getIntegerIndexValues(length);
+  if (!indices) return fail(PyExc_RuntimeError, "unable to normalize index.");
+  return setIndividualElementsFromFlatSeqOfMultipleIntegerIndices<T>(view, *indices, value);
+}
+
+template <class T>
+int setViaIndex(MCppPyArray& view, PyObject* index, PyObject* value) {
+  const std::int64_t fixed = view.getNumberOfIntegerIndicesSoFar();
+  std::int64_t length = 0;
+  int dimensions = -1;
+  if (const MDArrayWrapper* storage = view.borrowWrapper()) {
+    dimensions = storage->getNumberOfDimensions();
+    // Deliberate: the length in the storage, whatever slice the view ends in. Reads use the slice's
+    // length; writes have always counted in the storage.
+    if (dimensions > fixed) length = storage->shape()[static_cast<std::size_t>(fixed)];
+  }
+  // As for reads: the check replaces the error of expired storage, and keeps that of a slice of a
+  // weak view.
+  if (dimensions < 0 && !view.hasWeakPtrToWrapper()) return -1;
+  if (dimensions <= fixed) return fail(PyExc_RuntimeError, messages::tooManyIndices);
+  if (const auto integer = getIntegerIndexFromIndexObject(index)) {
+    return setItemsFromFinalOrNonFinalIntegerIndex<T>(view, *integer, length, value);
+  }
+  if (Py_TYPE(index) != &PySlice_Type) {
+    return fail(PyExc_RuntimeError, messages::indexIsNoIndex);
+  }
+  std::optional<SliceIndexItem> item = getSliceData(index, length);
+  if (!item) return -1;
+  return setViaSlice<T>(view, *item, value, length, fixed == dimensions - 1);
+}
+
+}  // namespace
+
+template <class T>
+int MCPyArray_SetViaIndex(PyObject* self, PyObject* index, PyObject* value) {
+  MCppPyArray* view = getInitializedView(self);
+  if (view == nullptr) return -1;
+  if constexpr (!std::is_same_v<T, bool>) {
+    if (view->isComplex()) return setViaIndex<std::complex<T>>(*view, index, value);
+  }
+  return setViaIndex<T>(*view, index, value);
+}
 
 #define X(name, number, enumerator, type, ...) \
   template int MCPyArray_SetViaIndex<type>(PyObject*, PyObject*, PyObject*);
 VELMARDATA_FOR_EACH_CLASS_TYPE(X)
-#undef X
-#define X(name, number, type)                                                    \
-  template bool MCppPyArray::setElementFromIndices<type>(const Position&, type); \
-  template bool MDArrayWrapper::setElementFromIndices<type>(const Position&, type);
-VELMARDATA_FOR_EACH_CLASS_ELEMENT_TYPE(X)
 #undef X

@@ -1,11 +1,7 @@
-// Traversal of a restricted index space.
+// Steps that carry, and tests of positions.
 #include "indexing/traversal.hpp"
 
 #include <algorithm>
-
-#include "indexing/index_items.hpp"
-#include "module/support.hpp"
-#include "storage/mcpp_py_array.hpp"
 
 namespace traversal {
 
@@ -31,7 +27,7 @@ bool containsElementWithIndices(const Position& position, std::int64_t numberOfD
   const auto available = static_cast<std::int64_t>(std::min(shape.size(), position.size()));
   if (numberOfDimensions > available) return false;
   for (std::int64_t k = 0; k < numberOfDimensions; ++k) {
-    const std::int64_t length = traversal::lengthAt(k, shape);
+    const std::int64_t length = shape[static_cast<std::size_t>(k)];
     std::int64_t start = getStartFromShapeDimsAndRestrictingIndices(k, shape, chain);
     std::int64_t stop = getStopFromShapeDimsAndRestrictingIndices(k, shape, chain);
     const std::int64_t step = getStepFromShapeDimsAndRestrictingIndices(k, shape, chain);
@@ -40,7 +36,8 @@ bool containsElementWithIndices(const Position& position, std::int64_t numberOfD
     if (start < 0) start += length;
     if (step < 0) {
       if (entry > start) return false;
-      // Deliberate: a run that reaches down to 0 ends the test, dimensions after it included.
+      // Deliberate: a run that reaches down to 0 ends the test without a look at the dimensions
+      // behind it, because a stop below 0 has no position to compare with.
       if (stop < 0) return true;
       if (entry <= stop) return false;
     } else {
@@ -61,67 +58,4 @@ Position getStartElement(const std::vector<std::int64_t>& shape, const IndexChai
         getStartFromShapeDimsAndRestrictingIndices(static_cast<std::int64_t>(k), shape, chain);
   }
   return position;
-}
-
-bool MCppPyArray::incrementIndices(Position& position) const {
-  const WrapperAccess storage = wrapper();
-  return storage && ::incrementIndices(position, storage->shape(), m_indices);
-}
-
-bool MCppPyArray::containsElementWithIndices(const Position& position,
-                                             std::int64_t numberOfDimensions) const {
-  const WrapperAccess storage = wrapper();
-  return storage &&
-         ::containsElementWithIndices(position, numberOfDimensions, storage->shape(), m_indices);
-}
-
-Position MCppPyArray::getIndicesOfStartElement(std::int64_t length) const {
-  const WrapperAccess storage = wrapper();
-  return storage ? getStartElement(storage->shape(), m_indices, length) : Position();
-}
-
-std::int64_t MCppPyArray::getLengthOfActiveDimension() const {
-  if (const SliceIndexItem* slice = finalSlice()) return slice->m_slice_len.value_or(-1);
-  const WrapperAccess storage = wrapper();
-  if (!storage) return -1;
-  const auto active = static_cast<std::size_t>(m_numberOfIntegerIndicesSoFar);
-  if (active >= storage->shape().size()) {
-    setError(PyExc_RuntimeError, messages::tooManyIndices);
-    return -1;
-  }
-  return storage->shape()[active];
-}
-
-Position MCppPyArray::getIntIndicesOfElementFromStoredIntIndicesAndNewIntIndex(
-    std::int64_t newIndex, bool& success) const {
-  success = false;
-  Position position;
-  const WrapperAccess storage = wrapper();
-  if (!storage) return position;
-  if (newIndex < 0) {
-    setError(PyExc_RuntimeError, "index not normalized.");
-    return position;
-  }
-  position.resize(storage->shape().size(), 0);
-  for (std::size_t k = 0; k < m_indices.size(); ++k) {
-    const auto* item = std::get_if<IntegerIndexItem>(&m_indices[k]);
-    if (item == nullptr) {
-      setError(PyExc_RuntimeError, messages::unexpectedSlice);
-      position.clear();
-      return position;
-    }
-    if (k < position.size()) position[k] = item->m_index;
-  }
-  if (position.empty()) return position;
-  success = true;
-  position.back() = newIndex;
-  return position;
-}
-
-const std::byte* MCppPyArray::getAddressOfElementFromNewIntIndex(std::int64_t newIndex) const {
-  const MDArrayWrapper* storage = borrowWrapper();
-  if (storage == nullptr || !integersComeFirst()) return nullptr;
-  return orNullDataPointer(
-      storage->addressOfElement(static_cast<std::size_t>(m_numberOfIntegerIndicesSoFar) + 1,
-                                positionBehindIntegers(newIndex)));
 }

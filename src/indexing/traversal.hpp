@@ -1,46 +1,41 @@
-// Walking the part of an index space that a chain of subscripts leaves open. Pure functions over a
-// shape and a chain; nothing is allocated per step.
+// Walks over the part of an index space that a chain of subscripts leaves open. Pure functions of a
+// shape and a chain; a step allocates nothing.
 #pragma once
 
 #include <cstdint>
 #include <vector>
 
-#include "indexing/index_items.hpp"
-#include "storage/index_items.hpp"
-
-namespace traversal {
-
-// The chain's item for dimension k, or null behind the chain.
-inline const IndexVariant* itemAt(std::int64_t k, const IndexChain& chain) {
-  const auto place = static_cast<std::size_t>(k);
-  return place < chain.size() ? &chain[place] : nullptr;
-}
-// A dimension that the shape lacks has no positions.
-inline std::int64_t lengthAt(std::int64_t k, const std::vector<std::int64_t>& shape) {
-  const auto place = static_cast<std::size_t>(k);
-  return place < shape.size() ? shape[place] : 0;
-}
-
-}  // namespace traversal
+#include "storage/index_chain.hpp"
 
 // The range of dimension k: that of the chain's item, or the whole dimension behind the chain. The
-// step of a dimension fixed by an integer is 0.
+// step of a dimension that an integer fixes is 0. A dimension that the shape lacks has no
+// positions.
 inline std::int64_t getStartFromShapeDimsAndRestrictingIndices(std::int64_t k,
                                                                const std::vector<std::int64_t>&,
                                                                const IndexChain& chain) {
-  const IndexVariant* item = traversal::itemAt(k, chain);
-  return item != nullptr ? getStart(*item) : 0;
+  const auto place = static_cast<std::size_t>(k);
+  const auto integers = chain.integers();
+  if (place < integers.size()) return getStart(integers[place]);
+  const SliceIndexItem* slice = place == integers.size() ? chain.finalSlice() : nullptr;
+  return slice != nullptr ? getStart(*slice) : 0;
 }
 inline std::int64_t getStopFromShapeDimsAndRestrictingIndices(
     std::int64_t k, const std::vector<std::int64_t>& shape, const IndexChain& chain) {
-  const IndexVariant* item = traversal::itemAt(k, chain);
-  return item != nullptr ? getStop(*item) : traversal::lengthAt(k, shape);
+  const auto place = static_cast<std::size_t>(k);
+  const auto integers = chain.integers();
+  if (place < integers.size()) return getStop(integers[place]);
+  const SliceIndexItem* slice = place == integers.size() ? chain.finalSlice() : nullptr;
+  if (slice != nullptr) return getStop(*slice);
+  return place < shape.size() ? shape[place] : 0;
 }
 inline std::int64_t getStepFromShapeDimsAndRestrictingIndices(std::int64_t k,
                                                               const std::vector<std::int64_t>&,
                                                               const IndexChain& chain) {
-  const IndexVariant* item = traversal::itemAt(k, chain);
-  return item != nullptr ? getStep(*item) : 1;
+  const auto place = static_cast<std::size_t>(k);
+  const auto integers = chain.integers();
+  if (place < integers.size()) return getStep(integers[place]);
+  const SliceIndexItem* slice = place == integers.size() ? chain.finalSlice() : nullptr;
+  return slice != nullptr ? getStep(*slice) : 1;
 }
 
 inline bool indexIsContainedWithinHalfOpenRange(std::int64_t index, std::int64_t start,
@@ -51,7 +46,7 @@ inline bool indexIsContainedWithinHalfOpenRange(std::int64_t index, std::int64_t
 inline bool indexIsAtLastPositionWithinHalfOpenRange(std::int64_t index, std::int64_t stop,
                                                      std::int64_t step) {
   if (step == 0) return true;
-  // Written without index + step, which may not fit.
+  // Without index + step, which may overflow.
   if (step > 0) return index < stop && stop - index <= step;
   return index > stop && stop - index >= step;
 }
@@ -60,7 +55,7 @@ namespace traversal {
 
 enum class Step { Taken, AtEnd, Outside };
 
-// Moves one entry of a position on, if its dimension has a position left.
+// Moves entry k of a position on, if its dimension has a position left.
 inline Step takeStep(std::int64_t k, Position& position, const std::vector<std::int64_t>& shape,
                      const IndexChain& chain) {
   std::int64_t& entry = position[static_cast<std::size_t>(k)];
@@ -75,13 +70,13 @@ inline Step takeStep(std::int64_t k, Position& position, const std::vector<std::
   return Step::Taken;
 }
 
-// The rest of a move, when the last entry is at its dimension's end.
+// The rest of a move whose last entry is at the end of its dimension.
 bool carry(Position& position, const std::vector<std::int64_t>& shape, const IndexChain& chain);
 
 }  // namespace traversal
 
-// Moves to the next position, last entry fastest. False: the walk is over and the position stays.
-// In the header since every element that is iterated over comes through here.
+// Moves to the next position, last entry fastest. False when the walk is over; the position stays.
+// In the header because every element of a loop comes through here.
 inline bool incrementIndices(Position& position, const std::vector<std::int64_t>& shape,
                              const IndexChain& chain) {
   if (position.empty()) return true;
@@ -91,10 +86,10 @@ inline bool incrementIndices(Position& position, const std::vector<std::int64_t>
   return traversal::carry(position, shape, chain);
 }
 
-// Whether the first entries of a position lie in the ranges; positions between two of a slice count
-// as contained.
+// Whether the first entries of a position lie in their ranges. A position between two of a slice
+// counts as contained.
 bool containsElementWithIndices(const Position& position, std::int64_t numberOfDimensions,
                                 const std::vector<std::int64_t>& shape, const IndexChain& chain);
-// The first position, with `length` entries; entries past the shape are 0.
+// The first position of a walk, with `length` entries. Entries past the shape are 0.
 Position getStartElement(const std::vector<std::int64_t>& shape, const IndexChain& chain,
                          std::int64_t length);

@@ -4,11 +4,11 @@
 #include <utility>
 #include <velmardata/velmardata.hpp>
 
-// Calls visitor(handle) with the typed handle of the array and returns what it returns. A const
-// lvalue is copied into the handle (the contents become shared while the visitor runs), an rvalue
-// is moved into it, so that a write in the visitor finds the contents unshared. The visitor needs
-// an overload for each of the 22 types: TypedArray<T>, and CharArray for characters. Throws
-// EArrayUnknownDataType for an array of any other type.
+// Calls visitor(handle) with the typed handle of the array and returns the visitor's result. A
+// const lvalue is copied into the handle, so the contents are shared while the visitor runs. An
+// rvalue is moved into the handle, so a write in the visitor finds the contents unshared. The
+// visitor needs an overload for each of the 22 types: TypedArray<T>, and CharArray for characters.
+// Throws EArrayUnknownDataType for an array of any other type.
 template <class ArrayRef, class Visitor>
 decltype(auto) applyVisitor(ArrayRef&& array, Visitor&& visitor) {
   using namespace foundation::velmardata;

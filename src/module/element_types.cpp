@@ -12,7 +12,7 @@ namespace {
 
 constexpr TypeAndComplexity invalidType = {false, SupportedArrayEnum::Logical, true};
 
-// Format strings go out as char*, so they live in writable arrays of static duration.
+// Py_buffer holds formats as char*, so they are writable arrays of static duration.
 #define X(name, number, enumerator, type, suffix, word, letter) \
   char formatOf##enumerator[] = {letter, '\0'};                 \
   char formatOfComplex##enumerator[] = {'Z', letter, '\0'};
@@ -40,7 +40,7 @@ TypeAndComplexity getTypeAndComplexityFromArrayType(ArrayType type) {
     case ArrayType::CHAR:
       return invalidType;
   }
-  return invalidType;  // a number from outside that names none of the types above
+  return invalidType;  // a number that names none of the types above
 }
 
 char* classid2format(ArrayType type) {

@@ -1,5 +1,5 @@
-// The module's numbering of element types and every mapping between it, ArrayType and the letters
-// of the buffer protocol.
+// The module's numbers of element types, and their mappings to ArrayType and to the letters of the
+// buffer protocol.
 #pragma once
 
 #include <array>
@@ -11,7 +11,7 @@
 #include <type_traits>
 #include <velmardata/element_types.hpp>
 
-// Index of an array class in every per-class table. Complexity is kept beside it.
+// Index of an array class in every table of classes. Complexity is a separate flag.
 enum class SupportedArrayEnum : std::int8_t {
 #define X(name, number, enumerator, ...) enumerator,
   VELMARDATA_FOR_EACH_CLASS_TYPE(X)
@@ -33,19 +33,20 @@ inline constexpr std::array<char, numberOfArrayClasses> TypeAsChar = {
 };
 
 struct TypeAndComplexity {
-  bool isValid;  // false: no Python class, and the other fields mean nothing
+  bool isValid;  // false: the type has no Python class, and the other fields have no meaning
   SupportedArrayEnum supportedArrayEnum;
   bool isComplex;
 };
 
-// Constant time. Character arrays and unknown numbers are not valid.
+// Character arrays and unknown numbers are not valid. Constant time.
 TypeAndComplexity getTypeAndComplexityFromArrayType(foundation::velmardata::ArrayType type);
 
-// The buffer protocol's format string, static. Throws std::out_of_range for a type without one.
+// The format string of the buffer protocol, valid for the life of the process. Throws
+// std::out_of_range for a type without a format.
 char* classid2format(foundation::velmardata::ArrayType type);
 
-// The element-type number of a format letter: index of the class plus 4, so "?" gives 14 and not
-// the ArrayType of logical. Empty with RuntimeError set for any other letter.
+// The element-type number of a format letter: the index of the class plus 4. "?" therefore gives
+// 14, which is not the ArrayType of logical. Empty with RuntimeError set for any other letter.
 std::optional<std::int32_t> getArrayTypeEnumFromChar(char letter);
 void initializeCharToArrayTypeEnumMap(std::map<char, int>& map);
 
@@ -63,10 +64,10 @@ using Part = typename PartOf<T>::Type;
 template <class T>
 inline constexpr bool isComplexElement = !std::is_same_v<Part<T>, T>;
 
-// The word that names the element type in messages; a complex element has that of its part.
+// The word that names the element type in messages. A complex element has the word of its part.
 template <class T>
 struct TypeWord : TypeWord<Part<T>> {};
-// Character elements occur inside only, and their messages say "double".
+// Deliberate: messages about characters, which occur internally only, say "double".
 template <>
 struct TypeWord<char16_t> {
   static constexpr const char* value = "double";
@@ -86,7 +87,7 @@ VELMARDATA_FOR_EACH_CLASS_TYPE(X)
 #undef X
 template <class T>
 inline constexpr const char* typeWord = TypeWord<T>::value;
-// The same from the class.
+// The same, by class.
 inline constexpr std::array<const char*, numberOfArrayClasses> typeWords = {
 #define X(name, number, enumerator, type, suffix, word, letter) word,
     VELMARDATA_FOR_EACH_CLASS_TYPE(X)
@@ -98,3 +99,13 @@ constexpr const char* typeWordOf(SupportedArrayEnum arrayClass) {
 // The class of the arrays whose parts are of type T.
 template <class T>
 inline constexpr SupportedArrayEnum classOf = ClassOf<T>::value;
+
+// What code without templates needs to know of an element type.
+struct ElementFacts {
+  foundation::velmardata::ArrayType type;
+  std::size_t size;  // in bytes
+  const char* word;
+};
+template <class T>
+inline constexpr ElementFacts factsOf = {foundation::velmardata::arrayTypeOf<T>, sizeof(T),
+                                         typeWord<T>};

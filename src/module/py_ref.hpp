@@ -1,4 +1,4 @@
-// The one owner of strong references; nothing else changes a reference count.
+// PyRef, the only owner of strong references. Nothing else changes a reference count.
 #pragma once
 
 #include "module/python.hpp"
@@ -31,8 +31,8 @@ class PyRef {
   PyObject* m_object = nullptr;
 };
 
-// Gives up a reference without releasing it: the object stays for the life of the process. Every
-// use is a deliberate one and says why at its place.
+// Gives up a reference without releasing it, so that the object lives as long as the process. Every
+// use states its reason.
 inline void keepForever(PyRef&& reference) noexcept {
   static_cast<void>(reference.release());
 }

@@ -1,4 +1,4 @@
-// The Python objects of the module, created at import and kept until the process ends.
+// The Python objects that the module creates at import and keeps until the process ends.
 #pragma once
 
 #include <array>
@@ -6,8 +6,8 @@
 #include "module/element_types.hpp"
 #include "module/python.hpp"
 
-// The eleven classes in the order of SupportedArrayEnum; an entry is null when its class could not
-// be made. Owned references. Every creation of an array goes through this table.
+// The eleven classes in the order of SupportedArrayEnum. Owned references; null for a class that
+// could not be made. Every array is created through this table.
 extern std::array<PyTypeObject*, numberOfArrayClasses> TypeObjectPointers;
 extern PyTypeObject* MCPyIterTypeObj;
 
@@ -17,5 +17,5 @@ inline PyTypeObject* typeObjectOf(SupportedArrayEnum arrayClass) {
 
 struct ArrayArray {
   static PyObject* s_arrayClass;   // the class array.array; owned
-  static PyObject* s_arrayModule;  // always null
+  static PyObject* s_arrayModule;  // always null; kept because its name is published
 };

@@ -1,15 +1,13 @@
 // toarray(): the numbers of a view as an array.array.
-#include "operations/array_array.hpp"
-
 #include "module/py_ref.hpp"
 #include "module/support.hpp"
 #include "module/type_objects.hpp"
-#include "operations/iterator.hpp"
+#include "operations/handlers.hpp"
 #include "storage/mcpy_array.hpp"
 
 namespace {
 
-// array.array has no letter for logical elements, which count as bytes.
+// array.array has no letter for logical elements; they go out as bytes.
 int typecodeOf(SupportedArrayEnum type) {
   if (type == SupportedArrayEnum::Logical) type = SupportedArrayEnum::UInt8;
   return TypeAsChar[static_cast<std::size_t>(type)];

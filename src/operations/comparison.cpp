@@ -1,19 +1,19 @@
 // Comparison: two iterators side by side, level by level.
 #include "operations/comparison.hpp"
 
-#include <complex>
 #include <iostream>
 #include <optional>
 
 #include "module/py_ref.hpp"
 #include "module/support.hpp"
+#include "operations/handlers.hpp"
 #include "operations/iterator.hpp"
 #include "storage/mcpy_array.hpp"
 
 namespace {
 
-// A level below another one in a comparison of rows. Each keeps two walks alive, with a shape and a
-// chain of their own, so that the interpreter's count alone would let them fill the stack.
+// One level of a comparison of rows. Each level keeps two walks on the stack, with a shape and a
+// chain of their own. The interpreter's own limit would let them fill the stack.
 class Level {
  public:
   Level() { ++s_levels; }
@@ -34,7 +34,7 @@ class Level {
 };
 thread_local int Level::s_levels = 0;
 
-// Two yielded numbers; empty with an error set.
+// Whether two numbers are equal; empty with an error set.
 std::optional<bool> numbersAreEqual(PyObject* x, PyObject* y) {
   const int result = PyObject_RichCompareBool(x, y, Py_EQ);
   if (result == 0 || result == 1) return result == 1;
@@ -44,13 +44,12 @@ std::optional<bool> numbersAreEqual(PyObject* x, PyObject* y) {
 
 }  // namespace
 
-template <class T>
-std::optional<bool> MCppPyArray::isEqualTo(MCppPyArray& other) {
-  if (m_supportedArrayEnum != other.m_supportedArrayEnum) return false;
+std::optional<bool> isEqualTo(const MCppPyArray& self, const MCppPyArray& other) {
+  if (self.getSupportedArrayEnum() != other.getSupportedArrayEnum()) return false;
   const RecursionGuard guard(" while comparing arrays");
   const Level level;
   if (!guard || !level.isAllowed()) return std::nullopt;
-  MCppPyIter first(this);
+  MCppPyIter first(&self);
   MCppPyIter second(&other);
   if (PyErr_Occurred() != nullptr) return std::nullopt;
   for (;;) {
@@ -62,9 +61,9 @@ std::optional<bool> MCppPyArray::isEqualTo(MCppPyArray& other) {
     }
     if (first.yieldsViews() != second.yieldsViews()) return false;
     if (first.yieldsViews()) {
-      // An error deeper down makes the arrays unequal here; the handler reports it.
-      const auto rowsAreEqual = getMCPyArrayFromPyObject(x.get())->mcppPyArray->isEqualTo<T>(
-          *getMCPyArrayFromPyObject(y.get())->mcppPyArray);
+      // Deliberate: an error in a row makes the arrays unequal here; the handler reports the error.
+      const auto rowsAreEqual = isEqualTo(*getMCPyArrayFromPyObject(x.get())->mcppPyArray,
+                                          *getMCPyArrayFromPyObject(y.get())->mcppPyArray);
       if (!rowsAreEqual.value_or(false)) return false;
     } else {
       const std::optional<bool> areEqual = numbersAreEqual(x.get(), y.get());
@@ -75,7 +74,7 @@ std::optional<bool> MCppPyArray::isEqualTo(MCppPyArray& other) {
 
 template <class T>
 PyObject* MCPyArray_RichCompare(PyObject* self, PyObject* other, int op) {
-  MCppPyArray* view = getInitializedView(self);
+  const MCppPyArray* view = getInitializedView(self);
   if (view == nullptr) return nullptr;
   if (op != Py_EQ && op != Py_NE) {
     setError(PyExc_NotImplementedError, "inequality operators not supported.");
@@ -83,15 +82,12 @@ PyObject* MCPyArray_RichCompare(PyObject* self, PyObject* other, int op) {
   }
   std::optional<bool> areEqual = false;
   if (MCPyArray_Check(other)) {
-    MCppPyArray* otherView = getInitializedView(other);
+    const MCppPyArray* otherView = getInitializedView(other);
     if (otherView == nullptr) return nullptr;
-    areEqual = view->isComplex() ? view->isEqualTo<std::complex<T>>(*otherView)
-                                 : view->isEqualTo<T>(*otherView);
+    areEqual = isEqualTo(*view, *otherView);
   }
   if (!areEqual || PyErr_Occurred() != nullptr) return nullptr;
   return PyBool_FromLong(*areEqual == (op == Py_EQ) ? 1 : 0);
 }
 
-template std::optional<bool> MCppPyArray::isEqualTo<double>(MCppPyArray&);
-template std::optional<bool> MCppPyArray::isEqualTo<std::complex<double>>(MCppPyArray&);
 template PyObject* MCPyArray_RichCompare<double>(PyObject*, PyObject*, int);

@@ -1,10 +1,10 @@
-// What == and != reach.
+// Comparison of arrays.
 #pragma once
 
-#include "module/python.hpp"
+#include <optional>
 
-// New reference to True or False, or null with an error set. Equality is what two walks yield, by
-// design without a look at the memory; T selects nothing but the name, and the one instance is that
-// for double. Linear in the number of elements, with Python objects made of each.
-template <class T>
-PyObject* MCPyArray_RichCompare(PyObject* self, PyObject* other, int op);
+#include "storage/mcpp_py_array.hpp"
+
+// Whether walks over both arrays yield the same. Empty with an error set; false with an error set
+// when the failure is in a row. Linear in the number of elements, with Python objects for each.
+std::optional<bool> isEqualTo(const MCppPyArray& self, const MCppPyArray& other);

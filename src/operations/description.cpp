@@ -1,11 +1,10 @@
 // The numbers that describe an array, as Python objects.
-#include "operations/description.hpp"
-
 #include <cstdint>
 #include <vector>
 
 #include "module/py_ref.hpp"
 #include "module/support.hpp"
+#include "operations/handlers.hpp"
 #include "storage/mcpy_array.hpp"
 
 namespace {
@@ -15,7 +14,7 @@ PyObject* refuse(const char* message) {
   return nullptr;
 }
 
-// Takes the item, which may be null with an error set.
+// Takes the item, which may be null with an error set. False with an error set.
 bool setItem(PyObject* tuple, Py_ssize_t place, PyObject* item) {
   return item != nullptr && PyTuple_SetItem(tuple, place, item) == 0;
 }
@@ -25,7 +24,7 @@ bool setItem(PyObject* tuple, Py_ssize_t place, PyObject* item) {
 PyObject* MCPyArray_GetBytewiseStrides(PyObject* self, PyObject*) {
   const MCppPyArray* view = getInitializedView(self);
   if (view == nullptr) return nullptr;
-  std::vector<std::int64_t> strides;  // of its own, since making an object can run any code
+  std::vector<std::int64_t> strides;  // a copy, because making an object can run any code
   {
     const WrapperAccess storage = view->wrapper();
     if (!storage) return nullptr;
@@ -50,22 +49,15 @@ PyObject* MCPyArray_GetArraySize(PyObject* self, void*) {
     if (!storage) return nullptr;
     shape = storage->shape();
   }
-  const auto fixed = static_cast<std::size_t>(view->getNumberOfIntegerIndicesSoFar());
-  const IndexChain chain = view->getRestrictingIndices();
-  const std::size_t others = chain.size() - fixed;
-  if (others > 1) return refuse("at most one slice expected.");
-  // Reshaped under the view.
-  if (shape.size() < fixed + others) return refuse(messages::tooManyIndices);
+  const IndexChain chain = view->chain();
+  if (shape.size() < chain.size()) return refuse(messages::tooManyIndices);  // was reshaped
+  const std::size_t fixed = chain.integers().size();
   PyRef tuple = PyRef::steal(PyTuple_New(static_cast<Py_ssize_t>(shape.size() - fixed)));
   if (!tuple) return nullptr;
-  if (others == 1) {
-    const auto* slice = std::get_if<SliceIndexItem>(&chain[fixed]);
-    if (slice == nullptr) return refuse("slice expected in final position.");
-    if (!setItem(tuple.get(), 0, makePyObjectFromLong(slice->m_slice_len.value_or(0)))) {
-      return nullptr;
-    }
+  if (const SliceIndexItem* slice = chain.finalSlice()) {
+    if (!setItem(tuple.get(), 0, makePyObjectFromLong(*slice->m_slice_len))) return nullptr;
   }
-  for (std::size_t k = fixed + others; k < shape.size(); ++k) {
+  for (std::size_t k = chain.size(); k < shape.size(); ++k) {
     if (!setItem(tuple.get(), static_cast<Py_ssize_t>(k - fixed), makePyObjectFromLong(shape[k]))) {
       return nullptr;
     }
@@ -76,9 +68,9 @@ PyObject* MCPyArray_GetArraySize(PyObject* self, void*) {
 PyObject* MCPyArray_GetElementSize(PyObject* self, void*) {
   const MCppPyArray* view = getInitializedView(self);
   if (view == nullptr) return nullptr;
-  const std::int64_t size = view->getElementSizeInBytes();
-  if (size < 0) return nullptr;
-  PyObject* number = PyLong_FromSsize_t(size);
+  const MDArrayWrapper* storage = view->borrowWrapper();
+  if (storage == nullptr) return nullptr;
+  PyObject* number = PyLong_FromSsize_t(storage->getElementSizeInBytes());
   return number != nullptr ? number : refuse("unable to return size of element.");
 }
 

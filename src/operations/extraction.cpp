@@ -1,21 +1,19 @@
 // Real copies of the elements, or of one part of each, in storage order.
 #include "operations/extraction.hpp"
 
-#include <algorithm>
+#include <array>
 #include <complex>
 #include <cstring>
-#include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
 #include <utility>
 
-#include "construct/element_store.hpp"
-#include "construct/layout_conversion.hpp"
-#include "construct/memory_error.hpp"
 #include "module/apply_visitor.hpp"
 #include "module/py_ref.hpp"
 #include "module/support.hpp"
+#include "operations/handlers.hpp"
+#include "storage/element_buffer.hpp"
 #include "storage/mcpy_array.hpp"
 
 namespace vd = foundation::velmardata;
@@ -28,14 +26,12 @@ namespace {
 }
 
 struct NonComplexVisitor {
-  const std::vector<std::int64_t>& dimensions;  // of the array; the result has 1 and n
-  vd::standalone::ClientArrayFactory& factory;
   OutputEnum output;
 
   template <class T>
   vd::Array operator()(const vd::TypedArray<T>& array) const {
     if (output != OutputEnum::Noncomplex) refuseOutput("noncomplex", output);
-    return make<T>(array, [](const T* from, std::size_t count, T* to) {
+    return makeArray<T>(array, [](const T* from, std::size_t count, T* to) {
       if (count > 0) std::memcpy(to, from, count * sizeof(T));
     });
   }
@@ -43,9 +39,9 @@ struct NonComplexVisitor {
   template <class T>
   vd::Array operator()(const vd::TypedArray<std::complex<T>>& array) const {
     if (output != OutputEnum::Real && output != OutputEnum::Imag) refuseOutput("complex", output);
-    // A complex number is its two parts, one behind the other.
+    // The two parts of a complex element lie one behind the other.
     const std::size_t part = output == OutputEnum::Real ? 0 : 1;
-    return make<T>(array, [part](const std::complex<T>* from, std::size_t count, T* to) {
+    return makeArray<T>(array, [part](const std::complex<T>* from, std::size_t count, T* to) {
       const T* parts = reinterpret_cast<const T*>(from) + part;
       for (std::size_t k = 0; k < count; ++k) to[k] = parts[2 * k];
     });
@@ -53,80 +49,70 @@ struct NonComplexVisitor {
 
  private:
   template <class Result, class T, class Fill>
-  vd::Array make(const vd::TypedArray<T>& array, Fill fill) const {
+  static vd::Array makeArray(const vd::TypedArray<T>& array, Fill fill) {
     const unsigned long count = array.getNumberOfElements();
-    ElementBuffer<Result> buffer = createElementBuffer<Result>(factory, count);
+    ElementBuffer<Result> buffer = tryCreateElementBuffer<Result>(count);
     if (buffer == nullptr) return {};
     const auto first = array.begin();
     fill(&*first, count, buffer.get());
-    const auto deleter = buffer.get_deleter();
-    return factory.createArrayFromBuffer(
-        {1, count}, vd::arrayTypeOf<Result>,
-        std::unique_ptr<void, void (*)(void*)>(buffer.release(), deleter),
-        velmar::data::MemoryLayout::Default);
+    return makeArrayFromBuffer(std::move(buffer),
+                               std::array<std::int64_t, 2>{1, static_cast<std::int64_t>(count)});
   }
 };
 
-// The wrapper's extraction, with its errors.
+// The extracted part of the view's whole storage. Empty with an error set.
 std::optional<vd::Array> extractFrom(const MCppPyArray& view, OutputEnum output) {
-  vd::standalone::ClientArrayFactory factory;
   vd::Array array;
   std::int64_t count = 0;
   {
     const WrapperAccess storage = view.wrapper();
     if (!storage) return std::nullopt;
     count = storage->getNumberOfElements();
-    array = storage->extractContents(factory, output);
+    array = tryExtractContents(storage->array(), output);
   }
   if (array.impl() != nullptr) return array;
   setOutOfMemory(static_cast<std::uint64_t>(count), typeWordOf(view.getSupportedArrayEnum()));
   return std::nullopt;
 }
 
-// What was extracted, as the view of its row: a sequence of numbers in Python's eyes.
+// A record with the 1-by-N result as the view of its row 0, which Python sees as a flat sequence.
+// Null with an error set.
 PyObject* makeRow(PyObject* self, OutputEnum output) {
   const MCppPyArray* source = getInitializedView(self);
   if (source == nullptr) return nullptr;
   const SupportedArrayEnum type = source->getSupportedArrayEnum();
-  PyRef record = PyRef::steal(source->allocMCPyArrayFromMCppPyArray());
+  PyRef record = PyRef::steal(allocMCPyArrayFromMCppPyArray(*source));
   if (!record) return nullptr;
   std::optional<vd::Array> array = output == OutputEnum::Noncomplex
-                                       ? source->noncomplex()
-                                       : source->realOrImag(output == OutputEnum::Real);
+                                       ? noncomplex(*source)
+                                       : realOrImag(*source, output == OutputEnum::Real);
   if (!array) return nullptr;
-  const unsigned long count = array->getNumberOfElements();
-  auto view = std::make_unique<MCppPyArray>(std::move(*array), type, false, true);
-  if (!view->wrapper()->hasMirror()) {
-    setOutOfMemory(count, typeWordOf(type));
-    return nullptr;
-  }
-  IntegerIndexItem row{0, false};
-  view->appendIndexItem(row);
-  getMCPyArrayFromPyObject(record.get())->mcppPyArray = view.release();
+  MCppPyArray* view = giveNewView(record.get(), std::move(*array), type, false);
+  if (view == nullptr) return nullptr;
+  view->appendIndexItem(IntegerIndexItem{0, false});
   return record.release();
 }
 
 }  // namespace
 
-vd::Array MDArrayWrapper::extractContents(vd::standalone::ClientArrayFactory& factory,
-                                          OutputEnum output) const {
-  return applyVisitor(m_array, NonComplexVisitor{m_shape, factory, output});
+vd::Array tryExtractContents(const vd::Array& array, OutputEnum output) {
+  return applyVisitor(array, NonComplexVisitor{output});
 }
 
-std::optional<vd::Array> MCppPyArray::noncomplex() const {
-  if (m_isComplex) {
+std::optional<vd::Array> noncomplex(const MCppPyArray& view) {
+  if (view.isComplex()) {
     setError(PyExc_ValueError, "noncomplex() must not be called on a complex array.");
     return std::nullopt;
   }
-  return extractFrom(*this, OutputEnum::Noncomplex);
+  return extractFrom(view, OutputEnum::Noncomplex);
 }
 
-std::optional<vd::Array> MCppPyArray::realOrImag(bool wantReal) const {
-  if (!m_isComplex) {
+std::optional<vd::Array> realOrImag(const MCppPyArray& view, bool wantReal) {
+  if (!view.isComplex()) {
     setError(PyExc_ValueError, "real() and imag() can be called only on a complex array.");
     return std::nullopt;
   }
-  return extractFrom(*this, wantReal ? OutputEnum::Real : OutputEnum::Imag);
+  return extractFrom(view, wantReal ? OutputEnum::Real : OutputEnum::Imag);
 }
 
 PyObject* MCPyArray_Real(PyObject* self, PyObject*) {

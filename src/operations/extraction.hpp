@@ -1,18 +1,22 @@
-// What real(), imag() and noncomplex() and their attribute forms reach.
+// Real copies of the elements, or of one part of each, in storage order.
 #pragma once
 
-#include "module/python.hpp"
+#include <optional>
+#include <velmardata/velmardata.hpp>
 
-extern "C" {
+#include "storage/mcpp_py_array.hpp"
 
-// New reference to a real array of the same class, a view of the one row of a 1-by-N array. It
-// holds the elements of the whole storage in storage order, whatever view was asked. Null with an
-// error set. Linear in the number of elements.
-PyObject* MCPyArray_Real(PyObject* self, PyObject* ignored);
-PyObject* MCPyArray_Imag(PyObject* self, PyObject* ignored);
-PyObject* MCPyArray_Noncomplex(PyObject* self, PyObject* ignored);
+enum class OutputEnum {
+  Noncomplex = 0,  // the elements of a real array
+  Real = 1,        // the real parts of a complex array
+  Imag = 2,        // the imaginary parts of a complex array
+};
 
-PyObject* MCPyArray_GetRealAsAttrib(PyObject* self, void* closure);
-PyObject* MCPyArray_GetImagAsAttrib(PyObject* self, void* closure);
-PyObject* MCPyArray_GetNoncomplexAsAttrib(PyObject* self, void* closure);
-}
+// A real 1-by-N array of its own. An empty handle, with no error set, when memory is short. Throws
+// std::runtime_error for an output that the elements do not have. Linear in the number of elements.
+foundation::velmardata::Array tryExtractContents(const foundation::velmardata::Array& array,
+                                                 OutputEnum output);
+
+// The same for the whole storage of a view, whatever the view shows. Empty with an error set.
+std::optional<foundation::velmardata::Array> noncomplex(const MCppPyArray& view);
+std::optional<foundation::velmardata::Array> realOrImag(const MCppPyArray& view, bool wantReal);

@@ -3,12 +3,13 @@
 
 #include <memory>
 
-#include "indexing/element_read_impl.hpp"
+#include "indexing/element_read.hpp"
 #include "indexing/traversal.hpp"
 #include "module/apply_visitor.hpp"
 #include "module/py_ref.hpp"
 #include "module/support.hpp"
 #include "module/type_objects.hpp"
+#include "operations/handlers.hpp"
 #include "storage/mcpy_array.hpp"
 
 namespace vd = foundation::velmardata;
@@ -17,18 +18,18 @@ namespace {
 
 constexpr std::int64_t prefetchedElements = 8;
 
-// A walk along a row goes from column to column, one cache line each, at a distance that the
-// processor does not foresee. A place that is no element's does no harm to the prefetch.
+// A walk along a row goes from column to column, with one cache line for each, at a distance that
+// the processor does not predict. Prefetching an address without an element does no harm.
 template <class T>
 PyObject* readNumber(const MCppPyArray& view, const Position& position, std::int64_t ahead) {
-  const std::byte* address = view.getAddressOfElementFromNormalizedIntIndices(position);
+  const std::byte* address = getAddressOfElementFromNormalizedIntIndices(view, position);
   if (address == nullptr) return nullptr;
   __builtin_prefetch(address + ahead);
-  return element_read::makeNumberAt<T>(address);
+  return makeNumberAt<T>(address);
 }
 
-// Bytes from an element of the walked dimension to one that is soon to be read; 0 if the storage
-// is too short for that.
+// The distance in bytes from an element of the walked dimension to one that is read soon after; 0
+// if the storage is too short.
 std::int64_t prefetchDistance(MDArrayWrapper& storage, std::int64_t dimension, std::int64_t step) {
   if (dimension >= storage.getNumberOfDimensions()) return 0;
   const std::int64_t stride = storage.bytewiseStrides()[static_cast<std::size_t>(dimension)];
@@ -41,7 +42,7 @@ std::int64_t prefetchDistance(MDArrayWrapper& storage, std::int64_t dimension, s
   return distance;
 }
 
-// The element type does not change while an array lives: one dispatch an iterator.
+// One dispatch for each iterator, because the element type of an array never changes.
 struct NumberReaderVisitor {
   template <class T>
   auto operator()(const vd::TypedArray<T>&) const {
@@ -51,26 +52,25 @@ struct NumberReaderVisitor {
 
 }  // namespace
 
-MCppPyIter::MCppPyIter(MCppPyArray* source)
-    : m_arrayView(*source, true),
-      m_activeDimension(source->getNumberOfIntegerIndicesSoFar()),
-      m_restrictingIndices(source->getRestrictingIndices()) {
+MCppPyIter::MCppPyIter(const MCppPyArray* source)
+    : m_arrayView(*source, true), m_activeDimension(source->getNumberOfIntegerIndicesSoFar()) {
   const WrapperAccess storage = source->wrapper();
   if (!storage) return;
+  const IndexChain& chain = m_arrayView.chain();
   m_shape = storage->shape();
-  m_currentIndices = getStartElement(m_shape, m_restrictingIndices, m_activeDimension + 1);
-  m_isFinished = !containsElementWithIndices(m_currentIndices, m_activeDimension + 1, m_shape,
-                                             m_restrictingIndices);
+  m_currentIndices = getStartElement(m_shape, chain, m_activeDimension + 1);
+  m_isFinished =
+      !containsElementWithIndices(m_currentIndices, m_activeDimension + 1, m_shape, chain);
   m_yieldsViews = storage->getNumberOfDimensions() - m_activeDimension > 1;
   if (m_yieldsViews) return;
   m_readNumber = applyVisitor(storage->array(), NumberReaderVisitor{});
   m_ahead = prefetchDistance(
       *storage, m_activeDimension,
-      getStepFromShapeDimsAndRestrictingIndices(m_activeDimension, m_shape, m_restrictingIndices));
+      getStepFromShapeDimsAndRestrictingIndices(m_activeDimension, m_shape, chain));
 }
 
 PyObject* MCppPyIter::makeRow() {
-  PyRef row = PyRef::steal(m_arrayView.allocMCPyArrayFromMCppPyArray());
+  PyRef row = PyRef::steal(allocMCPyArrayFromMCppPyArray(m_arrayView));
   if (row) {
     getMCPyArrayFromPyObject(row.get())->mcppPyArray =
         new MCppPyArray(m_arrayView, m_currentIndices, true);
@@ -84,12 +84,12 @@ PyObject* MCppPyIter::increment() {
     return nullptr;
   }
   PyObject* item = m_yieldsViews ? makeRow() : m_readNumber(m_arrayView, m_currentIndices, m_ahead);
-  m_isFinished = !incrementIndices(m_currentIndices, m_shape, m_restrictingIndices);
+  m_isFinished = !incrementIndices(m_currentIndices, m_shape, m_arrayView.chain());
   return item;
 }
 
 PyObject* MCPyArray_GetIter(PyObject* self) {
-  MCppPyArray* view = getInitializedView(self);
+  const MCppPyArray* view = getInitializedView(self);
   if (view == nullptr) return nullptr;
   const auto alloc =
       MCPyIterTypeObj == nullptr
@@ -117,7 +117,7 @@ PyObject* MCPyIter_GetIterNext(PyObject* self) {
   return iterator->increment();
 }
 
-// Like the arrays' own: the reference on the class stays behind.
+// Deliberate: the reference on the class is not given back, as for arrays.
 void MCPyIter_Delete(PyObject* self) {
   delete reinterpret_cast<MCPyIter*>(self)->mcppPyIter;
   PyObject_Free(self);

@@ -1,19 +1,23 @@
-// Walking an array: the iterator's state, its Python record and handlers.
+// The state of an iterator, and its Python record.
 #pragma once
+
+#include <cstdint>
+#include <vector>
 
 #include "module/python.hpp"
 #include "storage/mcpp_py_array.hpp"
 
-// Keeps no storage alive: it holds a weak view, and so are the views that it yields. Its bounds are
-// those of the moment when it was made.
+// Owns a weak view, so it keeps no storage alive; the views that it yields are weak too. Its bounds
+// are those of the moment when it was made: the shape is a copy, and the chain of a view never
+// changes.
 class MCppPyIter {
  public:
-  // With the storage gone, an error is set.
-  explicit MCppPyIter(MCppPyArray* source);
+  // An error is set when the storage has expired.
+  explicit MCppPyIter(const MCppPyArray* source);
 
   // New reference to the next item; null with StopIteration set at the end, or with another error.
   PyObject* increment();
-  // Whether the items are arrays; otherwise they are numbers.
+  // Whether the items are arrays and not numbers.
   bool yieldsViews() const { return m_yieldsViews; }
 
  private:
@@ -22,22 +26,14 @@ class MCppPyIter {
 
   MCppPyArray m_arrayView;
   std::int64_t m_activeDimension;
-  Position m_currentIndices;  // to yield next
+  Position m_currentIndices;  // the next item
   bool m_isFinished = true;
   bool m_yieldsViews = false;
   std::vector<std::int64_t> m_shape;
-  IndexChain m_restrictingIndices;
-  NumberReader m_readNumber = nullptr;  // for the element type, where numbers are yielded
-  std::int64_t m_ahead = 0;             // bytes to an element to be read soon
+  NumberReader m_readNumber = nullptr;  // for the element type; null when views are yielded
+  std::int64_t m_ahead = 0;             // bytes to an element that is read soon
 };
 
 struct MCPyIter {
   PyObject_HEAD MCppPyIter* mcppPyIter;  // owned
 };
-
-extern "C" {
-PyObject* MCPyArray_GetIter(PyObject* self);
-PyObject* MCPyIter_GetIter(PyObject* self);  // an iterator is its own iterator
-PyObject* MCPyIter_GetIterNext(PyObject* self);
-void MCPyIter_Delete(PyObject* self);
-}

@@ -1,8 +1,10 @@
 // Exports of memory: the buffer protocol, memoryviews, addresses.
-#include "operations/memory_export.hpp"
+#include <cstdint>
 
 #include "module/py_ref.hpp"
 #include "module/support.hpp"
+#include "operations/handlers.hpp"
+#include "operations/materialisation.hpp"
 #include "storage/mcpy_array.hpp"
 
 namespace {
@@ -13,13 +15,13 @@ int refuse(Py_buffer* buffer, PyObject* exceptionType, const char* message) {
   return -1;
 }
 
-// The array whose memory goes out: the object's own, or the copy that stands for a view. Null with
-// any error, or none.
+// The array whose memory goes out: the view itself if it is a whole array, its cached copy
+// otherwise. Null, with or without an error set.
 MCppPyArray* findTarget(MCppPyArray& view) {
   if (view.indicesAreEmpty()) return &view;
-  view.updateIndexRestrictedMCppPyArrayIfNecessary(velmar::data::MemoryLayout::Default, true);
-  MCppPyArray* copy = view.getIndexRestrictedMCppPyArray();
-  // Code that ran while the copy was made can have made another one, and this one fail.
+  updateIndexRestrictedMCppPyArrayIfNecessary(view);
+  MCppPyArray* copy = view.caches().indexRestrictedMCppPyArray();
+  // Code that ran meanwhile can have made another copy and let this one fail.
   if (copy != nullptr) PyErr_Clear();
   return copy;
 }
@@ -53,14 +55,15 @@ int MCPyArray_GetBuffer(PyObject* self, Py_buffer* buffer, int flags) {
   if (has(flags, PyBUF_FORMAT) && buffer->format == nullptr) {
     return refuse(buffer, PyExc_ValueError, "format field is null.");
   }
-  // Deliberate: by the request alone, also when the memory would be so.
+  // Deliberate: by the request alone, even if the memory is C-contiguous, so that the answer does
+  // not depend on the shape.
   if (has(flags, PyBUF_C_CONTIGUOUS)) {
     return refuse(buffer, PyExc_ValueError, "underlying buffer not C-contiguous.");
   }
   storage->keepDescription();
   buffer->shape = const_cast<Py_ssize_t*>(storage->shape().data());
   buffer->strides = storage->bytewiseStrides();
-  buffer->suboffsets = storage->suboffsets();
+  buffer->suboffsets = nullptr;
   buffer->obj = PyRef::borrow(self).release();
   return 0;
 }

@@ -1,42 +1,172 @@
-// Instances of the nested lists, and the list of a run-time element type.
-#include "operations/nested_lists_impl.hpp"
+// Bodies of the nested lists, and their instances.
+#include "operations/nested_lists.hpp"
 
-#include "indexing/element_read_impl.hpp"
+#include <algorithm>
+#include <array>
+#include <complex>
+#include <cstring>
+
+#include "indexing/element_read.hpp"
 #include "module/apply_visitor.hpp"
+#include "module/element_to_number.hpp"
+#include "module/py_ref.hpp"
+#include "module/support.hpp"
 
 namespace vd = foundation::velmardata;
 
 namespace {
 
+// What a null element does to the walk. Deliberate: the two levels of lists differ, since the inner
+// one leaves the report to its callers.
+enum class OnNull { Store, Stop };
+
+// A run of positions in one dimension.
+struct Run {
+  std::int64_t start;
+  std::int64_t step;
+  std::int64_t count;
+};
+
+// Copies the elements at the positions `fixed` with the run's indices behind them. False when the
+// storage has expired (an error is set) or an element lies outside the mirror (no error is set).
+template <class T>
+bool tryCopyRun(const MCppPyArray& view, Position& fixed, const Run& run, T* elements) {
+  const WrapperAccess storage = view.wrapper();
+  if (!storage) return false;
+  fixed.push_back(run.start);
+  const std::byte* first = storage->findElement(fixed);
+  fixed.back() = run.start + (run.count - 1) * run.step;
+  const std::byte* last = storage->findElement(fixed);
+  const std::size_t dimension = fixed.size() - 1;
+  fixed.pop_back();
+  if (first == nullptr || last == nullptr) return false;
+  const std::int64_t bytes = run.step * storage->bytewiseStrides()[dimension];
+  for (std::int64_t k = 0; k < run.count; ++k, first += bytes) {
+    std::memcpy(elements + k, first, sizeof(T));
+  }
+  return true;
+}
+
+// Takes the item. False with RuntimeError set.
+bool setItem(PyObject* list, std::int64_t place, PyObject* item) {
+  if (PyList_SetItem(list, place, item) == 0) return true;
+  setError(PyExc_RuntimeError, "unable to set list item.");
+  return false;
+}
+
+// Fills the list from the run. Elements are copied in blocks before objects are made of them,
+// because making an object can run code that changes or drops the storage. False with an error set,
+// except for a null element that no error explains.
+template <class T>
+bool fillWithElements(const MCppPyArray& view, Position& fixed, Run run, OnNull onNull,
+                      PyObject* list) {
+  std::array<T, 256> elements;
+  const auto blockSize = static_cast<std::int64_t>(elements.size());
+  for (std::int64_t place = 0; run.count > 0;) {
+    const Run block = {run.start, run.step, std::min(run.count, blockSize)};
+    const bool areCopied = tryCopyRun(view, fixed, block, elements.data());
+    for (std::int64_t k = 0; k < block.count; ++k, ++place) {
+      PyObject* item = nullptr;
+      if (areCopied) {
+        item = makeNumber(elements[static_cast<std::size_t>(k)]);
+      } else {
+        fixed.push_back(block.start + k * block.step);
+        item = getNumericPyObjectFromNormalizedIntIndices<T>(view, fixed);
+        fixed.pop_back();
+      }
+      if (item == nullptr && onNull == OnNull::Stop) return false;
+      if (!setItem(list, place, item)) return false;
+    }
+    run.start += block.count * run.step;
+    run.count -= block.count;
+  }
+  return true;
+}
+
 struct PyObjListFromIndicesVisitor {
   const MCppPyArray& view;
   Position& indices;
-  std::int64_t dimension;
+  std::uint64_t dimension;
 
   template <class T>
   PyObject* operator()(const vd::TypedArray<T>&) const {
-    return view.getContentsAsPyList<T>(indices, static_cast<std::uint64_t>(dimension));
+    return getContentsAsPyList<T>(view, indices, dimension);
   }
 };
 
 }  // namespace
 
-PyObject* MCppPyArray::getPyListFromNormalizedIntIndicesWithoutTemplate(Position& indices,
-                                                                        std::int64_t dimension) {
-  vd::Array array;
+template <class T>
+PyObject* getContentsAsPyList(const MCppPyArray& view, Position& indices, std::uint64_t dimension) {
+  std::size_t dimensions = 0;
+  std::int64_t length = 0;
   {
-    const WrapperAccess storage = wrapper();
+    const WrapperAccess storage = view.wrapper();
     if (!storage) return nullptr;
-    array = storage->array();  // of its own, since the walk makes objects
+    dimensions = storage->shape().size();
+    if (dimension < dimensions) length = storage->shape()[dimension];
   }
-  return applyVisitor(std::as_const(array), PyObjListFromIndicesVisitor{*this, indices, dimension});
+  PyRef list = PyRef::steal(PyList_New(length));
+  if (!list || length == 0) return list.release();
+  if (dimension + 1 == dimensions) {
+    const Run run = {0, 1, length};
+    return fillWithElements<T>(view, indices, run, OnNull::Store, list.get()) ? list.release()
+                                                                              : nullptr;
+  }
+  const RecursionGuard guard(" while making a nested list of an array");
+  if (!guard) return nullptr;
+  for (std::int64_t i = 0; i < length; ++i) {
+    indices.push_back(i);
+    PyObject* item = getContentsAsPyList<T>(view, indices, dimension + 1);
+    indices.pop_back();
+    if (item == nullptr || !setItem(list.get(), i, item)) return nullptr;
+  }
+  return list.release();
 }
 
-#define X(type)                                                                              \
-  template PyObject* MCppPyArray::getContentsAsPyList<type>(Position&, std::uint64_t) const; \
-  template PyObject* MCppPyArray::getAllContentsAsPyList<type>() const;
-#define X_REAL_AND_COMPLEX(name, number, enumerator, type, ...) X(type) X(std::complex<type>)
-VELMARDATA_FOR_EACH_CLASS_TYPE(X_REAL_AND_COMPLEX)
-X(char16_t)
-#undef X_REAL_AND_COMPLEX
+template <class T>
+PyObject* getAllContentsAsPyList(const MCppPyArray& view) {
+  Position indices = view.getIntegerIndicesSoFar();
+  const SliceIndexItem* slice = view.chain().finalSlice();
+  if (slice == nullptr) return getContentsAsPyList<T>(view, indices, indices.size());
+
+  const int dimensions = view.getNumberOfDimensions();
+  if (dimensions < 0) return nullptr;
+  const std::int64_t count = slice->numberOfValues();
+  // The step of a single position can be so large that its product overflows.
+  const Run run = {*slice->m_start, count < 2 ? 1 : *slice->m_step, count};
+  PyRef list = PyRef::steal(PyList_New(run.count));
+  if (!list || run.count == 0) return list.release();
+  const std::uint64_t next = indices.size() + 1;
+  bool success = true;
+  if (next == static_cast<std::uint64_t>(dimensions)) {
+    success = fillWithElements<T>(view, indices, run, OnNull::Stop, list.get());
+  } else {
+    for (std::int64_t k = 0; success && k < run.count; ++k) {
+      indices.push_back(run.start + k * run.step);
+      PyObject* item = getContentsAsPyList<T>(view, indices, next);
+      indices.pop_back();
+      success = item != nullptr && setItem(list.get(), k, item);
+    }
+  }
+  if (success) return list.release();
+  // Deliberate: replaces the error that was set deeper, since the list is what could not be made.
+  setError(PyExc_RuntimeError, "unable to set list item.");
+  return nullptr;
+}
+
+PyObject* getPyListFromNormalizedIntIndicesWithoutTemplate(const MCppPyArray& view,
+                                                           Position& indices,
+                                                           std::uint64_t dimension) {
+  vd::Array array;
+  {
+    const WrapperAccess storage = view.wrapper();
+    if (!storage) return nullptr;
+    array = storage->array();  // a handle of its own, because the walk makes objects
+  }
+  return applyVisitor(std::as_const(array), PyObjListFromIndicesVisitor{view, indices, dimension});
+}
+
+#define X(name, number, type) template PyObject* getAllContentsAsPyList<type>(const MCppPyArray&);
+VELMARDATA_FOR_EACH_ARRAY_TYPE(X)
 #undef X

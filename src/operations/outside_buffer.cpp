@@ -22,7 +22,7 @@ int giveUp(int failure, const char* message) {
   return failure;
 }
 
-// The platform's long by its actual width.
+// Replaces the letters of the platform's long by those of the integer of that width.
 char resolvedLetter(char letter, Py_ssize_t itemsize) {
   if (letter == 'L') return itemsize == 4 ? 'I' : 'Q';
   if (letter == 'l') return itemsize == 4 ? 'i' : 'q';

@@ -1,19 +1,20 @@
 // Clone and pickling.
-#include "operations/pickling.hpp"
-
 #include "module/py_ref.hpp"
 #include "module/support.hpp"
 #include "module/type_objects.hpp"
+#include "operations/handlers.hpp"
+#include "operations/materialisation.hpp"
+#include "operations/nested_lists.hpp"
 #include "storage/mcpy_array.hpp"
 
 PyObject* MCPyArray_Clone(PyObject* self, PyObject*) {
   MCppPyArray* view = getInitializedView(self);
   if (view == nullptr) return nullptr;
-  return view->cloneAsMCPyArray(velmar::data::MemoryLayout::Default, true);
+  return cloneAsMCPyArray(*view);
 }
 
 PyObject* MCPyArray_Reduce(PyObject* self, PyObject*) {
-  MCppPyArray* view = getInitializedView(self);
+  const MCppPyArray* view = getInitializedView(self);
   if (view == nullptr) return nullptr;
   const PyRef dict = PyRef::steal(PyDict_New());
   if (!dict) return nullptr;
@@ -21,12 +22,10 @@ PyObject* MCPyArray_Reduce(PyObject* self, PyObject*) {
     setError(PyExc_RuntimeError, "unable to insert 'is_complex' value into dict.");
     return nullptr;
   }
-  bool success = false;
-  Position indices = view->getIntegerIndicesSoFar(success);
-  if (!success) return nullptr;
-  const auto dimension = static_cast<std::int64_t>(indices.size());
+  Position indices = view->getIntegerIndicesSoFar();
+  const std::uint64_t dimension = indices.size();
   const PyRef list =
-      PyRef::steal(view->getPyListFromNormalizedIntIndicesWithoutTemplate(indices, dimension));
+      PyRef::steal(getPyListFromNormalizedIntIndicesWithoutTemplate(*view, indices, dimension));
   if (!list || PyErr_Occurred() != nullptr) return nullptr;
   const PyRef arguments = PyRef::steal(PyTuple_Pack(2, dict.get(), list.get()));
   if (!arguments) return nullptr;

@@ -1,15 +1,13 @@
-// reshape(): its arguments, and the call.
+// reshape().
 #include "operations/reshaping.hpp"
 
 #include <string>
 
-#include "construct/layout_conversion.hpp"
-#include "construct/memory_error.hpp"
+#include "module/dimensions.hpp"
 #include "module/py_ref.hpp"
 #include "module/support.hpp"
+#include "operations/handlers.hpp"
 #include "storage/mcpy_array.hpp"
-
-namespace vd = foundation::velmardata;
 
 namespace {
 
@@ -21,7 +19,7 @@ PyObject* refuse(PyObject* exceptionType, const std::string& message) {
   return nullptr;
 }
 
-// One argument is itself the sequence.
+// A single argument is the sequence itself. Empty with an error set.
 std::vector<std::int64_t> readArguments(PyObject* args) {
   const Py_ssize_t count = pyObjectIsEmpty(args) ? 0 : PySequence_Size(args);
   if (count > 1) return getDimsFromReshapeArg(args);
@@ -31,17 +29,26 @@ std::vector<std::int64_t> readArguments(PyObject* args) {
   return {};
 }
 
-// The product is printed as it wraps around, and one that does matches no array.
+// False with ShapeError set. The message shows the product as it wraps around.
 bool numberOfElementsMatches(const std::vector<std::int64_t>& dimensions, std::int64_t count) {
-  std::uint64_t product = 1;
-  for (std::int64_t dimension : dimensions) product *= static_cast<std::uint64_t>(dimension);
-  if (count >= 0 && exactNumberOfElements(dimensions) == static_cast<std::uint64_t>(count)) {
-    return true;
-  }
+  if (count >= 0 && exactProduct(dimensions) == static_cast<std::uint64_t>(count)) return true;
+  const auto product = static_cast<std::int64_t>(wrappedProduct(dimensions));
   setError(MCPyError::shapeErr, "number of elements specified by arguments to reshape() (" +
-                                    std::to_string(static_cast<std::int64_t>(product)) +
-                                    ") does not match current number (" + std::to_string(count) +
-                                    ").");
+                                    std::to_string(product) + ") does not match current number (" +
+                                    std::to_string(count) + ").");
+  return false;
+}
+
+// Gives the storage of the view, and so all views of it, another shape. False with MemoryError set
+// and nothing changed. Deliberate: expired storage is true with the error set, because reshape()
+// returns the object beside that error.
+bool reshape(const MCppPyArray& view, const std::vector<std::int64_t>& dimensions,
+             std::int64_t count) {
+  {
+    const WrapperAccess storage = view.wrapper();
+    if (!storage || storage->reshape(dimensions, 'F')) return true;
+  }
+  setOutOfMemory(static_cast<std::uint64_t>(count), typeWordOf(view.getSupportedArrayEnum()));
   return false;
 }
 
@@ -69,34 +76,23 @@ std::vector<std::int64_t> getDimsFromReshapeArg(PyObject* argument) {
     }
     dimensions.push_back(dimension);
   }
-  while (dimensions.size() > 2 && dimensions.back() == 1) dimensions.pop_back();
+  dropTrailingOnes(dimensions);
   return dimensions;
 }
 
-bool MCppPyArray::reshape(const std::vector<std::int64_t>& dimensions,
-                          vd::standalone::ClientArrayFactory& factory, char order,
-                          velmar::data::MemoryLayout layout) {
-  const WrapperAccess storage = wrapper();
-  return !storage || storage->reshape(dimensions, factory, order, layout);
-}
-
 PyObject* MCPyArray_Reshape(PyObject* self, PyObject* args, PyObject* kwargs) {
-  MCppPyArray* view = getInitializedView(self);
+  const MCppPyArray* view = getInitializedView(self);
   if (view == nullptr) return nullptr;
   if (view->getNumberOfIntegerIndicesSoFar() > 0) {
     return refuse(PyExc_RuntimeError, "reshape() not supported for a partial array.");
   }
   const std::vector<std::int64_t> dimensions = readArguments(args);
   if (dimensions.empty()) return nullptr;
-  const std::int64_t count = view->getNumberOfElements();
+  const MDArrayWrapper* storage = view->borrowWrapper();
+  const std::int64_t count = storage != nullptr ? storage->getNumberOfElements() : -1;
   if (!numberOfElementsMatches(dimensions, count)) return nullptr;
   if (kwargs != nullptr) {
     return refuse(PyExc_ValueError, "reshape() does not accept keyword arguments.");
   }
-  vd::standalone::ClientArrayFactory factory;
-  if (!view->reshape(dimensions, factory, 'F', velmar::data::MemoryLayout::Default)) {
-    setOutOfMemory(static_cast<std::uint64_t>(count), typeWordOf(view->getSupportedArrayEnum()));
-    return nullptr;
-  }
-  return PyRef::borrow(self).release();
+  return reshape(*view, dimensions, count) ? PyRef::borrow(self).release() : nullptr;
 }

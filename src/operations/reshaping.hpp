@@ -1,4 +1,4 @@
-// What reshape() reaches.
+// The argument of reshape().
 #pragma once
 
 #include <cstdint>
@@ -6,10 +6,6 @@
 
 #include "module/python.hpp"
 
-// The dimensions that a sequence of ints names, without the 1s behind the first two. Empty with an
-// error set.
+// The dimensions that a sequence of ints names, without trailing ones behind the second. Empty with
+// an error set.
 std::vector<std::int64_t> getDimsFromReshapeArg(PyObject* argument);
-
-// New reference to the array itself, reshaped in place with all its views; null with an error set.
-// reshape(2, 3) and reshape((2, 3)) are the same. Constant time.
-extern "C" PyObject* MCPyArray_Reshape(PyObject* self, PyObject* args, PyObject* kwargs);

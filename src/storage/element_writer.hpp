@@ -1,4 +1,4 @@
-// Writing elements into shared storage: the array first, then its mirror.
+// Writing of elements into shared storage: to the array first, then to its mirror.
 #pragma once
 
 #include <algorithm>
@@ -12,13 +12,13 @@
 
 enum class WriteStatus { Stored, OutsideStorage, OutOfMemory };
 
-// Sets the error of a failed write. Not while a writer lives: making an exception can run code that
-// looks at the storage. True for a write that did not fail.
+// True for a write that did not fail; false with the error of the failure set. No writer may be
+// alive: making an exception can run code that looks at the storage.
 bool reportUnlessStored(WriteStatus status);
 
-// One writer serves all the elements of an assignment: the contents are taken out of the wrapper
-// and unshared once, and put back when the writer dies. Contents that were unshared before and are
-// still the wrapper's alone stay where they are. No Python code may run meanwhile.
+// One writer serves all elements of an assignment. It takes the contents out of the wrapper,
+// unshares them once and puts them back when it dies. Contents that an earlier write unshared and
+// that no other handle shares stay in the wrapper. No Python code may run while a writer lives.
 template <class T>
 class ElementWriter {
  public:
@@ -33,7 +33,7 @@ class ElementWriter {
     try {
       m_elements = &*m_array->begin();
       wrapper.m_writable = {m_array->impl(), type, m_elements};
-    } catch (const std::bad_alloc&) {  // shared contents, and no memory for a copy of them
+    } catch (const std::bad_alloc&) {  // there is no memory to copy the shared contents
       m_isOutOfMemory = true;
     }
   }
@@ -43,12 +43,12 @@ class ElementWriter {
     if (m_array) m_wrapper.m_array = std::move(*m_array);
   }
 
-  // Stores an element at its place, counted in elements; nothing is written if that fails.
+  // Stores an element at an offset counted in elements. Nothing is written if that fails.
   WriteStatus write(std::int64_t offset, const T& element) {
     if (m_isOutOfMemory) return WriteStatus::OutOfMemory;
     if (offset < 0 || offset >= m_wrapper.m_numElems) return WriteStatus::OutsideStorage;
     if (m_elements != nullptr) m_elements[offset] = element;
-    // A mirror that nobody has looked at takes the element over when it is filled.
+    // A mirror that is not filled yet copies the element with all others when it is.
     if (m_wrapper.m_isMirrorFilled && m_wrapper.m_buf != nullptr) {
       const auto size = static_cast<std::size_t>(m_wrapper.m_elemSizeInBytes);
       std::memcpy(m_wrapper.m_buf + offset * m_wrapper.m_elemSizeInBytes, &element,

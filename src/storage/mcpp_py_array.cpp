@@ -1,57 +1,35 @@
-// Lifetime of views, and what they forward to their storage.
+// Construction of views, and their caches.
 #include "storage/mcpp_py_array.hpp"
 
 #include <utility>
 
 #include "module/support.hpp"
-#include "module/type_objects.hpp"
-#include "storage/mcpy_array.hpp"
 
 namespace vd = foundation::velmardata;
 
-namespace {
-
-char orderLetter(bool isColumnMajor) {
-  return isColumnMajor ? 'F' : 'C';
-}
-
-}  // namespace
-
 MCppPyArray::MCppPyArray(vd::Array&& array, SupportedArrayEnum type, bool isComplex,
                          bool isColumnMajor)
-    : m_wrapper(std::make_shared<MDArrayWrapper>(std::move(array), orderLetter(isColumnMajor))),
+    : m_wrapper(std::make_shared<MDArrayWrapper>(std::move(array), isColumnMajor ? 'F' : 'C')),
       m_supportedArrayEnum(type),
       m_isComplex(isComplex) {}
 
-MCppPyArray::MCppPyArray(const vd::Array& array, SupportedArrayEnum type, bool isComplex,
-                         bool isColumnMajor)
-    : m_wrapper(std::make_shared<MDArrayWrapper>(array, orderLetter(isColumnMajor))),
-      m_supportedArrayEnum(type),
-      m_isComplex(isComplex) {}
-
-MCppPyArray::MCppPyArray(MCppPyArray& other, bool useWeakPtr)
+MCppPyArray::MCppPyArray(const MCppPyArray& other, bool useWeakPtr)
     : m_hasWeakPtrToWrapper(useWeakPtr),
       m_supportedArrayEnum(other.m_supportedArrayEnum),
       m_isComplex(other.m_isComplex),
-      m_indices(other.m_indices),
-      m_numberOfIntegerIndicesSoFar(other.m_numberOfIntegerIndicesSoFar) {
+      m_indices(other.m_indices) {
   takePointerOf(other);
 }
 
-MCppPyArray::MCppPyArray(MCppPyArray& other, const Position& indices, bool useWeakPtr)
+MCppPyArray::MCppPyArray(const MCppPyArray& other, const Position& positions, bool useWeakPtr)
     : m_hasWeakPtrToWrapper(useWeakPtr),
       m_supportedArrayEnum(other.m_supportedArrayEnum),
-      m_isComplex(other.m_isComplex) {
+      m_isComplex(other.m_isComplex),
+      m_indices(positions) {
   takePointerOf(other);
-  for (std::int64_t index : indices) {
-    IntegerIndexItem item{index, false};
-    appendIndexItem(item);  // cannot fail: no slice is in the chain
-  }
 }
 
-MCppPyArray::~MCppPyArray() {
-  m_indexRestrictedMCppPyArray.reset();  // a materialised copy goes before the view it was made of
-}
+MCppPyArray::~MCppPyArray() = default;
 
 void MCppPyArray::takePointerOf(const MCppPyArray& other) {
   if (!m_hasWeakPtrToWrapper) {
@@ -65,81 +43,26 @@ void MCppPyArray::takePointerOf(const MCppPyArray& other) {
   }
 }
 
-PyObject* MCppPyArray::allocMCPyArrayFromMCppPyArray() const {
-  return allocMCPyArray(typeObjectOf(m_supportedArrayEnum));
-}
-
-PyObject* MCppPyArray::shallowCopyToMCPyArray() {
-  PyObject* record = allocMCPyArrayFromMCppPyArray();
-  if (record != nullptr) {
-    getMCPyArrayFromPyObject(record)->mcppPyArray = new MCppPyArray(*this, true);
-  }
-  return record;
-}
-
 WrapperAccess MCppPyArray::lockWrapper() const {
   std::shared_ptr<MDArrayWrapper> locked = m_weakWrapper.lock();
   if (locked == nullptr) setError(PyExc_RuntimeError, messages::expiredStorage);
   return WrapperAccess(std::move(locked));
 }
 
-std::byte* MCppPyArray::buf() const {
-  const WrapperAccess storage = wrapper();
-  return storage ? storage->buf() : nullptr;
-}
-
-const std::vector<std::int64_t>& MCppPyArray::shape() const {
-  static const std::vector<std::int64_t> noShape;
-  const WrapperAccess storage = wrapper();
-  return storage ? storage->shape() : noShape;
-}
-
-char MCppPyArray::getOrder() const {
-  const WrapperAccess storage = wrapper();
-  return storage ? storage->getOrder() : static_cast<char>(-1);
-}
-
-std::int64_t* MCppPyArray::bytewiseStrides() const {
-  const WrapperAccess storage = wrapper();
-  return storage ? storage->bytewiseStrides() : nullptr;
-}
-
-std::int64_t MCppPyArray::getBufferSizeInBytes() const {
-  const WrapperAccess storage = wrapper();
-  return storage ? storage->getBufferSizeInBytes() : -1;
-}
-
-std::int64_t MCppPyArray::getElementSizeInBytes() const {
-  const WrapperAccess storage = wrapper();
-  return storage ? storage->getElementSizeInBytes() : -1;
-}
-
-int MCppPyArray::isReadOnly() const {
-  const WrapperAccess storage = wrapper();
-  return storage ? storage->isReadOnly() : -1;
-}
-
-std::int64_t* MCppPyArray::suboffsets() const {
-  const WrapperAccess storage = wrapper();
-  return storage ? storage->suboffsets() : nullptr;
-}
-
-std::int64_t MCppPyArray::getNumberOfElements() const {
-  const WrapperAccess storage = wrapper();
-  return storage ? storage->getNumberOfElements() : -1;
-}
-
-const vd::Array& MCppPyArray::array() const {
-  static const vd::Array noArray;
-  const WrapperAccess storage = wrapper();
-  return storage ? storage->array() : noArray;
-}
-
-char* MCppPyArray::format() const {
-  const WrapperAccess storage = wrapper();
-  return storage ? storage->format() : nullptr;
+Position MCppPyArray::getIntegerIndicesSoFar() const {
+  Position indices;
+  indices.reserve(m_indices.integers().size() + 1);
+  for (const IntegerIndexItem& item : m_indices.integers()) indices.push_back(item.m_index);
+  return indices;
 }
 
 void MCppPyArray::setIndexedArrayAsMDA(vd::Array&& array) {
-  m_indexedArrayAsMDA = std::move(array);
+  m_caches.replaceIndexedArrayAsMDA(std::move(array));
+}
+
+ViewCaches::ViewCaches() = default;
+ViewCaches::~ViewCaches() = default;
+
+void ViewCaches::keepIndexRestrictedMCppPyArray(std::unique_ptr<MCppPyArray> copy) {
+  if (m_indexRestrictedMCppPyArray == nullptr) m_indexRestrictedMCppPyArray = std::move(copy);
 }

@@ -5,21 +5,19 @@
 #include <iosfwd>
 #include <memory>
 #include <new>
-#include <optional>
-#include <string>
 #include <utility>
-#include <vector>
 #include <velmardata/velmardata.hpp>
 
 #include "module/element_types.hpp"
 #include "module/export.hpp"
 #include "module/python.hpp"
 #include "module/support.hpp"
-#include "storage/index_items.hpp"
+#include "storage/index_chain.hpp"
 #include "storage/md_array_wrapper.hpp"
+#include "storage/view_caches.hpp"
 
-// Access to a view's storage, for a stretch of code that runs no Python code. Keeps the storage of
-// a weak view alive while it lives. Null when the storage has gone; RuntimeError is set then.
+// Access to a view's storage, for a stretch of code that runs no Python code. While it lives it
+// keeps the storage of a weak view alive. Null with RuntimeError set when the storage has expired.
 class WrapperAccess {
  public:
   explicit WrapperAccess(MDArrayWrapper* strong) : m_wrapper(strong) {}
@@ -34,24 +32,35 @@ class WrapperAccess {
   MDArrayWrapper* m_wrapper;
 };
 
+// Ownership. A strong view owns a share of the storage; a weak view owns nothing of it and finds it
+// expired once the last strong view is gone. Each view owns its chain and its caches. The Python
+// record (MCPyArray) owns the view.
+// Borrowed: whatever wrapper() and borrowWrapper() give is valid until Python code may run.
+//
+// Invariants. At most one of m_wrapper and m_weakWrapper is set; neither is set in a strong copy of
+// a weak view. The chain never changes once Python has the view. Class and complexity agree with
+// the element type of the storage.
+//
+// Kept for Python programs: a strong copy of a weak view has no storage (rows from loops take
+// integers, not slices), and the caches are never refreshed, so that what a view has exported does
+// not change.
 class MCppPyArray {
  public:
-  // A fresh array with storage of its own, held strongly. Test hasMirror() of the storage after.
+  // A new array with storage of its own, held strongly. The caller tests hasMirror() of the
+  // storage; makeNewView() does both.
   MCppPyArray(foundation::velmardata::Array&& array, SupportedArrayEnum type, bool isComplex,
               bool isColumnMajor);
-  MCppPyArray(const foundation::velmardata::Array& array, SupportedArrayEnum type, bool isComplex,
-              bool isColumnMajor);
-  // A view with other's chain. Deliberate: with useWeakPtr false the strong pointer of `other` is
-  // copied whatever kind `other` is, so that a weak parent gives a view without storage.
-  MCppPyArray(MCppPyArray& other, bool useWeakPtr);
-  // A view with a chain of the given positions alone; other's chain is not looked at.
-  MCppPyArray(MCppPyArray& other, const Position& indices, bool useWeakPtr);
+  // A view with other's chain and empty caches. With useWeakPtr false it takes other's strong
+  // pointer even if that is empty.
+  MCppPyArray(const MCppPyArray& other, bool useWeakPtr);
+  // A view of other's storage at the given positions; other's chain is not used.
+  MCppPyArray(const MCppPyArray& other, const Position& positions, bool useWeakPtr);
   MCppPyArray(const MCppPyArray&) = delete;
   MCppPyArray& operator=(const MCppPyArray&) = delete;
   ~MCppPyArray();
 
-  // From the interpreter's allocator for small objects: every subscript makes a view and most are
-  // dropped at once.
+  // The interpreter's allocator for small objects: every subscript makes a view and most views are
+  // dropped at once. Throws std::bad_alloc.
   static void* operator new(std::size_t size) {
     void* memory = PyObject_Malloc(size);
     if (memory == nullptr) throw std::bad_alloc();
@@ -59,168 +68,55 @@ class MCppPyArray {
   }
   static void operator delete(void* memory) { PyObject_Free(memory); }
 
-  // Records for Python. Null with RuntimeError set when the record cannot be had.
-  PyObject* allocMCPyArrayFromMCppPyArray() const;
-  PyObject* shallowCopyToMCPyArray();  // a weak view of the same part
-
   WrapperAccess wrapper() const {
     return m_wrapper != nullptr ? WrapperAccess(m_wrapper.get()) : lockWrapper();
   }
-  // The storage without a hold on it, for one look that ends before any Python code can run. Null
-  // with RuntimeError set when the storage has gone.
+  // The storage without a hold on it, for one look that ends before Python code can run. Null with
+  // RuntimeError set when the storage has expired.
   const MDArrayWrapper* borrowWrapper() const {
     if (m_wrapper != nullptr) return m_wrapper.get();
     if (!m_weakWrapper.expired()) return m_borrowedWrapper;
     return lockWrapper().operator->();
   }
-
-  // Forwarded to the storage. When it has gone, RuntimeError is set and the result is the value
-  // behind the slash. References are valid until Python code may run.
-  std::byte* buf() const;              // null
-  int getNumberOfDimensions() const {  // -1
-    const WrapperAccess storage = wrapper();
-    return storage ? storage->getNumberOfDimensions() : -1;
+  bool hasWeakPtrToWrapper() const { return m_hasWeakPtrToWrapper; }
+  // -1 with RuntimeError set when the storage has expired.
+  int getNumberOfDimensions() const {
+    const MDArrayWrapper* storage = borrowWrapper();
+    return storage != nullptr ? storage->getNumberOfDimensions() : -1;
   }
-  const std::vector<std::int64_t>& shape() const;      // an empty vector
-  char getOrder() const;                               // -1
-  std::int64_t* bytewiseStrides() const;               // null
-  std::int64_t getBufferSizeInBytes() const;           // -1
-  std::int64_t getElementSizeInBytes() const;          // -1
-  int isReadOnly() const;                              // -1
-  std::int64_t* suboffsets() const;                    // null
-  std::int64_t getNumberOfElements() const;            // -1
-  const foundation::velmardata::Array& array() const;  // an empty handle
-  char* format() const;                                // null
-  char* getBufAsCharPtr() const { return reinterpret_cast<char*>(buf()); }
 
-  // Need no storage.
   SupportedArrayEnum getSupportedArrayEnum() const { return m_supportedArrayEnum; }
   bool isComplex() const { return m_isComplex; }
-  std::int64_t getNumberOfIntegerIndicesSoFar() const { return m_numberOfIntegerIndicesSoFar; }
-  bool hasWeakPtrToWrapper() const { return m_hasWeakPtrToWrapper; }
-  bool indicesAreEmpty() const { return m_indices.empty(); }
-  IndexChain& getIndicesRef() { return m_indices; }
-  IndexChain getRestrictingIndices() const { return m_indices; }
-  bool sliceInFinalPreexistingPosition() const { return finalSlice() != nullptr; }
-  // The slice that ends the chain, or null. No error is set.
-  const SliceIndexItem* finalSlice() const {
-    return m_indices.empty() ? nullptr : std::get_if<SliceIndexItem>(&m_indices.back());
+
+  const IndexChain& chain() const { return m_indices; }
+  bool indicesAreEmpty() const { return m_indices.isEmpty(); }
+  std::int64_t getNumberOfIntegerIndicesSoFar() const {
+    return static_cast<std::int64_t>(m_indices.integers().size());
   }
-  MCppPyArray* getIndexRestrictedMCppPyArray() const { return m_indexRestrictedMCppPyArray.get(); }
+  // The positions that the chain's integers fix.
+  Position getIntegerIndicesSoFar() const;
+
+  // Narrow the view, whose chain must not end in a slice (append), or must (replace). For views
+  // that Python does not have yet.
+  template <class Item>
+  void appendIndexItem(const Item& item) {
+    m_indices.append(item);
+  }
+  template <class Item>
+  void replaceFinalSlice(const Item& item) {
+    m_indices.replaceFinalSlice(item);
+  }
+
+  ViewCaches& caches() { return m_caches; }
+  // Replaces the cached array. Kept as part of the interface.
   void setIndexedArrayAsMDA(foundation::velmardata::Array&& array);
 
-  // Composition: a new subscript is resolved against a final slice into storage coordinates.
-  // False results have an error set, but for a parent slice of negative length.
-  Position getIntegerIndicesSoFar(bool& success) const;
-  bool getReplacementIndexForSliceAndInt(IntegerIndexItem& item, std::int64_t length) const;
-  bool convertSliceAndIntegerToInteger(IntegerIndexItem& item) const;
-  bool getReplacementIndexForSliceAndSlice(SliceIndexItem& item, std::int64_t length) const;
-  bool convertSliceAndSliceToSlice(SliceIndexItem& item) const;
-  bool appendIndexItem(IntegerIndexItem& item);
-  bool appendIndexItem(SliceIndexItem& item);
-
-  // Traversal of the view's positions.
-  bool incrementIndices(Position& position) const;
-  bool containsElementWithIndices(const Position& position, std::int64_t numberOfDimensions) const;
-  Position getIndicesOfStartElement(std::int64_t length) const;
-  std::int64_t getLengthOfActiveDimension() const;  // -1 on failure
-  Position getIntIndicesOfElementFromStoredIntIndicesAndNewIntIndex(std::int64_t newIndex,
-                                                                    bool& success) const;
-  // Null with RuntimeError set when there is no element at the position.
-  const std::byte* getAddressOfElementFromNormalizedIntIndices(const Position& position) const {
-    const MDArrayWrapper* storage = borrowWrapper();
-    return storage != nullptr ? orNullDataPointer(storage->addressOfElement(position)) : nullptr;
-  }
-  // The same for the position that the chain's integers and one more index denote.
-  const std::byte* getAddressOfElementFromNewIntIndex(std::int64_t newIndex) const;
-
-  // One element as a Python number; null with an error set.
-  template <class T>
-  PyObject* getNumericPyObjectFromNormalizedIntIndices(const Position& position) const;
-  PyObject* getNumericPyObjectFromNormalizedIntIndicesWithoutTemplate(
-      const Position& position) const;
-
-  // Writes. The value is read completely before the first element is stored; elements stored before
-  // a failure stay. 0, or -1 with an error set.
-  template <class T>
-  int setItemsFromFinalOrNonFinalIntegerIndex(std::int64_t index, std::int64_t length,
-                                              PyObject* value);
-  template <class T>
-  int setItemViaFinalIntegerIndex(std::int64_t index, PyObject* value);
-  template <class T>
-  int setMultipleElementsFromNonFinalIntegerIndex(std::int64_t index, PyObject* value);
-  template <class T>
-  int setMultipleElementsFromNonFinalSliceIndex(SliceIndexItem& slice, PyObject* value,
-                                                std::int64_t length);
-  template <class T>
-  int setIndividualElementsFromFlatSeqOfMultipleIntegerIndices(
-      const std::vector<std::int64_t>& indices, PyObject* value);
-  template <class T>
-  bool setElementFromIndices(const Position& position, T element);
-
-  // The view as an array of its own, made once and kept: a snapshot that later writes do not reach.
-  // With the flag, a single dimension n becomes 1 by n. Empty with an error set.
-  std::optional<foundation::velmardata::Array> getIndexedArrayAsMDA(
-      velmar::data::MemoryLayout layout, bool makeTwoDimensional);
-  void updateIndexRestrictedMCppPyArrayIfNecessary(velmar::data::MemoryLayout layout,
-                                                   bool makeTwoDimensional);
-  std::unique_ptr<MCppPyArray> cloneAsMCppPyArrayUniquePtr(velmar::data::MemoryLayout layout,
-                                                           bool makeTwoDimensional);
-  // A record in any case if it can be had; without a view, and with the error left pending, when
-  // there is nothing to clone.
-  PyObject* cloneAsMCPyArray(velmar::data::MemoryLayout layout, bool makeTwoDimensional);
-
-  // Another shape for the storage, and so for all that share it. False, with nothing changed and no
-  // error set, when memory is short. Deliberate: when the storage has gone the error is set, and
-  // the result is true.
-  bool reshape(const std::vector<std::int64_t>& dimensions,
-               foundation::velmardata::standalone::ClientArrayFactory& factory, char order,
-               velmar::data::MemoryLayout layout);
-
-  // The elements of the whole storage, whatever the view shows, as a real 1-by-N array. Empty with
-  // an error set.
-  std::optional<foundation::velmardata::Array> noncomplex() const;
-  std::optional<foundation::velmardata::Array> realOrImag(bool wantReal) const;
-
-  // Labelled lines of everything known about the view and its storage, for debugging; the lines of
-  // storage that has gone are left out.
+  // Labelled lines of everything known about the view and its storage, for debugging. The lines of
+  // expired storage are left out; no error is set.
   MODULE_EXPORT std::ostream& writeToOstream(std::ostream& os) const;
-
-  // Whether two walks yield the same. Empty with an error set.
-  template <class T>
-  std::optional<bool> isEqualTo(MCppPyArray& other);
-
-  // Nested lists. `indices` holds the positions fixed so far and comes back as it was.
-  template <class T>
-  PyObject* getContentsAsPyList(Position& indices, std::uint64_t dimension) const;
-  template <class T>
-  PyObject* getAllContentsAsPyList() const;
-  PyObject* getPyListFromNormalizedIntIndicesWithoutTemplate(Position& indices,
-                                                             std::int64_t dimension);
-
-  // Text of the nested list; in the constructor form, a call that makes the array anew.
-  template <class T>
-  std::optional<std::string> getStrAsStdString(bool useConstructorForm, bool keepSpaces) const;
-  template <class T>
-  PyObject* getStr(bool useConstructorForm, bool keepSpaces) const;
 
  private:
   void takePointerOf(const MCppPyArray& other);
-  static const std::byte* orNullDataPointer(const std::byte* address) {
-    if (address == nullptr) [[unlikely]]
-      setError(PyExc_RuntimeError, messages::nullDataPointer);
-    return address;
-  }
-  // Whether the chain begins with the integers that were counted; RuntimeError is set if not.
-  bool integersComeFirst() const;
-  // The position that the chain's integers and one more index denote, entry by entry.
-  auto positionBehindIntegers(std::int64_t newIndex) const {
-    return [this, newIndex](std::size_t k) {
-      return k < static_cast<std::size_t>(m_numberOfIntegerIndicesSoFar)
-                 ? std::get_if<IntegerIndexItem>(&m_indices[k])->m_index
-                 : newIndex;
-    };
-  }
   WrapperAccess lockWrapper() const;
 
   bool m_hasWeakPtrToWrapper = false;
@@ -230,8 +126,5 @@ class MCppPyArray {
   SupportedArrayEnum m_supportedArrayEnum;
   bool m_isComplex;
   IndexChain m_indices;
-  std::int64_t m_numberOfIntegerIndicesSoFar = 0;
-  // Snapshots of the view as an array of its own, made on demand and never refreshed.
-  std::optional<foundation::velmardata::Array> m_indexedArrayAsMDA;
-  std::unique_ptr<MCppPyArray> m_indexRestrictedMCppPyArray;
+  ViewCaches m_caches;
 };

@@ -1,7 +1,13 @@
-// Birth and death of the Python record.
+// Allocation, filling and deletion of the Python record.
 #include "storage/mcpy_array.hpp"
 
+#include <cassert>
+#include <utility>
+
 #include "module/support.hpp"
+#include "module/type_objects.hpp"
+
+namespace vd = foundation::velmardata;
 
 PyObject* allocMCPyArray(PyTypeObject* type) {
   PyObject* record = nullptr;
@@ -13,13 +19,35 @@ PyObject* allocMCPyArray(PyTypeObject* type) {
   return record;
 }
 
-bool MCPyArray_Check(PyObject* object) {
-  PyTypeObject* type = Py_TYPE(object);
-  return type != nullptr &&
-         PyType_GetSlot(type, Py_tp_dealloc) == reinterpret_cast<void*>(MCPyArray_Delete);
+PyObject* allocMCPyArrayFromMCppPyArray(const MCppPyArray& view) {
+  return allocMCPyArray(typeObjectOf(view.getSupportedArrayEnum()));
 }
 
-// Deliberate: the record goes by PyObject_Free and its reference on the class stays behind.
+bool MCPyArray_Check(PyObject* object) {
+  assert(object != nullptr);
+  return PyType_GetSlot(Py_TYPE(object), Py_tp_dealloc) ==
+         reinterpret_cast<void*>(MCPyArray_Delete);
+}
+
+std::unique_ptr<MCppPyArray> makeNewView(vd::Array&& array, SupportedArrayEnum type, bool isComplex,
+                                         bool isColumnMajor) {
+  auto view = std::make_unique<MCppPyArray>(std::move(array), type, isComplex, isColumnMajor);
+  const WrapperAccess storage = view->wrapper();
+  if (storage->hasMirror()) return view;
+  setOutOfMemory(static_cast<std::uint64_t>(storage->getNumberOfElements()), typeWordOf(type));
+  return nullptr;
+}
+
+MCppPyArray* giveNewView(PyObject* record, vd::Array&& array, SupportedArrayEnum type,
+                         bool isComplex) {
+  assert(getMCPyArrayFromPyObject(record)->mcppPyArray == nullptr);
+  MCppPyArray* view = makeNewView(std::move(array), type, isComplex).release();
+  getMCPyArrayFromPyObject(record)->mcppPyArray = view;
+  return view;
+}
+
+// Deliberate: PyObject_Free does not give back the record's reference on its class, because
+// programs that count those references have always seen them stay.
 void MCPyArray_Delete(PyObject* object) {
   delete getMCPyArrayFromPyObject(object)->mcppPyArray;
   PyObject_Free(object);

@@ -1,4 +1,4 @@
-// Building the shared storage's description and mirror, and its index arithmetic.
+// Construction of the shared storage, its mirror and its index arithmetic.
 #include "storage/md_array_wrapper.hpp"
 
 #include <sys/mman.h>
@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "module/apply_visitor.hpp"
+#include "module/element_to_number.hpp"
 #include "module/element_types.hpp"
 
 namespace vd = foundation::velmardata;
@@ -24,7 +25,7 @@ struct ElementSizeVisitor {
   }
 };
 
-// A look at the elements in place: the iterator's pointer, with no copy and no unsharing.
+// Reads in place through the iterator's pointer: nothing is copied before and nothing is unshared.
 struct CopyElementsVisitor {
   std::byte* target;
   std::size_t size;
@@ -36,8 +37,18 @@ struct CopyElementsVisitor {
   }
 };
 
-// Memory that free() takes back. Large blocks lie on whole huge pages, since the faults of small
-// ones take longer than the copy.
+struct ElementAtOffsetVisitor {
+  std::int64_t offset;
+
+  template <class T>
+  PyObject* operator()(const vd::TypedArray<T>& array) const {
+    const T element = array.begin()[offset];
+    return makeNumber(element);
+  }
+};
+
+// Memory for free(). Large blocks fill whole huge pages, because the page faults of small pages
+// take longer than the copy.
 std::byte* allocateMirror(std::size_t size) {
   if (size < 2 * hugePage) return static_cast<std::byte*>(std::malloc(size));
   const std::size_t rounded = (size + hugePage - 1) / hugePage * hugePage;
@@ -50,72 +61,29 @@ std::byte* allocateMirror(std::size_t size) {
 
 MDArrayWrapper::MDArrayWrapper(vd::Array&& array, char order)
     : m_array(std::move(array)), m_order(order) {
-  init();
+  const std::vector<unsigned long> dimensions = m_array.getDimensions();
+  m_shape.assign(dimensions.begin(), dimensions.end());
+  m_nDim = static_cast<std::int32_t>(dimensions.size());
+  m_elemSizeInBytes = applyVisitor(m_array, ElementSizeVisitor{});
+  setBytewiseStrides();
+  m_numElems = static_cast<std::int64_t>(m_array.getNumberOfElements());
+  m_bufferSizeInBytes = m_numElems * m_elemSizeInBytes;
+  m_buf = allocateMirror(static_cast<std::size_t>(m_bufferSizeInBytes));
+  m_isMirrorFilled = m_buf == nullptr || m_bufferSizeInBytes == 0;
 }
-
-MDArrayWrapper::MDArrayWrapper(const vd::Array& array, char order)
-    : m_array(array), m_order(order) {
-  init();
-}
-
-MDArrayWrapper::MDArrayWrapper(const MDArrayWrapper& other)
-    : m_array(other.m_array),
-      m_shape(other.m_shape),
-      m_bytewiseStrides(other.m_bytewiseStrides),
-      m_order(other.m_order),
-      m_isReadOnly(other.m_isReadOnly),
-      m_nDim(other.m_nDim),
-      m_numElems(other.m_numElems),
-      m_bufferSizeInBytes(other.m_bufferSizeInBytes),
-      m_elemSizeInBytes(other.m_elemSizeInBytes),
-      m_isMirrorFilled(true) {}
 
 MDArrayWrapper::~MDArrayWrapper() {
   std::free(m_buf);
-}
-
-void MDArrayWrapper::init() {
-  setNumberOfDimensions();
-  setShape();
-  setElementSizeInBytes();
-  setBytewiseStrides();
-  setNumberOfElements();
-  setBufferSizeInBytes();
-  setBuf();
 }
 
 char* MDArrayWrapper::format() const {
   return classid2format(m_array.getType());
 }
 
-void MDArrayWrapper::setNumberOfDimensions() {
-  m_nDim = static_cast<std::int32_t>(m_array.getDimensions().size());
-}
-
-void MDArrayWrapper::setShape() {
-  const std::vector<unsigned long> dimensions = m_array.getDimensions();
-  m_shape.assign(dimensions.begin(), dimensions.end());
-}
-
-void MDArrayWrapper::setNumberOfElements() {
-  m_numElems = static_cast<std::int64_t>(m_array.getNumberOfElements());
-}
-
-void MDArrayWrapper::setElementSizeInBytes() {
-  m_elemSizeInBytes = applyVisitor(m_array, ElementSizeVisitor{});
-}
-
 void MDArrayWrapper::setBytewiseStrides() {
-  std::vector<std::int64_t> strides(static_cast<std::size_t>(m_nDim), 0);
-  PyBuffer_FillContiguousStrides(m_nDim, m_shape.data(), strides.data(),
+  m_bytewiseStrides.assign(static_cast<std::size_t>(m_nDim), 0);
+  PyBuffer_FillContiguousStrides(m_nDim, m_shape.data(), m_bytewiseStrides.data(),
                                  static_cast<int>(m_elemSizeInBytes), m_order);
-  m_bytewiseStrides = std::move(strides);
-}
-
-void MDArrayWrapper::setBuf() {
-  std::free(m_buf);
-  m_buf = allocateMirror(static_cast<std::size_t>(m_bufferSizeInBytes));
-  m_isMirrorFilled = m_buf == nullptr || m_bufferSizeInBytes == 0;
 }
 
 void MDArrayWrapper::fillMirror() const {
@@ -124,7 +92,13 @@ void MDArrayWrapper::fillMirror() const {
 }
 
 std::int64_t MDArrayWrapper::normalizedIndex(std::int64_t index, std::int64_t dimension) const {
+  assert(dimension >= 0 && dimension < m_nDim);
   const std::int64_t length = m_shape[static_cast<std::size_t>(dimension)];
   if (index < 0) return length + index;
   return index < length ? index : outOfRangeMarker;
+}
+
+PyObject* MDArrayWrapper::getElementAsPyObjectFromElementOffset(std::int64_t offset) const {
+  if (offset < 0 || offset >= m_numElems) return nullptr;
+  return applyVisitor(m_array, ElementAtOffsetVisitor{offset});
 }

@@ -1,12 +1,13 @@
-// The storage that an array and all its views share: a library array, its description in the form
-// of the buffer protocol, and a mirror of the elements for reads that cross no library boundary.
+// The storage that an array and all its views share.
 #pragma once
 
 #include <atomic>
 #include <bit>
+#include <cassert>
 #include <cstddef>
 #include <cstdint>
 #include <iosfwd>
+#include <span>
 #include <vector>
 #include <velmardata/velmardata.hpp>
 
@@ -14,31 +15,38 @@
 #include "module/python.hpp"
 #include "storage/index_items.hpp"
 
-// What is extracted from an array.
-enum class OutputEnum {
-  Noncomplex = 0,  // the elements of a real array
-  Real = 1,        // the real parts of a complex array
-  Imag = 2,        // the imaginary parts of a complex array
-};
-
+// A library array, its description in the form of the buffer protocol, and the mirror: a copy of
+// the elements for reads that cross no library boundary.
+//
+// Ownership. The wrapper owns its handle on the library array, the mirror's block and the lists of
+// lengths and strides. Views own the wrapper together (shared_ptr); it dies with the last strong
+// one. Native clients may hold the library array too; a write then copies the contents first.
+// Borrowed: buf(), shape() and bytewiseStrides() are valid until Python code may run, because that
+// can reshape or drop the storage. Exports are the exception: the mirror's block never moves, and
+// after keepDescription() the lengths and strides that went out stay readable as long as the
+// wrapper lives.
+//
+// Invariants. m_shape and m_bytewiseStrides have m_nDim entries. m_numElems is the product of
+// m_shape and never changes, nor does the element type. A filled mirror equals the array: whoever
+// writes an element writes both (ElementWriter).
+//
+// Kept for clients: m_isReadOnly is 1 for every array, because exports are read-only while writes
+// by subscript are not, and its value goes out in Py_buffer.
 class MDArrayWrapper {
  public:
-  // order: 'F' for column-major, the library's own, or 'C'. Throws EArrayUnknownDataType for an
-  // array of an unsupported type. When memory for the mirror is short, buf() is null although
-  // getBufferSizeInBytes() is not 0; the creator tests hasMirror() and reports.
+  // order: 'F' for column-major, which is the order of the library, or 'C'. Throws
+  // EArrayUnknownDataType for an array of an unsupported type. When memory for the mirror is short,
+  // hasMirror() is false and the caller reports that. Constant time: the first look fills the
+  // mirror.
   MDArrayWrapper(foundation::velmardata::Array&& array, char order);
-  MDArrayWrapper(const foundation::velmardata::Array& array, char order);
-  // Shallow and deliberately incomplete: the copy shares the array and has no mirror.
-  MDArrayWrapper(const MDArrayWrapper& other);
+  MDArrayWrapper(const MDArrayWrapper&) = delete;
   MDArrayWrapper& operator=(const MDArrayWrapper&) = delete;
   ~MDArrayWrapper();
 
-  void init();
-
   const foundation::velmardata::Array& array() const { return m_array; }
-  // The elements in storage order. The memory is there from construction on, the first look fills
-  // it: an array that goes from hand to hand without being read is never copied. Null when memory
-  // was short.
+  // The elements in storage order; null when memory for the mirror was short. The memory is taken
+  // at construction and filled by the first call, so that an array that only passes through Python
+  // is never copied.
   std::byte* buf() const {
     if (!m_isMirrorFilled) fillMirror();
     return m_buf;
@@ -52,104 +60,63 @@ class MDArrayWrapper {
   const std::vector<std::int64_t>& shape() const { return m_shape; }
   std::int64_t* bytewiseStrides() { return m_bytewiseStrides.data(); }
   char getOrder() const { return m_order; }
-  std::int64_t* suboffsets() const { return nullptr; }
+  // The format string of the buffer protocol, valid for the life of the process.
   char* format() const;
 
-  void setOrder(char order) { m_order = order; }
-  void setNumberOfDimensions(int numberOfDimensions) { m_nDim = numberOfDimensions; }
-  void setNumberOfDimensions();
-  void setShape(const std::vector<std::int64_t>& shape) { m_shape = shape; }
-  void setShape();
-  void setNumberOfElements();
-  void setElementSizeInBytes();
-  void setBufferSizeInBytes() { m_bufferSizeInBytes = m_numElems * m_elemSizeInBytes; }
-  void setBytewiseStrides();
-  // Room for a new mirror, to be filled with the array's elements.
-  void setBuf();
-
-  // Place of an element, counted in elements; missing trailing indices count as 0. -1, with no
-  // error set, when there are more indices than dimensions. Indices are not range tested.
+  // The offset of an element, counted in elements. Missing trailing indices count as 0. Indices are
+  // not tested against the shape. -1, with no error set, for more indices than dimensions and for
+  // an offset beyond 64 bits.
   std::int64_t getElementOffsetFromIndices(const Position& indices) const {
     return getElementOffset(indices.size(), [&](std::size_t i) { return indices[i]; });
   }
-  // The same for a position whose entry i is indexAt(i); -1 also for a place beyond 64 bits.
+  // The same for a position whose entry i is indexAt(i).
   template <class IndexAt>
   std::int64_t getElementOffset(std::size_t count, IndexAt indexAt) const {
     std::int64_t bytes = 0;
     if (!findByteOffset(count, indexAt, bytes)) return -1;
     return bytes >> std::countr_zero(static_cast<std::uint64_t>(m_elemSizeInBytes));
   }
-  // The index counted from the end if negative (and possibly still negative); -999 marks an index
-  // past the end.
+  // A negative index counted from the end, which can still be negative; -999 for an index past the
+  // end. The dimension must exist. Kept as part of the interface.
   std::int64_t normalizedIndex(std::int64_t index, std::int64_t dimension) const;
-  // The address in the mirror of the element at a position, or null when it lies outside.
-  const std::byte* addressOfElement(const Position& position) const {
-    return addressOfElement(position.size(), [&](std::size_t i) { return position[i]; });
-  }
-  // The same for a position whose entry i is indexAt(i).
+  // The address in the mirror of the element whose index in dimension i is indexAt(i). Null, with
+  // no error set, when there is no such element.
   template <class IndexAt>
-  const std::byte* addressOfElement(std::size_t count, IndexAt indexAt) const;
-  // A Python number from element `offset` of the array; null, with no error set, if out of range.
+  const std::byte* findElement(std::size_t count, IndexAt indexAt) const;
+  const std::byte* findElement(const Position& position) const {
+    return findElement(position.size(), [&](std::size_t i) { return position[i]; });
+  }
+  // A Python number made of element `offset` of the library array. Null, with no error set, when
+  // there is no such element. Kept as part of the interface.
   PyObject* getElementAsPyObjectFromElementOffset(std::int64_t offset) const;
 
-  // Lays another shape over the elements, as many as there are: none moves, and the mirror stays
-  // where it is. False, with nothing changed and no error set, when contents shared with another
-  // handle could not be copied. Constant time otherwise.
-  bool reshape(const std::vector<std::int64_t>& dimensions,
-               foundation::velmardata::standalone::ClientArrayFactory& factory, char order,
-               velmar::data::MemoryLayout layout);
-  // To be called when the addresses of shape and strides go out: their numbers then stay readable
-  // for as long as the wrapper lives, reshaped or not.
+  // Gives the elements another shape, whose product must be the number of elements. No element and
+  // no mirror moves. False, with nothing changed and no error set, when contents that are shared
+  // with another handle could not be copied. Constant time otherwise.
+  bool reshape(std::span<const std::int64_t> dimensions, char order);
+  // To be called when the addresses of shape and strides go out in an export.
   void keepDescription() { m_isDescriptionKept = true; }
-
-  // The elements, or one part of each, in storage order as a real 1-by-N array. An empty handle
-  // when memory is short. Throws std::runtime_error for an output that the elements do not have.
-  foundation::velmardata::Array extractContents(
-      foundation::velmardata::standalone::ClientArrayFactory& factory, OutputEnum output) const;
-  foundation::velmardata::Array noncomplex(
-      foundation::velmardata::standalone::ClientArrayFactory& factory) const {
-    return extractContents(factory, OutputEnum::Noncomplex);
-  }
-  foundation::velmardata::Array real(
-      foundation::velmardata::standalone::ClientArrayFactory& factory) const {
-    return extractContents(factory, OutputEnum::Real);
-  }
-  foundation::velmardata::Array imag(
-      foundation::velmardata::standalone::ClientArrayFactory& factory) const {
-    return extractContents(factory, OutputEnum::Imag);
-  }
 
   // Labelled lines of everything above, for debugging. Throws EArrayUnknownDataType for an array of
   // an unsupported type.
   MODULE_EXPORT std::ostream& writeToOstream(std::ostream& os) const;
 
-  // Stores an element in the array and in the mirror. False with RuntimeError set for a position
-  // outside the storage.
-  template <class T>
-  bool setElementFromIndices(const Position& position, T element);
-
  private:
   template <class T>
   friend class ElementWriter;
-
-  // Bytes from the first element to the one at a position. False for more indices than dimensions
-  // and for a place beyond 64 bits.
-  template <class IndexAt>
-  bool findByteOffset(std::size_t count, IndexAt indexAt, std::int64_t& bytes) const;
-  void fillMirror() const;  // one copy of the elements
 
   struct Description {
     std::vector<std::int64_t> shape;
     std::vector<std::int64_t> bytewiseStrides;
   };
 
-  // Where the elements were written last.
+  // Where elements were written last. Owns nothing.
   struct WritablePlace {
     const velmar::data::impl::ArrayImpl* contents = nullptr;
     foundation::velmardata::ArrayType type{};
     void* elements = nullptr;
 
-    // Whether the array still has those contents, and nobody else does.
+    // Whether the array still has those contents and no other handle shares them.
     bool isGoodFor(const foundation::velmardata::Array& array,
                    foundation::velmardata::ArrayType wanted) const {
       return contents != nullptr && contents == array.impl() && type == wanted &&
@@ -157,23 +124,30 @@ class MDArrayWrapper {
     }
   };
 
+  // The distance in bytes from the first element to the one at a position. False for more indices
+  // than dimensions and for a distance beyond 64 bits; no error is set.
+  template <class IndexAt>
+  bool findByteOffset(std::size_t count, IndexAt indexAt, std::int64_t& bytes) const;
+  void setBytewiseStrides();
+  void fillMirror() const;
+
   foundation::velmardata::Array m_array;
   WritablePlace m_writable;
   std::vector<std::int64_t> m_shape;            // first dimension first
-  std::vector<std::int64_t> m_bytewiseStrides;  // bytes to step, one entry a dimension
+  std::vector<std::int64_t> m_bytewiseStrides;  // bytes from one index to the next
   char m_order;
-  std::int32_t m_isReadOnly = 1;  // towards the buffer protocol, for every array
-  std::int32_t m_nDim = 0;
-  std::int64_t m_numElems = 0;
-  std::int64_t m_bufferSizeInBytes = 0;
-  std::int64_t m_elemSizeInBytes = 0;
-  std::byte* m_buf = nullptr;  // the mirror, from malloc, owned
-  mutable bool m_isMirrorFilled = false;
+  std::int32_t m_isReadOnly = 1;
+  std::int32_t m_nDim;
+  std::int64_t m_numElems;
+  std::int64_t m_bufferSizeInBytes;
+  std::int64_t m_elemSizeInBytes;
+  std::byte* m_buf;  // the mirror, from malloc, owned
+  mutable bool m_isMirrorFilled;
   bool m_isDescriptionKept = false;
-  std::vector<Description> m_keptDescriptions;  // of shapes that are no longer the array's
+  std::vector<Description> m_keptDescriptions;  // went out, and describe an earlier shape
 };
 
-// In the header since every element that is read or written comes through here.
+// In the header because every read and every write of an element comes through here.
 template <class IndexAt>
 bool MDArrayWrapper::findByteOffset(std::size_t count, IndexAt indexAt, std::int64_t& bytes) const {
   if (count > static_cast<std::size_t>(m_nDim)) return false;
@@ -189,7 +163,7 @@ bool MDArrayWrapper::findByteOffset(std::size_t count, IndexAt indexAt, std::int
 }
 
 template <class IndexAt>
-const std::byte* MDArrayWrapper::addressOfElement(std::size_t count, IndexAt indexAt) const {
+const std::byte* MDArrayWrapper::findElement(std::size_t count, IndexAt indexAt) const {
   const std::byte* elements = buf();
   std::int64_t offset = 0;
   if (elements == nullptr || !findByteOffset(count, indexAt, offset)) return nullptr;

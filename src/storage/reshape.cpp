@@ -1,60 +1,52 @@
-// Another shape over the elements of live storage.
+// Reshaping of live storage.
 #include <algorithm>
-#include <memory>
 #include <new>
 #include <utility>
 
 #include "module/apply_visitor.hpp"
+#include "module/dimensions.hpp"
+#include "storage/element_buffer.hpp"
 #include "storage/md_array_wrapper.hpp"
 
 namespace vd = foundation::velmardata;
 
 namespace {
 
-// The block goes from the old array to the new one; the old array comes back, and the flag is set,
-// when it was shared and could not be copied.
+// Moves the block from the old array, which `stored` was moved into, to a new one in `stored`.
+// False when the contents are shared and cannot be copied; the old array is then back in `stored`.
 struct ReshapeVisitor {
-  const std::vector<std::int64_t>& dimensions;
-  vd::standalone::ClientArrayFactory& factory;
-  velmar::data::MemoryLayout layout;
-  bool& isOutOfMemory;
+  std::span<const std::int64_t> dimensions;
+  vd::Array& stored;
 
   template <class T>
-  vd::Array operator()(vd::TypedArray<T>&& array) const {
-    std::vector<unsigned long> counts(dimensions.begin(), dimensions.end());
-    std::unique_ptr<T[], void (*)(void*)> block(nullptr, [](void*) {});
+  bool operator()(vd::TypedArray<T>&& array) const {
+    ElementBuffer<T> block = noElementBuffer<T>();
     try {
       block = array.release();
     } catch (const std::bad_alloc&) {
-      isOutOfMemory = true;
-      return std::move(array);
+      stored = std::move(array);
+      return false;
     }
-    const auto deleter = block.get_deleter();
-    return factory.createArrayFromBuffer(
-        std::move(counts), vd::arrayTypeOf<T>,
-        std::unique_ptr<void, void (*)(void*)>(block.release(), deleter), layout);
+    stored = makeArrayFromBuffer(std::move(block), dimensions);
+    return true;
   }
 };
 
 }  // namespace
 
-bool MDArrayWrapper::reshape(const std::vector<std::int64_t>& dimensions,
-                             vd::standalone::ClientArrayFactory& factory, char order,
-                             velmar::data::MemoryLayout layout) {
-  bool isOutOfMemory = false;
-  m_writable = {};  // new contents can come to lie where the old ones did
-  m_array =
-      applyVisitor(std::move(m_array), ReshapeVisitor{dimensions, factory, layout, isOutOfMemory});
-  if (isOutOfMemory) return false;
+bool MDArrayWrapper::reshape(std::span<const std::int64_t> dimensions, char order) {
+  assert(exactProduct(dimensions) == static_cast<std::uint64_t>(m_numElems));
+  m_writable = {};  // new contents may be allocated where the old ones were
+  if (!applyVisitor(std::move(m_array), ReshapeVisitor{dimensions, m_array})) return false;
   if (m_isDescriptionKept) {
     m_keptDescriptions.push_back({std::move(m_shape), std::move(m_bytewiseStrides)});
   }
-  setNumberOfDimensions(static_cast<int>(dimensions.size()));
-  setShape(dimensions);
-  setOrder(order);
+  m_nDim = static_cast<std::int32_t>(dimensions.size());
+  m_shape.assign(dimensions.begin(), dimensions.end());
+  m_order = order;
   setBytewiseStrides();
-  // A shape that comes back is described by the numbers that went out before, so that what is kept
-  // grows with the number of different shapes only.
+  // A shape that comes back uses the numbers that went out before. What is kept therefore grows
+  // only with the number of different shapes.
   const auto same = std::find_if(
       m_keptDescriptions.begin(), m_keptDescriptions.end(), [this](const Description& kept) {
         return kept.shape == m_shape && kept.bytewiseStrides == m_bytewiseStrides;

@@ -1,14 +1,14 @@
-// What native clients reach through the capsule: library arrays to Python arrays and back.
+// The functions that native clients reach through the capsule.
 #include "module/entry/capsule.hpp"
 
 #include <memory>
 #include <utility>
 #include <velmar/capsule_table.hpp>
 
-#include "construct/memory_error.hpp"
 #include "module/py_ref.hpp"
 #include "module/support.hpp"
 #include "module/type_objects.hpp"
+#include "operations/materialisation.hpp"
 #include "operations/outside_buffer.hpp"
 #include "storage/mcpy_array.hpp"
 
@@ -34,15 +34,10 @@ PyObject* MCPyArray_MDAImplToMCPyArray(void* impl) {
   if (!type.isValid) return refuse("invalid type.");
   PyRef record = PyRef::steal(allocMCPyArray(typeObjectOf(type.supportedArrayEnum)));
   if (!record) return nullptr;
-  const std::uint64_t count = array.getNumberOfElements();
-  auto view = std::make_unique<MCppPyArray>(std::move(array), type.supportedArrayEnum,
-                                            type.isComplex, true);
-  if (!view->wrapper()->hasMirror()) {
-    setOutOfMemory(count, typeWordOf(type.supportedArrayEnum));
-    return nullptr;
-  }
-  view->buf();  // filled now: the client may hold the elements, too
-  getMCPyArrayFromPyObject(record.get())->mcppPyArray = view.release();
+  const MCppPyArray* view =
+      giveNewView(record.get(), std::move(array), type.supportedArrayEnum, type.isComplex);
+  if (view == nullptr) return nullptr;
+  view->wrapper()->buf();  // fills the mirror now, because the client may write to the elements
   return record.release();
 }
 
@@ -56,12 +51,11 @@ void* MCPyArray_MCPyArrayToMDAImpl(PyObject* object) {
     const WrapperAccess storage = view->wrapper();
     return storage ? velmar::data::impl::addReference(storage->array().impl()) : nullptr;
   }
-  const std::optional<vd::Array> copy =
-      view->getIndexedArrayAsMDA(velmar::data::MemoryLayout::Default, true);
+  const std::optional<vd::Array> copy = getIndexedArrayAsMDA(*view);
   return copy ? velmar::data::impl::addReference(copy->impl()) : nullptr;
 }
 
-// The class called with the object. Null with an error set.
+// Calls the class with the object. New reference; null with an error set.
 PyObject* construct(PyTypeObject* type, PyObject* object, bool isComplex) {
   if (type == nullptr) return refuse(messages::cannotInitializeObject);
   const auto create = reinterpret_cast<newfunc>(PyType_GetSlot(type, Py_tp_new));
@@ -71,7 +65,8 @@ PyObject* construct(PyTypeObject* type, PyObject* object, bool isComplex) {
   PyRef keywords = PyRef::steal(PyDict_New());
   if (!keywords || PyDict_SetItemString(keywords.get(), "is_complex", Py_True) != 0) return nullptr;
   PyObject* array = create(type, arguments.get(), keywords.get());
-  keepForever(std::move(keywords));  // deliberate: this dict is not given back
+  // Deliberate: the dict is not given back, because clients that count references expect it so.
+  keepForever(std::move(keywords));
   return array;
 }
 
@@ -79,14 +74,13 @@ PyObject* MCPyArray_BufferObjectToMCPyArray(PyObject* object, int* type) {
   if (type == nullptr) return refuse(messages::nullDataPointer);
   *type = 0;
   bool isComplex = false;
-  Py_buffer view;
-  const int number = fillPyBuffer(object, &view, &isComplex);
+  BufferGuard buffer;
+  const int number = fillPyBuffer(object, buffer.place(), &isComplex);
   if (number < 0) return nullptr;
+  buffer.hold();
   *type = isComplex ? number + complexTypes : number;
-  PyObject* array = construct(
-      TypeObjectPointers[static_cast<std::size_t>(number - firstElementType)], object, isComplex);
-  PyBuffer_Release(&view);
-  return array;
+  return construct(TypeObjectPointers[static_cast<std::size_t>(number - firstElementType)], object,
+                   isComplex);
 }
 
 void MCPyArray_DestroyMCPyArray(PyObject* object) {

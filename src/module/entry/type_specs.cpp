@@ -1,23 +1,16 @@
-// Entry points, slot tables and specs of the classes, all from the table of element types.
+// Entry points, tables and specs of the classes, made from the table of element types.
 #include "module/entry/type_specs.hpp"
 
 #include "construct/constructor_entry.hpp"
 #include "indexing/element_read.hpp"
 #include "indexing/element_write.hpp"
 #include "module/export.hpp"
-#include "operations/array_array.hpp"
-#include "operations/comparison.hpp"
-#include "operations/description.hpp"
-#include "operations/extraction.hpp"
+#include "operations/handlers.hpp"
 #include "operations/iterator.hpp"
-#include "operations/memory_export.hpp"
-#include "operations/pickling.hpp"
-#include "operations/reshaping.hpp"
-#include "operations/text_forms.hpp"
 #include "storage/mcpy_array.hpp"
 
 extern "C" {
-// The buffer's two slots by themselves, for whoever makes a type around an array.
+// The two slots of the buffer protocol, for clients that make a type around an array.
 MODULE_EXPORT PyType_Slot MCPyArray_Buffer_Type_Slot[] = {
     {Py_bf_getbuffer, reinterpret_cast<void*>(MCPyArray_GetBuffer)},
     {Py_bf_releasebuffer, reinterpret_cast<void*>(MCPyArray_ReleaseBuffer)},
@@ -74,7 +67,7 @@ PyMethodDef MCPyArray_Methods[] = {
     {"__reduce__", MCPyArray_Reduce, METH_NOARGS, "__reduce__ pickles the input object"},
     {nullptr, nullptr, 0, nullptr}};
 
-// All read-only. Deliberate: the size has two names.
+// All read-only. The size has two names, a public one and an internal one that pages rely on.
 PyGetSetDef MCPyArray_GetSetMethods[] = {
     {"size", MCPyArray_GetArraySize, nullptr, "dimensions", nullptr},
     {"_size", MCPyArray_GetArraySize, nullptr, "dimensions", nullptr},

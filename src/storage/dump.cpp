@@ -1,4 +1,4 @@
-// The diagnostic dump: everything known about a view and its storage, for whoever debugs.
+// The diagnostic dump: everything known about a view and its storage, for debugging.
 #include <complex>
 #include <exception>
 #include <ostream>
@@ -11,7 +11,7 @@ namespace vd = foundation::velmardata;
 
 namespace {
 
-// As std::endl does it, in one place: the stream's own line end, and a flush.
+// Ends a line as std::endl does.
 void endLine(std::ostream& os) {
   os.put(os.widen('\n'));
   os.flush();
@@ -23,7 +23,7 @@ void writeLine(std::ostream& os, const char* label, const T& value) {
   endLine(os);
 }
 
-// Bytes go out as characters, as streams have it.
+// Streams write bytes as characters.
 template <class T>
 void writeElements(std::ostream& os, const T* elements, std::int64_t count) {
   for (std::int64_t k = 0; k < count; ++k) os << elements[k] << " ";
@@ -41,7 +41,7 @@ void writeCharacters(std::ostream& os, const vd::CharArray& array) {
   for (char character : text) os << character << " ";
 }
 
-// The elements that the data library holds.
+// Writes the elements that the data library holds.
 struct ArrayOstreamVisitor {
   std::ostream& os;
 
@@ -54,7 +54,7 @@ struct ArrayOstreamVisitor {
   void operator()(const vd::CharArray& array) const { writeCharacters(os, array); }
 };
 
-// The elements that the mirror holds; the array tells their type alone.
+// Writes the elements that the mirror holds. The array only gives their type.
 struct BufOstreamVisitor {
   std::ostream& os;
   const std::byte* elements;
@@ -133,13 +133,12 @@ std::ostream& MCppPyArray::writeToOstream(std::ostream& os) const {
   endLine(os);
   writeLine(os, "m_supportedArrayEnum: ", static_cast<int>(m_supportedArrayEnum));
   writeLine(os, "m_isComplex: ", m_isComplex);
-  for (const IndexVariant& item : m_indices) {
-    std::visit([&os](const auto& alternative) { writeItem(os, alternative); }, item);
-  }
-  writeLine(os, "m_numberOfIntegerIndicesSoFar: ", m_numberOfIntegerIndicesSoFar);
+  for (const IntegerIndexItem& item : m_indices.integers()) writeItem(os, item);
+  if (const SliceIndexItem* slice = m_indices.finalSlice()) writeItem(os, *slice);
+  writeLine(os, "m_numberOfIntegerIndicesSoFar: ", getNumberOfIntegerIndicesSoFar());
   os << "m_indexedArrayAsMDA: ";
-  if (m_indexedArrayAsMDA) {
-    applyVisitor(*m_indexedArrayAsMDA, ArrayOstreamVisitor{os});
+  if (m_caches.indexedArrayAsMDA()) {
+    applyVisitor(*m_caches.indexedArrayAsMDA(), ArrayOstreamVisitor{os});
   } else {
     os << "None";
   }

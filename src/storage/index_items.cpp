@@ -1,18 +1,11 @@
-// Index items: normalisation against a dimension's length, and the values of a run.
-#include "indexing/index_items.hpp"
+// Index items: normalisation against the length of a dimension, and the values of a run.
+#include "storage/index_items.hpp"
 
 #include <string>
 
 #include "module/support.hpp"
 
 namespace {
-
-void makeCanonicalEmpty(SliceIndexItem& item) {
-  item.m_start = 0;
-  item.m_stop = 0;
-  item.m_step = 1;
-  item.m_slice_len = 0;
-}
 
 std::int64_t clampedStart(std::int64_t start, std::int64_t length) {
   if (start >= length) start = length - 1;
@@ -30,8 +23,14 @@ bool IntegerIndexItem::refuse(std::int64_t length) const {
     setError(PyExc_RuntimeError, "index is too large: (" + std::to_string(m_index) +
                                      "; maximum: " + std::to_string(length - 1) + ").");
   }
-  // Deliberate: an index that is too small sets no error here; each caller sets its own.
   return false;
+}
+
+void SliceIndexItem::makeCanonicalEmpty() {
+  m_start = 0;
+  m_stop = 0;
+  m_step = 1;
+  m_slice_len = 0;
 }
 
 bool SliceIndexItem::normalizeAgainstLength(std::int64_t length) {
@@ -40,11 +39,12 @@ bool SliceIndexItem::normalizeAgainstLength(std::int64_t length) {
   const bool hasLength = m_slice_len.has_value();
   const bool isKnownEmpty = hasLength && *m_slice_len == 0;
 
-  // Deliberate: neither start nor stop means an empty run and not the whole dimension.
+  // Deliberate: without start and stop the run is empty and not the whole dimension, since nothing
+  // says where it lies.
   const bool isEmpty =
       (!hasStart && !hasStop) || (hasStart && hasStop && *m_start == *m_stop) || isKnownEmpty;
   if (isEmpty) {
-    makeCanonicalEmpty(*this);
+    makeCanonicalEmpty();
     m_isNormalized = true;
     return true;
   }
@@ -55,14 +55,16 @@ bool SliceIndexItem::normalizeAgainstLength(std::int64_t length) {
     setError(PyExc_ValueError, messages::zeroStep);
     return false;
   }
-  // A plain quotient and not the number of positions; items from slice objects bring theirs along.
+  // A truncated quotient and not the number of positions. Items made of slice objects bring their
+  // length, so they do not come here.
   if (!hasLength) m_slice_len = (*m_stop - *m_start) / *m_step;
   m_isNormalized = true;
   return true;
 }
 
 std::int64_t SliceIndexItem::numberOfValues() const {
-  // In unsigned arithmetic, since the distance of two extreme ends does not fit a signed number.
+  assert(m_isNormalized);
+  // Unsigned arithmetic: the distance of two extreme ends does not fit a signed number.
   const auto start = static_cast<std::uint64_t>(*m_start);
   const auto stop = static_cast<std::uint64_t>(*m_stop);
   const auto step = static_cast<std::uint64_t>(*m_step);
@@ -73,39 +75,15 @@ std::int64_t SliceIndexItem::numberOfValues() const {
   return static_cast<std::int64_t>((start - stop - 1) / (0 - step) + 1);
 }
 
-std::vector<std::int64_t> SliceIndexItem::getIntegerIndexValues(std::int64_t length,
-                                                                bool& success) const {
-  success = m_isNormalized;
-  if (!success) {
+std::optional<std::vector<std::int64_t>> SliceIndexItem::getIntegerIndexValues(
+    std::int64_t length) const {
+  if (!m_isNormalized) {
     setError(PyExc_RuntimeError,
              "getIntegerIndexValues(" + std::to_string(length) +
                  ", &success) was called before the slice item was normalized.");
-    return {};
+    return std::nullopt;
   }
   std::vector<std::int64_t> values(static_cast<std::size_t>(numberOfValues()));
   for (std::size_t k = 0; k < values.size(); ++k) values[k] = valueAt(static_cast<std::int64_t>(k));
   return values;
-}
-
-bool getSliceData(PyObject* slice, std::int64_t length, SliceIndexItem& item) {
-  Py_ssize_t start = 0;
-  Py_ssize_t stop = 0;
-  Py_ssize_t step = 0;
-  const bool isReadable = PySlice_Unpack(slice, &start, &stop, &step) >= 0;
-  const Py_ssize_t count = isReadable ? PySlice_AdjustIndices(length, &start, &stop, step) : 0;
-  if (step == 0) {
-    setError(PyExc_ValueError, messages::zeroStep);
-    return false;
-  }
-  item.m_start = start;
-  item.m_stop = stop;
-  item.m_step = step;
-  item.m_slice_len = count;
-  if (length < 0) {
-    setError(PyExc_ValueError, "index has an invalid value: (" + std::to_string(start) + ":" +
-                                   std::to_string(stop) + ":" + std::to_string(step) + ")");
-    return false;
-  }
-  item.normalizeAgainstLength(length);  // cannot fail: the step is not zero
-  return isReadable;
 }

@@ -1,4 +1,4 @@
-// The one way from an element to a Python number.
+// Conversion of one element to a Python number.
 #pragma once
 
 #include <complex>
@@ -7,18 +7,11 @@
 #include "module/element_types.hpp"
 #include "module/python.hpp"
 
-// There is no complex logical: its instances complete the templates, and give null without a look
-// at an element that no storage holds.
-template <class T>
-inline constexpr bool hasNumber = !std::is_same_v<T, std::complex<bool>>;
-
-// New reference, or null. A complex element is always a Python complex; a character is the number
-// of its code unit.
+// New reference; null with the interpreter's error set when there is no memory. A complex element
+// always becomes a Python complex, and a character becomes the number of its code unit.
 template <class T>
 PyObject* makeNumber(T element) {
-  if constexpr (!hasNumber<T>) {
-    return nullptr;
-  } else if constexpr (isComplexElement<T>) {
+  if constexpr (isComplexElement<T>) {
     return PyComplex_FromDoubles(static_cast<double>(element.real()),
                                  static_cast<double>(element.imag()));
   } else if constexpr (std::is_same_v<T, bool>) {

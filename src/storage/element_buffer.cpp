@@ -1,0 +1,22 @@
+// Calls of the data library's factory.
+#include "storage/element_buffer.hpp"
+
+#include <vector>
+
+namespace vd = foundation::velmardata;
+
+UntypedBuffer tryCreateBuffer(vd::ArrayType type, std::uint64_t count) {
+  const vd::standalone::ClientArrayFactory factory;
+  void* block = nullptr;
+  void (*deleter)(void*) = nullptr;
+  factory.createBuffer(&block, &deleter, static_cast<int>(type), count);
+  return UntypedBuffer(block, deleter);
+}
+
+vd::Array makeArrayFromBuffer(vd::ArrayType type, UntypedBuffer&& buffer,
+                              std::span<const std::int64_t> dimensions) {
+  const vd::standalone::ClientArrayFactory factory;
+  return factory.createArrayFromBuffer(
+      std::vector<unsigned long>(dimensions.begin(), dimensions.end()), type, std::move(buffer),
+      velmar::data::MemoryLayout::Default);
+}
