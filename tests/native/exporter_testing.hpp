@@ -1,4 +1,4 @@
-// What the tests of buffers share: an exporter that serves whatever a test says, sense or nonsense.
+// Shared by the tests of buffers: an exporter whose fields the test chooses, valid or not.
 #pragma once
 
 #include "module/python.hpp"
@@ -18,7 +18,7 @@
 
 namespace python_testing {
 
-// The format that the elements have in the buffer protocol.
+// The format string of the elements in the buffer protocol.
 template <class T>
 std::string formatOf() {
   using Number = typename velmardata_testing::PartOf<T>::type;
@@ -34,7 +34,8 @@ std::string formatOf() {
 
 using Lengths = std::vector<Py_ssize_t>;
 
-// The fields of the buffers, and what happened to them. An empty optional is a null field.
+// The fields of the buffers that are exported, and counts of requests. An empty optional is a null
+// field.
 struct Exports {
   void* buf = nullptr;
   Py_ssize_t len = 0;
@@ -52,7 +53,7 @@ struct Exports {
 };
 
 struct ExporterRecord {
-  PyObject_HEAD Exports* exports;  // the test's
+  PyObject_HEAD Exports* exports;  // borrowed from the test
 };
 
 inline Exports& exportsOf(PyObject* exporter) {
@@ -88,21 +89,22 @@ inline void releaseBuffer(PyObject* self, Py_buffer* /*buffer*/) {
   ++exportsOf(self).released;
 }
 
-// An object that exports what `exports` says at the time, which outlives it.
+// An object that exports the fields in `exports` at the time of the request. `exports` must outlive
+// it.
 inline PyRef makeExporter(Exports& exports) {
   static PyType_Slot slots[] = {{Py_bf_getbuffer, reinterpret_cast<void*>(exportBuffer)},
                                 {Py_bf_releasebuffer, reinterpret_cast<void*>(releaseBuffer)},
                                 {0, nullptr}};
   static PyType_Spec spec = {"velmar_tests.Exporter", sizeof(ExporterRecord), 0, Py_TPFLAGS_DEFAULT,
                              slots};
-  static PyObject* const type = PyType_FromSpec(&spec);  // for the life of the process
+  static PyObject* const type = PyType_FromSpec(&spec);  // kept for the life of the process
   PyRef exporter = PyRef::steal(PyType_GenericAlloc(reinterpret_cast<PyTypeObject*>(type), 0));
   reinterpret_cast<ExporterRecord*>(exporter.get())->exports = &exports;
   return exporter;
 }
 
-// An honest exporter of samples, whose order in memory is that of their numbers; what the test
-// changes of `exports` makes it a liar. order: 'F' or 'C', that of the shape in memory.
+// An exporter of samples, numbered in the order of memory, with correct fields. A test that wants
+// wrong ones changes `exports`. order: 'F' or 'C'.
 template <class T>
 struct SampleExporter {
   explicit SampleExporter(const Lengths& shape, char order = 'F')

@@ -1,4 +1,4 @@
-// Scarce memory, for tests of what happens without.
+// A limit on memory, for tests of code that runs out of it.
 #pragma once
 
 #include <sys/resource.h>
@@ -9,7 +9,7 @@
 
 namespace python_testing {
 
-// No more memory than a little for as long as it lives.
+// While it lives, the process can take only 16 MiB more.
 class MemoryLimit {
  public:
   MemoryLimit() {

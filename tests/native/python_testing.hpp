@@ -1,4 +1,4 @@
-// What the tests of the module share: arrays of samples and views of them, items as text.
+// Shared by the tests of the module: arrays of samples, views of them, and index items as text.
 #pragma once
 
 #include "module/python.hpp"
@@ -8,14 +8,15 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <type_traits>
-#include <utility>
 #include <vector>
 
 #include "module/element_types.hpp"
 #include "module/py_ref.hpp"
 #include "python_values.hpp"
+#include "storage/index_chain.hpp"
 #include "storage/index_items.hpp"
 #include "storage/mcpp_py_array.hpp"
 #include "storage/mcpy_array.hpp"
@@ -33,7 +34,7 @@ using velmardata_testing::WritableTypes;
 using ClassTypes = velmardata_testing::TypesOf<void VELMARDATA_FOR_EACH_CLASS_TYPE(X)>::type;
 #undef X
 
-// Names a typed test by the word of its element type: ReadElement/complex_int8.
+// Names a typed test after its element type: ReadElement/complex_int8.
 struct TypeWords {
   template <class T>
   static std::string GetName(int /*index*/) {
@@ -47,8 +48,8 @@ struct TypeWords {
 
 // --- Arrays and views
 
-// The class that an array of elements T belongs to. There is none for characters; their views are
-// labelled with the first, as nothing looks at the label.
+// The class of arrays of T. Characters have no class: their views get the first one, which no code
+// looks at.
 template <class T>
 constexpr SupportedArrayEnum classOfElement() {
   if constexpr (std::is_same_v<T, char16_t>) {
@@ -60,14 +61,14 @@ constexpr SupportedArrayEnum classOfElement() {
 
 using ViewPointer = std::unique_ptr<MCppPyArray>;
 
-// A fresh array; its elements are the samples in storage order, for double 1.0, 2.0, 3.0 ...
+// A new array of samples in storage order, for double 1.0, 2.0, 3.0 ...
 template <class T>
 ViewPointer makeArray(const Dimensions& dimensions) {
   return std::make_unique<MCppPyArray>(sampleArray<T>(dimensions), classOfElement<T>(),
                                        isComplexElement<T>, true);
 }
 
-// A weak view whose storage has gone.
+// A weak view whose storage has expired.
 template <class T>
 ViewPointer makeExpiredView(const Dimensions& dimensions) {
   const ViewPointer owner = makeArray<T>(dimensions);
@@ -82,9 +83,9 @@ ViewPointer makeViewWithoutStorage(const Dimensions& dimensions) {
   return std::make_unique<MCppPyArray>(weak, false);
 }
 
-// The view as a Python object.
+// A Python object that owns the view.
 inline PyRef makeRecord(ViewPointer view) {
-  PyRef record = PyRef::steal(view->allocMCPyArrayFromMCppPyArray());
+  PyRef record = PyRef::steal(allocMCPyArrayFromMCppPyArray(*view));
   getMCPyArrayFromPyObject(record.get())->mcppPyArray = view.release();
   return record;
 }
@@ -92,7 +93,7 @@ inline MCppPyArray& viewOf(const PyRef& record) {
   return *getMCPyArrayFromPyObject(record.get())->mcppPyArray;
 }
 
-// --- Index items, and what is in them
+// --- Index items
 
 inline SliceIndexItem slice(std::int64_t start, std::int64_t stop, std::int64_t step,
                             std::int64_t length) {
@@ -102,7 +103,7 @@ inline SliceIndexItem slice(std::int64_t start, std::int64_t stop, std::int64_t 
 inline std::string describe(const std::optional<std::int64_t>& number) {
   return number ? std::to_string(*number) : "-";
 }
-// "start:stop:step/length", with a dash for what is empty and "?" behind an item that was not
+// "start:stop:step/length", with a dash for an absent number and "?" behind an item that is not
 // normalised.
 inline std::string describe(const SliceIndexItem& item) {
   return describe(item.m_start) + ":" + describe(item.m_stop) + ":" + describe(item.m_step) + "/" +
@@ -111,16 +112,15 @@ inline std::string describe(const SliceIndexItem& item) {
 inline std::string describe(const IntegerIndexItem& item) {
   return std::to_string(item.m_index) + (item.m_isNormalized ? "" : "?");
 }
-inline std::string describe(const IndexVariant& item) {
-  return std::visit([](const auto& alternative) { return describe(alternative); }, item);
-}
 // The items of a chain with a blank between them.
 inline std::string describe(const IndexChain& chain) {
   std::string text;
-  for (const IndexVariant& item : chain) {
+  const auto append = [&text](const auto& item) {
     if (!text.empty()) text += ' ';
     text += describe(item);
-  }
+  };
+  for (const IntegerIndexItem& item : chain.integers()) append(item);
+  if (const SliceIndexItem* run = chain.finalSlice()) append(*run);
   return text;
 }
 

@@ -1,4 +1,4 @@
-// What all tests share that speak to Python: values of expressions, texts of objects, errors.
+// Shared by the tests that use Python: values of expressions, texts of objects, errors.
 #pragma once
 
 #include "module/python.hpp"
@@ -15,7 +15,7 @@ namespace python_testing {
 
 // --- Python values
 
-// str() or repr() of an object that is not null.
+// str() or repr() of an object, which must not be null. Throws if that fails.
 inline std::string textOf(PyObject* object, PyObject* (*form)(PyObject*) = PyObject_Str) {
   const PyRef text = PyRef::steal(form(object));
   Py_ssize_t length = 0;
@@ -32,8 +32,8 @@ struct Name {
   const PyRef& object;
 };
 
-// The value of a Python expression in which the names given stand for the objects given. Throws,
-// which fails the test, if there is none.
+// The value of a Python expression, in which each of the names is bound to its object. Throws if
+// the expression fails, and so fails the test.
 inline PyRef evaluate(const std::string& expression, std::initializer_list<Name> names = {}) {
   const PyRef scope = PyRef::steal(PyDict_New());
   PyDict_SetItemString(scope.get(), "__builtins__", PyEval_GetBuiltins());
@@ -41,7 +41,7 @@ inline PyRef evaluate(const std::string& expression, std::initializer_list<Name>
     PyDict_SetItemString(scope.get(), name.name, name.object.get());
   }
   const PyRef code = PyRef::steal(Py_CompileString(expression.c_str(), "test", Py_eval_input));
-  if (!code) throw std::invalid_argument("is no expression: " + expression);
+  if (!code) throw std::invalid_argument("not an expression: " + expression);
   PyRef value = PyRef::steal(PyEval_EvalCode(code.get(), scope.get(), scope.get()));
   if (!value) throw std::invalid_argument("has no value: " + expression);
   return value;
@@ -54,7 +54,7 @@ struct PythonError {
   std::string text;
 };
 
-// Takes the pending error away.
+// Returns the pending error and clears it.
 inline PythonError takeError() {
   PyObject* raw[3] = {};
   PyErr_Fetch(&raw[0], &raw[1], &raw[2]);
@@ -64,7 +64,7 @@ inline PythonError takeError() {
   return {PyRef::steal(raw[0]), value ? textOf(value.get()) : ""};
 }
 
-// Whether exactly this error is pending, which it is not any more afterwards.
+// Whether exactly this error was pending. Clears it.
 inline testing::AssertionResult raised(PyObject* exceptionClass, const std::string& text) {
   const PythonError error = takeError();
   if (!error.type) return testing::AssertionFailure() << "no error is set; expected: " << text;
@@ -73,7 +73,7 @@ inline testing::AssertionResult raised(PyObject* exceptionClass, const std::stri
          << "the error is " << textOf(error.type.get()) << "\n  " << error.text
          << "\nexpected: " << textOf(exceptionClass) << "\n  " << text;
 }
-// The same for an error of the interpreter's own, whose words are its business.
+// The same for an error that the interpreter words itself, in ways that differ between versions.
 inline testing::AssertionResult raisedOwn(PyObject* exceptionClass) {
   const PythonError error = takeError();
   if (error.type.get() == exceptionClass) return testing::AssertionSuccess();

@@ -1,11 +1,11 @@
-// Few levels of recursion, for tests of what happens without.
+// A limit on the interpreter's recursion, for tests of code that runs out of levels.
 #pragma once
 
 #include "module/python.hpp"
 
 namespace python_testing {
 
-// Leaves room for so many levels of recursion only.
+// While it lives, only this many more levels of recursion can be entered.
 class RecursionLimit {
  public:
   explicit RecursionLimit(int levels) {

@@ -1,4 +1,4 @@
-// What the tests of the data library share: element types by name, sample values, making arrays.
+// Shared by the tests of the data library: names of element types, sample values, arrays.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -31,7 +31,7 @@ using WritableTypes = TypesOf<void VELMARDATA_FOR_EACH_CLASS_ELEMENT_TYPE(X)>::t
 using RealNumericTypes = TypesOf<void VELMARDATA_FOR_EACH_NUMERIC_TYPE(X)>::type;
 #undef X
 
-// Names a typed test by its element type: TypedArrayTest/COMPLEX_INT8.
+// Names a typed test after its element type: TypedArrayTest/COMPLEX_INT8.
 struct TypeNames {
   template <class T>
   static std::string GetName(int /*index*/) {
@@ -55,7 +55,8 @@ struct PartOf<std::complex<T>> {
   using type = T;
 };
 
-// The i-th of a row of values that differ from their neighbours and from zero, in both parts.
+// Sample number i. Neighbours differ in both parts and no part is zero, except for bool, which
+// repeats true, false, true.
 template <class T>
 T sample(std::size_t i) {
   using Part = typename PartOf<T>::type;
@@ -83,7 +84,7 @@ using Dimensions = std::vector<unsigned long>;
 using UntypedBuffer = std::unique_ptr<void, void (*)(void*)>;
 constexpr auto storageLayout = velmar::data::MemoryLayout::Default;
 
-// An uninitialised block of the plain operation, which serves all types.
+// An uninitialised block from ArrayFactory::createBuffer, which serves all types.
 inline UntypedBuffer newBuffer(ArrayType type, unsigned long count) {
   void* block = nullptr;
   void (*deleter)(void*) = nullptr;
@@ -91,7 +92,7 @@ inline UntypedBuffer newBuffer(ArrayType type, unsigned long count) {
   return UntypedBuffer(block, deleter);
 }
 
-// A block of `count` samples, the first of them sample number `from`.
+// A block of `count` samples that starts with sample number `from`.
 template <class T>
 UntypedBuffer sampleBuffer(unsigned long count, std::size_t from = 0) {
   UntypedBuffer buffer = newBuffer(arrayTypeOf<T>, count);
@@ -125,13 +126,13 @@ std::vector<T> elementsOf(const std::unique_ptr<T[], void (*)(void*)>& block, st
   return std::vector<T>(block.get(), block.get() + count);
 }
 
-// Another handle on the same contents, also where a plain copy would look needless.
+// Another handle on the same contents. A plain copy would look unnecessary to the linter.
 template <class Handle>
 Handle copyOf(const Handle& handle) {
   return handle;
 }
 
-// Where the elements lie.
+// The address of the first element.
 template <class T>
 const void* addressOf(const TypedArray<T>& array) {
   return std::to_address(array.begin());
@@ -141,8 +142,8 @@ inline std::uint64_t referenceCount(const Array& array) {
   return array.impl()->m_referenceCount.load();
 }
 
-// Bytes that are allocated and not freed. Always the same under a sanitizer that has its own
-// allocator; that one finds leaks by itself.
+// The number of bytes that are allocated and not freed. Constant under a sanitizer, which has its
+// own allocator and finds leaks itself.
 inline std::size_t heapInUse() {
   const struct mallinfo2 info = mallinfo2();
   return info.uordblks + info.hblkhd;
