@@ -112,15 +112,21 @@ bool FinalConstructorParser<T>::dimensionsHold(std::uint64_t count) const {
   return false;
 }
 
+// A block for `count` elements of any value. Null with MemoryError set.
+template <class T>
+ElementBuffer<T> FinalConstructorParser<T>::takeReservedBuffer(std::uint64_t count) {
+  ElementBuffer<T> buffer = flattenedElements.tryTakeReserved(count);
+  if (buffer == nullptr) setOutOfMemory(count, typeWord<T>);
+  return buffer;
+}
+
+// Null with MemoryError set.
 template <class T>
 ElementBuffer<T> FinalConstructorParser<T>::makeZeroFilledBuffer() {
   const auto count = static_cast<std::uint64_t>(m_shape.calculateNumberOfElements());
   if (!dimensionsHold(count)) return noElementBuffer<T>();
-  ElementBuffer<T> buffer = flattenedElements.tryTakeReserved(count);
-  if (buffer == nullptr) {
-    setOutOfMemory(count, typeWord<T>);
-    return buffer;
-  }
+  ElementBuffer<T> buffer = takeReservedBuffer(count);
+  if (buffer == nullptr) return buffer;
   m_shape.setBufferInStorageOrder();
   std::fill_n(buffer.get(), count, T{});
   return buffer;
@@ -144,12 +150,8 @@ ElementBuffer<T> FinalConstructorParser<T>::processVectorKwarg(PyObject* vector)
   m_shape.takeLengthOfVector(length);
   if (!m_shape.specifiedAndCalculatedDimensionsMatch()) return noElementBuffer<T>();
 
-  const auto count = static_cast<std::uint64_t>(length);
-  ElementBuffer<T> buffer = flattenedElements.tryTakeReserved(count);
-  if (buffer == nullptr) {
-    setOutOfMemory(count, typeWord<T>);
-    return buffer;
-  }
+  ElementBuffer<T> buffer = takeReservedBuffer(static_cast<std::uint64_t>(length));
+  if (buffer == nullptr) return buffer;
   return fillFromVector(vector, length, buffer.get()) ? std::move(buffer) : noElementBuffer<T>();
 }
 

@@ -60,6 +60,7 @@ class FinalConstructorParser {
   bool reserveBuffer(std::uint64_t count);
   bool growTo(std::uint64_t count);
   bool dimensionsHold(std::uint64_t count) const;
+  ElementBuffer<T> takeReservedBuffer(std::uint64_t count);
   ElementBuffer<T> makeZeroFilledBuffer();
 
   // initializer

@@ -25,8 +25,8 @@ RunResult storeAlong(MDArrayWrapper& wrapper, const IndexChain& chain, Position 
   ElementWriter<T> writer(wrapper);
   const std::vector<std::int64_t>& shape = wrapper.shape();
   const auto row = static_cast<std::int64_t>(position.size()) - 1;  // the dimension that runs
-  const std::int64_t step = getStepFromShapeDimsAndRestrictingIndices(row, shape, chain);
   const std::int64_t stop = getStopFromShapeDimsAndRestrictingIndices(row, shape, chain);
+  const std::int64_t step = getStepFromShapeDimsAndRestrictingIndices(row, shape, chain);
   const std::int64_t unit = wrapper.bytewiseStrides()[row] / wrapper.getElementSizeInBytes();
   while (result.moved && result.stored < count) {
     // A position is written whether or not it lies in its range; the move behind it ends the walk.

@@ -28,9 +28,7 @@ bool containsElementWithIndices(const Position& position, std::int64_t numberOfD
   if (numberOfDimensions > available) return false;
   for (std::int64_t k = 0; k < numberOfDimensions; ++k) {
     const std::int64_t length = shape[static_cast<std::size_t>(k)];
-    std::int64_t start = getStartFromShapeDimsAndRestrictingIndices(k, shape, chain);
-    std::int64_t stop = getStopFromShapeDimsAndRestrictingIndices(k, shape, chain);
-    const std::int64_t step = getStepFromShapeDimsAndRestrictingIndices(k, shape, chain);
+    auto [start, stop, step] = traversal::rangeOf(k, shape, chain);
     std::int64_t entry = position[static_cast<std::size_t>(k)];
     if (entry < 0) entry += length;
     if (start < 0) start += length;

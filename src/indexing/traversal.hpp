@@ -7,35 +7,43 @@
 
 #include "storage/index_chain.hpp"
 
+namespace traversal {
+
+struct Range {
+  std::int64_t start;
+  std::int64_t stop;
+  std::int64_t step;
+};
+
 // The range of dimension k: that of the chain's item, or the whole dimension behind the chain. The
 // step of a dimension that an integer fixes is 0. A dimension that the shape lacks has no
 // positions.
-inline std::int64_t getStartFromShapeDimsAndRestrictingIndices(std::int64_t k,
-                                                               const std::vector<std::int64_t>&,
-                                                               const IndexChain& chain) {
+inline Range rangeOf(std::int64_t k, const std::vector<std::int64_t>& shape,
+                     const IndexChain& chain) {
   const auto place = static_cast<std::size_t>(k);
   const auto integers = chain.integers();
-  if (place < integers.size()) return getStart(integers[place]);
+  if (place < integers.size()) {
+    const IntegerIndexItem& item = integers[place];
+    return {getStart(item), getStop(item), getStep(item)};
+  }
   const SliceIndexItem* slice = place == integers.size() ? chain.finalSlice() : nullptr;
-  return slice != nullptr ? getStart(*slice) : 0;
+  if (slice != nullptr) return {getStart(*slice), getStop(*slice), getStep(*slice)};
+  return {0, place < shape.size() ? shape[place] : 0, 1};
+}
+
+}  // namespace traversal
+
+inline std::int64_t getStartFromShapeDimsAndRestrictingIndices(
+    std::int64_t k, const std::vector<std::int64_t>& shape, const IndexChain& chain) {
+  return traversal::rangeOf(k, shape, chain).start;
 }
 inline std::int64_t getStopFromShapeDimsAndRestrictingIndices(
     std::int64_t k, const std::vector<std::int64_t>& shape, const IndexChain& chain) {
-  const auto place = static_cast<std::size_t>(k);
-  const auto integers = chain.integers();
-  if (place < integers.size()) return getStop(integers[place]);
-  const SliceIndexItem* slice = place == integers.size() ? chain.finalSlice() : nullptr;
-  if (slice != nullptr) return getStop(*slice);
-  return place < shape.size() ? shape[place] : 0;
+  return traversal::rangeOf(k, shape, chain).stop;
 }
-inline std::int64_t getStepFromShapeDimsAndRestrictingIndices(std::int64_t k,
-                                                              const std::vector<std::int64_t>&,
-                                                              const IndexChain& chain) {
-  const auto place = static_cast<std::size_t>(k);
-  const auto integers = chain.integers();
-  if (place < integers.size()) return getStep(integers[place]);
-  const SliceIndexItem* slice = place == integers.size() ? chain.finalSlice() : nullptr;
-  return slice != nullptr ? getStep(*slice) : 1;
+inline std::int64_t getStepFromShapeDimsAndRestrictingIndices(
+    std::int64_t k, const std::vector<std::int64_t>& shape, const IndexChain& chain) {
+  return traversal::rangeOf(k, shape, chain).step;
 }
 
 inline bool indexIsContainedWithinHalfOpenRange(std::int64_t index, std::int64_t start,
@@ -59,14 +67,12 @@ enum class Step { Taken, AtEnd, Outside };
 inline Step takeStep(std::int64_t k, Position& position, const std::vector<std::int64_t>& shape,
                      const IndexChain& chain) {
   std::int64_t& entry = position[static_cast<std::size_t>(k)];
-  const std::int64_t stop = getStopFromShapeDimsAndRestrictingIndices(k, shape, chain);
-  const std::int64_t step = getStepFromShapeDimsAndRestrictingIndices(k, shape, chain);
-  if (!indexIsContainedWithinHalfOpenRange(
-          entry, getStartFromShapeDimsAndRestrictingIndices(k, shape, chain), stop, step)) {
+  const Range range = rangeOf(k, shape, chain);
+  if (!indexIsContainedWithinHalfOpenRange(entry, range.start, range.stop, range.step)) {
     return Step::Outside;
   }
-  if (indexIsAtLastPositionWithinHalfOpenRange(entry, stop, step)) return Step::AtEnd;
-  entry += step;
+  if (indexIsAtLastPositionWithinHalfOpenRange(entry, range.stop, range.step)) return Step::AtEnd;
+  entry += range.step;
   return Step::Taken;
 }
 

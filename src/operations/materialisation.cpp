@@ -66,7 +66,7 @@ std::optional<vd::Array> getIndexedArrayAsMDA(MCppPyArray& view) {
   }
   std::optional<vd::Array> made =
       applyVisitor(std::as_const(stored), MDAFromIndexedArrayVisitor{view});
-  if (made) view.caches().keepIndexedArrayAsMDA(std::move(*made));
+  if (made && !view.caches().indexedArrayAsMDA()) view.setIndexedArrayAsMDA(std::move(*made));
   return view.caches().indexedArrayAsMDA();
 }
 

@@ -57,7 +57,7 @@ Position MCppPyArray::getIntegerIndicesSoFar() const {
 }
 
 void MCppPyArray::setIndexedArrayAsMDA(vd::Array&& array) {
-  m_caches.replaceIndexedArrayAsMDA(std::move(array));
+  m_caches.setIndexedArrayAsMDA(std::move(array));
 }
 
 ViewCaches::ViewCaches() = default;

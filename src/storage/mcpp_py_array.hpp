@@ -108,7 +108,7 @@ class MCppPyArray {
   }
 
   ViewCaches& caches() { return m_caches; }
-  // Replaces the cached array. Kept as part of the interface.
+  // Replaces the cached array.
   void setIndexedArrayAsMDA(foundation::velmardata::Array&& array);
 
   // Labelled lines of everything known about the view and its storage, for debugging. The lines of

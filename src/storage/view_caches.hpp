@@ -21,10 +21,7 @@ class ViewCaches {
   const std::optional<foundation::velmardata::Array>& indexedArrayAsMDA() const {
     return m_indexedArrayAsMDA;
   }
-  void keepIndexedArrayAsMDA(foundation::velmardata::Array&& array) {
-    if (!m_indexedArrayAsMDA) m_indexedArrayAsMDA = std::move(array);
-  }
-  void replaceIndexedArrayAsMDA(foundation::velmardata::Array&& array) {
+  void setIndexedArrayAsMDA(foundation::velmardata::Array&& array) {
     m_indexedArrayAsMDA = std::move(array);
   }
 

@@ -1,4 +1,5 @@
-// The module's entry point: fetches array.array, makes the classes and the exceptions.
+// The module's entry point: fetches array.array and makes the classes, the exceptions and the
+// capsule.
 #include <iostream>
 
 #include "module/entry/capsule.hpp"
@@ -22,15 +23,16 @@ PyModuleDef moduleDefinition = {PyModuleDef_HEAD_INIT,
                                 nullptr,
                                 nullptr};
 
-// The result is ignored: a module that lacks a name is returned with what it has. The reference is
-// the module's from here on; if it is not taken over it stays, as the tables point at the object.
+// Gives an object to the module under a name. The result is ignored: a module that lacks a name is
+// returned with what it has. The module takes over the reference; if it does not, the reference
+// stays, because the tables point at the object.
 void publish(PyObject* module, const char* name, PyRef&& object) {
   if (module != nullptr && object) PyModule_AddObject(module, name, object.get());
   keepForever(std::move(object));
 }
 
-// Deliberate: every failure leaves its error pending beside the module, so that the interpreter
-// gets both and refuses the import itself.
+// Deliberate: a failure leaves its error pending beside the module, so that the interpreter gets
+// both and refuses the import in its own words.
 void fetchArrayClass() {
   PyRef arrayModule = PyRef::steal(PyImport_ImportModule("array"));
   if (!arrayModule) {
@@ -49,7 +51,7 @@ void fetchArrayClass() {
   }
 }
 
-// Makes and publishes one class; null when it cannot be made.
+// Makes and publishes one class; null with an error set.
 PyTypeObject* makeClass(PyObject* module, PyType_Spec* spec, const char* name,
                         PyTypeObject*& place) {
   place = reinterpret_cast<PyTypeObject*>(PyType_FromSpec(spec));
@@ -77,7 +79,7 @@ PyObject* init_types(PyObject* module) {
   return module;
 }
 
-// The module owns the exception; the result is borrowed from it.
+// Makes and publishes an exception class. The result is borrowed from the module.
 PyObject* makeException(PyObject* module, const char* dottedName, const char* name) {
   PyObject* exception = PyErr_NewException(dottedName, nullptr, nullptr);
   publish(module, name, PyRef::steal(exception));

@@ -67,7 +67,7 @@ PyMethodDef MCPyArray_Methods[] = {
     {"__reduce__", MCPyArray_Reduce, METH_NOARGS, "__reduce__ pickles the input object"},
     {nullptr, nullptr, 0, nullptr}};
 
-// All read-only. The size has two names, a public one and an internal one that pages rely on.
+// All read-only. The size has two names, because programs use both.
 PyGetSetDef MCPyArray_GetSetMethods[] = {
     {"size", MCPyArray_GetArraySize, nullptr, "dimensions", nullptr},
     {"_size", MCPyArray_GetArraySize, nullptr, "dimensions", nullptr},

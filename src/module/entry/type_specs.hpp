@@ -8,7 +8,7 @@
 
 // In the order of SupportedArrayEnum.
 extern const std::array<PyType_Spec*, numberOfArrayClasses> TypeSpecPointers;
-// The attributes under which the classes are published, same order, and a null.
+// The attributes of the module that hold the classes, in the same order, and a null.
 extern const std::array<const char*, numberOfArrayClasses + 1> MCPyArrayTypeNames;
 
 extern PyType_Spec MCPyIterTypeSpec;
