@@ -1,4 +1,4 @@
-# The rows of the benchmark table, with the limit that our figure has to keep.
+# The jobs of the benchmark table, with the limits for our results.
 
 from rows import (
     ARRAY,
@@ -48,7 +48,7 @@ IS_COMPLEX = "double(data, is_complex=True)"
 FULL_TEXT = "np.array2string(a, threshold=sys.maxsize)"
 LOOPS = "for row in a:\n    for x in row:\n        pass"
 
-# What is spelled otherwise elsewhere. NESTED_LIST is the quickest way that there is to have one.
+# Statements that differ by column. NESTED_LIST is the fastest way to get a nested list of an array.
 NESTED_LIST = "a.__reduce__()[1][1]"
 ROUND_TRIP = "pickle.loads(pickle.dumps({}))"
 ONE_ROW = {"array": 'a[3] = array("d", data[0])', "list": "a[3] = data[0][:]"}
@@ -64,7 +64,7 @@ COPIES = {
 }
 PICKLES = {"ours_otherwise": f"velmar.double({ROUND_TRIP.format(NESTED_LIST)})"}
 
-# Arrays are made of random memory, all of it resident.
+# Arrays are made from random data, so all their memory is resident.
 RANDOM = "np.random.default_rng(1).random({})"
 EXPORTED = {OURS: f"velmar.double({RANDOM.format((100, 100))})", NUMPY: RANDOM.format((100, 100))}
 LONG = {
@@ -106,7 +106,7 @@ CASES = (
     use("a[2:8] = data[:6]", columns=1000, **SIX_ROWS),
     use(LOOPS, at_most(1.0, NUMPY), 1000, 1000, name="all elements"),
     use("a == b", at_most(3.0, ARRAY), 1000, 1000, twin=True, numpy="(a == b).all()"),
-    # An array makes its snapshot once; a[:] is a view without one each time.
+    # An array keeps its snapshot; each a[:] is a new view without one.
     use("a[:].clone()", at_most(1.2, OTHERWISE), 1000, 1000, **COPIES),
     use(ROUND_TRIP.format("a"), at_most(1.2, OTHERWISE), 1000, 1000, name="pickle", **PICKLES),
     buffer("1e6 doubles", 10**6, limit=OF_BYTES),

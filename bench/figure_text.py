@@ -1,4 +1,4 @@
-# How times, ratios and counts are written in tables and on pages.
+# Formats times, ratios and counts for tables and pages.
 
 from rows import Kind
 
@@ -23,7 +23,7 @@ def ratio_text(ratio):
 
 
 def count_text(count):
-    """1, 30, 1000 as they are, and powers of ten beyond: 10^6, 3x10^6."""
+    """Numbers below 10000 as they are; larger ones as 10^6, 3x10^6."""
     if count < 10_000:
         return str(count)
     power = len(str(count)) - 1

@@ -1,16 +1,16 @@
-# Arithmetic on measured times over sizes: fits, ratios, and from which size on who is quicker.
+# Arithmetic on times over sizes: fits, ratios, and the sizes at which the quicker side changes.
 
 import math
 import statistics
 from dataclasses import dataclass
 
-# Ratios this near to 1 say nothing.
+# Ratios this close to 1 count as equal.
 EQUAL_WITHIN = 1.1
 
 
 @dataclass(frozen=True)
 class Fit:
-    """time = fixed + each * size; off is by what factor the worst point misses it."""
+    """time = fixed + each * size; `off` is the factor between the fit and the worst point."""
 
     fixed: float
     each: float
@@ -21,9 +21,9 @@ class Fit:
 
 
 def fit_line(sizes, times):
-    """The line with the least squares of relative errors, neither of its two numbers below 0.
+    """The line with the least sum of squared relative errors; both numbers are at least 0.
 
-    Every point counts alike: a nanosecond at size 1 matters as a millisecond does at the largest.
+    Relative errors give all points the same weight, from nanoseconds to milliseconds.
     """
     weights = [1 / time**2 for time in times]
     w = sum(weights)
@@ -46,31 +46,31 @@ def fit_line(sizes, times):
 
 
 def ratios(ours, theirs):
-    """Ours over theirs by size, both dicts from size to seconds, where both are known."""
+    """Ours divided by theirs, at sizes that both have. Both are dicts from size to seconds."""
     return {size: ours[size] / theirs[size] for size in sorted(ours) if size in theirs}
 
 
 def crossing(size, ratio, next_size, next_ratio):
-    """The size between two at which the ratio is 1, on a line through both in logarithms."""
+    """The size between two points at which the ratio is 1, by logarithmic interpolation."""
     part = math.log(ratio) / (math.log(ratio) - math.log(next_ratio))
     return math.exp(math.log(size) + part * (math.log(next_size) - math.log(size)))
 
 
 def one_digit(number):
-    """A number from 1 up with one significant digit, so that no more is said than is known."""
+    """A number from 1 up, rounded to one significant digit, the accuracy of the measurement."""
     power = 10 ** math.floor(math.log10(number))
     return round(number / power) * power
 
 
 def smoothed(ratios_by_size):
-    """The median of each ratio and the two beside it, so that one bad moment decides nothing."""
+    """The median of each ratio and its two neighbours, so that one disturbance has no effect."""
     sizes, values = list(ratios_by_size), list(ratios_by_size.values())
     inner = [statistics.median(values[i - 1 : i + 2]) for i in range(1, len(values) - 1)]
     return dict(zip(sizes, [*values[:1], *inner, *values[1:][-1:]], strict=True))
 
 
 def decided(ratios_by_size):
-    """The ratios that say who is quicker, smoothed."""
+    """The smoothed ratios that differ enough from 1 to tell which side is quicker."""
     return {
         size: ratio
         for size, ratio in smoothed(ratios_by_size).items()
@@ -79,7 +79,7 @@ def decided(ratios_by_size):
 
 
 def crossings(ratios_by_size):
-    """The sizes at which the ratio goes through 1, looked for between ratios that are decided."""
+    """The sizes at which the ratio crosses 1, between decided ratios."""
     points = list(decided(ratios_by_size).items())
     pairs = zip(points, points[1:], strict=False)
     return [

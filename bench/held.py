@@ -1,9 +1,9 @@
-# Run in a fresh process for one column of one row: how much memory one object holds.
-"""Prints bytes for each object, held.py ROW COLUMN: many are made, and memory looked at twice.
+# Runs in a fresh process for one column of one row: measures the memory that one object holds.
+"""held.py ROW COLUMN: makes many objects and prints the bytes that each of them holds.
 
-With PYTHONMALLOC=malloc every Python object is on the heap as well, so the heap's own count tells
-all, to the byte and with what malloc adds. What is mapped beside the heap is seen in the resident
-memory only, so the larger of the two counts.
+With PYTHONMALLOC=malloc all Python objects are on the heap, and the counts of the heap are exact,
+including the overhead of malloc. Memory that is mapped outside the heap shows only in the resident
+memory. The result is the larger of the two.
 """
 
 import ctypes
@@ -15,7 +15,7 @@ from cases import CASES
 from measure import modules
 from peak import resident_bytes
 
-# Many small objects, some large ones: what a first use sets up must not show.
+# Enough objects to make the memory of one-time setup negligible.
 TOTAL_BYTES = 64_000_000
 MOST_OBJECTS = 50_000
 
@@ -50,7 +50,7 @@ def main(row, column):
     case = next(case for case in CASES if case.name == row)
     statement = compile(case.statements[column], "<statement>", "eval")
     names = modules() | {"data": case.data()}
-    first = make_and_export(statement, names)  # and kept, so that nothing of it is used again
+    first = make_and_export(statement, names)  # keep it, so that its memory is not reused
     objects = [None] * min(MOST_OBJECTS, TOTAL_BYTES // case.element_bytes)
     gc.collect()
     heap, resident = heap_bytes(), resident_bytes("VmRSS")

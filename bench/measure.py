@@ -1,4 +1,4 @@
-# Takes the figures: interleaved samples of statements, imports and peaks of memory.
+# Measures statements, imports and peaks of memory, with the samples of the columns interleaved.
 
 import gc
 import itertools
@@ -17,7 +17,7 @@ PROGRAMS = {
     Kind.HELD: Path(__file__).resolve().parent / "held.py",
 }
 
-# A child reports the time of its own import, so that the start of the interpreter is not in it.
+# The child measures its own import, so that the start of the interpreter is not included.
 IMPORT_PROGRAM = """
 import time
 start = time.perf_counter()
@@ -25,7 +25,7 @@ start = time.perf_counter()
 print(time.perf_counter() - start)
 """
 
-# Every name of the row is a parameter and so a fast local: no column pays for a global.
+# The names of the row are parameters, and therefore fast local variables in every column.
 SAMPLE_PROGRAM = """
 def sample(repeats_, clock_, {names}):
     start_ = clock_()
@@ -36,7 +36,7 @@ def sample(repeats_, clock_, {names}):
 
 
 def modules():
-    """The names that every statement may use."""
+    """The names that all statements can use."""
     import array
     import pickle
 
@@ -53,7 +53,7 @@ def modules():
 
 
 class Sampler:
-    """One column of a row, compiled, with the count of runs that makes up one sample."""
+    """One column of a row, compiled, with the number of runs in one sample."""
 
     def __init__(self, statement, names, least_seconds):
         scope = {}
@@ -62,11 +62,11 @@ class Sampler:
         self.function = scope["sample"]
         self.names = names
         self.runs = 1
-        self.total()  # the first run pays for fresh pages and would pass for a long statement
+        self.total()  # warm-up: the first run is slow because it touches new pages
         while (seconds := min(self.total(), self.total())) < least_seconds:
             growth = least_seconds / max(seconds, 1e-9)
             self.runs = int(self.runs * min(10, max(2, growth * 1.1)))
-        self.seconds = seconds / self.runs  # of one run, about
+        self.seconds = seconds / self.runs  # of one run, approximately
 
     def total(self):
         repeats = itertools.repeat(None, self.runs)
@@ -77,7 +77,7 @@ class Sampler:
 
 
 def medians_of(samplers, repeats):
-    """Takes one sample of every column in turn, so that a slow moment hits them all alike."""
+    """Samples all columns in turn, so that a slow moment affects all of them."""
     samples = {column: [] for column in samplers}
     for _ in range(repeats):
         for column, sampler in samplers.items():

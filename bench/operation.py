@@ -1,9 +1,9 @@
-# What an operation is that is timed over sizes: its statements, its data, the shapes of its arrays.
-"""Statements and makers are templates: {rows}, {columns} and so on stand for what Shape has.
+# The operations that are timed over sizes: statements, data, and shapes of the arrays.
+"""Statements and makers are templates; {rows}, {columns} and so on are the words of Shape.
 
-A statement may use velmar, np, pa, array, pickle, sys; n, a NumPy array of random elements in row
-order; data, the same as nested lists; and a, what the column's maker gives of them. A twin has b as
-well: made like a, of elements that are objects of their own.
+A statement can use velmar, np, pa, array, pickle, sys; n, a NumPy array of random elements in row
+order; data, the same elements as nested lists; and a, which the maker of the column makes of them.
+A twin also has b: made like a, with separate element objects.
 """
 
 import re
@@ -15,7 +15,7 @@ from rows import ARRAY, LIST, NUMPY, NUMPY_F, OURS
 
 ARROW = "pyarrow"
 COLUMNS = (OURS, NUMPY, NUMPY_F, ARRAY, LIST, ARROW)
-# The neighbour that a summary compares with is the first of these that has the operation.
+# A summary compares with the first of these columns that has the operation.
 FAIREST = (NUMPY_F, NUMPY, ARRAY, LIST, ARROW)
 
 MOST_ELEMENTS = 10**7
@@ -23,13 +23,15 @@ ROWS_BESIDE = 10
 
 
 class Layout(Enum):
-    """What the size of an operation counts, and so the shape of its arrays."""
+    """The meaning of the size of an operation, which determines the shape of its arrays."""
 
-    WHOLE = "elements of the array"  # of as many rows as columns, or of three or ten times as many
-    ROW = "elements of the row"  # of one row of ten
+    # The array has as many columns as rows, or three, ten or thirty times as many.
+    WHOLE = "elements of the array"
+    # The array has ten rows; the operation is on one of them.
+    ROW = "elements of the row"
 
 
-# What a reader sees in place of the numbers.
+# Shown to readers instead of the numbers.
 SHOWN = {"row": "i", "column": "j", "rows": "rows", "columns": "columns", "count": "rows * columns"}
 SHOWN |= {"low": "low", "high": "high"}
 
@@ -62,7 +64,7 @@ def shape_of(size, layout):
 
 
 def sizes_up_to(most, layout, steps=(1, 3)):
-    """1, 3, 10, 30 and on (with one step: powers of ten), in arrays of at most so many elements."""
+    """1, 3, 10, 30, ... (with one step: powers of ten), for arrays of at most `most` elements."""
     most //= ROWS_BESIDE if layout is Layout.ROW else 1
     sizes, power = [], 1
     while power <= most:
@@ -73,19 +75,19 @@ def sizes_up_to(most, layout, steps=(1, 3)):
 
 @dataclass(frozen=True)
 class Operation:
-    """Statements and makers go by column; the key is the name of its picture."""
+    """Statements and makers are dicts by column; the key is also the name of the picture."""
 
     key: str
     title: str
     statements: dict[str, str]
     makers: dict[str, str] = field(default_factory=dict)
-    elements: Callable | None = None  # (generator, (rows, columns)) to a NumPy array
+    elements: Callable | None = None  # (generator, (rows, columns)) -> NumPy array
     layout: Layout = Layout.WHOLE
     twin: bool = False
     note: str = ""
 
     def shown(self, column):
-        """The statement in one line, with letters for the numbers."""
+        """The statement in one line, with words instead of numbers."""
         lines = self.statements[column].format(**SHOWN).splitlines()
         return " ".join(line.strip() for line in lines)
 
@@ -94,7 +96,7 @@ class Operation:
         return any(re.search(rf"\b{name}\b", text) for text in texts)
 
 
-# --- Elements. What a list has of them is an object of its own each, but for small ints and bools.
+# --- Elements. In a list each element is a separate object, except small ints and bools.
 
 
 def floats(generator, shape):
@@ -117,7 +119,7 @@ def complexes(generator, shape):
     return generator.random(shape) + 1j * generator.random(shape)
 
 
-# --- What a stands for in each column: doubles, of memory that is resident.
+# --- What `a` is in each column: doubles in resident memory.
 
 DOUBLES = {
     OURS: "velmar.double(n)",
@@ -138,7 +140,7 @@ COMPLEXES = {
 
 
 def by_column(texts):
-    """Columns from keywords: numpy_F is the column numpy-F, and the same as numpy if left out."""
+    """Columns from keywords: numpy_F is the column numpy-F; by default it is the same as numpy."""
     texts = {NUMPY_F if name == "numpy_F" else name: text for name, text in texts.items()}
     if NUMPY in texts:
         texts.setdefault(NUMPY_F, texts[NUMPY])
@@ -146,23 +148,26 @@ def by_column(texts):
 
 
 def in_order(texts):
-    """Without the columns that lack the operation."""
+    """Sorted like COLUMNS, without the columns that do not have the operation."""
     return {column: texts[column] for column in COLUMNS if texts.get(column)}
 
 
 def build(key, title, elements, note="", **texts):
-    """An operation that makes an array, from what data or n holds."""
+    """An operation that makes an array from data or n."""
     return Operation(key, title, in_order(by_column(texts)), {}, elements, note=note)
 
 
 def use(key, title, statement, layout=Layout.WHOLE, twin=False, note="", **others):
-    """An operation on an array of doubles; others spell it otherwise, None: the column lacks it."""
+    """An operation on an array of doubles. `others` are the statements of columns that differ.
+
+    A statement None means that the column does not have the operation.
+    """
     statements = in_order(dict.fromkeys(COLUMNS, statement) | by_column(others))
     makers = {column: DOUBLES[column] for column in statements}
     return Operation(key, title, statements, makers, floats, layout, twin, note)
 
 
 def whole(key, title, elements, makers, note="", **texts):
-    """An operation on arrays that the makers make of n."""
+    """An operation on arrays that the makers make from n."""
     statements = in_order(by_column(texts))
     return Operation(key, title, statements, makers, elements, note=note)

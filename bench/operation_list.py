@@ -1,5 +1,5 @@
-# The operations that are timed over sizes, in the groups and the order of the page that shows them.
-"""A note says what a reader of the figures has to know about what the columns do."""
+# The operations that are timed over sizes, in the groups and order of docs/performance.md.
+"""A note tells readers of the results what the columns do differently."""
 
 from operation import (
     ARROW,
@@ -24,7 +24,7 @@ ARROW_COPY = "{}.copy_to(pa.default_cpu_memory_manager())"
 
 
 def nested(key, title, elements, ours, theirs, letter, arrow):
-    """Nested lists into an array of one of the classes."""
+    """An array of one class from nested lists."""
     return build(
         key,
         title,

@@ -1,7 +1,7 @@
-# Run in a fresh process for one column of one row: by how much a construction raises the peak.
-"""Prints the growth of the resident peak in sizes of the elements: peak.py ROW COLUMN.
+# Runs in a fresh process for one column of one row: measures the memory peak of a construction.
+"""peak.py ROW COLUMN: prints the growth of the resident peak, divided by the size of the elements.
 
-The input lists are there before, so they are not in it; what lives on and what was temporary is.
+Includes the result and temporary memory, but not the input lists, which are made before.
 """
 
 import gc
@@ -20,7 +20,7 @@ def resident_bytes(field):
 
 
 def forget_the_peak_so_far():
-    """Sets the peak to what is resident now; where that is refused, the figure may be too high."""
+    """Resets the peak to the memory resident now. If that fails, the result can be too high."""
     try:
         with open("/proc/self/clear_refs", "w", encoding="ascii") as control:
             control.write("5")
@@ -33,7 +33,7 @@ def main(row, column):
     names = modules()
     statement = compile(case.statements[column], "<statement>", "eval")
     names["data"] = [[1, 2], [3, 4]]
-    eval(statement, names)  # so that what is set up at first use is not counted
+    eval(statement, names)  # so that one-time setup is not counted
     names["data"] = case.data()
     gc.collect()
     forget_the_peak_so_far()

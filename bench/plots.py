@@ -1,5 +1,5 @@
-# Draws the times of an operation against size: one picture each, both axes in logarithms.
-"""plots.py RESULTS FOLDER draws what a run has written."""
+# Draws the times of each operation against size; both axes are logarithmic.
+"""plots.py RESULTS FOLDER draws the results of a run of sizes.py."""
 
 import json
 import math
@@ -9,7 +9,7 @@ from pathlib import Path
 from operation import ARROW
 from rows import ARRAY, LIST, NUMPY, NUMPY_F, OURS
 
-# Colours that people with any kind of sight tell apart; markers say the same again.
+# Colours that colour-blind readers can tell apart, each with its own marker.
 STYLES = {
     OURS: {"color": "#000000", "marker": "o", "linewidth": 2.2, "zorder": 3},
     NUMPY: {"color": "#56b4e9", "marker": "s"},
@@ -37,7 +37,7 @@ def points_of(row, column):
 
 
 def tick_text(seconds, _position):
-    """1 ns, 10 ns, 100 ns, 1 us and so on for a power of ten."""
+    """Text for a power of ten: 1 ns, 10 ns, 100 ns, 1 us, ..."""
     power = round(math.log10(seconds))
     step = power % 3
     return f"{10**step} {UNITS[power - step]}"

@@ -1,7 +1,7 @@
-# Writes the page on performance from the figures of runs, so that none of them is typed by hand.
+# Writes docs/performance.md from the results of runs, so that no number is typed by hand.
 """report.py SIZES [--table TABLE] [--page FILE] [--plots FOLDER]
 
-SIZES is what `script/bench --sizes --json` has written, TABLE what `script/bench --json` has.
+SIZES is a file from `script/bench --sizes --json`, TABLE one from `script/bench --json`.
 """
 
 import argparse
@@ -18,11 +18,11 @@ from rows import NUMPY, NUMPY_F, OURS, Kind
 from sweep import LONG_REPEATS, LONG_SECONDS, REPEATS
 
 OVERVIEW_SIZES = (1, 100, 10_000, 1_000_000, 10_000_000)
-# A line that grows by less than this over all sizes is called flat.
+# A line that grows by less than this factor over all sizes counts as flat.
 FLAT_GROWTH = 1.5
-# A line that misses a point by more than this factor is called rough.
+# A line that misses a point by more than this factor counts as rough.
 ROUGH_FACTOR = 1.5
-# Slower than the neighbour by more than this factor counts as much slower.
+# More than this many times slower than the neighbour counts as much slower.
 MUCH_SLOWER = 3
 
 WRITTEN = "<!-- Written by bench/report.py from the figures in bench/results; not by hand. -->"
@@ -81,7 +81,7 @@ def fairest_peer(row):
 
 
 def fit_text(times):
-    """How a column grows, in words: flat, along a line, or what it is at both ends."""
+    """Text for the growth of a column: constant, a line, or the times at both ends."""
     fit = fit_line(list(times), list(times.values()))
     smallest, largest = min(times), max(times)
     if fit.at(largest) < FLAT_GROWTH * fit.at(smallest):
@@ -94,7 +94,7 @@ def fit_text(times):
 
 
 def comparison_text(ratios_by_size, peer):
-    """Who is quicker, and from which size on."""
+    """Text that says which side is quicker, and from which size on."""
     if not ratios_by_size:
         return f"There is no size at which both were measured with {peer}."
     clear = list(decided(ratios_by_size).values())
@@ -111,7 +111,7 @@ def comparison_text(ratios_by_size, peer):
 
 
 def table(head, rows, numbers=0):
-    """Cells under a head; the last so many columns hold numbers."""
+    """A Markdown table; the last `numbers` columns are aligned to the right."""
     rule = ["---"] * (len(head) - numbers) + ["---:"] * numbers
     lines = [head, rule, *rows]
     return "\n".join(f"| {' | '.join(cells)} |" for cells in lines)
@@ -149,7 +149,7 @@ def overview_rows(rows, sizes):
 
 
 def judgement(rows):
-    """Which operations are never slower than NumPy, and which end up much slower."""
+    """Text with the operations that are never slower than NumPy, and those that are much slower."""
     never, much, count = [], [], 0
     for row in rows:
         peer = fairest_peer(row)
@@ -210,7 +210,7 @@ def job_rows(results):
 
 
 def limit_text(limit, kind, found):
-    """The limit, with the ratio that stands against it."""
+    """The limit and the ratio that it applies to."""
     if limit is None:
         return "-"
     if limit["peer"]:
@@ -263,10 +263,12 @@ def read(file):
 
 def main():
     parser = argparse.ArgumentParser(description="Writes the page on performance.")
-    parser.add_argument("sizes", metavar="SIZES", help="figures of script/bench --sizes --json")
-    parser.add_argument("--table", metavar="TABLE", help="figures of script/bench --json")
-    parser.add_argument("--page", metavar="FILE", help="write the page there, not to the screen")
-    parser.add_argument("--plots", metavar="FOLDER", help="draw the pictures there as well")
+    parser.add_argument("sizes", metavar="SIZES", help="results of script/bench --sizes --json")
+    parser.add_argument("--table", metavar="TABLE", help="results of script/bench --json")
+    parser.add_argument(
+        "--page", metavar="FILE", help="write the page to this file instead of the screen"
+    )
+    parser.add_argument("--plots", metavar="FOLDER", help="draw the pictures into this folder")
     arguments = parser.parse_args()
     sizes = read(arguments.sizes)
     page = page_of(sizes, read(arguments.table) if arguments.table else None)

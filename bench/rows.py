@@ -1,8 +1,8 @@
-# What a row of the benchmark is, and the helpers that make a row of one line.
-"""A statement may use velmar, np, array, pickle, sys and the row's data; with makers also a.
-A maker may use the same.
+# The rows of the benchmark table, and helpers that make a row in one line.
+"""A statement can use velmar, np, array, pickle, sys and the data of the row; with makers also a.
+A maker can use the same names except a.
 
-A twin row has b as well: made like a, of equal elements that are objects of their own.
+A twin row also has b: made like a, with equal elements that are separate objects.
 """
 
 import random
@@ -13,19 +13,19 @@ from functools import partial
 
 OURS = "velmar"
 NUMPY = "numpy"
-NUMPY_F = "numpy-F"  # column-major, the fair one for anything that reorders
+NUMPY_F = "numpy-F"  # column-major, the fair comparison for operations that reorder elements
 ARRAY = "array"  # a list of array.array rows, or one flat array.array
-LIST = "list"  # shares the elements, so a floor and no equal where others convert
+LIST = "list"  # shares the elements; a lower bound where others convert
 BYTES = "bytearray"
-OTHERWISE = "ours otherwise"  # our arrays again: other steps or another size, see README.md
+OTHERWISE = "ours otherwise"  # our arrays with other steps or another size, see README.md
 PEERS = (NUMPY, NUMPY_F, ARRAY, LIST, BYTES, OTHERWISE)
 
-# What a peak may have on top at any size: arenas of the allocator, pages of code.
+# Allowed in addition at any size: arenas of the allocator, pages of code.
 PEAK_CONSTANT_BYTES = 1 << 20
 
 
 class Kind(Enum):
-    """What the figures of a row are."""
+    """What a row measures. The values are part of the JSON results."""
 
     TIME = "seconds of the statement"
     IMPORT = "seconds of the import, in a fresh process"
@@ -35,7 +35,10 @@ class Kind(Enum):
 
 @dataclass(frozen=True)
 class Limit:
-    """Our figure over the peer's (without a peer: our figure) is at most ratio, better aim."""
+    """The upper limit of our result divided by the peer's, or of our result without a peer.
+
+    `aim` is a lower value to work towards.
+    """
 
     ratio: float
     peer: str | None = None
@@ -44,7 +47,7 @@ class Limit:
 
 @dataclass(frozen=True)
 class Case:
-    """Statements and makers go by column; a maker gives that column's a from data."""
+    """Statements and makers are dicts by column; a maker makes the `a` of its column from data."""
 
     name: str
     statements: dict[str, str]
@@ -60,7 +63,7 @@ def at_most(ratio, peer=None, aim=None):
     return Limit(ratio, peer, aim)
 
 
-# --- Data: every element is an object of its own, and every run has the same ones.
+# --- Data: every element is a separate object; all runs use the same values.
 
 
 def random_float(generator):
@@ -110,7 +113,7 @@ def flat(count, draw):
 
 
 def from_nested(ours, theirs, letter):
-    """Every column's way to take nested lists in; letter None: array.array has no such element."""
+    """Construction from nested lists by column. `letter`: None if array.array has no such type."""
     statements = {
         OURS: f"velmar.{ours}",
         NUMPY: f"np.array({theirs})",
@@ -147,7 +150,7 @@ def zeros(rows, columns, limit=None):
 
 
 def buffer(name, count, shape=None, order="C", limit=None):
-    """Takes in the memory of doubles: flat, or of a shape in one of the two orders."""
+    """Construction from memory of doubles: flat, or with a shape in one of the two orders."""
     source = f"np.random.default_rng(1).random({count})"
     shaped = f'{source}.reshape({shape}, order="{order}")' if shape else source
     statements = {
@@ -164,13 +167,13 @@ def buffer(name, count, shape=None, order="C", limit=None):
 
 
 def whole(statement, makers, limit=None, name=None, **others):
-    """A statement over a whole array of each of the makers; others spell it otherwise."""
+    """A statement on the array of each maker; `others`: the statements of columns that differ."""
     statements = dict.fromkeys(makers, statement) | spelled(others)
     return Case(name or statement, statements, limit, makers=makers)
 
 
 def held(rows, columns, limit):
-    """What an array of random doubles holds that has exported its memory once."""
+    """The memory of an array of random doubles that has exported its memory once."""
     data = partial(random_array, rows, columns)
     statements = {
         OURS: "velmar.double(data)",
@@ -204,9 +207,9 @@ SAME_FOR_ALL = (OURS, NUMPY, NUMPY_F, ARRAY, LIST)
 
 
 def use(statement, limit=None, rows=100, columns=100, name=None, twin=False, **others):
-    """A statement over a rows by columns array of doubles.
+    """A statement on an array of doubles with this many rows and columns.
 
-    Others are the columns that spell it otherwise: numpy (in both orders), array, list and
+    `others` are the statements of columns that differ: numpy (in both orders), array, list and
     ours_otherwise.
     """
     statements = dict.fromkeys(SAME_FOR_ALL, statement)

@@ -1,5 +1,5 @@
-# Runs the benchmark rows and prints one table: medians, ratios to the neighbours, limits.
-"""A cell is the neighbour's median and, in brackets, our median over it: below 1 we are faster."""
+# Runs the jobs of the benchmark and prints one table: medians, ratios, limits.
+"""A cell is a neighbour's median and, in brackets, ours divided by it: below 1 we are faster."""
 
 import argparse
 import contextlib
@@ -21,7 +21,7 @@ LIMIT_WIDTH = 26
 
 
 class Result:
-    """The medians of one row and how they stand against its limit."""
+    """The medians of one row, and whether its limit holds."""
 
     def __init__(self, case, medians):
         self.case = case
@@ -91,7 +91,7 @@ def header():
 
 
 def processor():
-    """The model's name, where the system tells it."""
+    """The name of the processor model, or the architecture if the system does not tell it."""
     with contextlib.suppress(OSError), open("/proc/cpuinfo", encoding="utf-8") as file:
         for line in file:
             if line.startswith("model name"):
@@ -115,8 +115,10 @@ def parse_arguments():
     parser = argparse.ArgumentParser(description="Times the arrays against their neighbours.")
     parser.add_argument("--quick", action="store_true", help="fewer and shorter samples")
     parser.add_argument("--check", action="store_true", help="exit status 1 if a limit is missed")
-    parser.add_argument("--only", default="", metavar="TEXT", help="rows whose name has TEXT")
-    parser.add_argument("--json", metavar="FILE", help="write the figures there as well")
+    parser.add_argument(
+        "--only", default="", metavar="TEXT", help="only rows whose name contains TEXT"
+    )
+    parser.add_argument("--json", metavar="FILE", help="also write the results to this file")
     return parser.parse_args()
 
 

@@ -1,5 +1,5 @@
-# Times every operation against every neighbour that has it, over sizes; prints, writes, draws.
-"""For each operation a table: our median, each neighbour's median with our ratio to it, by size."""
+# Times every operation over sizes, ours and the neighbours'; prints, writes and draws the results.
+"""Prints a table for each operation: by size our median, each neighbour's median and the ratio."""
 
 import argparse
 import json
@@ -25,7 +25,7 @@ DIGITS = 4
 
 
 class Clock:
-    """Shares the time that is left among the columns of the operations that are left."""
+    """Divides the remaining time among the columns of the remaining operations."""
 
     def __init__(self, seconds, pairs):
         self.end = time.monotonic() + seconds
@@ -60,7 +60,7 @@ def rounded(figures):
 
 
 def sweep(operation, columns, sizes, seconds, least_seconds):
-    """Measures one operation in a process of its own, printing each size as it comes."""
+    """Measures one operation in a separate process and prints each size when it is done."""
     command = [sys.executable, str(SWEEP), operation.key, str(seconds), str(least_seconds)]
     child = subprocess.Popen(
         [*command, *map(str, sizes)], stdout=subprocess.PIPE, text=True, encoding="utf-8"
@@ -99,7 +99,7 @@ def measured(operation, columns, arguments, least_seconds, clock):
 
 
 def versions():
-    """What the figures depend on, with how busy the machine was before the run."""
+    """Versions, machine, and the load before the run."""
     found = machine() | {"load": round(os.getloadavg()[0], 2)}
     if find_spec(ARROW):
         found[ARROW] = __import__(ARROW).__version__
@@ -111,23 +111,32 @@ def parse_arguments():
         description="Times the arrays over sizes.", prog="script/bench --sizes"
     )
     parser.add_argument("--quick", action="store_true", help="powers of ten, shorter samples")
-    parser.add_argument("--most", type=int, default=MOST_ELEMENTS, help="elements of an array")
-    parser.add_argument("--minutes", type=float, default=30, help="of samples in all, about")
-    parser.add_argument("--only", default="", metavar="TEXT", help="titles and keys with TEXT")
-    parser.add_argument("--json", metavar="FILE", help="write the figures there as well")
-    parser.add_argument("--plots", metavar="FOLDER", help="draw a picture of each operation there")
+    parser.add_argument(
+        "--most", type=int, default=MOST_ELEMENTS, help="largest number of elements of an array"
+    )
+    parser.add_argument("--minutes", type=float, default=30, help="approximate time of all samples")
+    parser.add_argument(
+        "--only",
+        default="",
+        metavar="TEXT",
+        help="only operations whose title or key contains TEXT",
+    )
+    parser.add_argument("--json", metavar="FILE", help="also write the results to this file")
+    parser.add_argument(
+        "--plots", metavar="FOLDER", help="draw a picture of each operation into this folder"
+    )
     return parser.parse_args()
 
 
 def text_of(results):
-    """The results as JSON, a line for each operation."""
+    """The results as JSON, one line for each operation."""
     start = {name: value for name, value in results.items() if name != "operations"}
     rows = ",\n".join(json.dumps(row) for row in results["operations"])
     return f'{json.dumps(start)[:-1]}, "operations": [\n{rows}\n]}}\n'
 
 
 def chosen(only, columns):
-    """Group, operation and columns of what is to be measured."""
+    """Group, operation and columns of each operation to be measured."""
     return [
         (group, operation, [column for column in columns if column in operation.statements])
         for group, operations in GROUPS.items()

@@ -1,8 +1,8 @@
-# Run in a fresh process for one operation: times all its columns over sizes, smallest first.
-"""sweep.py KEY SECONDS LEAST SIZE...: prints one line of JSON for each size, at last the peak.
+# Runs in a fresh process for one operation: times all its columns over sizes, smallest first.
+"""sweep.py KEY SECONDS LEAST SIZE...: prints one line of JSON for each size, then the memory peak.
 
-Each column may take SECONDS for its samples in all; a sample takes at least LEAST seconds. A column
-whose next size would go beyond what it has left stops there, and the others go on.
+The samples of a column can take SECONDS in total; a sample takes at least LEAST seconds. A column
+stops if its next size would need more than the remaining time; the other columns continue.
 """
 
 import gc
@@ -18,7 +18,7 @@ from operation import ARROW, shape_of
 from operation_list import OPERATIONS
 from peak import resident_bytes
 
-# A statement that takes longer than this is sampled less often.
+# A statement that takes longer than this gets fewer samples.
 LONG_SECONDS = 0.05
 REPEATS, LONG_REPEATS = 7, 3
 RUNS_TO_CALIBRATE = 3
@@ -29,12 +29,12 @@ def repeats_for(seconds):
 
 
 def cost_of(seconds, least_seconds):
-    """What the samples of a statement that takes so long will take, about, with its calibration."""
+    """Approximate time for calibration and samples of a statement that takes `seconds`."""
     return (repeats_for(seconds) + RUNS_TO_CALIBRATE) * max(seconds, least_seconds)
 
 
 def spread_of(samples):
-    """The upper quartile over the lower one: 1 if all samples agree."""
+    """The upper quartile divided by the lower one: 1 if all samples are equal."""
     lower, _, upper = statistics.quantiles(samples, n=4, method="inclusive")
     return upper / lower
 
@@ -51,7 +51,7 @@ def columns_of(operation, names):
 
 
 def elements_for(operation, shape, names):
-    """n, data and flat, as far as the operation uses them."""
+    """Those of n, data and flat that the operation uses."""
     if operation.elements is None:
         return {}
     generator = names["np"].random.default_rng(shape.rows * shape.columns)
@@ -65,7 +65,7 @@ def elements_for(operation, shape, names):
 
 
 def statement_and_names(operation, column, shape, names):
-    """What a column runs, and what its names stand for."""
+    """The statement of a column, and a dict of its names."""
     words = shape.words()
     own = dict(names)
     if column in operation.makers:
@@ -77,14 +77,14 @@ def statement_and_names(operation, column, shape, names):
 
 
 class Sweep:
-    """The columns of one operation, with the time that each of them has left."""
+    """The columns of one operation, with the remaining time of each."""
 
     def __init__(self, operation, seconds, least_seconds):
         self.operation = operation
         self.least_seconds = least_seconds
         self.modules = all_modules()
         self.left = dict.fromkeys(columns_of(operation, self.modules), seconds)
-        self.latest = {}  # column to size and median
+        self.latest = {}  # column -> (size, median)
 
     def would_go_beyond(self, column, size):
         if column not in self.latest:
@@ -109,7 +109,7 @@ class Sweep:
         return samplers
 
     def samples(self, samplers):
-        """One sample of every column in turn, as often as the slowness of each allows."""
+        """Samples the columns in turn; slow columns get fewer samples."""
         samples = {column: [] for column in samplers}
         for turn in range(REPEATS):
             for column, sampler in samplers.items():
@@ -125,7 +125,7 @@ class Sweep:
         self.left[column] -= time.perf_counter() - start
 
     def measure(self, size):
-        """What is known of the size: medians, spreads of the samples, columns that stopped."""
+        """The results for one size: medians, spreads of the samples, columns that stopped."""
         stopped = self.stop_columns(size)
         samples = {}
         if self.left:

@@ -1,4 +1,4 @@
-# What packing arrays saves on the ways between processes; prints tables in Markdown.
+# Compares packed and pickled arrays between processes; prints Markdown tables.
 
 import argparse
 import importlib.util
@@ -14,7 +14,7 @@ from pathlib import Path
 import velmar
 from velmar import transport
 
-SECONDS = 120  # until a result that does not come is a failure
+SECONDS = 120  # timeout for a result
 LONG_ENOUGH = 5
 MARKS = "<!-- figures -->", "<!-- end of figures -->"
 
@@ -28,7 +28,7 @@ def made(side):
 
 
 def seconds_of(action, repeats):
-    """The best of some runs, fewer of long ones, after one that pays for what is done once."""
+    """The best time of some runs after a warm-up; fewer runs if they take long."""
     action()
     seconds = []
     while len(seconds) < repeats and sum(seconds) < LONG_ENOUGH:
@@ -51,7 +51,7 @@ def ratio_of(pickled, packed):
 
 
 def table(title, rows):
-    """Rows of a name, the seconds pickled, the seconds packed."""
+    """A Markdown table; a row is a name, the seconds pickled and the seconds packed."""
     lines = [f"| {title} | pickled | packed | ratio |", "|---|---|---|---|"]
     for name, *took in rows:
         lines.append(f"| {name} | {' | '.join(map(text_of, took))} | {ratio_of(*took)} |")
@@ -164,7 +164,7 @@ def under_ray(side, repeats):
 
 
 def written_into(page, figures):
-    """The text of the page with these figures between its marks."""
+    """The text of the page with these results between its marks."""
     before, _, rest = page.partition(MARKS[0])
     _, found, after = rest.partition(MARKS[1])
     if not found:
@@ -173,10 +173,12 @@ def written_into(page, figures):
 
 
 def main():
-    parser = argparse.ArgumentParser(description="What packing arrays saves between processes.")
+    parser = argparse.ArgumentParser(
+        description="Compares packed and pickled arrays between processes."
+    )
     parser.add_argument("--side", type=int, default=1000, help="rows and columns of the arrays")
     parser.add_argument("--repeats", type=int, default=9)
-    parser.add_argument("--page", type=Path, help="a page to write the figures into")
+    parser.add_argument("--page", type=Path, help="a page to write the results into")
     options = parser.parse_args()
     figures = [
         f"Best of up to {options.repeats} runs; CPython {platform.python_version()}, "
