@@ -1,4 +1,4 @@
-"""What a neighbour made of an array: the elements as its memory has them, and who may write."""
+"""Objects of the libraries made from arrays: elements in the order of memory, and writability."""
 
 import h5py
 import numpy as np
@@ -18,7 +18,7 @@ def as_numpy(result):
         return stored(result)
     if isinstance(result, Image.Image):
         return np.frombuffer(result.tobytes(), "uint8")
-    if isinstance(result, list):  # of lines
+    if isinstance(result, list):  # lines of a plot
         return np.concatenate([line.get_ydata() for line in result])
     return result
 
@@ -32,9 +32,9 @@ def stored(dataset):
 
 
 def in_memory(result, dtype):
-    """The elements in the order of the memory that holds them."""
+    """The elements in the order of the memory."""
     got = as_numpy(result)
-    if not isinstance(got, np.ndarray):  # bytes of some kind
+    if not isinstance(got, np.ndarray):  # an object with bytes
         got = np.frombuffer(memoryview(got).tobytes("A"), dtype)
     return got.ravel(order="K").tolist()
 

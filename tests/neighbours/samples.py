@@ -1,4 +1,4 @@
-"""The eleven classes with their counterparts, and numbers of each with the limits among them."""
+"""The eleven classes with their letters, dtypes and limits, and sample data."""
 
 from typing import NamedTuple
 

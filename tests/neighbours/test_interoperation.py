@@ -1,4 +1,4 @@
-"""What each neighbour sees of an array, and an array of it, row by row as the page says."""
+"""Arrays given to each library and back: the tables of docs/neighbours.md, run row by row."""
 
 import hashlib
 import io
@@ -18,8 +18,8 @@ from PIL import Image
 
 PAGE = Path(__file__).resolve().parents[2] / "docs" / "neighbours.md"
 
-# Call; order of the memory that it sees, or the exception; the memory itself or a copy; whether the
-# result can be written to; whether complex and complex integer elements pass, or their exception.
+# Call; order of the memory in the result, or the exception; same memory or a copy; whether the
+# result is writable; whether complex and complex integer elements are accepted, or their exception.
 OUT = [
     ("memoryview(a)", "columns", "itself", "no", "yes", "yes"),
     ("bytes(a)", "rows", "copy", "no", "yes", "yes"),
@@ -68,7 +68,7 @@ OUT = [
     ("block.buf[:48] = m", "ValueError", "-", "-", "ValueError", "ValueError"),
 ]
 
-# Call; what comes, or the exception and its message; what to write instead, if anything.
+# Call; result, or the exception and its message; what to write instead, if anything.
 IN = [
     ("velmar.double(n)", "[[1.0,2.0,3.0],[4.0,5.0,6.0]]", ""),
     ("velmar.double(n.T)", "[[1.0,4.0],[2.0,5.0],[3.0,6.0]]", ""),
@@ -180,7 +180,7 @@ BY_COLUMNS, BY_ROWS = [1, 4, 2, 5, 3, 6], [1, 2, 3, 4, 5, 6]
 
 @pytest.fixture
 def names(tmp_path):
-    """What the expressions speak of, but for the array itself."""
+    """The names in the expressions, except the array."""
     numbers = numpy.array([[1.0, 2, 3], [4, 5, 6]])
     block = SharedMemory(create=True, size=64)
     block.buf[:16] = numpy.array([7.0, 8.0]).tobytes()
@@ -204,7 +204,7 @@ def names(tmp_path):
 
 
 def run(call, names, cls, is_complex=False, dtype=None):
-    """The array, and what the call makes of it; a statement gives None."""
+    """The array and the result of the call; None for a statement."""
     a = cls([[1, 2, 3], [4, 5, 6]], is_complex=is_complex)
     names = names | {"a": a, "m": memoryview(a), "dtype": numpy.dtype(dtype)}
     if " = " in call:
@@ -244,7 +244,7 @@ class TestOut:
         call, outcome = row[0], row[5 if is_integer else 4]
         cls, dtype = (velmar.int8, "i2") if is_integer else (velmar.double, "c16")
         if outcome == "-":
-            assert "Image" in call  # pictures of parts of numbers
+            assert "Image" in call  # images have no complex pixels
         elif outcome == "yes":
             a, result = run(call, names, cls, True, dtype)
             got = as_numpy(result)
@@ -279,7 +279,7 @@ class TestIn:
 
 
 def table_of_page(heading):
-    """The rows of the first table below a heading, as lists of cells without their code marks."""
+    """The rows of the first table below a heading, as lists of cells without backquotes."""
     lines = iter(PAGE.read_text(encoding="ascii").split(f"\n## {heading}\n")[1].splitlines())
     table = []
     for line in lines:

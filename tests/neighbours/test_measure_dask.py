@@ -1,4 +1,4 @@
-"""The measurement of the cluster runs, with a table too small to tell anything."""
+"""The measurement of the Dask cluster runs, with a small table."""
 
 import re
 

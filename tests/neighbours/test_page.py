@@ -1,4 +1,4 @@
-"""The page on neighbours: its code gives what the comments say, its versions are the pins."""
+"""docs/neighbours.md: its code gives the results in the comments, its versions are the pins."""
 
 import ast
 import re
@@ -18,7 +18,7 @@ PINS = dict(
 
 
 def commented_lines():
-    """Runs the blocks one after the other; yields source, value and comment of expressions."""
+    """Run the blocks in order; yield source, value and comment of each expression."""
     names = {}
     for block in re.findall(r"^```python\n(.*?)^```$", PAGE, re.MULTILINE | re.DOTALL):
         lines = block.splitlines()

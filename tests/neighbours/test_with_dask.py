@@ -1,4 +1,4 @@
-"""The example with Dask: arrays through a local cluster, and a table that no task can hold."""
+"""The example with Dask: arrays sent through a cluster, and a table too large for a worker."""
 
 import numpy as np
 import pytest
@@ -36,7 +36,7 @@ def itself(a):
 
 
 def sent(client, a):
-    """What comes back of an array that a worker was given."""
+    """The array after a trip to a worker and back."""
     return client.submit(itself, client.scatter(a)).result()
 
 

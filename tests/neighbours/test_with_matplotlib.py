@@ -1,4 +1,4 @@
-"""The example with matplotlib: what is drawn is what the arrays hold, and the file is a PNG."""
+"""The example with matplotlib: the drawings show the elements, and the file is a PNG."""
 
 import numpy as np
 import pytest
@@ -27,7 +27,7 @@ def test_points(axes):
     assert points.get_offsets().tolist() == [[1, 2], [3, 4]]
 
 
-@each(ROWS[1:])  # doubles: the sea temperatures
+@each(ROWS[1:])  # the sea temperatures of the example are doubles
 def test_image_of_every_class(axes, row):
     image = with_matplotlib.draw_image(axes, row.cls(nested(row)))
     assert image.get_array().tolist() == nested(row)

@@ -1,4 +1,4 @@
-"""The example with NumPy: every class both ways, and memory that lies otherwise than it should."""
+"""The example with NumPy: every class in both directions, and memory in other layouts."""
 
 import numpy as np
 import pytest

@@ -1,4 +1,4 @@
-"""The example with Pillow: right side up, channels right, and every mode of an image."""
+"""The example with Pillow: orientation, channels and every mode of an image."""
 
 import io
 import re

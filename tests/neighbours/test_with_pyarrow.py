@@ -1,4 +1,4 @@
-"""The example with PyArrow: buffers, tables on an array's memory, and arrays of tables."""
+"""The example with PyArrow: buffers, tables on the memory of arrays, and arrays of tables."""
 
 import gc
 

@@ -1,4 +1,4 @@
-"""The example with shared memory: every class through a block, whole and by columns."""
+"""The example with shared memory: every class in a block, whole and by columns."""
 
 import multiprocessing
 from contextlib import contextmanager

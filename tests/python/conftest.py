@@ -1,11 +1,11 @@
-"""What holds for all tests: settings of hypothesis, options, a heap that collections pass over."""
+"""Settings for all tests: profiles of hypothesis, options, and a frozen heap."""
 
 import gc
 import os
 
 from hypothesis import HealthCheck, settings
 
-# The same examples in every run, unless asked otherwise. No deadline: the sanitizers slow all down.
+# The profile "ci" has the same examples in every run. No deadline: the sanitizers are slow.
 settings.register_profile(
     "ci",
     derandomize=True,
@@ -17,13 +17,13 @@ settings.register_profile(
 settings.register_profile(
     "search", settings.get_profile("ci"), derandomize=False, max_examples=1000
 )
-# For runs that are there for what a path does, not for its numbers.
+# For runs that check every path once, on builds and interpreters beside the main ones.
 settings.register_profile("brief", settings.get_profile("ci"), max_examples=40)
 settings.load_profile(os.environ.get("HYPOTHESIS_PROFILE", "ci"))
 
 
 def pytest_collection_finish():
-    # Thousands of tests are thousands of objects, which every collection would look through.
+    # Collections skip the objects of the collected tests, which are many.
     gc.collect()
     gc.freeze()
 
@@ -31,7 +31,7 @@ def pytest_collection_finish():
 def pytest_addoption(parser):
     group = parser.getgroup("random programs")
     group.addoption(
-        "--program-steps", type=int, default=8000, help="steps of the random programs in all"
+        "--program-steps", type=int, default=8000, help="total steps of the random programs"
     )
-    group.addoption("--program-seed", type=int, default=0, help="where the random programs start")
-    group.addoption("--program-log", help="a file for each line before it runs, should one crash")
+    group.addoption("--program-seed", type=int, default=0, help="seed of the random programs")
+    group.addoption("--program-log", help="file that gets each line before it runs")

@@ -124,7 +124,10 @@ class TestTables:
 
 
 class TestViewEndingInASlice:
-    """Integers count by the storage and resolve in the slice; slices of numbers ignore it."""
+    """An integer is checked against the storage and looked up in the slice of the view.
+
+    A slice of numbers ignores the slice of the view.
+    """
 
     ROWS = [  # on 0 ... 9, through [2:5]
         ("first", 0, 9, None, [*TEN[:2], 9, *TEN[3:]]),
@@ -179,7 +182,7 @@ THIRTY = grid(10, 3)
 
 
 class TestRowsOfAViewEndingInASlice:
-    """Slices of rows compose, but with a count that was made for the storage's length."""
+    """Slices of rows compose, but the subscript is resolved against the storage's length."""
 
     ROWS = [  # on 3 by 4, through [1:3]; 9 is written everywhere
         ("slice", every(0, 1), [9] * 4, None, [1]),
@@ -204,13 +207,13 @@ class TestRowsOfAViewEndingInASlice:
         check((3, 4), [every(1, 3)], subscript, value, error, expected)
 
     def test_empty_view_is_written_at_its_start(self):
-        # The subscript is not empty; that the view is has no influence.
+        # The subscript is not empty. That the view is empty does not matter.
         expected = [[7, 8, 9, 10], *grid(3, 4)[1:]]
         check((3, 4), [every(2, 2)], every(0, 1), [7, 8, 9, 10], None, expected)
         check((3, 4), [every(2, 2)], every(0, 1), [7, 8, 9, 10, 11], WRONG_COUNT, expected)
 
     def test_run_beyond_the_view(self):
-        # Rows 3, 4 and 5: the view has two behind its first, the subscript nine in the storage.
+        # Rows 3, 4 and 5 are written: the view has three rows, and the walk starts at its second.
         chain, subscript = [every(2, 5)], every(1, 10)
         written = [[90, 91, 92], [93, 94, 95], [96, 97, 98]]
         expected = [*THIRTY[:3], *written, *THIRTY[6:]]
@@ -219,7 +222,7 @@ class TestRowsOfAViewEndingInASlice:
         check((10, 3), chain, subscript, list(range(90, 96)), WRONG_COUNT, expected)
 
     def test_run_beyond_the_end_of_the_storage(self):
-        # Row 10 begins at the place of row 0 of the next column; the last element has no place.
+        # Row 10 of a column is row 0 of the next one; after the last column there is none.
         expected = [row[:] for row in THIRTY]
         expected[8], expected[9] = [50.0, 51.0, 52.0], [53.0, 54.0, 55.0]
         expected[0] = [0.0, 56.0, 57.0]
@@ -237,7 +240,7 @@ class TestRowsOfAViewEndingInASlice:
 
 
 class TestSubscript:
-    """The same subscripts as in a read, counted by the storage."""
+    """The subscripts of a read, resolved against the storage's length."""
 
     @staticmethod
     def targets():
@@ -321,7 +324,7 @@ class TestSubscript:
 
 
 def sample(row, is_complex, count):
-    """Distinct values of the class where it has as many, as reads give them back."""
+    """Values of the class as reads return them, all different except in a logical array."""
     if row.kind == "logical":
         return [i % 2 == 0 for i in range(count)]
     if is_complex:
@@ -332,7 +335,7 @@ def sample(row, is_complex, count):
 
 
 class TestEveryClass:
-    """The four ways of writing, before and after the first look at the elements."""
+    """The four ways of writing, before and after the first read of the elements."""
 
     @each_form
     @pytest.mark.parametrize("looked", [False, True])
@@ -353,7 +356,7 @@ class TestEveryClass:
         want[0][2::-2] = values[4:]
 
         assert exact(contents(array)) == exact(want)
-        assert exact(contents(array.clone())) == exact(want)  # made from the array, not the mirror
+        assert exact(contents(array.clone())) == exact(want)  # from the array, not its mirror
         for view, expected in zip(views, (want[0], want[::-1], want), strict=True):
             assert exact(contents(view)) == exact(expected)
 
@@ -377,11 +380,11 @@ class TestEveryClass:
             array[1:][1] = [1, 0]
         with raises(*PAST_SLICE):
             array[0][1:][-1] = 1
-        assert exact(contents(array)) == before  # what the last two counts wrote was there before
+        assert exact(contents(array)) == before  # the refused counts wrote the old values
 
 
 class TestDeletion:
-    """Refused in the words of the paths that have no value to read."""
+    """Refused with the message of an assignment whose value is missing."""
 
     TARGETS = [
         ("number", lambda: line(5), 0),

@@ -57,7 +57,7 @@ IN_A_CUBE = [  # the same in 3 by 3 by 3
 
 
 def check_aliased(array, shape, chain, subscript, other, make_right=lambda view: view):
-    """As if the right side had been read completely before the first write."""
+    """The result is that of a right side read completely before the first write."""
     model = Target(Storage(shape))
     first = [0] if shape[0] == 1 else []
     right = subscripted(array, first + other)
@@ -121,7 +121,7 @@ class TestViewsOfTheTarget:
 
 
 class TestSeenEverywhere:
-    """A write through any view is at once in the storage that all views read."""
+    """All views share the storage, so all of them show a write at once."""
 
     WRITES = [  # to row 2 of 4 by 3
         ("number", lambda a: [operator_set(a[2], i, 9) for i in range(3)]),
@@ -229,7 +229,7 @@ class TestRaisingRightSide:
 
     @rows("view_of, subscript", TARGETS)
     def test_empties(self, array, view_of, subscript):
-        # An empty sequence leaves its length open, so that two elements can show 2 by 2.
+        # A length of 0 leaves a dimension open, so the data can be 2 by 2.
         value = [Scripted([1, 2], lengths=[2, 0]), [4, 5]]
         outcome = attempt(view_of(array), subscript, value)
         assert outcome is None or outcome[0] is ValueError
@@ -264,7 +264,7 @@ class TestRaisingRightSide:
 
 
 class TestRightSideThatWrites:
-    """What it writes is there, and is written over by what it gave."""
+    """What the right side writes while it is read is there; the assignment then overwrites it."""
 
     @rows("view_of, subscript", TARGETS)
     def test_into_the_target(self, array, view_of, subscript):
@@ -294,7 +294,7 @@ class TestRightSideThatWrites:
             array[0] = [50, 51]
 
         array[:] = Scripted([array[0], then(write, array[0])])
-        # The first pass asks both for their lengths, the second reads row by row.
+        # The first pass asks both rows for their lengths, the second reads row by row.
         assert contents(array) == [[50, 51], [50, 51]]
         array[:] = grid(2, 2)
         array[:] = [array[0], Scripted([then(write, 7), 8])]
@@ -310,7 +310,7 @@ class TestRightSideThatWrites:
             view[:] = value
 
         def assign_to_list(numbers, value):
-            for i in range(len(value)):  # the look at what the items are
+            for i in range(len(value)):  # as the check of the kinds of items does
                 value[i]
             numbers[:] = [value[i] for i in range(len(value))]
 
@@ -334,7 +334,7 @@ class TestRightSideThatWrites:
 
 
 class TestRightSideThatDropsTheArray:
-    """The call itself keeps what it writes to."""
+    """The call itself keeps the storage alive."""
 
     @rows("view_of, subscript", TARGETS)
     def test_only_name(self, view_of, subscript):

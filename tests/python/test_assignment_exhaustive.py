@@ -33,7 +33,7 @@ def chains(length):
 
 
 class Pair:
-    """An array of floats and its model, written alike and compared as wholes."""
+    """An array of floats and its model: both get the same writes and are compared as a whole."""
 
     def __init__(self, *shape):
         self.storage = Storage(shape)
@@ -44,7 +44,7 @@ class Pair:
         self.refusals = {}
 
     def fresh(self, count):
-        """As many numbers that are not in the array."""
+        """This many numbers that are not in the array."""
         self.counter += count
         return [float(self.counter - i) for i in range(count)]
 
@@ -68,7 +68,7 @@ def counts_near(right):
 
 
 class TestLastDimension:
-    """Slices of the last dimension are written where they lie in the storage."""
+    """A slice of the last dimension counts in the storage, not in the view."""
 
     @short_lengths
     def test_every_slice_of_every_view(self, length):
@@ -109,11 +109,11 @@ class TestLastDimension:
 
 
 class TestEarlierDimension:
-    """Slices of the dimensions before compose with the slice of the view, as writes do it."""
+    """A slice of an earlier dimension composes with the slice of the view."""
 
     @staticmethod
     def counts(subscript, length, row):
-        """Of elements: of any number of whole rows, of fewer, and of one more or less."""
+        """Counts of elements: every number of whole rows, and those around the right count."""
         right = item_of(subscript, length).length * row
         return sorted({*range(0, (length + 1) * row + 1, row), *counts_near(right)})
 
@@ -125,7 +125,7 @@ class TestEarlierDimension:
             for subscript in different_slices(length):
                 for count in self.counts(subscript, length, 2):
                     pair.check(views, chain, subscript, pair.fresh(count))
-        if length == 4:  # the runs that leave the view are among them, and all ways to fail
+        if length == 4:  # all refusals occur, also of runs that leave the view
             for failure in (NO_ROOM, OUTSIDE_STORAGE, WRONG_COUNT):
                 assert pair.refusals[failure] > 100
             assert pair.refusals[None] > 1000
@@ -183,7 +183,7 @@ class TestEarlierDimension:
 
 
 class TestTriples:
-    """Three slices one after the other, spelt out, the third of them assigned to."""
+    """Three slices one after the other; the third is assigned to."""
 
     ENDS = (None, 1, -1)
     SELECTION = [slice(*parts) for parts in itertools.product(ENDS, ENDS, (None, -1, 2))]
@@ -215,7 +215,7 @@ class TestTriples:
 
 
 class TestModel:
-    """The walk of the model, by rows."""
+    """The walk of the model, against a table."""
 
     @pytest.mark.parametrize(
         "ranges, positions",

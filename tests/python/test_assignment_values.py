@@ -1,4 +1,4 @@
-"""Right-hand sides: what each class takes as an element, from which objects, what it refuses."""
+"""Right-hand sides: the elements and the objects that each class accepts and refuses."""
 
 from __future__ import annotations
 
@@ -135,7 +135,7 @@ SEQUENCES = [
 
 
 class TestSequenceForANumber:
-    """The conversion of a lone value meets it: the real classes refuse, the complex take 0."""
+    """A sequence for one number: real classes refuse it, complex ones convert it to 0."""
 
     @rows("value", SEQUENCES)
     @each(CLASS_ROWS)
@@ -161,12 +161,12 @@ class TestSequenceForANumber:
         array = line(3)
         array[0] = SequenceFloat(9)
         assert contents(array) == [9, 1, 2]
-        array[0:2] = SequenceInt(9)  # and a sequence where several elements are read
+        array[0:2] = SequenceInt(9)  # here the same object is read as a sequence
         assert contents(array) == [5, 6, 2]
 
 
 class TestSequences:
-    """Anything that is a sequence to the interpreter is read as one."""
+    """Everything that the interpreter calls a sequence is read as one."""
 
     ROWS = [
         ("tuple", (7, 8, 9)),
@@ -198,7 +198,7 @@ class TestSequences:
         array[:] = velmar.int8([[9, 8, 7], [6, 5, 4]])
         assert contents(array) == [[9, 8, 7], [6, 5, 4]]
         with raises(*DIFFERENT_SHAPE):
-            array[0] = velmar.double([1, 2, 3])  # 1 by 3, not 3
+            array[0] = velmar.double([1, 2, 3])  # its shape is 1 by 3, not 3
         array[0] = velmar.double([1, 2, 3])[0]
         array[1:] = velmar.double([1, 2, 3])
         assert contents(array) == [[1, 2, 3], [1, 2, 3]]
@@ -292,7 +292,7 @@ class TestNothing:
     def test_dimension_in_front_of_a_missing_one(self):
         array = velmar.double(size=(2, 0, 3))
         with raises(*DIFFERENT_SHAPE):
-            array[0] = []  # shows one dimension, where 0 by 3 are open
+            array[0] = []  # one dimension, but 0 by 3 are open
         array[0][:] = []
         with raises(ValueError, "slice is nonempty but values are empty."):
             array[0:1] = []

@@ -1,4 +1,4 @@
-"""Writes through what iterators yield: rows with live storage, their slices, expired rows."""
+"""Writes through the views that iterators yield: with live storage, sliced and expired."""
 
 from __future__ import annotations
 
@@ -17,7 +17,7 @@ from helpers.view_states import expired_plane, expired_row
 
 
 class TestYieldedRows:
-    """They hold no storage of their own, and write to that of the array."""
+    """They do not own the storage, and write to that of the array."""
 
     def test_numbers(self):
         array = velmar.double(grid(3, 4))
@@ -96,7 +96,7 @@ KEPT = velmar.double(grid(2, 2, 3))
 
 
 class TestSliceOfRowsOfAYieldedPlane:
-    """Assigning to it goes through a temporary that has no storage, after all looks at values."""
+    """The write uses a temporary view without storage, which fails after the values are read."""
 
     ROWS = [
         ("rows", slice(0, 2), [1, 2, 3, 4, 5, 6], STORAGE_GONE),
@@ -146,7 +146,7 @@ SUBSCRIPTS = [0, -1, 100, slice(None), slice(1, 1), None, slice(None, None, 0)]
 
 
 class TestSlicesOfYieldedViews:
-    """They have no storage at all, though the array lives."""
+    """They have no storage at all, although the array still exists."""
 
     @rows("make", SLICES_OF_YIELDED)
     @pytest.mark.parametrize("value", [1, [1], [], None, "1"], ids=repr)
@@ -170,7 +170,7 @@ class TestSlicesOfYieldedViews:
 
 
 class TestExpired:
-    """The storage has gone before the assignment."""
+    """The storage is gone before the assignment."""
 
     @rows("make", [("row", expired_row), ("plane", expired_plane)])
     @pytest.mark.parametrize("value", [1, [1], [], None, "1"], ids=repr)
@@ -207,7 +207,7 @@ class TestExpired:
 
 
 class TestExpiresDuringTheCall:
-    """The right side drops the last strong owner while it is read."""
+    """Reading the right side drops the last owner of the storage."""
 
     TARGETS = [
         ("row", lambda array: list(array)[0], 1, 3),

@@ -1,4 +1,4 @@
-"""The benchmark: its arithmetic, its words, its tables, and the page that is made of them."""
+"""The benchmark: its arithmetic, its texts and tables, and the page made of them."""
 
 from __future__ import annotations
 

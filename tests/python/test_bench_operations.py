@@ -1,4 +1,4 @@
-"""The benchmark over sizes: shapes, the time of a sweep, and that the columns do the same."""
+"""The benchmark over sizes: shapes, the time of a sweep, and equal work in all columns."""
 
 from __future__ import annotations
 
@@ -99,14 +99,14 @@ class TestSweep:
     def test_next_size_is_judged_by_the_latest(self, left, stops):
         pytest.importorskip("numpy")
         swept = sweep.Sweep(OPERATIONS["floats"], left, 0.02)
-        swept.latest["velmar"] = (1000, 0.01)  # so 0.1 s, ten times, for ten times the elements
+        swept.latest["velmar"] = (1000, 0.01)  # ten times the elements take 0.1 s, ten runs 1 s
         swept.left["velmar"] = 0.6 * left
         assert swept.would_go_beyond("velmar", 10_000) is stops
         assert not swept.would_go_beyond("numpy", 10_000)
 
 
 class TestOperations:
-    """The columns of an operation do the same thing, as far as their results can be compared."""
+    """All columns of an operation give the same result, where results can be compared."""
 
     def test_keys_and_titles_are_unique(self):
         listed = [one for group in GROUPS.values() for one in group]
@@ -114,7 +114,7 @@ class TestOperations:
         assert len({one.title for one in listed}) == len(listed)
 
     def numbers(self, value):
-        """Every number in a result, sorted: orders of elements differ between columns."""
+        """All numbers of a result, sorted: the columns differ in the order of elements."""
         import numpy
 
         if isinstance(value, str):
@@ -132,7 +132,7 @@ class TestOperations:
         return numpy.sort(numpy.asarray(value), axis=None)
 
     def outcome(self, statement, names):
-        """What an expression gives; of a statement, what it leaves in a."""
+        """The value of an expression, or what a statement leaves in `a`."""
         try:
             code = compile(statement, "<statement>", "eval")
         except SyntaxError:

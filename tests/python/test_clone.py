@@ -1,4 +1,4 @@
-"""clone: what of a view it carries away, that it stands alone, and the snapshot behind it."""
+"""clone(): what is copied of a view, the independence of the copy, and the kept snapshot."""
 
 import gc
 import math
@@ -182,7 +182,7 @@ class TestIndependence:
 
 
 class TestSnapshot:
-    """Made at the first clone of each object and never refreshed."""
+    """The snapshot is made at the first clone of an object and never refreshed."""
 
     @each_form
     def test_second_clone_is_as_the_first(self, row, is_complex):
@@ -306,7 +306,7 @@ class TestElements:
         assert exact(contents(array.clone())) == exact([[complex(2**60, 0)]])
 
 
-TOO_LARGE = [  # as a double, such an element lies outside the class
+TOO_LARGE = [  # converted to double, such an element is outside the class
     ("int64_highest", velmar.int64, 2**63 - 1, "value (9.22337e+18)", "int64"),
     ("int64_lowest", velmar.int64, -(2**63), "value (-9.22337e+18)", "int64"),
     ("uint64_highest", velmar.uint64, 2**64 - 1, "value (1.84467e+19)", "uint64"),
@@ -314,7 +314,7 @@ TOO_LARGE = [  # as a double, such an element lies outside the class
 
 
 def cause_of_failing_clone(array):
-    """The error beside the record that a failing clone hands out all the same."""
+    """The error of a failing clone, which returns an object and leaves the error set."""
     with pytest.raises(SystemError, match="returned a result with an exception set") as caught:
         call_method(array, "clone")
     return caught.value.__cause__

@@ -1,4 +1,4 @@
-"""Comparison: equal is what yields the same, level by level; orders are refused."""
+"""Comparison: arrays are equal if iteration yields equal items; orders are refused."""
 
 import itertools
 import math
@@ -399,7 +399,7 @@ class TestBareRecord:
 
     def test_of_another_class(self):
         with raises(*NOT_INITIALIZED):
-            velmar.single([1]) == bare_record(velmar.double)  # noqa: B015 - as above
+            velmar.single([1]) == bare_record(velmar.double)  # noqa: B015 - it must raise
 
 
 class TestDepth:
@@ -440,7 +440,7 @@ class TestOutput:
         array = velmar.double([1, math.nan])
         assert array != velmar.double([[1], [2]])
         with raises(*STORAGE_GONE):
-            expired_row() == array  # noqa: B015 - as above
+            expired_row() == array  # noqa: B015 - it must raise
         assert capfd.readouterr() == ("", "")
 
 

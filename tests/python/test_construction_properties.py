@@ -1,4 +1,4 @@
-"""Random data: what goes in reads back, in either order, and ragged data is refused as modelled."""
+"""Random data: elements read back in either order, and the model predicts every refusal."""
 
 from __future__ import annotations
 
@@ -21,7 +21,7 @@ from hypothesis import example, given, settings
 from hypothesis import strategies as st
 from velmarmultidimarrayforpython import ShapeError, SizeError
 
-# The space of ragged data is large, and most of it is refused at the first list.
+# Most ragged data is refused at the first list, so more examples are needed.
 more = settings(max_examples=6 * settings.default.max_examples)
 
 forms = st.sampled_from(FORMS)
@@ -30,16 +30,16 @@ flat_sizes = st.lists(st.integers(0, 4), min_size=1, max_size=5)
 
 
 def elements(row, is_complex):
-    """Values that the class takes as they are, as Python objects of the type it gives back."""
+    """Values that the class stores unchanged, as Python objects of the type that reads return."""
     if row.kind == "logical":
         return st.booleans()
     if row.kind == "float":
         part = st.floats(width=32 if row.word == "single" else 64)
         if row.word == "single":
-            part = part.filter(lambda number: number != -math.inf)  # it would come back positive
+            part = part.filter(lambda number: number != -math.inf)  # it is stored as inf
         return st.builds(complex, part, part) if is_complex else part
     if is_complex:
-        bound = 2**53  # all that a double holds exactly
+        bound = 2**53  # a double holds these exactly
         part = st.integers(max(row.low, -bound), min(row.high, bound)).map(float)
         return st.builds(complex, part, part)
     return st.integers(row.low, row.high)
@@ -47,7 +47,7 @@ def elements(row, is_complex):
 
 @st.composite
 def filled(draw, shapes):
-    """A class, whether complex, dimensions, and as many elements as they have."""
+    """A class, whether it is complex, dimensions and their elements."""
     row, is_complex = draw(forms)
     shape = draw(shapes)
     count = math.prod(shape)
@@ -132,7 +132,7 @@ class TestSizeAgainstData:
 
 leaves = st.sampled_from([0, 1, True, 7, 300, 0.5, 1j, None, "", "a", "ab"])
 ragged = st.recursive(leaves, lambda inner: st.lists(inner, max_size=3), max_leaves=12)
-# Depths that nearly agree: far more often than by chance the walk gets past the first list.
+# Data of nearly equal depths, so that the walk often gets past the first list.
 nearly = st.integers(0, 3).flatmap(
     lambda depth: _nearly(depth, st.sampled_from([0, 1, 1, 1, 2, None]))
 )
@@ -170,7 +170,7 @@ class TestRaggedData:
 
 
 class TestModel:
-    """The model of the walk against rows that need no model."""
+    """The model of the walk, against a table."""
 
     ROWS = [
         (5, [[5.0]]),

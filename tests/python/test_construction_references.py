@@ -1,4 +1,4 @@
-"""What a construction keeps: nothing when it succeeds, one record each time it fails."""
+"""What a construction leaves behind: nothing if it succeeds, one record if it fails."""
 
 from __future__ import annotations
 
@@ -13,11 +13,11 @@ REPETITIONS = 200
 
 
 class Unconvertible:
-    """A scalar that no real class takes."""
+    """A scalar that every real class refuses."""
 
 
 class Broken:
-    """A sequence whose items cannot be had."""
+    """A sequence whose items raise."""
 
     def __len__(self):
         return 2
@@ -27,7 +27,7 @@ class Broken:
 
 
 class BrokenLength(Broken):
-    """A sequence whose length cannot be had."""
+    """A sequence whose length raises."""
 
     def __len__(self):
         raise KeyError("length")
@@ -96,12 +96,12 @@ class TestBlocks:
 
     @pytest.mark.parametrize("call", FAILING.values(), ids=FAILING.keys())
     def test_failure_loses_one_record_is_kept(self, call):
-        """The record is allocated before any argument is looked at, and never given back."""
+        """The record is allocated before any argument is read, and is never freed."""
         assert blocks_per_call(lambda: must_fail(Exception, call)) == pytest.approx(1, abs=0.05)
 
 
 class TestClassReferences:
-    """Every record leaves its reference on the class behind, whether or not it was built."""
+    """Every record keeps its reference to the class, also if the construction fails."""
 
     def test_success(self):
         before = sys.getrefcount(velmar.double)

@@ -16,7 +16,7 @@ NEVER_COMPLEX = "logical arrays must not be complex."
 
 
 def call(cls, args, kwargs):
-    """The constructor called as its caller would write it: without keywords if there are none."""
+    """Call the constructor, without keywords if there are none."""
     return cls(*args, **kwargs) if kwargs else cls(*args)
 
 
@@ -56,7 +56,7 @@ class TestEmpty:
 
 
 class TestForms:
-    """Every accepted way to pass the arguments, on a class where the result is plain to see."""
+    """Every accepted way to pass the arguments."""
 
     ROWS = {
         "initializer by position": (([1, 2],), {}, [[1, 2]]),
@@ -102,7 +102,7 @@ class TestForms:
 
 
 class TestLeadingDict:
-    """A dict as first positional argument stands for the keywords, unless there are keywords."""
+    """A dict as first argument replaces the keywords, unless there are keywords."""
 
     ROWS = {
         "size": (({"size": (2, 2)},), [[0, 0], [0, 0]]),
@@ -166,7 +166,7 @@ class TestLeadingDict:
 
 
 class TestInterpretersOwnRefusals:
-    """The texts belong to the interpreter; only the class, and that no text is ours, is pinned."""
+    """The messages are the interpreter's: the class is tested, and that no message is ours."""
 
     ROWS = {
         "unknown keyword": ((), {"shape": (2, 2)}),
@@ -266,7 +266,7 @@ class TestInitializerAndVector:
 
 
 class TestOrderOfChecks:
-    """Calls with several faults: the first of them in the fixed order is the one reported."""
+    """Calls with several faults: the checks have a fixed order, and the first fault is reported."""
 
     NOT_A_SEQUENCE = "value of 'size' must be a sequence."
     ROWS = {

@@ -1,4 +1,4 @@
-"""What an array says of itself: size, itemsize, strides, and where its memory is."""
+"""What describes an array: size, itemsize, strides and the address of its memory."""
 
 from __future__ import annotations
 
@@ -259,7 +259,7 @@ class TestFailures:
         del array
         gc.collect()
         with raises(*STORAGE_GONE):
-            row.size  # noqa: B018 - the attribute is what fails
+            row.size  # noqa: B018 - reading it must fail
         with raises(*STORAGE_GONE):
             row.buffer_info()
 

@@ -1,4 +1,4 @@
-"""Every block of the documentation is run: here those that test_documentation.py does not see."""
+"""Runs the blocks of the documentation that test_documentation.py does not run."""
 
 import __future__
 
@@ -22,8 +22,8 @@ PAGES = {
 }
 FENCE = re.compile(r"^```(\S*)\n(.*?)^```$", re.MULTILINE | re.DOTALL)
 
-# What a block may be, and the pages that may have it; None stands for all. The two of native
-# clients are compiled by the tests of the wheel.
+# The languages of blocks and the pages that may have them; None means every page. The tests of the
+# wheel compile the blocks of the page on native clients.
 KINDS = {
     "python": None,
     "sh": None,
@@ -59,7 +59,7 @@ COMMANDS = [
 
 
 def missing_modules(code):
-    """The modules that the code imports and that are not installed here."""
+    """The modules that the code imports and that are not installed."""
     names = {
         name.partition(".")[0]
         for node in ast.walk(ast.parse(code))
@@ -75,14 +75,14 @@ def missing_modules(code):
 
 
 def replay(block, names):
-    """Runs the examples of a block without a look at what they print; doctest has compared that."""
+    """Run the examples of a block and ignore what they print, which doctest compares."""
     for example in doctest.DocTestParser().get_examples(block):
         with contextlib.redirect_stdout(io.StringIO()), contextlib.suppress(Exception):
             exec(compile(example.source, "<example>", "single"), names)
 
 
 def type_of(value):
-    """The type that a checker knows: a number, or a class around as many levels as dimensions."""
+    """The type that a type checker infers: a number, or a class nested once per dimension."""
     if type(value).__module__ != "velmar":
         return type(value).__name__
     number = complex if value._is_complex else NUMBERS[type(value).__name__]
@@ -91,12 +91,12 @@ def type_of(value):
 
 
 def any_or(text, value):
-    """The text, or the type of value if the text leaves open what the elements are."""
+    """The text, or the type of the value if the text does not name the type of elements."""
     return type_of(value) if text == f"velmar.{type(value).__name__}[Any]" else text
 
 
 def run_plain(block, names):
-    """Runs lines without prompts; yields what is found and what the comment behind it says."""
+    """Run lines without prompts; yield each result with the comment on its line."""
     lines = block.splitlines()
     flags = __future__.annotations.compiler_flag if "import annotations" in block else 0
 
@@ -150,7 +150,7 @@ class TestForm:
 
 @pytest.mark.parametrize("name", PLAIN)
 def test_plain_blocks_give_what_their_comments_say(name):
-    """What needs a library that is not here is left out, with all blocks that need its names."""
+    """Blocks that need a library that is not installed, or names of such a block, are skipped."""
     names = {"__name__": "__page__"}
     missing = set()
     compared = 0
@@ -212,7 +212,7 @@ LINKED[ROOT / "README.md"] = (ROOT / "README.md").read_text(encoding="utf-8")
 
 
 def anchors_of(text):
-    """The targets that a git host makes of headings."""
+    """The link targets that a git host makes of headings."""
     titles = re.findall(r"^#+ (.+)$", FENCE.sub("", text), re.MULTILINE)
     kept = (re.sub(r"[^\w\- ]", "", title.replace("\\", "").lower()) for title in titles)
     return {title.replace(" ", "-") for title in kept}

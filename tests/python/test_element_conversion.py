@@ -1,4 +1,4 @@
-"""One Python value into one element: every class against every kind of value."""
+"""Conversion of one Python value to one element: every class, every kind of value."""
 
 from __future__ import annotations
 
@@ -43,7 +43,7 @@ def names(rows):
 
 
 def outcome(build):
-    """The contents that `build` yields, or its failure, in a form that compares exactly."""
+    """The contents of the array that `build` returns, or its error, in a form to compare."""
     try:
         return exact(contents(build()))
     except Exception as error:
@@ -51,7 +51,7 @@ def outcome(build):
 
 
 def expected_outcomes(row, is_complex, value):
-    """What the initializer route and the vector route make of a lone value."""
+    """The outcomes of a single value as initializer and as vector."""
     element = convert(row, is_complex, value)
     if isinstance(element, Failure):
         return element, (ValueError, element.message)
@@ -102,7 +102,7 @@ class TestSweep:
 
 
 class TestAccepted:
-    """Literal rows: word, other arguments, value, the element as it reads back."""
+    """Rows: class, other arguments, value, the element that a read returns."""
 
     ROWS = [
         ("int8", {}, 127, 127),
@@ -204,7 +204,7 @@ class TestAccepted:
 
 
 class TestRefused:
-    """Literal rows: word, other arguments, value, exception of the initializer route, message."""
+    """Rows: class, other arguments, value, exception of the initializer, message."""
 
     ROWS = [
         ("int8", {}, 128, OverflowError, unstorable("128", "int8")),
@@ -269,7 +269,7 @@ class TestRefused:
             cls([value], **kwargs)
         with raises(exception, message):
             cls([[value]], **kwargs)
-        with raises(ValueError, message):  # a vector never passes on the class of a failure
+        with raises(ValueError, message):  # a vector always raises ValueError
             cls(vector=[value], **kwargs)
 
     @each(INTEGER_ROWS)
@@ -292,7 +292,7 @@ class TestRefused:
 
 
 class TestModel:
-    """The model's own arithmetic, where it is not plain to see."""
+    """The arithmetic of the model."""
 
     def test_an_integer_is_rounded_once(self):
         assert integer_to_single(16777217) == 16777216.0

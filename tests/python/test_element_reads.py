@@ -1,4 +1,4 @@
-"""What a subscript of the last dimension reads, in every class, and what len() counts."""
+"""What subscripts of the last dimension return in every class, and what len() counts."""
 
 import math
 import operator

@@ -1,4 +1,4 @@
-"""The pages of errors have every message of the sources, and none that nothing raises."""
+"""The pages of errors list exactly the messages of the sources."""
 
 import re
 from pathlib import Path
@@ -10,14 +10,14 @@ PAGES = [ROOT / f"docs/errors_{name}.md" for name in ("construction", "use", "me
 TEXT = " ".join(" ".join(page.read_text(encoding="utf-8") for page in PAGES).split())
 ENTRY = re.compile(r"^### (.+)$", re.MULTILINE)
 
-# Texts with a blank in them that are no messages: all those of a file, and single ones.
+# Texts with a blank that are not messages: all texts of a file, and single ones.
 NO_MESSAGES_IN = {
     "dump.cpp": "labels of the diagnostic dump",
     "type_specs.cpp": "descriptions of methods and attributes",
 }
 NO_MESSAGES = {", is_complex=True)": "the end of a text form"}
 
-# Entries whose words come from Python or from a neighbour.
+# Entries with messages of Python or of another library.
 OF_OTHERS = [
     "SystemError: <method 'clone' of 'velmar.double' objects> returned a result with an exception"
     " set",
@@ -52,7 +52,7 @@ TOKEN = re.compile(
 
 
 def literals(source):
-    """The string literals of C++ code, neighbours joined, without comments and directives."""
+    """The string literals of C++ code, adjacent ones joined, without comments and directives."""
     texts, isOpen = [], False
     for token in TOKEN.finditer(source):
         if token.group(1) is not None:
@@ -67,7 +67,7 @@ def literals(source):
 
 
 def messages():
-    """Rows of file and text: what may be shown to a user, whole or in parts around a value."""
+    """Pairs of file and text that a user may see, whole or as parts around a value."""
     for folder in ("src", "velmardata"):
         for path in sorted((ROOT / folder).rglob("*.[ch]pp")):
             name = str(path.relative_to(ROOT))
@@ -107,7 +107,7 @@ def test_message_is_on_a_page(name, text):
 
 
 ENTRIES = [entry for page in PAGES for entry in ENTRY.findall(page.read_text(encoding="utf-8"))]
-# What an entry may have beside texts of the sources: values, and words that the interpreter adds.
+# What an entry may have beside texts of the sources: values, and words of the interpreter.
 VALUES = {"double", "int32", "uint8", "velmar", "is_complex", "f", "d", "Item", "item"}
 VALUES |= {"maximum", "recursion", "depth", "exceeded"}
 
@@ -134,7 +134,7 @@ def test_entries_stand_once_a_page():
 
 @pytest.mark.parametrize("page", PAGES, ids=lambda page: page.stem)
 def test_every_group_of_entries_is_explained(page):
-    """A heading, or a run of them, is followed by words before the next heading."""
+    """Text follows each heading or group of headings."""
     text = page.read_text(encoding="utf-8")
     groups = re.split(r"(?:^### .+\n\n?)+", text, flags=re.MULTILINE)[1:]
     assert groups

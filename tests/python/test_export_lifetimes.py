@@ -1,4 +1,4 @@
-"""Memory that was handed out stays: after its array has gone, and under any other shape."""
+"""Exported memory stays valid after its array is gone and after a reshape."""
 
 from __future__ import annotations
 
@@ -37,7 +37,7 @@ SHAPES = [  # of 120 elements, all different
 
 
 def churn():
-    """Takes and gives back memory of these sizes, so that what was freed is overwritten."""
+    """Allocate and free memory of these sizes, so that freed memory is overwritten."""
     others = [velmar.double(size=(7, 11, 13)[: 1 + i % 3]) for i in range(30)]
     others += [velmar.double(vector=[-1.0] * 120) for _ in range(10)]
     for other in others:
@@ -184,7 +184,7 @@ class TestUnderAReshape:
         array = velmar.double(CUBE)
         view = memoryview(array)
         for arguments in ((7, 7), (), (-4, -30), ("ab",)):
-            with pytest.raises(Exception):  # noqa: B017 - which one is of no matter here
+            with pytest.raises(Exception):  # noqa: B017 - any error will do
                 array.reshape(*arguments)
         assert view.tolist() == memoryview(array).tolist() == CUBE
 
@@ -213,7 +213,7 @@ class TestUnderAReshape:
 
 
 class TestKeptNumbers:
-    """What is kept for consumers grows with the different shapes, not with the reshapes."""
+    """The shapes kept for consumers grow with the number of shapes, not of reshapes."""
 
     def test_one_place_for_each_shape(self):
         array = velmar.double(CUBE)
@@ -257,7 +257,7 @@ def address_of(view):
 
 
 class Interruption:
-    """Garbage in a cycle: its finaliser runs the action once, wherever a collection comes."""
+    """Garbage in a cycle: its finaliser runs the action once, at the next collection."""
 
     def __init__(self, action, results):
         self.itself = self
@@ -274,12 +274,12 @@ class Interruption:
 
 @contextlib.contextmanager
 def interrupted(action, after):
-    """Runs the action behind so many new containers, in the midst of whatever makes them."""
+    """Run the action when `after` more containers exist, in the middle of the call under test."""
     results: list = []
     thresholds = gc.get_threshold()
     gc.disable()
-    gc.freeze()  # what was there before is not looked at
-    gc.collect()  # the count of new containers begins here
+    gc.freeze()  # collections skip the objects that exist now
+    gc.collect()  # starts the count of new containers
     Interruption(action, results)
     gc.set_threshold(after, 1000, 1000)
     gc.enable()
@@ -300,7 +300,7 @@ NUMBERS = [[float(10 * i + j) for j in range(10)] for i in range(10)]
 
 @collects_anywhere
 class TestFinalisers:
-    """A finaliser in the midst of the copying of a view changes nothing but the result."""
+    """A finaliser that runs while a view is copied changes only the result."""
 
     @MOMENTS
     @pytest.mark.parametrize("shape", [(20, 5), (100,), (2, 50), (5, 5, 2, 2), (1, 100)], ids=str)
@@ -378,12 +378,12 @@ class TestFinalisers:
         assert held == []
 
     def test_come_in_the_midst(self):
-        """Between two rows, some of these moments are, or the tests above would show nothing."""
+        """Some of these moments lie between two rows, as the tests above assume."""
         failures = set()
         for after in range(1, 16):
             array = velmar.double(NUMBERS)
             view = array[::-1]
-            with interrupted(lambda: array.reshape(20, 5), after):  # noqa: B023 - runs in here
+            with interrupted(lambda: array.reshape(20, 5), after):  # noqa: B023 - runs here
                 try:
                     memoryview(view)
                 except RuntimeError as error:

@@ -102,7 +102,7 @@ class TestElements:
 
 
 class TestTheRow:
-    """The result is a whole array of one row, seen as its row."""
+    """The result is row 0 of a new array of one row."""
 
     def test_reads_as_one_dimension(self):
         row = velmar.double(NESTED).noncomplex()
@@ -162,7 +162,7 @@ def parts_of_double():
 
 
 class TestViews:
-    """What a view shows plays no part: all of the storage is taken."""
+    """All of the storage is extracted, whatever part of it the view shows."""
 
     CHAINS = [
         ("row", [1]),

@@ -43,7 +43,7 @@ def size_item(index):
 
 
 def raises_itself(error, call):
-    """The very exception that the sequence raised comes out."""
+    """The call raises the same exception object as the sequence."""
     with pytest.raises(type(error)) as caught:
         call()
     assert caught.value is error
@@ -177,7 +177,7 @@ class TestWhatASequenceIsAsked:
 
 
 class TestLengthRaises:
-    """The exception of __len__ comes out as it is, wherever the length is asked for."""
+    """The exception of __len__ is passed on unchanged, wherever the length is read."""
 
     PLACES = {
         "initializer": lambda bad: velmar.double(bad),
@@ -234,7 +234,7 @@ class TestLengthRaises:
 
 
 class TestItemRaises:
-    """An item that cannot be had is told in the words of the route, whatever was raised."""
+    """An item that raises gives the message of the route, whatever the exception was."""
 
     ROWS = {
         "only item": (lambda: Scripted([Boom("item")]), NULL_POINTER),

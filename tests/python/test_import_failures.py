@@ -1,4 +1,4 @@
-"""An import that cannot get the class array.array raises; it never ends the interpreter."""
+"""An import that cannot get the class array.array raises and never ends the interpreter."""
 
 import sys
 
@@ -10,7 +10,7 @@ NO_MODULE = "unable to import array module."
 NO_CLASS = "unable to retrieve array.array class."
 NOT_CALLABLE = "array.array class is not callable."
 
-# All that a failed import may write: which class could not be made, or that there is no module.
+# The only lines that a failed import may print.
 ALLOWED_LINES = {
     "Could not initialize module.",
     "Could not initialize type.",
@@ -35,7 +35,7 @@ sys.modules["array"] = Raising("array")
 """
 FAKE_MODULE = 'sys.modules["array"] = types.ModuleType("array")\n'
 
-# label, what is done to the module `array` before the import, the message
+# label, code that changes the module `array` before the import, message
 FAILURES = [
     ("blocked", 'sys.modules["array"] = None', NO_MODULE),
     ("not_found", MISSING_FINDER.format(error="ModuleNotFoundError"), NO_MODULE),
@@ -77,14 +77,14 @@ failures = pytest.mark.parametrize(
 
 
 def check_chain(chain, message):
-    """The interpreter's complaint about a module with an error pending, and that error."""
+    """The chain is the interpreter's SystemError about a pending error, then that error."""
     assert chain[0] == ["SystemError", f"initialization of {NAME} raised unreported exception"]
-    if chain[1:] or sys.version_info >= (3, 12):  # 3.11 forgets the cause
+    if chain[1:] or sys.version_info >= (3, 12):  # 3.11 may lose the cause
         assert chain[1] == ["RuntimeError", message]
 
 
 class TestEntryPoint:
-    """The function itself, called as the interpreter calls it, but with no loader around it."""
+    """The entry point, called as the interpreter calls it, but without an import."""
 
     CALL = """
 import ctypes, importlib.util

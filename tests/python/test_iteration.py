@@ -1,4 +1,4 @@
-"""Iteration: what an iterator yields and in which order, and that nothing of it keeps storage."""
+"""Iteration: the items, their order, and that neither iterators nor items keep the storage."""
 
 import gc
 import itertools
@@ -220,7 +220,7 @@ class TestMadeDirectly:
 
 
 class TestLiveStorage:
-    """Bounds are copies of the first moment; elements are read when they are yielded."""
+    """An iterator copies the bounds when it is made and reads each element when it yields it."""
 
     def test_writes_ahead_of_the_walk_are_seen(self):
         view = line(4)
@@ -441,7 +441,7 @@ class TestReferences:
         assert blocks_per_call(lambda: action(array)) < 0.05
 
     def test_iterators_leave_a_reference_on_their_class(self):
-        # Deliberate, as with arrays: the reference is not given back.
+        # Deliberate, as for arrays: the reference to the class is not released.
         array = velmar.double([1, 2])
         before = sys.getrefcount(velmar.MCPyIter)
         for _ in range(100):

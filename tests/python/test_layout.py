@@ -12,7 +12,7 @@ from helpers.nesting_model import in_storage_order, nested, normalized, storage_
 
 
 def distinct_elements(row, is_complex, count):
-    """`count` values of the class, of long period, so that a misplaced element shows."""
+    """`count` values of the class that repeat late, so that a misplaced element is found."""
     if row.kind == "logical":
         return [number * number % 7 in (1, 4) for number in range(count)]
     numbers = [number % 113 for number in range(count)]
@@ -22,7 +22,7 @@ def distinct_elements(row, is_complex, count):
 
 
 class TestStatedOrders:
-    """The nested array equals the flat one whose elements are listed in storage order."""
+    """A nested array equals the flat one with its elements in storage order."""
 
     ROWS = {
         "2 by 3": ([[1, 2, 3], [4, 5, 6]], (2, 3), [1, 4, 2, 5, 3, 6]),
@@ -64,7 +64,7 @@ class TestStatedOrders:
 
 
 class TestReordering:
-    """Shapes around the block sizes that a reorder may walk in, for every element size."""
+    """Shapes around the block sizes of the reordering, for every element size."""
 
     SHAPES = [
         (2, 2),
@@ -112,7 +112,7 @@ class TestReordering:
 
 
 class TestModel:
-    """The two orders of the model, which the rows above lean on."""
+    """The two orders of the model, which the tests above use."""
 
     def test_storage_order(self):
         assert storage_order((2, 3), [1, 2, 3, 4, 5, 6]) == [1, 4, 2, 5, 3, 6]

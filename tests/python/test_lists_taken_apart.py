@@ -1,6 +1,6 @@
-"""Lists that a collection of garbage takes apart while they are filled.
+"""Lists that the garbage collector empties while the module fills them.
 
-Up to 3.11 the interpreter collects in the middle of a call, where any object is made.
+Up to 3.11 the interpreter may collect at any allocation, also in the middle of a call.
 """
 
 from __future__ import annotations
@@ -18,7 +18,7 @@ TAKEN_APART = UNREADABLE_ITEM.message if COLLECTS_INSIDE else None
 
 @pytest.fixture
 def taking_apart():
-    """Makes every collection empty the lists of a length, and collections frequent."""
+    """Let every collection empty the lists of the given lengths, and collect often."""
     lengths = []
 
     def empty_lists(phase, info):
@@ -27,7 +27,7 @@ def taking_apart():
                 item.clear()
 
     gc.collect()
-    gc.freeze()  # what is there already would be looked through at every collection
+    gc.freeze()  # collections skip the objects that exist now
     threshold = gc.get_threshold()
     gc.callbacks.append(empty_lists)
     gc.set_threshold(1)
@@ -66,9 +66,9 @@ def test_list_of_elements_where_one_is_out_of_reach(taking_apart):
     said = set()
     kept = []
     for _ in range(20):
-        kept.append([])  # so that it is now one object and now another that a collection is due at
+        kept.append([])  # moves the collection to another object
         try:
-            raise KeyError  # an error that is set beside another is an object at once
+            raise KeyError  # beside another error, a new one is made an object at once
         except KeyError:
             said.add(error_of(lambda: str(row)))
     if COLLECTS_INSIDE:

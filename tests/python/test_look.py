@@ -1,4 +1,4 @@
-"""The looks at an array: html() and summary() as text, their limits, and what they cost."""
+"""html() and summary(): their texts, their limits and their cost."""
 
 import inspect
 import math
@@ -21,7 +21,7 @@ def lines(*texts):
 
 
 def numbered(*size):
-    """An array whose elements count up in the order in which they nest."""
+    """An array whose elements are numbered in the order of the nesting."""
     a = velmar.int32(size=size)
     count = math.prod(size)
     a[0 : size[0]] = range(count)
@@ -204,7 +204,7 @@ class TestNumbers:
 
 
 class Cells(HTMLParser):
-    """Reads tables back: rows of texts, and whether each tag that opens closes in its turn."""
+    """Parses tables into rows of texts and checks that every tag is closed."""
 
     def __init__(self, text):
         super().__init__()
@@ -235,7 +235,7 @@ class Cells(HTMLParser):
 
 
 def read_summary(text):
-    """What a summary has outside of its tables, the captions, and the cells."""
+    """The lines outside the tables of a summary, the captions and the cells."""
     outside, captions, tables = [], [], []
     for line in text.split("\n"):
         if re.fullmatch(r"(\[\d+\])+", line):
@@ -339,7 +339,7 @@ class TestViews:
         assert show(view) == show(a[1])
 
     def test_nothing_is_remembered(self, show):
-        # A clone or an export would fix what the view shows from then on.
+        # A clone or an export would keep a snapshot of the view.
         a = velmar.int8([[1, 2], [3, 4]])
         view = a[1]
         show(view)
@@ -348,7 +348,7 @@ class TestViews:
 
 
 class Endless:
-    """Stands for an array of any size: counts how many subscripts are taken of it."""
+    """Stands for an array of any size and counts its subscripts."""
 
     _is_complex = False
 

@@ -43,7 +43,7 @@ CHAINS = [  # on 3 by 4 by 5
 
 
 def numbers_of(row, is_complex=False):
-    """Twelve numbers as 3 by 4, the class's limits among them."""
+    """Twelve numbers as 3 by 4, with the limits of the class."""
     limits = [row.low, row.high]
     if row.word in ("int64", "uint64") and is_complex:
         limits = [-(2**53) if row.low else 0, 2**53]
@@ -61,7 +61,7 @@ def flat_of(nested):
 
 
 class TestBytes:
-    """Copies in the order of the nesting, the way the interpreter lays out such memory."""
+    """The interpreter copies the elements in the order of the nesting."""
 
     @each_form
     def test_bytes_of_an_array(self, row, is_complex):
@@ -164,7 +164,7 @@ def cpython_testbuffer():
 
 
 class TestTestbuffer:
-    """The interpreter's own test of consumers checks each record it obtains."""
+    """The interpreter's test module for buffers, which checks every buffer that it gets."""
 
     @each(CLASS_ROWS)
     def test_every_class(self, row):

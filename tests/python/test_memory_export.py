@@ -1,4 +1,4 @@
-"""The memory of arrays as the buffer protocol hands it out: every field, and every refusal."""
+"""The memory of arrays in the buffer protocol: every field and every refusal."""
 
 from __future__ import annotations
 
@@ -150,7 +150,7 @@ class TestRequestsThroughTheInterpreter:
 
 
 class TestOrderOfChecks:
-    """A missing array, then a missing record, then missing elements, then the flags."""
+    """The order: no array, no record, no elements, flags."""
 
     def test_no_object(self):
         buffer = blank()

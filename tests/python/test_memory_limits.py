@@ -1,4 +1,4 @@
-"""Arrays that no memory can hold: the one text, its count and its type word."""
+"""Arrays too large for any memory: the message with its count and type."""
 
 from __future__ import annotations
 
@@ -11,7 +11,7 @@ from helpers.nesting_model import mismatch
 from velmarmultidimarrayforpython import ShapeError, SizeError
 
 BEYOND_64_BITS = 2**64 - 1
-# 2**64 + 1 and 2**64 + 2 as products of two dimensions: in 64 bits they are 1 and 2.
+# Dimensions whose products, 2**64 + 1 and 2**64 + 2, are 1 and 2 in 64 bits.
 WRAPS_TO_1 = (274177, 67280421310721)
 WRAPS_TO_2 = (2 * 77158673929, 27 * 19 * 43 * 5419)
 
@@ -80,7 +80,7 @@ class TestMoreElementsThanAnyBlockHolds:
 
 
 class TestMoreMemoryThanThereIs:
-    """Counts within the limits, for which no machine has the memory."""
+    """Counts within the limits that need more memory than any machine has."""
 
     @each_form
     def test_size(self, row, is_complex):

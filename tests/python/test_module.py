@@ -1,4 +1,4 @@
-"""The module itself: what it publishes and in which order, its classes and its exceptions."""
+"""The module: its names and their order, its classes and its exceptions."""
 
 import collections.abc
 import gc

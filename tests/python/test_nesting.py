@@ -1,4 +1,4 @@
-"""The initializer: dimensions from the nesting, and what is refused as uneven."""
+"""The initializer: the dimensions of nested data, and uneven data."""
 
 from __future__ import annotations
 
@@ -77,7 +77,7 @@ class TestDimensions:
 
 
 class TestKindsOfSequence:
-    """Anything with items by number is walked, whatever its type; a str never is."""
+    """Everything with items by number is walked, whatever its type, except a str."""
 
     ROWS = {
         "tuple": ((1, 2), [[1, 2]]),
@@ -134,7 +134,7 @@ class TestKindsOfSequence:
 
 
 class TestMixedRows:
-    """Numbers of every type side by side, and beside what is no number, each taken once."""
+    """Numbers of different types side by side, and beside values that are not numbers."""
 
     ROWS = {
         "subclass last": ([1, 2, LyingInt(3)], [[1, 2, 3]]),
@@ -165,7 +165,7 @@ class TestMixedRows:
             assert contents(velmar.int8([[1, 2], [3, 4]])) == [[1, 2], [3, 4]]
 
     def test_rows_longer_than_the_first_promises(self):
-        """Room is made by the lengths on the way to the first scalar; more must fit too."""
+        """The lengths up to the first scalar decide what is reserved; more data must fit too."""
         for data in ([[[1]], [[2] * 5000]], [[[], []], [[1] * 500] * 2]):
             with raises(*NOT_RECTANGULAR):
                 velmar.int8(data)
@@ -267,8 +267,11 @@ class TestUneven:
 
 
 class TestOrderOfChecks:
-    """The walk goes depth first and stops at the first fault; a list is checked before its items
-    are, and its length compared with its sisters' only after them."""
+    """The walk goes depth first and stops at the first fault.
+
+    A list is checked before its items. Its length is compared with that of the lists beside it
+    after its items.
+    """
 
     ROWS = {
         "children before the first of them": ([None, [1]], UNEVEN),

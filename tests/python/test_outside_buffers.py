@@ -1,4 +1,4 @@
-"""Arrays built from the memory of other objects: whose, of which format, in which order."""
+"""Arrays built from the memory of other objects: sources, formats, orders of elements."""
 
 from __future__ import annotations
 
@@ -21,7 +21,7 @@ from velmarmultidimarrayforpython import ShapeError, SizeError
 
 
 def memory_of(row, shape=()) -> memoryview:
-    """The values as an honest buffer of the class's own format."""
+    """The values as a correct buffer in the format of the class."""
     flat = memoryview(packed(values_of(row), row))
     return flat.cast(format_of(row), shape) if shape else flat.cast(format_of(row))
 
@@ -86,7 +86,7 @@ class TestFlat:
 
     @each(CLASS_ROWS)
     def test_values_are_not_looked_at_twice(self, row):
-        """The source may change afterwards: the elements are a copy."""
+        """The elements are a copy, so the source may change afterwards."""
         source = bytearray(packed(values_of(row), row))
         built = row.cls(memoryview(source).cast(format_of(row)))
         source[:] = bytes(len(source))
@@ -100,7 +100,7 @@ class TestFlat:
 
 
 class TestOneRoute:
-    """A buffer is not walked as a sequence, except those of this module."""
+    """A buffer is not walked as a sequence, unless it is an array of this module."""
 
     def test_no_conversion(self):
         with raises(*incompatible("f", "d")):
@@ -110,7 +110,7 @@ class TestOneRoute:
         with raises(*incompatible("B", "b")):
             velmar.int8(b"a")
         with raises(*incompatible("B", "h")):
-            velmar.int16(b"abc")  # looked at before the length
+            velmar.int16(b"abc")  # the format is checked before the length
 
     def test_no_conversion_below_a_list_either(self):
         assert contents(velmar.double([array.array("f", [1.0]), b"\x02"])) == [[1.0], [2.0]]
@@ -195,7 +195,7 @@ class TestDimensions:
 
     @each_form
     def test_exports_of_the_module_come_back(self, row, is_complex):
-        """Column-major memory, of two dimensions and of three; also of views, and complex."""
+        """Column-major memory of two and three dimensions, of views and of complex arrays."""
         for nested in ([[0, 1, 1], [1, 0, 1]], [[[0, 1], [1, 1]], [[1, 0], [0, 0]]], [[1]], 1):
             source = row.cls(nested, is_complex=is_complex)
             for view in (source, source[0], source[::-1]):
@@ -275,7 +275,7 @@ class TestSize:
 
 
 def let_go(source) -> None:
-    """Fails while a buffer of it is out."""
+    """Raises while a buffer of the source is exported."""
     if isinstance(source, memoryview):
         source.release()
     else:
@@ -283,7 +283,7 @@ def let_go(source) -> None:
 
 
 class TestRelease:
-    """Nothing stays exported, whatever came of it."""
+    """Nothing stays exported, whether the construction succeeds or fails."""
 
     ATTEMPTS = [
         ("success", velmar.uint8, {}),
@@ -329,7 +329,7 @@ class TestRelease:
 
 
 class TestForeignFormats:
-    """ctypes spells out the byte order, which no class takes, whatever the elements are."""
+    """ctypes names the byte order in the format; every class refuses that."""
 
     @pytest.mark.parametrize(
         "name", ["c_double", "c_float", "c_int8", "c_uint8", "c_int", "c_bool"]
@@ -338,7 +338,7 @@ class TestForeignFormats:
         source = (getattr(ctypes, name) * 2)()
         given = memoryview(source).format
         for row in CLASS_ROWS:
-            if given[0] == LETTERS[row.word]:  # some are without a prefix
+            if given[0] == LETTERS[row.word]:  # some formats have no byte order
                 assert row.cls(source).size == (1, 2)
                 continue
             with raises(*incompatible(given, LETTERS[row.word])):

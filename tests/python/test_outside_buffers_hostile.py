@@ -1,4 +1,4 @@
-"""Arrays built from buffers whose description is not what an honest exporter gives."""
+"""Arrays built from buffers with wrong descriptions."""
 
 from __future__ import annotations
 
@@ -28,7 +28,7 @@ def doubles(**lies) -> LyingExporter:
 class TestFormats:
     @each_form
     def test_every_letter(self, row, is_complex):
-        """48 bytes, which are a whole number of elements of any class."""
+        """48 bytes are a whole number of elements in every class."""
         wanted = LETTERS[row.word]
         for letter in ALL_LETTERS:
             for itemsize in (1, 2, 4, 8, 16):
@@ -147,7 +147,7 @@ class TestLength:
             build(velmar.double, LyingExporter(None, b"d", 8, length=16))
 
     def test_the_length_counts_and_not_the_shape(self):
-        """In one dimension nothing but the length in bytes is read."""
+        """In one dimension only the length in bytes is read."""
         for shape in ([], [99], [-1], [0], None):
             for strides in ([], [0], [-8], [3], None):
                 for itemsize in (8, 0, -1, 3):
@@ -231,7 +231,7 @@ class TestShape:
 
     @rows("shape, strides", REFUSED)
     def test_refused_of_bytes(self, shape, strides):
-        """The classes whose elements are a byte long have no test of the length."""
+        """Any length in bytes fits classes with elements of one byte."""
         for cls, format in ((velmar.uint8, b"B"), (velmar.int8, b"b"), (velmar.logical, b"?")):
             source = LyingExporter(b"123456", format, 1, ndim=len(shape), shape=shape)
             source.strides = doubles(strides=strides).strides
@@ -264,7 +264,7 @@ class TestShape:
 
 
 class TestOrderOfChecks:
-    FAULTS = [  # each line has the faults of those after it
+    FAULTS = [  # each row has the faults of the rows after it
         ("format", {"format": None}, NO_FORMAT),
         ("letter", {"format": b"e"}, incompatible("e", "d")),
         ("fit", {}, DOES_NOT_FIT),
@@ -302,7 +302,7 @@ class TestOrderOfChecks:
 
 
 class TestSmallSizes:
-    """What `size` had room made for can be less than what the buffer holds, or more."""
+    """`size` reserves memory for fewer or more elements than the buffer holds."""
 
     @pytest.mark.parametrize("row, is_complex", FORMS[::5])
     def test_size_of_another_count(self, row, is_complex):

@@ -1,4 +1,4 @@
-"""Arrays built from NumPy's: each dtype, either order, and what is refused."""
+"""Arrays built from NumPy arrays: each dtype, both orders, and refusals."""
 
 from __future__ import annotations
 
@@ -93,7 +93,7 @@ class TestOrders:
         assert contents(velmar.double(source[:, 1:2].copy())) == source[:, 1:2].tolist()
 
     def test_strides_of_short_dimensions_may_be_anything(self):
-        """NumPy lets a dimension of one item keep any stride, and memory without items too."""
+        """In NumPy dimensions of length 1 and arrays without items may have any stride."""
         source = numpy.arange(24.0).reshape(4, 6)
         for part in (source[::4], source[:1, :], source[1:2, 2:5], source[:, 1:2][:1]):
             assert part.flags.c_contiguous or part.flags.f_contiguous
@@ -149,7 +149,7 @@ class TestRefusals:
         source = numpy.zeros(4)
         with pytest.raises(BufferError):
             velmar.single(source)
-        source.resize(8)  # refused while memory of it is out
+        source.resize(8)  # raises while its memory is exported
         assert source.size == 8
 
 

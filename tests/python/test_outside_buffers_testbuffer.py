@@ -1,4 +1,4 @@
-"""Arrays built from the exporter that the interpreter tests its own buffer protocol with."""
+"""Arrays built from the exporter in the interpreter's own tests of buffers."""
 
 from __future__ import annotations
 
@@ -78,7 +78,7 @@ class TestContiguous:
         assert contents(velmar.double(part)) == part.tolist()
 
     def test_a_stride_of_a_single_row_is_not_told_apart(self):
-        """The rows of one-row memory may be any way apart: both orders are the same then."""
+        """The stride of a dimension of length 1 is ignored: both orders are the same."""
         source = ndarray([1.0, 2.0, 3.0, 4.0], shape=[1, 2], strides=[16, 8], format="d")
         assert contents(velmar.double(source)) == [[1.0, 2.0]]
         source = ndarray([1.0, 2.0, 3.0, 4.0], shape=[2, 1], strides=[8, 16], format="d")
@@ -127,13 +127,13 @@ class TestNotContiguous:
         ],
     )
     def test_a_description_with_gaps(self, flags):
-        """It was asked for less itself, and so has less to tell than is asked for here."""
+        """The re-exporter was given fewer fields than are asked for here."""
         poor = ndarray(doubles(2, 3), getbuf=flags)
         with raises(BufferError, "re-exporter does not provide format, shape or strides"):
             velmar.double(poor)
 
     def test_a_description_without_a_format(self):
-        """It calls its items bytes then, each of them eight bytes long."""
+        """Without a format the items count as bytes, although each is eight bytes long."""
         poor = ndarray(doubles(2, 3), getbuf=exporters.PyBUF_STRIDES)
         with raises(*incompatible("B", "d")):
             velmar.double(poor)
@@ -170,7 +170,7 @@ class TestFormats:
             velmar.double(source, is_complex=True)
 
     def test_only_the_first_letter_is_read(self):
-        """Pairs of doubles are twice as many doubles; the shape of two dimensions tells on them."""
+        """Pairs of doubles are read as twice as many doubles, unless the shape shows otherwise."""
         flat = ndarray([(1.0, 2.0), (3.0, 4.0)], shape=[2], format="dd")
         assert contents(velmar.double(flat)) == [[1.0, 2.0, 3.0, 4.0]]
         square = ndarray([(1.0, 2.0), (3.0, 4.0)], shape=[2, 1], format="dd")
@@ -188,7 +188,7 @@ class TestFormats:
 
 
 class TestRelease:
-    """The exporter refuses to take memory up anew while any is out."""
+    """The exporter raises on a new allocation while its memory is exported."""
 
     ATTEMPTS = [
         ("success", velmar.double, {}),

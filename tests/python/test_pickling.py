@@ -1,4 +1,4 @@
-"""Pickling and copying: what __reduce__ gives, and what comes back of it."""
+"""Pickling and copying: the result of __reduce__, and the restored array."""
 
 import copy
 import math
@@ -120,13 +120,13 @@ class TestReduce:
             line(3).__reduce__(2)
 
 
-VIEWS = [  # chains on 4 by 5 by 6, and the list that is shipped
+VIEWS = [  # chains on 4 by 5 by 6, and the list that is pickled
     ("plane", [2], CUBE[2]),
     ("row", [2, 3], CUBE[2][3]),
     ("last_row", [-1, -1], CUBE[3][4]),
     ("plane_of_planes", [every(1, 3), 1], CUBE[2]),
     ("row_of_reversed_rows", [1, every(step=-1), 0], CUBE[1][4]),
-    # A final slice is not applied: its dimension is shipped whole.
+    # A final slice is not applied: its dimension is pickled whole.
     ("planes", [every(1, 3)], CUBE),
     ("reversed_planes", [every(step=-1)], CUBE),
     ("no_planes", [every(2, 2)], CUBE),
@@ -256,7 +256,7 @@ class TestInContainers:
         assert copy.deepcopy(listed)[0] is not listed[0]
 
 
-# What pickle.dumps(array, protocol) of version 0.1.0 made of these arrays.
+# The results of pickle.dumps(array, protocol) in version 0.1.0.
 STORED = [
     (
         "double_0",

@@ -1,4 +1,4 @@
-"""Arrays and the module's exceptions on their way into processes and back."""
+"""Arrays and exceptions of the module that go to other processes and back."""
 
 import multiprocessing
 import os
@@ -14,7 +14,7 @@ from helpers.failures import STORAGE_GONE, raises
 from helpers.view_states import expired_row
 
 PROCESSES = 2
-SECONDS = 60  # until a result that does not come is a failure
+SECONDS = 60  # the longest wait for a result
 
 
 class ClassicPool:
@@ -163,7 +163,7 @@ class TestErrors:
         assert contents(pool.call(workers.same, velmar.int8([1]))) == [[1]]
 
     def test_row_without_storage_as_a_result(self):
-        # Of an executor alone: the other kind takes repr of what it cannot send, and loses the job.
+        # Only with an executor: a Pool calls repr() of a result that it cannot send, and hangs.
         with ProcessPoolExecutor(1, mp_context=multiprocessing.get_context("spawn")) as executor:
             with raises(*STORAGE_GONE):
                 executor.submit(workers.row_without_storage).result(SECONDS)

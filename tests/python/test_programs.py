@@ -1,7 +1,7 @@
-"""Random programs over arrays: after each line the module and a model of it must agree.
+"""Random programs over arrays: after each line the module and its model must agree.
 
-An operation takes part when program_steps.py writes lines with it and program_model.py answers
-them. Many more steps than the ordinary run has: --program-steps 100000 --program-seed 3.
+To add an operation, write its lines in helpers/program_steps.py and its model in
+helpers/program_model.py. A longer run: --program-steps 100000 --program-seed 3.
 """
 
 from __future__ import annotations
@@ -103,7 +103,7 @@ def forget_when_reshaped(self, *args, **kwargs):
 
 
 def reshape_rows(self, *args, **kwargs):
-    """The elements in the order of the nesting stay, and not those in the storage."""
+    """Keeps the order of the nesting instead of the order in the storage."""
     storage = self._storage()
     strides, elements = storage.strides, list(storage.elements)
     places = itertools.product(*map(range, storage.shape))
@@ -173,7 +173,7 @@ rules = {
     "outside": program_values.outside,
     "read": Storage.read,
 }
-BROKEN_RULES = [  # where the rule stands, and one that is not the module's
+BROKEN_RULES = [  # owner and name of a rule of the model, and a wrong replacement
     (Array, "clone", follow_writes),
     (Array, "_write_numbers", compose_writes),
     (Array, "_view", stay_strong),
@@ -200,7 +200,7 @@ BROKEN_RULES = [  # where the rule stands, and one that is not the module's
 
 
 class TestTheCheck:
-    """A program would not be worth running if it missed a rule that the module breaks."""
+    """The programs must find every rule in which module and model differ."""
 
     @pytest.mark.parametrize(
         "owner, name, rule",
@@ -218,7 +218,7 @@ class TestTheCheck:
         assert replay(short)
         assert 3 <= len(short) <= 8  # an array, a clone, a write, another clone
         shown = report(name, lines, found)
-        assert f"program {name} parts" in shown
+        assert f"program {name} differs" in shown
         assert all(line in shown for line in [*lines[-LINES_SHOWN:], *short])
 
     def test_a_program_is_the_same_every_time(self):

@@ -1,4 +1,4 @@
-"""What is said where nesting is deeper than the interpreter recurses: each walk names itself."""
+"""Nesting deeper than the recursion limit: the message names the operation."""
 
 import pytest
 import velmar
@@ -44,8 +44,8 @@ class TestWords:
         assert message_of(lambda: deep_array == deep_array) == EXCEEDED + "comparing arrays"
 
 
-# A comparison has a limit of its own. Where the interpreter counts all calls alike, its limit comes
-# first.
+# A comparison has its own limit. An interpreter that counts C and Python calls together reaches its
+# limit first.
 DEEP_COMPARISONS = """
 import sys, threading, velmar
 

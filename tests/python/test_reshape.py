@@ -1,4 +1,4 @@
-"""`reshape`: its arguments, what it refuses and in which order, and who sees the new shape."""
+"""`reshape`: its arguments, its refusals and their order, and the views that change."""
 
 from __future__ import annotations
 
@@ -183,7 +183,7 @@ class TestArguments:
 
     def test_an_int_with_items_alone_is_a_sequence(self):
         with raises(*different_count(30, 6)):
-            six().reshape(SequenceInt(6))  # its items are 5 and 6
+            six().reshape(SequenceInt(6))  # read as a sequence with the items 5 and 6
 
     REFUSED = [
         ("nothing", ()),
@@ -348,7 +348,7 @@ class TestOrderOfChecks:
 
 
 class TestMeanwhile:
-    """Reading the dimensions runs any code."""
+    """Reading the dimensions can run any code."""
 
     def test_the_array_gets_another_shape(self):
         array = six()

@@ -1,4 +1,4 @@
-"""Who sees a new shape: all that shares the storage, also views and walks it does not suit."""
+"""A reshape changes all views and iterators of the storage, also those that no longer fit."""
 
 from __future__ import annotations
 
@@ -30,7 +30,7 @@ class TestSharing:
         other, view, row = array, array[:], array[1]
         array.reshape(3, 2)
         assert other is array
-        assert view.size == (2, 2)  # a slice of two, in what are three rows now
+        assert view.size == (2, 2)  # the slice has two of now three rows
         assert contents(view) == [[1, 4], [2, 5]]
         assert contents(row) == [2, 5]
 
@@ -39,7 +39,7 @@ class TestSharing:
         view = array[1:]
         assert view.reshape(3, 2) is view
         assert contents(array) == [[1, 4], [2, 5], [3, 6]]
-        assert contents(view) == [[2, 5]]  # its own slice stays
+        assert contents(view) == [[2, 5]]  # the view keeps its slice
         with raises(*different_count(2, 6)):
             view.reshape(1, 2)
         backwards = array[::-1]
@@ -124,7 +124,7 @@ class TestWhatIsKept:
 
 
 def stale(chain, shape):
-    """A view of 2 by 3, holding 1 to 6 in storage order, which has another shape since then."""
+    """A view made of six(), which then gets another shape."""
     array = six()
     view = subscripted(array, chain)
     array.reshape(shape)
@@ -132,7 +132,7 @@ def stale(chain, shape):
 
 
 class TestInside:
-    """What a view finds are the elements at its positions in the new shape."""
+    """A view reads the elements at its positions in the new shape."""
 
     @rows(
         "chain, shape, found",
@@ -157,7 +157,7 @@ class TestInside:
         assert contents(view.clone()) in (found, [found])
 
     def test_positions_outside_their_dimension_but_inside_the_storage(self):
-        """Where an element lies is what counts, and not each subscript."""
+        """Only the place in the storage is checked, not each subscript."""
         array, view = stale([1], (1, 6))
         assert view.size == (6,)
         assert [view[i] for i in range(5)] == [2, 3, 4, 5, 6]
@@ -178,7 +178,7 @@ class TestInside:
         assert contents(array) == [[1, 4], [7, 8], [3, 6]]
 
 
-OUTSIDE = [  # all of what the view shows lies behind the elements, or some
+OUTSIDE = [  # the view lies behind the last element, wholly or in part
     ("last_row", [1, every(2)], (6, 1)),
     ("rows", [every(1)], (1, 2, 3)),
     ("rows_in_one_row", [every(1)], (1, 6)),
@@ -188,7 +188,7 @@ OUTSIDE = [  # all of what the view shows lies behind the elements, or some
 
 
 class TestOutside:
-    """Nothing but the storage is read or written."""
+    """Nothing outside the storage is read or written."""
 
     @rows("chain, shape", OUTSIDE)
     def test_reads(self, chain, shape):
@@ -196,7 +196,7 @@ class TestOutside:
         for read in (str, repr, lambda v: contents(v), memoryview, lambda v: v[-1][-1][-1]):
             with pytest.raises((RuntimeError, TypeError)) as caught:
                 read(view)
-            if caught.type is TypeError:  # a number has come out before
+            if caught.type is TypeError:  # an earlier subscript gave a number
                 continue
             assert str(caught.value) in (NULL_POINTER.message, UNREADABLE_ITEM.message)
         with raises(*NULL_POINTER):
@@ -277,7 +277,7 @@ class TestOutside:
         array, view = stale([every(1)], (1, 2, 3))
         with raises(*OUTSIDE_STORAGE):
             view[0] = [[7, 8, 9], [7, 8, 9]]
-        assert list(array._data) == [1, 7, 7, 8, 8, 9]  # the last one is at no place
+        assert list(array._data) == [1, 7, 7, 8, 8, 9]  # the last one lies outside
 
     def test_as_data(self):
         array, view = stale([1], (1, 6))
@@ -350,7 +350,7 @@ class TestNoDimensionLeft:
 
 
 class TestWalks:
-    """A walk keeps the bounds that it had, and reads in the new shape."""
+    """An iterator keeps its bounds and reads in the new shape."""
 
     def test_rows(self):
         array = six()
@@ -436,7 +436,7 @@ USES = [
 
 
 class TestEveryPair:
-    """Each view of each shape, used in each other shape as a plain model says."""
+    """Each view of each shape, used after a reshape to each other shape, against the model."""
 
     @pytest.mark.parametrize("after", SHAPES)
     @pytest.mark.parametrize("before", SHAPES)

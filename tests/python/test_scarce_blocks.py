@@ -1,4 +1,4 @@
-"""Operations on large arrays with room for some of the blocks that they need, but not for all."""
+"""Operations on large arrays with memory for only some of the blocks that they need."""
 
 from __future__ import annotations
 
@@ -8,12 +8,12 @@ import pytest
 from helpers.cases import some_of
 from helpers.child_interpreter import run_script
 
-# The sanitizer maps address space by the terabyte, which a limit of it would forbid.
+# The sanitizer reserves terabytes of address space, so it cannot run under a limit.
 pytestmark = pytest.mark.skipif(
     "asan" in os.environ.get("LD_PRELOAD", ""), reason="address space is not limited by tests"
 )
 
-# Each attempt is a process of its own, with so many megabytes of address space left.
+# Each attempt is a process with a limit on its address space, in megabytes.
 SCRIPT = """
 import array, os, resource, sys
 import velmar
@@ -70,7 +70,7 @@ ROWS = {
 
 
 def outcomes_of(operation):
-    """What becomes of the operation, the more room the later."""
+    """The outcomes of the operation, with more and more memory."""
     return run_script(
         f"{SCRIPT}\noperation = lambda subject: {operation}\n"
         "report([outcome(megabytes, operation) for megabytes in range(1, 31, 2)])"
@@ -81,11 +81,11 @@ def outcomes_of(operation):
 def test_some_blocks_cannot_be_had(operation):
     outcomes = outcomes_of(operation)
     assert set(outcomes) == {NO_BLOCK.format(524288), "success"}
-    # More room never turns a success into a failure.
+    # More memory never turns a success into a failure.
     assert outcomes == sorted(outcomes)
 
 
-# What `size` asks for is reserved before the data is read, and the two are compared last.
+# `size` is reserved before the data is read; the two are compared last.
 MISMATCH_ROWS = {
     "too_large_for_the_rows": (
         "velmar.double(rows, (4, count // 2))",

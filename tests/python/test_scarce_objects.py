@@ -1,4 +1,4 @@
-"""Operations for which the interpreter has no memory for one object, first to last."""
+"""Operations in which one allocation of an object fails, tried for each allocation."""
 
 from __future__ import annotations
 
@@ -18,23 +18,23 @@ NO_ARRAY = "RuntimeError: toarray() failed."
 NO_ENTRY = "RuntimeError: unable to insert 'is_complex' value into dict."
 NO_INT = "RuntimeError: unable to construct Python object from integer."
 NO_TUPLE = "RuntimeError: unable to set arg tuple."
-# The record of a view or an array is made by an operator new: nothing catches what it throws.
+# The record of a view or an array comes from operator new, whose exception is not caught.
 DEATH = "terminate called after throwing an instance of 'std::bad_alloc'"
-# What a failed import of the class array.array says; all else is as the interpreter has it.
+# Messages of a failed import of the class array.array; all others are the interpreter's.
 ENTRY_FAILURES = {
     "MemoryError",
     "RuntimeError: unable to import array module.",
     "RuntimeError: unable to retrieve array.array class.",
 }
-# 3.13 can crash on a class that it has left half made, one of its own modules too: the process
-# then dies at the next collection. These are the module's last words.
+# 3.13 can crash at the next collection after a class was only half made, also with its own modules.
+# The module has then printed this line.
 HALF_MADE_CLASS = {"Could not initialize type."} if sys.version_info >= (3, 13) else set()
-# The clone is made although there is nothing to put into it.
+# The clone is made although its elements could not be copied.
 HOLLOW_CLONE = "SystemError: returned a result with an exception set"
-# From 3.12 on the interpreter does not always look, and what was pending comes through.
+# From 3.12 on the interpreter does not check every call, and the pending error is raised.
 HALF_CLONED = {"MemoryError", NO_OBJECT, NO_VIEW, HOLLOW_CLONE, DEATH}
 
-# Each attempt is a process of its own that ends as any does, or dies.
+# Each attempt is a process of its own.
 SUBJECTS = """
 import array, gc, os, resource, sys, tempfile
 import _testcapi, velmar
@@ -47,10 +47,10 @@ def real():
 def complex_():
     return velmar.double([[1, 2j], [3, 4]], is_complex=True)
 
-def long():  # lengths and strides beyond the ints that are there for good
+def long():  # lengths and strides are not among the ints that CPython preallocates
     return velmar.double(size=(300, 2))
 
-def deep():  # more dimensions than a tuple has items that is kept for the next one
+def deep():  # more dimensions than the tuples that CPython keeps for reuse have items
     return velmar.double(size=(1,) * 24 + (2,))
 """
 ATTEMPTS = """
@@ -107,7 +107,7 @@ while outcomes[-4:] != ["success"] * 4 and len(outcomes) < 2000:
 report(outcomes)
 """
 
-# label, what makes the subject, the operation, every outcome beside success
+# label, function that makes `a`, operation, all outcomes other than success
 ROWS = [
     ("construct", "real", "type(a)([[1, 2], [3, 4]])", {"MemoryError", NO_OBJECT, DEATH}),
     ("vector", "real", "type(a)(vector=[1, 2], size=(2, 1))", {"MemoryError", NO_OBJECT, DEATH}),
@@ -206,12 +206,12 @@ def test_no_memory_for_one_object_of_a_client(subject, operation, failures):
         f"operation = lambda a: {operation}\n{ATTEMPTS}"
     ).reported
     assert outcomes[-4:] == ["success"] * 4
-    # What ctypes cannot make for the call is no matter of the module.
+    # An ArgumentError means that ctypes itself had no memory.
     own = {text for text in outcomes if not text.startswith("ArgumentError: ")}
     assert own == failures | {"MemoryError", "success"}
 
 
-# The entry point once more, for every 17th object, in a process where all is in place.
+# Calls the entry point again in a process that has imported the module; every 17th object fails.
 ENTRY_POINT = """
 import ctypes, importlib.util, velmarmultidimarrayforpython as module
 
@@ -224,7 +224,7 @@ def call():
 """
 
 
-# And for each object near the beginning and near the end: those of the module and of the capsule.
+# And each object near the beginning and the end: those of the module and of the capsule.
 NEARBY = """
 last = max(index for index, text in enumerate(outcomes) if text != "success") * step
 nearby = [outcome(which) for which in [*range(8), *range(last - 4, last + step + 1)]]
@@ -244,7 +244,7 @@ def test_no_memory_for_one_object_of_the_module():
     assert set(nearby) == ENTRY_FAILURES | {"success"}
 
 
-# What the entry point says when there is no memory for one of its first objects.
+# What the entry point prints without memory for one of its first objects.
 WORDS = """
 def words(which):
     with tempfile.TemporaryFile() as said:
@@ -262,7 +262,7 @@ def words(which):
         said.seek(0)
         return said.read().decode()
 
-call()  # what is made once in a process is there
+call()  # makes what is made once in a process
 report([words(which) for which in range(40)])
 """
 

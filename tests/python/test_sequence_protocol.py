@@ -1,4 +1,4 @@
-"""What the interpreter makes of an array as a sequence: loops, containment, unpacking, refusals."""
+"""Arrays as sequences of the interpreter: loops, containment, unpacking, refusals."""
 
 import collections.abc
 import ctypes
@@ -59,7 +59,7 @@ class TestLoops:
         assert got == [float(i) for i in range(24)]
 
     def test_backwards(self):
-        # Through the subscripts, so that the views keep the storage.
+        # reversed() subscripts the array, so its views keep the storage.
         assert list(reversed(line(4))) == [3.0, 2.0, 1.0, 0.0]
         assert [contents(view) for view in reversed(velmar.int8([[1], [2]]))] == [[2], [1]]
 
@@ -158,7 +158,7 @@ class TestTruth:
 
 
 class TestInterfaceOfTheInterpreter:
-    """The sequence slots by themselves, as extensions use them."""
+    """The sequence slots, as extensions call them."""
 
     def test_is_a_sequence_and_a_mapping(self):
         array = velmar.double([1])
@@ -174,7 +174,7 @@ class TestInterfaceOfTheInterpreter:
             assert type(get_item(array, i)) is row.cls
 
     def test_negative_index_has_the_length_added_twice_if_need_be(self):
-        # The interpreter adds the length once, and a sum still negative is then a negative index.
+        # The interpreter adds the length to a negative index; the module adds it again if needed.
         view = line(5)
         assert get_item(view, -1) == 4.0
         assert get_item(view, -5) == 0.0
@@ -204,7 +204,7 @@ class TestRefusals:
 
     @pytest.mark.parametrize("function", [int, float])
     def test_is_text_to_int_and_float(self, function):
-        # As every buffer is: they read its bytes as digits.
+        # int() and float() read the bytes of every buffer as digits.
         with pytest.raises(ValueError):
             function(velmar.int8([[1]]))
         assert function(velmar.uint8(b"12")) == 12

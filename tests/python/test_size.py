@@ -1,4 +1,4 @@
-"""`size`: how it is read and normalised, and when data agrees with it."""
+"""`size`: how it is read and normalised, and the data that fits it."""
 
 from __future__ import annotations
 
@@ -210,7 +210,7 @@ class TestFlatDataInSize:
 
 
 class TestNestedDataInSize:
-    """Nested data must have exactly the dimensions that `size` leaves after normalisation."""
+    """Nested data must have exactly the dimensions of the normalised `size`."""
 
     ROWS = {
         "2 by 2": ([[1, 2], [3, 4]], (2, 2), [[1, 2], [3, 4]]),
@@ -274,7 +274,7 @@ class TestNestedDataInSize:
 
 
 class TestOrderOfChecks:
-    """The data is read whole before it is compared with `size`; a vector is compared first."""
+    """An initializer is read before it is compared with `size`, a vector afterwards."""
 
     @each(CLASS_ROWS)
     def test_elements_before_count(self, row):

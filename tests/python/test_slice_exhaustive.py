@@ -12,12 +12,12 @@ STEPS = (None, 1, 2, 3, -1, -2, -3)
 
 
 def all_slices(length, reach=1):
-    """With the steps that are written differently and mean the same left in."""
+    """Slices with the same meaning but different steps are all included."""
     return slices(length, reach, STEPS)
 
 
 def few_slices(length):
-    """A selection small enough for triples: both ends, the middle, outside, both directions."""
+    """A small selection: bounds at both ends, inside and outside, and both directions."""
     ends = sorted({-length - 1, -1, 1, length}) + [None]
     return [slice(*parts) for parts in itertools.product(ends, ends, (None, 2, -1, -2))]
 
@@ -32,7 +32,7 @@ def check(view, item, chain):
 
 
 class TestModel:
-    """The model itself: its stored forms by rows, its positions against ranges."""
+    """The model: its stored forms against a table, its positions against ranges."""
 
     @pytest.mark.parametrize(
         "length, subscript, expected",
@@ -127,7 +127,7 @@ class TestOneDimension:
 
 
 class TestSeveralDimensions:
-    """The same in each dimension of an array of three."""
+    """Slices in each dimension of an array of three dimensions."""
 
     SHAPE = (3, 2, 4)
 

@@ -1,4 +1,4 @@
-"""Any chain of subscripts, with numbers of any size, against the model and against ranges."""
+"""Random chains of subscripts of any size, against the model and against ranges."""
 
 import pytest
 import velmar

@@ -1,4 +1,4 @@
-"""Reads through three slices in a row, of any dimension, against the model and nested lists."""
+"""Reads through three slices in a row, in any dimension, against the model and lists."""
 
 import itertools
 
@@ -10,7 +10,7 @@ from helpers.slice_model import ViewModel, text_of
 
 
 def triples(length):
-    """Three slices in a row; the first two are each every second one of the selection."""
+    """Three slices in a row; each of the first two comes from one half of the selection."""
     some = slices_for_triples(length)
     yield from itertools.product(some[::2], some[1::2], some_of(some, 5))
 

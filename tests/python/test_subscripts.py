@@ -1,4 +1,4 @@
-"""Single subscripts: which objects are taken, and which are refused with what words."""
+"""Single subscripts: the accepted objects, and the refused ones with their messages."""
 
 import ctypes
 import enum
@@ -127,12 +127,12 @@ SHAPES = [
 
 
 class TestIntegerBeyond64Bits:
-    """It is taken as -1, and the interpreter's OverflowError stays pending beside the result."""
+    """It is read as -1, and the OverflowError stays set beside the result."""
 
     @pytest.mark.parametrize("index", [2**63, -(2**63) - 1, 2**70, -(2**70), LyingInt(2**70)])
     @rows("make", SHAPES)
     def test_call_gives_system_error(self, make, index):
-        # A partial checks every call that it makes; a plain subscript does not check at once.
+        # functools.partial checks each call for a pending error; a plain subscript does not.
         with pytest.raises(SystemError, match="returned a result with an exception set") as caught:
             functools.partial(operator.getitem, make(), index)()
         assert type(caught.value.__cause__) is OverflowError

@@ -1,4 +1,4 @@
-"""The texts of str() and repr(): every form, every class, views, and what reads back."""
+"""str() and repr(): every form and class, views, and texts that make an equal array."""
 
 import math
 
@@ -377,7 +377,7 @@ class TestManyDimensions:
 
     @TEXTS
     def test_slices_beyond_the_recursion_limit(self, text):
-        # The loop over a final slice has words of its own for whatever went wrong deeper.
+        # The loop over a final slice replaces any deeper error by its own.
         array = velmar.double(size=(1,) * FAR_TOO_MANY + (2,))
         for view in (array[:], array[0][::-1]):
             with raises(RuntimeError, "unable to set list item."):

@@ -1,4 +1,4 @@
-"""toarray: an array.array of the numbers of one dimension, and what it says when there is none."""
+"""toarray(): an array.array of the numbers of one dimension, and its refusals."""
 
 from __future__ import annotations
 
@@ -22,12 +22,12 @@ NOT_ONE_DIMENSION = "toarray() can be called only on a one-dimensional sequence.
 
 
 def typecode_of(row):
-    """The letter of the class; those of logical arrays count as bytes."""
+    """The type code of the class; logical elements are bytes."""
     return "B" if row.kind == "logical" else LETTERS[row.word]
 
 
 def printed_for(source):
-    """What the interpreter prints of the failure to make an array.array of the source."""
+    """The line that is printed when no array.array can be made of the source."""
     typecode = "B" if type(source) is velmar.logical else LETTERS[type(source).__name__]
     with pytest.raises((TypeError, OverflowError)) as caught:
         array.array(typecode, iter(source))
@@ -230,7 +230,7 @@ class TestFailures:
 
 
 class TestPrinting:
-    """The failure is printed the way any is, so a program may take part."""
+    """The failure is printed through sys.excepthook, which a program may replace."""
 
     def test_goes_through_the_hook(self, monkeypatch, capfd):
         seen = []

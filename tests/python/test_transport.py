@@ -1,4 +1,4 @@
-"""Packed arrays: header and frames, and what comes back of them."""
+"""Packed arrays: header, frames and the unpacked array."""
 
 import json
 import math
@@ -118,7 +118,7 @@ class TestPack:
         array = velmar.uint8(numbers)
         view = subscripted(array, chain)
         transport.pack(view)
-        array[0][1] = 9  # the memory of a view stays as it was at its first export
+        array[0][1] = 9  # the memory of a view is a copy made at its first export
         assert memoryview(view).tolist()[0][-1] == 9
 
     def test_frame_keeps_its_array(self):
@@ -195,14 +195,14 @@ class TestThereAndBack:
         assert contents(back) == [[0.0, 1.0, 2.0]][: size[0]]
 
     def test_floats_to_the_bit(self):
-        generator = bytes(range(256)) * 8  # not-a-numbers of all kinds among them
+        generator = bytes(range(256)) * 8  # with not-a-numbers of all kinds
         for cls, letter in ((velmar.double, "d"), (velmar.single, "f")):
             array = cls(memoryview(generator).cast(letter))
             assert memoryview(there_and_back(array)).tobytes("A") == generator
 
     @each(INTEGER_ROWS)
     def test_complex_integers_to_the_bit(self, row):
-        # No Python number holds all bits of these; a pickle loses them or cannot be read back.
+        # A Python complex cannot hold these; a pickle loses bits or cannot be loaded.
         header, _ = transport.pack(row.cls([0, 0], is_complex=True))
         frame = bytes(range(250, 256)) * (4 * row.cls(0).itemsize // 6 + 1)
         frame = frame[: 4 * row.cls(0).itemsize]
@@ -342,7 +342,7 @@ class TestFrames:
     def test_is_let_go(self, header):
         frame = bytearray(FRAMES[0])
         transport.unpack(header, [frame])
-        frame.append(0)  # refused while anyone holds the memory
+        frame.append(0)  # raises while the memory is exported
         with pytest.raises(ValueError):
             transport.unpack(header, [frame])
         frame.append(0)

@@ -1,4 +1,4 @@
-"""Who is told to send arrays packed: multiprocessing, and where they are installed Dask and Ray."""
+"""Registered transport: multiprocessing, and Dask and Ray where they are installed."""
 
 import copy
 import copyreg
@@ -20,7 +20,7 @@ from helpers.failures import STORAGE_GONE, raises
 from helpers.view_states import WITHOUT_STORAGE
 from velmar import transport
 
-SECONDS = 120  # until a result that does not come is a failure
+SECONDS = 120  # the longest wait for a result
 
 
 def needs(package):
@@ -246,7 +246,7 @@ class TestDaskTables:
 
 @needs("distributed")
 class TestDaskCluster:
-    # Shapes that a pickle loses say which way the arrays have come.
+    # A pickle loses such shapes, so the result shows that the array was sent packed.
     def test_argument_and_result(self, client):
         scattered = client.scatter(velmar.double(size=(0, 3)))
         assert client.submit(workers.same, scattered).result(SECONDS).size == (0, 3)

@@ -1,4 +1,4 @@
-"""`vector`: an unnested sequence, taken to lie in storage order."""
+"""`vector`: an unnested sequence of elements in storage order."""
 
 from __future__ import annotations
 

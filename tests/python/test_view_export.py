@@ -1,4 +1,4 @@
-"""The memory that a view hands out: a copy of what it denotes, made once."""
+"""The exported memory of a view: a copy of its elements, made once."""
 
 from __future__ import annotations
 
@@ -22,7 +22,7 @@ NESTED = [[1, 0, 1], [0, 1, 0]]
 CUBE = grid(3, 4, 5)
 
 
-CHAINS = [  # on 3 by 4 by 5, with the shape of what goes out
+CHAINS = [  # on 3 by 4 by 5, with the exported shape
     ("plane", [2], [4, 5]),
     ("row", [2, 3], [1, 5]),
     ("planes", [every(1, 3)], [2, 4, 5]),
@@ -34,7 +34,7 @@ CHAINS = [  # on 3 by 4 by 5, with the shape of what goes out
     ("slice_of_slice", [every(step=-1), every(1, None)], [2, 4, 5]),
     ("all", [every()], [3, 4, 5]),
     ("no_planes", [every(2, 2)], [0, 4, 5]),
-    ("no_rows_of_plane", [1, every(4, 9)], [0, 4, 5]),  # the storage's, the first one emptied
+    ("no_rows_of_plane", [1, every(4, 9)], [0, 4, 5]),  # the storage's shape with 0 first
     ("nothing_of_row", [1, 2, every(3, 1)], [0, 4, 5]),
 ]
 

@@ -1,4 +1,4 @@
-"""Views: what subscripts of subscripts denote, that they share storage and keep it alive."""
+"""Views: chains of subscripts, and that views share the storage and keep it alive."""
 
 import gc
 import operator
@@ -44,7 +44,7 @@ LINE_CHAINS = [  # on 0 ... 9 in one dimension
     ("number_of_single", [every(0, 1), 0], 0),
 ]
 
-CUBE_CHAINS = [  # on 4 by 5 by 6; the expected is what the same chain gives on nested lists
+CUBE_CHAINS = [  # on 4 by 5 by 6; expected is the same chain on nested lists
     ("plane", [2], CUBE[2]),
     ("row", [2, 3], CUBE[2][3]),
     ("number", [2, 3, 4], CUBE[2][3][4]),
@@ -128,7 +128,7 @@ HUGE = 2**62
 
 
 class TestHugeDimensions:
-    """Dimensions without elements may be of any length; no position of theirs is ever listed."""
+    """Dimensions without elements may have any length; their positions are never listed."""
 
     def test_slices_of_slices(self):
         array = velmar.double(size=(HUGE, 0))
@@ -185,7 +185,7 @@ class TestClassOfAView:
 
 
 class TestParent:
-    """Subscripting leaves the subscripted view as it was."""
+    """A subscript does not change the view that it is taken of."""
 
     @rows(
         "make",
@@ -283,7 +283,7 @@ class TestReferences:
     @each(CLASS_ROWS)
     @pytest.mark.parametrize("subscript", [0, slice(None, None, -1)], ids=["integer", "slice"])
     def test_views_leave_a_reference_on_their_class(self, row, subscript):
-        # Deliberate: a destroyed array does not give back the reference that it had on its class.
+        # Deliberate: a destroyed array does not release its reference to its class.
         cls = row.cls
         array = cls([[1, 0], [0, 1]])
         before = sys.getrefcount(cls)

@@ -1,4 +1,4 @@
-"""What type checkers infer; run by check_at_run_time.py, which looks whether the values agree."""
+"""The types that checkers must infer; check_at_run_time.py compares them with the values."""
 
 import array
 import copy
@@ -50,7 +50,7 @@ assert_type(velmar.double(vector=[1j], is_complex=True), "velmar.double[velmar.d
 assert_type(velmar.double(size=(2, 2), is_complex=True), "velmar.double[velmar.double[complex]]")
 assert_type(velmar.double(c, is_complex=True), "velmar.double[velmar.double[complex]]")
 
-# More dimensions than two, or nobody knows how many: what a subscript gives is open.
+# More than two dimensions, or an unknown number: the type of a subscript is open.
 cube = velmar.double([[[1, 2], [3, 4]], [[5, 6], [7, 8]]])
 assert_type(cube, "velmar.double[Any]")
 assert_type(cube[0], Any)

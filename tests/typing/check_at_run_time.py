@@ -1,4 +1,4 @@
-"""Looks at run time whether accepted.py and refused.py say of the module what is so."""
+"""Checks at run time that accepted.py and refused.py are true of the module."""
 
 import array
 import ast
@@ -16,7 +16,7 @@ NUMBERS = {"float": float, "int": int, "bool": bool, "complex": complex}
 
 
 def fits(value, stated):
-    """Whether a value is what an annotation, as a syntax tree, says. Any says nothing."""
+    """Whether a value fits an annotation, given as a syntax tree. Any fits every value."""
     if isinstance(stated, ast.BinOp):
         return fits(value, stated.left) or fits(value, stated.right)
     if isinstance(stated, ast.Constant):
@@ -35,7 +35,7 @@ def fits(value, stated):
 
 
 def run_accepted():
-    """Runs accepted.py; the number of values that are of the type that checkers infer."""
+    """Run accepted.py; returns the number of values that have the inferred type."""
     checked = []
 
     def assert_type(value, stated):
@@ -54,14 +54,14 @@ def run_accepted():
 
 
 def run_refused():
-    """Runs refused.py line by line; the number of those that are refused and do raise."""
+    """Run refused.py line by line; returns the number of refused lines that raise."""
     text = (FOLDER / "refused.py").read_text()
     lines, names, raised = text.splitlines(), {}, 0
     for statement in ast.parse(text).body:
         refused = "# type: ignore" in lines[statement.lineno - 1]
         code = compile(ast.Module([statement], []), "refused.py", "exec")
         try:
-            with contextlib.redirect_stderr(io.StringIO()):  # where toarray() says why
+            with contextlib.redirect_stderr(io.StringIO()):  # toarray() prints the reason
                 exec(code, names)
         except Exception:
             if not refused:

@@ -1,4 +1,4 @@
-"""Gives the examples of docs/types.md to both type checkers: refused is what the page says is."""
+"""Runs both type checkers on the examples of docs/types.md: they must refuse what it says."""
 
 import json
 import re
@@ -12,13 +12,13 @@ REVEALED = re.compile(r"reveal_type\(.*\)\s+# (.+)$")
 
 
 def examples():
-    """The blocks of the page that are no dialogues."""
+    """The blocks of the page that are not interactive sessions."""
     blocks = re.findall(r"^```python\n(.*?)^```$", PAGE.read_text(), re.MULTILINE | re.DOTALL)
     return [block for block in blocks if ">>>" not in block]
 
 
 def expected(text):
-    """The lines that the page says are refused, and the types that it says are revealed."""
+    """The lines that must be refused and the types that must be revealed, as the page says."""
     lines = text.splitlines()
     refused = {number for number, line in enumerate(lines, 1) if "# refused: " in line}
     found = ((number, REVEALED.match(line)) for number, line in enumerate(lines, 1))
@@ -47,7 +47,7 @@ def of_pyright(file):
         if found["severity"] == "error":
             refused.add(number)
         elif match := re.match(r'Type of ".*" is "(.*)"', found["message"]):
-            # Here names come without their module.
+            # This checker prints names without their module.
             revealed[number] = re.sub(r"\b(double|int8)\b", r"velmar.\1", match[1])
     return refused, revealed
 

@@ -1,6 +1,6 @@
-"""What type checkers refuse. Every line with an ignored error raises when it is run.
+"""Lines that type checkers must refuse. Each line with an ignored error raises when it runs.
 
-An ignored error that does not come is an error itself, for both checkers.
+Both checkers report an ignore comment without an error.
 """
 
 # ruff: noqa: B015, B018
@@ -11,7 +11,7 @@ i = velmar.int8([[1, 2], [3, 4]])
 c = velmar.double([[1j, 2]], is_complex=True)
 b = velmar.logical([[0, 1]])
 
-# Elements that a class does not take.
+# Elements that a class refuses.
 velmar.double("1")  # type: ignore[arg-type]  # pyright: ignore[reportArgumentType, reportCallIssue]
 velmar.double(["1"])  # type: ignore[list-item]  # pyright: ignore[reportArgumentType, reportCallIssue]
 velmar.double([None])  # type: ignore[list-item]  # pyright: ignore[reportArgumentType, reportCallIssue]

@@ -6,7 +6,7 @@ import pytest
 
 
 def pytest_addoption(parser):
-    parser.addoption("--wheel", type=Path, required=True, help="the wheel to look at")
+    parser.addoption("--wheel", type=Path, required=True, help="the wheel to test")
 
 
 @pytest.fixture(scope="session")
@@ -16,7 +16,7 @@ def wheel(request):
 
 @pytest.fixture(scope="session")
 def unpacked(wheel, tmp_path_factory):
-    """The folder with the wheel's files, as an installation would lay them out."""
+    """The folder with the files of the wheel, as after an installation."""
     import zipfile
 
     folder = tmp_path_factory.mktemp("wheel")

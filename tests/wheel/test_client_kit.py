@@ -1,4 +1,4 @@
-"""What the wheel has for native clients: the folders, the headers, the module of the guide."""
+"""The parts of the wheel for native clients: folders, headers, and the module of the guide."""
 
 import os
 import re
@@ -11,13 +11,13 @@ import pytest
 
 ROOT = Path(__file__).resolve().parents[2]
 GUIDE = ROOT / "docs/native_clients.md"
-# As strict as the compilers of clients may be; nothing of the build of this project.
+# Strict warnings that clients may use; the settings of this project's build are not used.
 STRICT = ["-std=c++20", "-Wall", "-Wextra", "-Wpedantic", "-Wconversion", "-Wshadow", "-Werror"]
 OF_PYTHON = ["-DPy_LIMITED_API=0x030B0000", "-isystem", sysconfig.get_path("include")]
 
 
 def run_python(unpacked, *arguments, folder=None):
-    """Runs the interpreter with the wheel's files on its path, and those of `folder`."""
+    """Run the interpreter with the files of the wheel and of `folder` on its path."""
     path = os.pathsep.join(str(entry) for entry in (unpacked, folder) if entry is not None)
     return subprocess.run(
         [sys.executable, "-P", *arguments],
@@ -74,7 +74,7 @@ IMPORTS = "import velmar; from doubled import doubled"
 
 @pytest.fixture(scope="module")
 def folder(unpacked, tmp_path_factory):
-    """The folder with the module that the guide prints in full, compiled as it is."""
+    """The folder with the module that the guide prints in full, compiled without changes."""
     folder = tmp_path_factory.mktemp("guide")
     (module,) = re.findall(r"^```cpp\n(.*?PyMODINIT_FUNC.*?)^```$", GUIDE.read_text(), re.M | re.S)
     source = folder / "doubled.cpp"

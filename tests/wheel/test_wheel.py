@@ -1,4 +1,4 @@
-"""The wheel as a whole: its files, what they export, import and link, the interface it claims."""
+"""The wheel: its files, their exports, imports and libraries, and the stable ABI."""
 
 import json
 import re
@@ -14,7 +14,7 @@ FACTORY_LIBRARY = "libzrfoundation_velmardata_standalone.so"
 LIBRARIES = [MODULE, DATA_LIBRARY, FACTORY_LIBRARY]
 ROOT = Path(__file__).resolve().parents[2]
 OF_THE_SYSTEM = {"libstdc++.so.6", "libm.so.6", "libgcc_s.so.1", "libc.so.6"}
-# What native clients build against.
+# The headers for native clients.
 HEADERS = {
     f"velmardata/{header.name}": header
     for header in (ROOT / "velmardata/include/velmardata").glob("*.hpp")
@@ -36,13 +36,13 @@ def lines_of(*command):
 
 
 def dynamic_entries(file, tag):
-    """The bracketed values of one tag of a library's dynamic section."""
+    """The values in brackets of one tag of the dynamic section of a library."""
     pattern = re.compile(rf"\({tag}\).*\[(.*)\]")
     return [found[1] for found in map(pattern.search, lines_of("readelf", "-d", file)) if found]
 
 
 def needed_by(file):
-    """The libraries that a library needs, without those that every system has."""
+    """The libraries that a library needs, except those of every system."""
     names = set(dynamic_entries(file, "NEEDED")) - OF_THE_SYSTEM
     return {name for name in names if not name.startswith("ld-linux")}
 
@@ -111,7 +111,7 @@ class TestNames:
         assert not [name for name in names if name.lstrip("_").startswith("Py")]
 
     def test_no_reference_count_macro(self, unpacked):
-        # What the macros that drop a reference leave behind.
+        # The inlined macros that drop a reference import this name.
         imported = symbols(unpacked / MODULE, "--undefined-only")
         assert "Py_DecRef" in imported
         assert "_Py_Dealloc" not in imported

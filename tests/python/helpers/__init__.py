@@ -1,1 +1,1 @@
-"""What the tests share: models, sample arrays, hostile objects, requests to the buffer protocol."""
+"""Helpers of the tests: models, sample arrays, hostile objects, expected errors."""

@@ -1,4 +1,4 @@
-"""What every test file shares: the table of classes, reading an array back, exact errors."""
+"""The table of classes, sample arrays, and reading the contents of an array."""
 
 from __future__ import annotations
 
@@ -11,7 +11,7 @@ import velmar
 
 @dataclass(frozen=True)
 class ElementClass:
-    """One array class and the facts about its elements that tests reason with."""
+    """One array class and the facts about its elements that tests use."""
 
     word: str
     kind: str  # "float", "signed", "unsigned" or "logical"
@@ -48,7 +48,7 @@ FORMS = [(row, False) for row in CLASS_ROWS] + [(row, True) for row in COMPLEX_R
 
 
 def every(start: Any = None, stop: Any = None, step: Any = None) -> slice:
-    """A slice, written with the bounds that matter."""
+    """A slice; bounds that do not matter may be left out."""
     return slice(start, stop, step)
 
 
@@ -82,19 +82,19 @@ def six() -> velmar.double:
 
 
 def contents(array: Any) -> Any:
-    """The nested list that an array or view denotes, read through len() and subscripts alone."""
+    """The nested list of an array or view, read with len() and subscripts only."""
     if not isinstance(array, tuple(row.cls for row in CLASS_ROWS)):
         return array
     return [contents(array[i]) for i in range(len(array))]
 
 
 def as_rows(nested: list) -> list:
-    """The nested list that a copy of such a view shows: a single level becomes one row."""
+    """The contents of a copy of a view with these contents: one level becomes one row."""
     return nested if nested and isinstance(nested[0], list) else [nested]
 
 
 def exact(value: Any) -> Any:
-    """A nested value with each type spelt out, so that 1, 1.0, True, -0.0 and nan all compare."""
+    """A nested value with the type of each number, so that 1, 1.0, True, -0.0 and nan differ."""
     if isinstance(value, list):
         return [exact(item) for item in value]
     return type(value), repr(value)

@@ -1,4 +1,4 @@
-"""Requests to the buffer protocol with any flags, through ctypes, and what memory ought to hold."""
+"""Requests to the buffer protocol with any flags, through ctypes, and the expected memory."""
 
 from __future__ import annotations
 
@@ -40,7 +40,7 @@ LETTERS = {
 
 
 class PyBuffer(ctypes.Structure):
-    """Py_buffer. The object is a plain address: whoever asked accounts for its reference."""
+    """Py_buffer. `obj` is a plain address, so its reference must be released by hand."""
 
     _fields_ = [
         ("buf", ctypes.c_void_p),
@@ -69,7 +69,7 @@ _get_slot = ctypes.PYFUNCTYPE(ctypes.c_void_p, ctypes.py_object, ctypes.c_int)(
 )
 _SLOT_OF_GETBUFFER = 1
 
-# The slot itself, which takes null pointers, and flags that the interpreter does not let through.
+# The slot itself accepts null pointers, and flags that the interpreter would refuse.
 _Slot = ctypes.PYFUNCTYPE(ctypes.c_int, ctypes.c_void_p, _pointer, ctypes.c_int)
 
 
@@ -78,7 +78,7 @@ def slot_of(cls: type) -> Any:
 
 
 def blank() -> PyBuffer:
-    """A record in which every byte is 0x5A, so that what is left alone can be told."""
+    """A record in which every byte is 0x5A, so that untouched fields can be recognised."""
     buffer = PyBuffer()
     ctypes.memset(ctypes.byref(buffer), 0x5A, ctypes.sizeof(buffer))
     return buffer
@@ -86,7 +86,7 @@ def blank() -> PyBuffer:
 
 @contextlib.contextmanager
 def exported(source: Any, flags: int = SIMPLE) -> Iterator[PyBuffer]:
-    """What PyObject_GetBuffer fills for these flags; released behind the block."""
+    """The record that PyObject_GetBuffer fills for these flags; released after the block."""
     buffer = blank()
     assert _get_buffer(source, buffer, flags) == 0
     try:
@@ -97,9 +97,9 @@ def exported(source: Any, flags: int = SIMPLE) -> Iterator[PyBuffer]:
 
 
 class Answer(NamedTuple):
-    """The result of a request, its error or None, and the record as the request left it.
+    """The result of a request, its error or None, and the record after the request.
 
-    The error comes without its traceback, whose frames would hold the source.
+    The error has no traceback, because the frames would keep the source alive.
     """
 
     result: int | None
@@ -112,7 +112,7 @@ class Answer(NamedTuple):
 
 
 def ask_slot(source: Any, flags: int) -> Answer:
-    """Ask the class's own slot. A buffer that it gives has to be released with `give_back`."""
+    """Ask the slot of the class. Release the buffer with `give_back`."""
     buffer = blank()
     try:
         result = slot_of(type(source))(id(source), buffer, flags)
@@ -122,7 +122,7 @@ def ask_slot(source: Any, flags: int) -> Answer:
 
 
 def ask(source: Any, flags: int) -> Answer:
-    """Ask through the interpreter."""
+    """Ask through the interpreter. Release the buffer with `give_back`."""
     buffer = blank()
     try:
         result = _get_buffer(source, buffer, flags)
@@ -170,7 +170,7 @@ def column_major(nested: list, shape: list[int]) -> list:
 
 
 def packed(elements: list, row: ElementClass, is_complex: bool = False) -> bytes:
-    """The bytes of numbers, one behind the other."""
+    """The bytes of the numbers, one after the other."""
     parts = elements
     if is_complex:
         parts = [part for number in elements for part in (number.real, number.imag)]
@@ -180,7 +180,7 @@ def packed(elements: list, row: ElementClass, is_complex: bool = False) -> bytes
 
 
 def assert_fields(buffer, source, flags, *, shape, itemsize, letters, memory):
-    """Every field of a buffer that was handed out."""
+    """Check every field of an exported buffer."""
     assert buffer.obj == id(source)
     assert buffer.len == len(memory)
     assert buffer.itemsize == itemsize

@@ -1,4 +1,4 @@
-"""Which cases a test runs on: every class, rows of a table, slices, and fewer in a brief run."""
+"""Parametrizes tests: classes, tables of rows, slices; a brief run has fewer cases."""
 
 from __future__ import annotations
 
@@ -14,19 +14,19 @@ from helpers.arrays import FORMS, ElementClass
 IS_BRIEF = os.environ.get("HYPOTHESIS_PROFILE") == "brief"
 
 
-# Lengths of a dimension that is short enough to try every slice.
+# Lengths of dimensions that are short enough to try every slice.
 short_lengths = pytest.mark.parametrize("length", [0, 1, 2, 3] if IS_BRIEF else [0, 1, 2, 3, 4])
 
 
 @functools.cache
 def slices(length: int, reach: int = 1, steps: tuple = (None, 2, 3, -1, -2, -3)) -> list[slice]:
-    """Every slice with bounds from `reach` below the dimension to `reach` above it, or none."""
+    """All slices with bounds from `reach` below the dimension to `reach` above it, and None."""
     ends = [None, *range(-length - reach, length + reach + 1)]
     return [slice(*parts) for parts in itertools.product(ends, ends, steps)]
 
 
 def slices_for_triples(length: int) -> list[slice]:
-    """Few enough for three in a row: bounds at both ends and beyond, both directions, a step."""
+    """Few enough slices to try three in a row."""
     ends = (None, 1, -1, length + 1)
     return [slice(*parts) for parts in itertools.product(ends, ends, (None, -1, 2))]
 
@@ -42,13 +42,13 @@ def each(rows: list[ElementClass]):
 
 
 def each_form(test):
-    """Parametrize a test by `row, is_complex`: all classes, and all that can be complex so."""
+    """Parametrize a test by `row, is_complex`: all classes, and the complex form of most."""
     ids = [f"complex-{row.word}" if is_complex else row.word for row, is_complex in FORMS]
     return pytest.mark.parametrize("row, is_complex", FORMS, ids=ids)(test)
 
 
 def rows(names: str, table: list[tuple]) -> Any:
-    """Parametrize a test by the entries behind the first, which becomes the row's id."""
+    """Parametrize a test by rows; the first entry of each is its id."""
     single = "," not in names
     values = [row[1] if single else row[1:] for row in table]
     return pytest.mark.parametrize(names, values, ids=[row[0] for row in table])

@@ -1,4 +1,4 @@
-"""Scripts that run in an interpreter of their own, for what could end the interpreter."""
+"""Runs scripts in a child interpreter, for code that could end the interpreter."""
 
 from __future__ import annotations
 
@@ -10,7 +10,7 @@ from typing import Any, NamedTuple
 
 
 class Outcome(NamedTuple):
-    """What the script handed to report(), and the lines it left on standard error."""
+    """The value passed to report(), and the lines printed on standard error."""
 
     reported: Any
     error_lines: list[str]
@@ -25,7 +25,7 @@ def report(value):
 
 
 def run_script(script: str) -> Outcome:
-    """Run the script; it must reach its own end and call report() just once."""
+    """Run the script. It must end without an error and call report() exactly once."""
     done = subprocess.run(
         [sys.executable, "-c", PROLOGUE + textwrap.dedent(script)],
         capture_output=True,

@@ -1,4 +1,4 @@
-"""What one Python value becomes as an element of a class, or why it is refused: a plain model."""
+"""A model of the conversion of one Python value to an element of a class."""
 
 from __future__ import annotations
 
@@ -11,12 +11,12 @@ from helpers.failures import IS_NONE, WRONG_TYPE, Failure
 
 TOO_LARGE = "Python int too large to convert to C long long"
 INFINITY = float("inf")
-# What truncation makes of a nan, for the types where it is not 0.
+# The result of truncating a nan, for the types where it is not 0.
 NAN_PARTS = {"int32": -(2**31), "int64": -(2**63), "uint64": 2**63}
 
 
 def convert(row: ElementClass, is_complex: bool, value: Any) -> Any:
-    """The element as a subscript gives it back, or a Failure. `value` must be no sequence."""
+    """The element that a subscript returns, or a Failure. `value` must not be a sequence."""
     if row.kind == "logical":
         return _logical(row, value)
     if row.kind == "float":
@@ -61,7 +61,7 @@ def _unstorable(row: ElementClass, shown: str) -> Failure:
 
 
 def _integer(row: ElementClass, value: Any) -> int | Failure:
-    """A Python int within the range of the class, by way of a 64-bit integer."""
+    """A Python int in the range of the class, converted through a 64-bit integer."""
     number = _plain(value, int)
     if row.kind == "unsigned":
         if number >= 2**64 or number < -(2**63):
@@ -74,17 +74,17 @@ def _integer(row: ElementClass, value: Any) -> int | Failure:
 
 
 def _truncated(row: ElementClass, number: float) -> int | Failure:
-    """A double cut down to an integer class; only what the class cannot hold even then fails."""
+    """A double truncated to an integer class; a result outside its range fails."""
     if math.isnan(number):
         return NAN_PARTS.get(row.word, 0)
-    # One below the lowest integer is the first double refused, rounded to a double itself.
+    # The refused doubles begin one beyond the limits, rounded to a double.
     if number <= float(row.low - 1) or number >= float(row.high + 1):
         return _unstorable(row, f"{number:g}")
     return int(number)
 
 
 def to_single(number: float) -> float:
-    """A double as a single; everything beyond the largest single is positive infinity."""
+    """A double as a single; everything outside the range becomes positive infinity."""
     if math.isnan(number):
         return number
     if not -SINGLE_MAX <= number <= SINGLE_MAX:

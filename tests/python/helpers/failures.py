@@ -1,4 +1,4 @@
-"""Errors that tests expect: exact checks, and the class and message of those that several share."""
+"""Expected errors: exact checks, and the errors that several files expect."""
 
 from __future__ import annotations
 

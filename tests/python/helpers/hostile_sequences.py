@@ -1,14 +1,14 @@
-"""Sequences and numbers of Python code that misbehave while they are read."""
+"""Sequences and numbers written in Python that misbehave while they are read."""
 
 from __future__ import annotations
 
 
 class Scripted:
-    """A sequence that plays a script and keeps a log of what it was asked.
+    """A sequence with prepared answers and a log of the calls.
 
-    `items` maps each index to what it gives; a list of answers there is used up one a call, the
-    last one staying. `lengths` are the answers of len() in the same way. An answer that is an
-    exception is raised, one that is a function is called.
+    `items` has the answer for each index, or an `Answers` with one answer per call. `lengths` are
+    the answers of len(), one per call. The last answer is repeated. An answer that is an exception
+    is raised, and one that is a function is called.
     """
 
     def __init__(self, items, lengths=None):
@@ -26,7 +26,7 @@ class Scripted:
 
 
 class Answers:
-    """Answers to the same question, one after the other."""
+    """Answers to repeated calls: one per call, and the last one from then on."""
 
     def __init__(self, *answers):
         self.answers = list(answers)
@@ -39,11 +39,11 @@ class Answers:
 
 
 class Boom(Exception):
-    """Raised by the sequences of these tests, and by nothing else."""
+    """Raised only by the sequences of the tests."""
 
 
 def then(action, value):
-    """An answer that does something first."""
+    """An answer: call the action, then return the value."""
 
     def answer():
         action()
@@ -53,14 +53,14 @@ def then(action, value):
 
 
 class Unsized:
-    """Items by number, but no length."""
+    """Items by number, without a length."""
 
     def __getitem__(self, index):
         return 1
 
 
 class BadLength:
-    """A length that is no valid one: the interpreter itself refuses it."""
+    """A length that the interpreter refuses."""
 
     def __init__(self, length):
         self.length = length
@@ -73,7 +73,7 @@ class BadLength:
 
 
 class SequenceInt(int):
-    """An int that has items by number, and so is walked as a sequence."""
+    """An int with items by number, which is therefore walked as a sequence."""
 
     def __len__(self):
         return 2
@@ -83,7 +83,7 @@ class SequenceInt(int):
 
 
 class SequenceFloat(float):
-    """A float that has items by number."""
+    """A float with items by number."""
 
     __len__ = SequenceInt.__len__
     __getitem__ = SequenceInt.__getitem__
@@ -100,7 +100,7 @@ class ReversedList(list):
 
 
 class ReversedTuple(tuple):
-    """The same of a tuple."""
+    """A tuple that differs in the same way."""
 
     __slots__ = ()
 
@@ -112,7 +112,7 @@ class ReversedTuple(tuple):
 
 
 class ItemDict(dict):
-    """A dict, which is no sequence whatever it defines."""
+    """A dict, which is never a sequence, whatever methods it has."""
 
     def __getitem__(self, index):
         return 1

@@ -1,4 +1,4 @@
-"""An object that exports whatever buffer it is told to, sound or not."""
+"""An object that exports any buffer it is told to, valid or not."""
 
 from __future__ import annotations
 
@@ -33,8 +33,8 @@ def _export(exporter, buffer, flags):
     return 0
 
 
-# There is no slot for the release: it may come while an exception is set, which a function of
-# Python does not bear. The reference that each buffer holds tells whether it came.
+# There is no slot for the release: it may be called while an exception is set, when a Python
+# function must not run. The reference that each buffer holds shows whether it was released.
 _GETBUFFER = 1  # the number of the slot
 _BASETYPE = 1 << 10
 _make_type = ctypes.PYFUNCTYPE(ctypes.py_object, ctypes.POINTER(_Spec))(
@@ -51,10 +51,10 @@ def _numbers(values: list[int] | None) -> Any:
 
 
 class LyingExporter(_Base):
-    """Hands out `memory` under a description that nobody checks.
+    """Exports `memory` with an unchecked description.
 
-    What is left out is what an honest exporter of one dimension says. `requests` are the flags it
-    was asked for.
+    Fields that are not given are those of a correct exporter of one dimension. `requests` has the
+    flags of all requests.
     """
 
     def __init__(self, memory: bytes | None, format: bytes | None, itemsize: int, **lies: Any):
@@ -85,7 +85,7 @@ class LyingExporter(_Base):
 
 
 def build(cls: Any, exporter: LyingExporter, **options: Any) -> Any:
-    """An array of what it exports, which must have been asked for once, and have come back."""
+    """An array of the exported memory, which must be requested once and released."""
     references = sys.getrefcount(exporter)
     try:
         return cls(exporter, **options)

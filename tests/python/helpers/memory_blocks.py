@@ -1,4 +1,4 @@
-"""How many of the interpreter's memory blocks a call leaves behind."""
+"""Counts the memory blocks of the interpreter that a call leaves behind."""
 
 from __future__ import annotations
 
@@ -14,10 +14,10 @@ counts_blocks = pytest.mark.skipif(
 
 
 def blocks_per_call(action: Any, calls: int = 200) -> float:
-    """How many of the interpreter's memory blocks one call leaves behind, on average.
+    """The memory blocks that one call leaves behind, on average.
 
-    What is kept is kept in every round; the least of three leaves out what the interpreter caches.
-    Rounds after one that keeps nothing are left out: counting walks through all of the heap.
+    A leak occurs in every round, so the least of three rounds excludes what the interpreter caches.
+    A round without blocks is the last one, because a collection walks through the whole heap.
     """
     kept = []
     for _ in range(3):

@@ -1,4 +1,4 @@
-"""Dimensions, nesting order and the verdict on ragged data: a plain model over lists."""
+"""A model of nested data: dimensions, order of elements, and refusal of ragged lists."""
 
 from __future__ import annotations
 
@@ -11,7 +11,7 @@ from helpers.failures import NOT_NUMERIC, NOT_RECTANGULAR, UNEVEN, Failure
 
 
 def mismatch(calculated: str, specified: str) -> str:
-    """The message for data of dimensions that `size` does not name."""
+    """The message for data whose dimensions differ from `size`."""
     return (
         f"dimensions of initializer ({calculated}) do not match "
         f"dimensions specified by 'size' ({specified})."
@@ -31,7 +31,7 @@ def nested(dimensions: Sequence[int], elements: Iterable[Any]) -> Any:
 
 
 def in_storage_order(dimensions: Sequence[int], elements: Sequence[Any]) -> Any:
-    """The nested list of these dimensions over `elements` that lie first index fastest."""
+    """The nested list of these dimensions, filled from `elements` first index fastest."""
 
     def level(depth: int, offset: int, stride: int) -> Any:
         if depth == len(dimensions):
@@ -43,7 +43,7 @@ def in_storage_order(dimensions: Sequence[int], elements: Sequence[Any]) -> Any:
 
 
 def storage_order(dimensions: Sequence[int], elements: Sequence[Any]) -> list[Any]:
-    """`elements`, given last index fastest, put first index fastest."""
+    """Reorder `elements` from last index fastest to first index fastest."""
     ordered = []
     for position in itertools.product(*map(range, reversed(dimensions))):  # first index fastest
         offset = 0
@@ -54,7 +54,7 @@ def storage_order(dimensions: Sequence[int], elements: Sequence[Any]) -> list[An
 
 
 def normalized(dimensions: Sequence[int]) -> list[int]:
-    """Dimensions as an array has them: at least two, and no 1 at the end beyond the second."""
+    """The dimensions that an array keeps: at least two, without trailing 1s after the second."""
     kept = list(dimensions)
     if len(kept) == 1:
         return [1, *kept]
@@ -64,11 +64,11 @@ def normalized(dimensions: Sequence[int]) -> list[int]:
 
 
 class _Refused(Exception):
-    """Carries the Failure out of the walk."""
+    """Ends the walk with a Failure."""
 
 
 def outcome(data: Any, convert: Callable[[Any], Any]) -> Any:
-    """The nested list that the array of `data` shows, or the Failure: the first one met."""
+    """The contents of an array of `data`, or the first Failure."""
     lengths: dict[int, int] = {}  # of the lists at each depth, 0 while open
     depths: set[int] = set()  # of the scalars; a second one ends the walk
     elements: list[Any] = []

@@ -1,11 +1,11 @@
-"""What arrays built from the memory of other objects hold, and which formats they refuse."""
+"""Sample values and formats for arrays built from the memory of other objects."""
 
 from __future__ import annotations
 
 from helpers.arrays import CLASS_ROWS, ElementClass
 from helpers.failures import Failure
 
-# Formats that differ in the letter and mean the same elements.
+# Different letters with the same meaning.
 SYNONYMS = {("?", "B"), ("B", "?")}
 
 # The NumPy dtype of each class's elements.
@@ -17,7 +17,7 @@ DTYPES = {row.word: row.word for row in CLASS_ROWS} | {
 
 
 def same_format(given: str, wanted: str, itemsize: int) -> bool:
-    """Whether a letter means the elements of `wanted`; a long is told by its width."""
+    """Whether a letter means the same elements as `wanted`; a long is matched by its width."""
     if given in ("l", "L"):
         narrow, wide = ("i", "q") if given == "l" else ("I", "Q")
         return wanted == (narrow if itemsize == 4 else wide)

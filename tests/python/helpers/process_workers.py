@@ -1,4 +1,4 @@
-"""What the processes of pools run; they import this module by its name."""
+"""Functions that worker processes run; the workers import this module."""
 
 from __future__ import annotations
 
@@ -10,7 +10,7 @@ import vlexceptions
 
 
 def scaled(array: Any, factor: int) -> Any:
-    """The array, written to where it is."""
+    """Multiply all elements in place."""
     for row in array:
         for i, number in enumerate(row):
             row[i] = number * factor
@@ -26,7 +26,7 @@ def texts(arrays: list) -> list:
 
 
 def row_total(row: Any) -> float:
-    """Of a row, which has come as an array of one row."""
+    """The sum of a row, which arrives as an array of one row."""
     return sum(row[0])
 
 

@@ -1,4 +1,4 @@
-"""Memory on its way into the arrays of the model and out of them: a model of buffers."""
+"""A model of buffers: memory that arrays of the model export or are built from."""
 
 from __future__ import annotations
 
@@ -18,7 +18,7 @@ NOT_CONTIGUOUS = "memoryview: underlying buffer is not contiguous"
 
 
 class Pair(NamedTuple):
-    """A complex element of an integer class; its parts are exact, unlike those of a complex."""
+    """A complex element of an integer class, with exact parts, unlike a Python complex."""
 
     real: int
     imag: int
@@ -32,7 +32,7 @@ def shown(element: Any) -> Any:
 
 
 class Outside(NamedTuple):
-    """What a buffer says of itself, and its bytes as they lie."""
+    """The description of a buffer, and its bytes in the order of the memory."""
 
     format: str
     itemsize: int
@@ -42,12 +42,12 @@ class Outside(NamedTuple):
 
 
 class Exported:
-    """Memory that went out: the elements as they are now, in the shape that they had then."""
+    """Exported memory: the current elements in the shape of the time of the export."""
 
     readonly = True
 
     def __init__(self, owner: Any, storage: Any):
-        self.owner = owner  # which lasts as long
+        self.owner = owner  # stays alive as long as the export
         self.format = format_of(owner.row, storage.is_complex)
         self.itemsize = struct.calcsize(f"={LETTERS[owner.row.word]}") * (1 + storage.is_complex)
         self.shape = tuple(storage.shape)
@@ -67,11 +67,11 @@ class Exported:
         return Outside(self.format, self.itemsize, self.shape, True, data)
 
 
-Exported.__name__ = "memoryview"  # as which it is described
+Exported.__name__ = "memoryview"  # the name under which it is described
 
 
 def outside(value: Any) -> Outside | None:
-    """The description of a buffer, None for anything else."""
+    """The description of a buffer, or None for any other value."""
     if isinstance(value, Exported):
         return value.described()
     if not isinstance(value, bytes | bytearray | array.array | memoryview):
@@ -94,7 +94,7 @@ def _check_format(given: Outside, wanted: str) -> None:
 
 
 def taken_over(row: ElementClass, is_complex: bool, given: Outside) -> tuple[list[int], list[Any]]:
-    """The dimensions, and the elements as they lie in the buffer."""
+    """The dimensions, and the elements in the order of the buffer."""
     wanted = format_of(row, is_complex)
     _check_format(given, wanted)
     letter = wanted[-1]

@@ -1,8 +1,8 @@
 """A model of the arrays: storage, views and how long they last, writes, copies, comparison.
 
-Its classes stand in for those of the module: they answer the same expressions, with numbers,
-lists and other models. A model shares no code with the module; what owns a storage here is a
-Python reference, so that a storage goes when the last strong view of it goes.
+Programs use its classes instead of those of the module: the same expressions give numbers, lists
+and other models. The model shares no code with the module. A storage is owned by Python references,
+so it is gone when its last strong view is gone.
 """
 
 from __future__ import annotations
@@ -77,10 +77,10 @@ class Array:
         self._integers: tuple[int, ...] = ()
         self._slice: SliceItem | None = None
         self._snapshot: tuple[list[int], list[Any]] | None = None
-        self._copy: Storage | None = None  # that stands for a view where memory goes out
+        self._copy: Storage | None = None  # the exported memory of a view
 
     def _view(self, integers: tuple[int, ...], item: SliceItem | None, *, weak: bool) -> Array:
-        """Another view of the storage; a strong one of a weak one has no storage at all."""
+        """Another view of the storage; a strong view made of a weak one has no storage."""
         view = object.__new__(type(self))
         view._is_weak = weak
         view._strong = None if weak else self._strong
@@ -102,7 +102,7 @@ class Array:
         return found
 
     def _number_of_dimensions(self) -> int:
-        """-1 speaks for a storage that has gone, so that there are always too many indices."""
+        """-1 if the storage is gone, so that there are always too many indices."""
         if self._is_weak and (self._weak is None or self._weak() is None):
             return -1
         return len(self._storage().shape)
@@ -113,7 +113,7 @@ class Array:
         if self._slice is not None:
             return self._slice.length
         shape = self._storage().shape
-        if len(self._integers) >= len(shape):  # of another shape now
+        if len(self._integers) >= len(shape):  # reshaped since
             raise TOO_MANY_INDICES.error()
         return shape[len(self._integers)]
 
@@ -138,7 +138,7 @@ class Array:
         return self._storage().read(integers)
 
     def _in_storage(self, position: int) -> int:
-        """The position in the storage that a position of this view means."""
+        """The position in the storage of a position in this view."""
         if self._slice is None:
             return position
         values = self._slice.positions()
@@ -192,7 +192,7 @@ class Array:
         self[subscript] = NOTHING
 
     def _length_for_writes(self, storage: Storage) -> int:
-        """The length of the dimension in the storage, whatever slice of it the view shows."""
+        """The length of the dimension in the storage, not that of a slice in the view."""
         return storage.shape[len(self._integers)]
 
     def _flattened(self, value: Any) -> tuple[list[int], list[Any]]:
@@ -206,7 +206,7 @@ class Array:
         storage.write(position, assigned_alone(self.row, self._is_complex, value))
 
     def _write_row(self, storage: Storage, fixed: tuple[int, ...], value: Any) -> None:
-        """A part behind an integer takes data of just its shape."""
+        """Write to the part behind an integer, which needs data of exactly its shape."""
         dimensions, elements = self._flattened(value)
         shape = storage.shape[len(fixed) :]
         if dimensions != shape:
@@ -215,7 +215,7 @@ class Array:
             storage.write((*fixed, *rest), element)
 
     def _write_rows(self, storage: Storage, item: SliceItem, value: Any) -> None:
-        """A run of parts takes any nesting, until either side runs out; what is in stays in."""
+        """Write to a slice of parts: data of any nesting, until either side ends; writes remain."""
         elements = self._flattened(value)[1]
         if not elements:
             if item.length:
@@ -224,7 +224,7 @@ class Array:
         if not item.length:
             raise NO_ROOM.error()
         if self._is_weak:
-            raise STORAGE_GONE.error()  # it is written through a strong view of this one
+            raise STORAGE_GONE.error()  # the write uses a strong view of this one
         if self._slice is not None:
             item = composed(self._slice, item)
         ranges = [(i, i + 1, 0) for i in self._integers] + [(item.start, item.stop, item.step)]
@@ -239,7 +239,7 @@ class Array:
             raise WRONG_COUNT.error()
 
     def _write_numbers(self, storage: Storage, item: SliceItem, value: Any) -> None:
-        """In the last dimension a slice means the storage, whatever slice the view shows."""
+        """Write to a slice of the last dimension, which counts in the storage, not in the view."""
         dimensions, elements = self._flattened(value)
         positions = item.positions()
         if dimensions != [len(positions)]:
@@ -263,7 +263,7 @@ class Array:
         return created
 
     def _snapshot_as_storage(self) -> Storage:
-        self._storage()  # which it needs, though all of it is copied
+        self._storage()  # raises if the storage is gone
         shape, elements = self._snapshot or ([], [])
         return Storage(self._is_complex, list(shape), list(elements))
 
@@ -283,7 +283,7 @@ class Array:
     # Memory.
 
     def _memory(self) -> Exported:
-        """A view sends out a copy of itself, made once."""
+        """A view exports a copy of its elements, made once."""
         if not self._integers and self._slice is None:
             return Exported(self, self._storage())
         if self._copy is None:
@@ -328,7 +328,7 @@ class Array:
 
     _size = size
 
-    # Another shape, and the elements as they lie.
+    # Reshape and extraction.
 
     def reshape(self, *args: Any, **kwargs: Any) -> Array:
         if self._integers:
@@ -345,7 +345,7 @@ class Array:
         return self
 
     def _extracted(self, part: Any) -> Array:
-        """A row of its own, seen as the one dimension that it has."""
+        """Row 0 of a new array of one row."""
         elements = [part(element) for element in self._storage().elements]
         whole = self._new(Storage(False, [1, len(elements)], elements))
         return whole._view((0,), None, weak=False)
@@ -400,7 +400,7 @@ class Array:
 
 
 class MCPyIter:
-    """A walk along the first open dimension, which holds on to nothing."""
+    """An iterator over the first open dimension, which owns nothing."""
 
     def __init__(self, array: Array):
         shape = array._storage().shape
@@ -423,7 +423,7 @@ class MCPyIter:
 
 
 def _next_or_nothing(walk: MCPyIter) -> Any:
-    """Comparison takes every error for the end."""
+    """The next item; comparison treats every error as the end."""
     try:
         return next(walk)
     except Exception:
@@ -431,7 +431,7 @@ def _next_or_nothing(walk: MCPyIter) -> Any:
 
 
 def _length_or_zero(given: Any) -> int:
-    """What cannot say its length has none, whatever its reason."""
+    """The length, or 0 if reading it raises."""
     try:
         return len(given)
     except Exception:
@@ -472,8 +472,8 @@ def _copied(value: Any) -> Any:
 
 
 def namespace() -> dict[str, Any]:
-    """What a program finds under the names of the modules that it uses."""
-    # The names are whole, since the interpreter puts them into messages of its own.
+    """The names that programs use, bound to the model."""
+    # The names are qualified, because the interpreter puts them into its messages.
     classes = {row.word: type(f"velmar.{row.word}", (Array,), {"row": row}) for row in CLASS_ROWS}
     return {
         "velmar": SimpleNamespace(**classes),

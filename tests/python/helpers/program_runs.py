@@ -1,4 +1,4 @@
-"""Runs random programs in the module and in the model; shortens one on which they differ."""
+"""Runs random programs in module and model, and shortens a program on which they differ."""
 
 from __future__ import annotations
 
@@ -19,14 +19,14 @@ from helpers.program_steps import next_step
 from helpers.program_text import NAMES, Writer
 
 STEPS_OF_A_PROGRAM = 250
-STEPS_BETWEEN_LOOKS = 20  # at everything that the program holds
+STEPS_BETWEEN_LOOKS = 20  # a look compares all names of the program
 LINES_SHOWN = 15
 WORDS = {row.word for row in CLASS_ROWS}
 
 
 def failure(error: BaseException) -> tuple:
-    """What a program can tell of an exception."""
-    if isinstance(error, SystemError):  # the interpreter's own, over what was left pending
+    """What a program can see of an exception."""
+    if isinstance(error, SystemError):  # the interpreter's, about a pending error
         cause = error.__cause__
         return "raised", SystemError, type(cause), str(cause)
     return "raised", type(error), str(error)
@@ -44,7 +44,7 @@ def name_of(cls: type) -> str:
 
 
 def describe(value: Any) -> Any:
-    """A value with its type, in a form that is the same for the module and for the model."""
+    """A value and its type, in a form that is equal for module and model."""
     name = name_of(type(value))
     if name in WORDS:
         return name, attempt(repr, value)
@@ -59,14 +59,14 @@ def describe(value: Any) -> Any:
 
 
 def elements(array: Any) -> Any:
-    """What subscripts alone find."""
+    """The elements, read with subscripts only."""
     if name_of(type(array)) not in WORDS:
         return describe(array)
     return [elements(array[i]) for i in range(len(array))]
 
 
 def full_description(value: Any) -> Any:
-    """All that can be asked of a value without changing it."""
+    """All that can be read of a value without changing it."""
     if isinstance(value, list):
         return [full_description(item) for item in value]
     if name_of(type(value)) not in WORDS:
@@ -79,7 +79,7 @@ def full_description(value: Any) -> Any:
 
 @dataclass
 class Divergence:
-    """The line at which module and model part, and what each of them says."""
+    """The line at which module and model differ, and the two results."""
 
     line: str
     module: Any
@@ -100,7 +100,7 @@ class Run:
     gave: bool = False  # whether the last line ended without an exception
 
     def outcome(self, code: Any, used: set[str], names: dict[str, Any]) -> tuple:
-        """What the line gives, and what the names in it stand for afterwards."""
+        """The result of the line, and the values of its names afterwards."""
         result = attempt(lambda: describe(eval(code, names)))
         return result, [(name, describe(names.get(name))) for name in sorted(used)]
 
@@ -108,7 +108,7 @@ class Run:
         tree = ast.parse(line)
         used = {node.id for node in ast.walk(tree) if isinstance(node, ast.Name)} & set(NAMES)
         mode = "eval" if isinstance(tree.body[0], ast.Expr) else "exec"
-        code = compile(line, "<program>", mode)  # anew each time, so that it stays unspecialized
+        code = compile(line, "<program>", mode)  # new each time, so never specialized
         module = self.outcome(code, used, self.module)
         model = self.outcome(code, used, self.model)
         self.gave = module[0][0] == "gave"
@@ -134,7 +134,7 @@ def replay(lines: Iterable[str]) -> Divergence | None:
 
 
 def shrunk(lines: list[str], at: str) -> list[str]:
-    """The program without the lines that the divergence at this line does not need."""
+    """The program without the lines that are not needed for the divergence."""
     size = max(len(lines) // 2, 1)
     while True:
         start, shorter = 0, False
@@ -153,7 +153,7 @@ def shrunk(lines: list[str], at: str) -> list[str]:
 def random_program(
     seed: str, steps: int, log: TextIO | None = None
 ) -> tuple[list[str], Divergence | None]:
-    """The lines of a program up to its end, or up to where module and model part."""
+    """The lines of a program, up to its end or the first divergence."""
     run = Run()
     writer = Writer(random.Random(seed), run.model)
     lines: list[str] = []
@@ -186,7 +186,7 @@ def report(name: str, lines: list[str], found: Divergence) -> str:
     short = shrunk(lines, found.line)
     last = [f"... {len(lines) - LINES_SHOWN} lines before"] if len(lines) > LINES_SHOWN else []
     return "\n".join(
-        [f"program {name} parts from the model at step {len(lines)}", str(found), "last lines:"]
+        [f"program {name} differs from the model at step {len(lines)}", str(found), "last lines:"]
         + [f"    {line}" for line in last + lines[-LINES_SHOWN:]]
         + ["shrunk to:"]
         + [f"    {line}" for line in short]

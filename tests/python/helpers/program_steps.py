@@ -54,14 +54,14 @@ def write_slice(w: Writer) -> str:
     target = w.target_of_write(w.slice)
     shape = target.shape
     if shape and w.often(40):
-        shape = [math.prod(shape)]  # a slice of an earlier dimension takes any nesting
+        shape = [math.prod(shape)]  # a slice of an earlier dimension accepts any nesting
     if w.often(60):
         shape = walked(target) or shape
     return f"{target.left} = {w.data(shape, target.array)}"
 
 
 def write_beyond(w: Writer) -> str:
-    """A slice of a slice, given in positions of the storage, may run out of the first one."""
+    """A write to a slice of a slice, which may reach beyond the outer slice."""
     found = [(text, array, shape_of(array)) for text, array in w.found(Array)]
     fit = [one for one in found if one[2] and len(one[2]) > 1 and one[2][0] > 1]
     if not fit:
@@ -76,7 +76,7 @@ def write_beyond(w: Writer) -> str:
 
 
 def write_part(w: Writer) -> str:
-    """An assignment from an array; now and then between parts of one array, which may overlap."""
+    """An assignment from an array, sometimes between overlapping parts of one array."""
     target = w.target_of_write(w.subscript)
     arrays = [(target.text, target.array), w.array(), w.array()]
     for _ in range(12):
@@ -258,7 +258,7 @@ def alias(w: Writer) -> str:
     return f"{w.target()} = {w.array()[0]}"
 
 
-STEPS: list[tuple[int, Callable[[Writer], str]]] = [  # how often, and what
+STEPS: list[tuple[int, Callable[[Writer], str]]] = [  # weight and function
     (12, construct),
     (16, subscript),
     (12, write_item),
@@ -287,7 +287,7 @@ STEPS: list[tuple[int, Callable[[Writer], str]]] = [  # how often, and what
 
 
 def next_step(writer: Writer) -> tuple[Callable[[Writer], str], str]:
-    """The next line of the program, behind the entry of the table that wrote it."""
+    """The function that wrote the next line, and the line."""
     weights, makers = zip(*STEPS, strict=True)
     maker = writer.rng.choices(makers, weights)[0]
     if not set(NAMES) & set(writer.names):

@@ -1,4 +1,4 @@
-"""A model of what arrays stand on: the elements, and positions and slices of them."""
+"""A model of the storage of arrays: elements and their positions."""
 
 from __future__ import annotations
 
@@ -19,12 +19,12 @@ class Storage:
         self.reshape(shape)
 
     def reshape(self, shape: list[int]) -> None:
-        """Lay another shape over the elements, none of which moves."""
+        """Change the shape; no element moves."""
         self.shape = shape
         self.strides = [math.prod(shape[:k]) for k in range(len(shape))]
 
     def _place(self, position: Any) -> int | None:
-        """The element's place; what counts is that there is one, and not each entry."""
+        """The place of the element. Only the place must be valid, not each entry of `position`."""
         place = sum(map(lambda p, s: p * s, position, self.strides))
         inside = len(position) <= len(self.shape) and 0 <= place < len(self.elements)
         return place if inside else None
@@ -42,7 +42,7 @@ class Storage:
         self.elements[place] = element
 
     def nested(self, fixed: tuple[int, ...]) -> list:
-        """What is left behind the fixed leading positions; nothing where no dimension is left."""
+        """The nested list behind the fixed positions; empty if no dimension is left."""
         if len(fixed) >= len(self.shape):
             return []
         positions = [(*fixed, i) for i in range(self.shape[len(fixed)])]
@@ -51,7 +51,7 @@ class Storage:
 
 
 def read_slice(subscript: slice, length: int) -> SliceItem:
-    """The item that a slice gives on a dimension of this length; the step is looked at first."""
+    """The item of a slice in a dimension of this length; the step is read first."""
     readable = [bound is None or hasattr(bound, "__index__") for bound in _bounds(subscript)]
     if not readable[0] or (subscript.step is not None and subscript.step.__index__() == 0):
         raise ZERO_STEP.error()

@@ -1,7 +1,7 @@
-"""What the lines of random programs are made of: names, subscripts and data, as text.
+"""The parts of the lines of random programs as text: names, subscripts and data.
 
-They are chosen by the models of the names that a program has so far, so that most lines make
-sense: an index lies within the array, data has the shape of its target. Some do not, on purpose.
+They are chosen with the models of the names that a program has so far, so that most lines are
+valid: an index lies within the array, data has the shape of its target. Some are meant to fail.
 """
 
 from __future__ import annotations
@@ -32,7 +32,7 @@ ODD_BOUNDS = ["'x'", "1.0", "[]", "True", "2**40", "-2**63", "2**63-1", "2**70",
 
 
 class Target(NamedTuple):
-    """The left side of an assignment: an array, and a subscript of it."""
+    """The left side of an assignment: an array and a subscript."""
 
     text: str
     array: Array
@@ -48,23 +48,23 @@ class Target(NamedTuple):
 
 
 class Writer:
-    """Chooses what a line is made of: names, subscripts and data, as text."""
+    """Chooses the parts of a line as text: names, subscripts and data."""
 
     def __init__(self, rng: random.Random, names: dict[str, Any]):
         self.rng = rng
-        self.names = names  # the models
+        self.names = names  # bound to models
 
     def often(self, percent: float) -> bool:
         return self.rng.random() * 100 < percent
 
     def target(self, of_views: bool = True) -> str:
-        """A name to bind; one half of them mostly has views, the other what they are views of."""
+        """A name to bind. Half of the names mostly hold views, the other half whole arrays."""
         half = len(NAMES) // 2
         names = NAMES if self.often(15) else NAMES[half:] if of_views else NAMES[:half]
         return self.rng.choice(names)
 
     def found(self, kind: Any) -> list[tuple[str, Any]]:
-        """Expressions that give a thing of this kind: names, and items of lists."""
+        """Expressions for objects of this kind: names and items of lists."""
         found = []
         for name in NAMES:
             value = self.names.get(name)
@@ -117,7 +117,7 @@ class Writer:
         return self.index(length) if self.often(55) else self.slice(length)
 
     def subscripted(self, text: str, array: Any, most: int) -> tuple[str, Any]:
-        """The array under up to `most` subscripts, and the model of what that gives."""
+        """The text of up to `most` subscripts of the array, and the model of the result."""
         for _ in range(self.rng.randint(0, most)):
             shape = shape_of(array)
             if not shape:
@@ -172,14 +172,14 @@ class Writer:
                 return lengths
 
     def bent(self, shape: list[int]) -> list[int]:
-        """A shape that is not quite this one, or this one in another nesting."""
+        """A slightly different shape, or this shape nested differently."""
         count = math.prod(shape)
         return self.rng.choice(
             [[count], [1, *shape], shape[1:], [*shape, 1], [count + 1], [max(count - 1, 0)], [0]]
         )
 
     def data(self, shape: list[int] | None, array: Array) -> str:
-        """What is assigned to a part of this shape of this array."""
+        """Data to assign to a part of this shape."""
         if shape is None or self.often(8):
             shape = self.shape()
         elif self.often(18):
@@ -189,7 +189,7 @@ class Writer:
         return self.nested(shape, array.row, array._is_complex)
 
     def buffer(self, row: ElementClass) -> str:
-        """An object with memory of this class's elements, mostly."""
+        """An object that exports memory, mostly with elements of this class."""
         count, letter = math.prod(self.shape()), LETTERS[row.word]
         if self.often(8):
             letter = self.rng.choice(list(LETTERS.values()))
@@ -210,12 +210,12 @@ class Writer:
         return f"memoryview({flat})[{self.slice(count)}]"
 
     def memory(self) -> str | None:
-        """A name of memory that an earlier line took out."""
+        """An expression for memory that an earlier line exported."""
         found = self.found(Exported | array.array)
         return self.rng.choice(found)[0] if found else None
 
     def factors(self, count: int) -> list[int]:
-        """A shape of so many elements."""
+        """A shape with this number of elements."""
         if count == 0:
             return self.rng.choice([[0], [0, 0], [0, 3], [3, 0], [2, 0, 2], [0, 1, 4]])
         shape = [1] * self.rng.choice([0, 0, 0, 0, 1])
@@ -227,7 +227,7 @@ class Writer:
 
 
 def shape_of(value: Any) -> list[int] | None:
-    """The lengths that a model shows, [] for a number, None where it cannot be read."""
+    """The shape of a model, [] for a number, None if it cannot be read."""
     if not isinstance(value, Array):
         return [] if isinstance(value, int | float | complex) else None
     try:
@@ -237,7 +237,7 @@ def shape_of(value: Any) -> list[int] | None:
 
 
 def answer(array: Array, subscript: str) -> Any:
-    """What the model gives for this subscript, None where it gives an error."""
+    """The result of this subscript in the model, or None if it raises."""
     try:
         return eval(f"array[{subscript}]", {"array": array})
     except Exception:
@@ -250,7 +250,7 @@ class _Subscripts:
 
 
 def walked(target: Target) -> list[int] | None:
-    """How many elements an assignment to a slice of a slice takes, which may reach beyond both."""
+    """The number of elements that an assignment to a slice of a slice needs."""
     array, shape = target.array, target.shape
     subscript = answer(_Subscripts(), target.subscript)
     if not shape or array._slice is None or type(subscript) is not slice:

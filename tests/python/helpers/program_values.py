@@ -1,4 +1,4 @@
-"""What the data of a constructor or an assignment becomes: dimensions and elements, or an error."""
+"""A model of data for constructors and assignments: dimensions and elements, or an error."""
 
 from __future__ import annotations
 
@@ -24,10 +24,10 @@ from helpers.failures import (
 from helpers.nesting_model import mismatch, normalized, storage_order
 from helpers.program_buffers import Pair, outside, taken_over
 
-NOTHING = object()  # what an assignment gets where the program says `del`
+NOTHING = object()  # the value of an assignment that stands for `del`
 
 Convert = Callable[[Any], Any]
-Data = tuple[list[int], list[Any]]  # dimensions, and as many elements
+Data = tuple[list[int], list[Any]]  # dimensions and elements
 
 
 def is_sequence(value: Any) -> bool:
@@ -35,7 +35,7 @@ def is_sequence(value: Any) -> bool:
 
 
 def stored(row: ElementClass, is_complex: bool, value: Any, element: Any) -> Any:
-    """The element that a value became, as it is kept: an integer loses nothing on the way."""
+    """The element as it is stored: complex elements of integer classes keep exact parts."""
     if isinstance(element, Failure) or not is_complex or row.kind == "float":
         return element
     if isinstance(value, int):
@@ -44,14 +44,14 @@ def stored(row: ElementClass, is_complex: bool, value: Any, element: Any) -> Any
 
 
 def converted(element: Any) -> Any:
-    """The element of a conversion that may have failed."""
+    """The element of a conversion; raises if the conversion failed."""
     if isinstance(element, Failure):
         raise element.error()
     return element
 
 
 def assigned_alone(row: ElementClass, is_complex: bool, value: Any) -> Any:
-    """The one element that an assignment to a number takes, where nothing is walked."""
+    """The element for an assignment to a single number."""
     if value is NOTHING:
         raise NULL_POINTER.error()
     if is_sequence(value) and not is_complex:
@@ -69,7 +69,7 @@ def item_or_nothing(sequence: Any, index: int) -> Any:
 
 
 def _length(sequence: Any) -> int:
-    """How many items it has, which must be all numbers or all sequences of one length."""
+    """The number of items, which must be all numbers or all sequences of one length."""
     count = len(sequence)
     if count < 2:
         return count
@@ -87,7 +87,7 @@ def _length(sequence: Any) -> int:
 
 
 class _Walk:
-    """The walk through nested data (no closure: one that calls itself would live on as a cycle)."""
+    """The walk through nested data. A recursive closure would be a reference cycle."""
 
     def __init__(self, element_of: Convert):
         self.element_of = element_of
@@ -121,7 +121,7 @@ class _Walk:
 
 
 def flattened(data: Any, element_of: Convert) -> Data:
-    """The elements, last nesting level fastest, and the lengths that the nesting shows."""
+    """The lengths of the nesting, and the elements with the last level fastest."""
     walk = _Walk(element_of)
     walk.visit(data, 0)
     return walk.dimensions or [1, 1], walk.elements
@@ -146,7 +146,7 @@ def specified_dimensions(size: Any) -> list[int]:
 
 
 def _fills_storage(calculated: list[int], specified: list[int]) -> bool:
-    """Whether data of these dimensions is poured into `size`; an error if it does not fit."""
+    """Whether data of these dimensions fills `size` in storage order; raises if it does not fit."""
     if not specified or calculated == specified:
         return False
     text = mismatch(_text(calculated), _text(specified))
@@ -176,7 +176,7 @@ def _from_vector(vector: Any, specified: list[int], element_of: Convert) -> Data
             raise NESTED_VECTOR.error()
         element = element_of(item)
         if isinstance(element, Failure):
-            raise ValueError(element.message)  # whatever the class of the failure
+            raise ValueError(element.message)  # not the class of the failure
         elements.append(element)
     return specified or calculated, elements
 
@@ -206,7 +206,7 @@ def constructed(
     vector: Any = None,
     vector_is_named: bool = True,
 ) -> Data:
-    """The dimensions of a new array, and its elements with the first index fastest."""
+    """The dimensions of a new array and its elements, first index fastest."""
     if initializer is None and size is None and vector is None:
         return [0, 0], []
     if initializer is not None and vector is not None:

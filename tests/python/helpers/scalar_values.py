@@ -1,4 +1,4 @@
-"""Python values of every kind that a single element may be given; none of them is a sequence."""
+"""Python values of every kind for single elements; none of them is a sequence."""
 
 from __future__ import annotations
 
@@ -12,7 +12,7 @@ import types
 
 
 class LyingInt(int):
-    """Only the number inside may count, not what these methods say."""
+    """The module must use the number itself, not these methods."""
 
     def __index__(self):
         return 77
@@ -74,7 +74,7 @@ class WithIndex:
 
 
 class CalledIndex:
-    """Calls a function when asked for an integer, and gives what that returns."""
+    """Calls a function when asked for an integer."""
 
     def __init__(self, function):
         self.function = function
@@ -90,7 +90,7 @@ class RaisingIndex:
         self.error = error
 
     def __index__(self):
-        raise self.error.with_traceback(None)  # the same one in many tests
+        raise self.error.with_traceback(None)  # tests share the error
 
 
 class Float:
@@ -125,7 +125,7 @@ class Raising:
 
 
 class Posing:
-    """isinstance() takes it for a float; its type is none."""
+    """A float for isinstance(), but not by its type."""
 
     @property
     def __class__(self):
@@ -250,7 +250,7 @@ OTHERS = {
 
 VALUES = {**INTEGERS, **FLOATS, **COMPLEXES, **OTHERS}
 
-# The last values taken and the first refused, of every class, as int and as double.
+# The last accepted and the first refused values of every class, as int and as double.
 BITS = (7, 8, 15, 16, 31, 32, 63, 64)
 BOUNDARY_INTEGERS = sorted(
     sign * 2**bits + step for bits in BITS for sign in (-1, 1) for step in (-2, -1, 0, 1, 2)

@@ -1,14 +1,14 @@
-"""A model of subscripting in plain Python: what a view stores, and which elements it denotes."""
+"""A model of subscripts in plain Python: what a view stores, and its elements."""
 
 from __future__ import annotations
 
 from typing import Any, NamedTuple
 
-LONGEST = 2**63 - 1  # no step is longer, either way
+LONGEST = 2**63 - 1  # the longest step in either direction
 
 
 class SliceItem(NamedTuple):
-    """A slice in storage coordinates, as a view keeps it."""
+    """A slice in positions of the storage, as a view stores it."""
 
     start: int
     stop: int
@@ -19,11 +19,11 @@ class SliceItem(NamedTuple):
         return range(self.start, self.stop, self.step)
 
 
-EMPTY = SliceItem(0, 0, 1, 0)  # the one form of a run without positions
+EMPTY = SliceItem(0, 0, 1, 0)  # the only form of an empty slice
 
 
 def normalized(item: SliceItem, length: int) -> SliceItem:
-    """The item against a dimension of this length; what lies outside is moved in."""
+    """The item for a dimension of this length; a start outside is moved inside."""
     start, stop, step, count = item
     if start == stop or count == 0:
         return EMPTY
@@ -35,14 +35,14 @@ def normalized(item: SliceItem, length: int) -> SliceItem:
 
 
 def item_of(subscript: slice, length: int) -> SliceItem:
-    """The item that a Python slice gives on a dimension of this length."""
+    """The item of a Python slice in a dimension of this length."""
     start, stop, step = subscript.indices(length)
     step = max(-LONGEST, min(LONGEST, step))
     return normalized(SliceItem(start, stop, step, len(range(start, stop, step))), length)
 
 
 def resolved(parent: SliceItem, child: SliceItem) -> SliceItem:
-    """The child, given in positions of the parent's run, in positions of the storage."""
+    """The child, given in positions of the parent, in positions of the storage."""
     child = normalized(child, parent.length)
     values = parent.positions()
     if not values:
@@ -56,12 +56,12 @@ def resolved(parent: SliceItem, child: SliceItem) -> SliceItem:
 
 
 def composed(parent: SliceItem, subscript: slice) -> SliceItem:
-    """The item of a slice taken of a view that ends in a slice."""
+    """The item of a slice of a view that ends in a slice."""
     return resolved(parent, item_of(subscript, parent.length))
 
 
 def index_of(subscript: int, length: int) -> int:
-    """The position that an integer subscript means on a dimension of this length."""
+    """The position of an integer subscript in a dimension of this length."""
     index = int(subscript)
     position = index + length if index < 0 else index
     if not 0 <= position < length:
@@ -70,7 +70,7 @@ def index_of(subscript: int, length: int) -> int:
 
 
 class ViewModel:
-    """A view: the nested list left by the integer subscripts, and perhaps a slice of it."""
+    """A view: the nested list behind its integer subscripts, and perhaps a slice of it."""
 
     def __init__(self, nested: list, item: SliceItem | None = None):
         self.nested = nested

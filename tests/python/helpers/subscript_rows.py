@@ -1,4 +1,4 @@
-"""Subscripts that are refused, with the error of each: the same rows serve reads and writes."""
+"""Refused subscripts and their errors, for the tests of reads and of writes."""
 
 from __future__ import annotations
 

@@ -1,4 +1,4 @@
-"""Arrays in states that have to be made: storage gone, no storage ever, a record alone."""
+"""Arrays in rare states: storage gone, never any storage, only an allocated record."""
 
 from __future__ import annotations
 
@@ -16,12 +16,12 @@ KEPT = velmar.double([[[1, 2, 3], [4, 5, 6]], [[7, 8, 9], [10, 11, 12]]])
 
 
 def bare_record(cls: type) -> Any:
-    """A record of the class as it is before its construction."""
+    """An allocated object whose constructor has not run."""
     return _allocate(cls, 0)
 
 
 def expired_row(cls: Any = velmar.double, **options: Any) -> Any:
-    """Row 0 of 2 by 3, yielded by an iterator whose array has gone."""
+    """Row 0 of 2 by 3, yielded by an iterator whose array is gone."""
     return list(cls([[1, 0, 1], [0, 1, 0]], **options))[0]
 
 
@@ -41,7 +41,7 @@ WITHOUT_STORAGE = [
     ("logical_row", lambda: expired_row(velmar.logical)),
     ("plane", expired_plane),
     ("row_of_plane", expired_row_of_plane),
-    # A slice of a yielded view has no storage, though the array lives.
+    # A slice of a yielded view has no storage, although the array still exists.
     ("slice_of_row", lambda: list(KEPT[0])[0][::-1]),
     ("slice_of_plane", lambda: list(KEPT)[0][:1]),
     ("empty_slice_of_plane", lambda: list(KEPT)[0][1:1]),
@@ -49,5 +49,5 @@ WITHOUT_STORAGE = [
 
 
 def call_method(instance: Any, name: str) -> Any:
-    """Call a method so that the interpreter looks whether result and error agree."""
+    """Call a method so that the interpreter checks that result and error agree."""
     return operator.methodcaller(name)(instance)

@@ -1,4 +1,4 @@
-"""A model of assignment in plain Python: which elements are written, and what is refused when."""
+"""A model of assignment in plain Python: the written elements and the refusals."""
 
 from __future__ import annotations
 
@@ -28,7 +28,7 @@ def invalid_index(index: int) -> Failure:
 
 
 class Refused(Exception):
-    """Carries the Failure of an assignment out of the model."""
+    """Ends an assignment with a Failure."""
 
 
 def refuse(failure: Failure) -> None:
@@ -36,12 +36,12 @@ def refuse(failure: Failure) -> None:
 
 
 def number(value: Any) -> Any:
-    """What velmar.double makes of a float or an int; lists are refused as a scalar."""
+    """The conversion of velmar.double: a float or an int is accepted, a list is not a scalar."""
     return SCALAR_EXPECTED if isinstance(value, list) else float(value)
 
 
 def flattened(value: Any, convert: Callable[[Any], Any]) -> tuple[list[int], list[Any]]:
-    """The lengths that the nesting of lists shows, level by level, and all scalars in order."""
+    """The lengths of nested lists, level by level, and all scalars in order."""
     lengths: list[int] = []  # 0 while open
     elements: list[Any] = []
     depths: set[int] = set()
@@ -87,7 +87,7 @@ class Storage:
         return in_storage_order(self.shape, self.elements)
 
     def write(self, position: Iterable[int], element: Any) -> None:
-        """No index is compared with its own dimension: only the place in the storage counts."""
+        """Only the place in the storage must be valid, not each index."""
         offset, stride = 0, 1
         for index, length in zip(position, self.shape, strict=True):
             offset += index * stride
@@ -98,7 +98,10 @@ class Storage:
 
 
 def increment(position: list[int], ranges: Sequence[tuple[int, int, int]]) -> bool:
-    """Move on, last index fastest; False if this was the last position, which then stays."""
+    """Move to the next position, last index fastest; False, without a move, at the last one.
+
+    Each range is the start, stop and step of a dimension; a fixed dimension has step 0.
+    """
     for k in reversed(range(len(position))):
         start, stop, step = ranges[k]
         index = position[k]
@@ -116,7 +119,7 @@ def increment(position: list[int], ranges: Sequence[tuple[int, int, int]]) -> bo
 
 
 class Target:
-    """A view to write through: fixed integers, then perhaps a slice, all as storage positions."""
+    """A view to write to: fixed integers and perhaps a slice, in positions of the storage."""
 
     def __init__(
         self,
@@ -132,7 +135,7 @@ class Target:
 
     @property
     def stored_length(self) -> int:
-        """What subscripts of an assignment count by, whatever slice the view ends in."""
+        """The length for the subscripts of an assignment, also if the view ends in a slice."""
         return self.storage.shape[len(self.fixed)]
 
     @property
@@ -181,7 +184,7 @@ class Target:
             self._set_row(index, value)
 
     def _set_row(self, index: int, value: Any) -> None:
-        """A whole sub-array, of just the same dimensions."""
+        """Write a sub-array, which needs exactly its dimensions."""
         lengths, elements = flattened(value, self.convert)
         open_lengths = self.storage.shape[len(self.fixed) + 1 :]
         if lengths != list(open_lengths):
@@ -191,7 +194,7 @@ class Target:
             self.storage.write((*self.fixed, index, *place), element)
 
     def _set_numbers(self, indices: range, value: Any) -> None:
-        """A run of the last dimension; the slice that the view ends in has no say."""
+        """Write to a slice of the last dimension; the slice of the view is ignored."""
         lengths, elements = flattened(value, self.convert)
         if len(lengths) != 1 or len(elements) != len(indices):
             refuse(DIFFERENT_SHAPE)
@@ -199,7 +202,7 @@ class Target:
             self.storage.write((*self.fixed, index), element)
 
     def _set_rows(self, item: SliceItem, value: Any) -> None:
-        """A run of sub-arrays; only the count of elements matters, and it is found out last."""
+        """Write to a slice of sub-arrays; only the count of elements is checked, at the end."""
         lengths, elements = flattened(value, self.convert)
         if math.prod(lengths) == 0:
             if item.length != 0:
@@ -208,8 +211,8 @@ class Target:
         if item.length == 0:
             refuse(NO_ROOM)
         if self.item is not None:
-            # Unlike in a read, the item was made for the length of the storage's dimension, so that
-            # the run may leave the view.
+            # Unlike in a read, the item was made for the dimension of the storage, so the written
+            # elements may lie outside the view.
             item = resolved(self.item, item)
         ranges = list(self._ranges(item))
         position = [start for start, _, _ in ranges]
@@ -230,7 +233,7 @@ class Target:
 
 
 def attempt(target: Any, subscript: Any, value: Any) -> tuple[type, str] | None:
-    """Assign to a view or to the model of one: None, or the exception's class and message."""
+    """Assign to a view or its model: None, or the class and message of the error."""
     try:
         target[subscript] = value
     except Refused as refused:
