@@ -1,4 +1,4 @@
-"""The five functions of the capsule, called from Python."""
+"""Calls the functions of the capsule from Python."""
 
 from __future__ import annotations
 
@@ -14,7 +14,7 @@ _pointer_of = ctypes.PYFUNCTYPE(ctypes.c_void_p, ctypes.py_object, ctypes.c_char
 )
 _table = (ctypes.c_void_p * 5).from_address(_pointer_of(module._capi, NAME))
 
-# A null pointer for an object would be a ValueError of ctypes over the error that is set.
+# With py_object as argument type, a null pointer would be a ValueError of ctypes.
 to_python = ctypes.PYFUNCTYPE(ctypes.py_object, ctypes.c_void_p)(_table[0])
 from_python = ctypes.PYFUNCTYPE(ctypes.c_void_p, ctypes.py_object)(_table[1])
 _from_buffer = ctypes.PYFUNCTYPE(ctypes.py_object, ctypes.py_object, ctypes.POINTER(ctypes.c_int))(
@@ -29,5 +29,5 @@ def from_buffer(source: Any) -> tuple[Any, int]:
 
 
 def there_and_back(array: Any) -> Any:
-    """The reference to the contents goes from one function to the other."""
+    """Passes the reference to the contents from one function to the other."""
     return to_python(from_python(array))

@@ -1,5 +1,5 @@
-// Makes the k-th allocation of the loaded module and of its data library fail, and of nobody else:
-// the slots through which those two call the allocating functions are turned to functions here.
+// Makes the k-th allocation of the loaded module and of its data library fail, and no other one. For
+// that, the relocation slots of these two libraries for allocating functions are set to functions here.
 #include <elf.h>
 #include <link.h>
 #include <sys/mman.h>
@@ -18,16 +18,16 @@ using Header = ElfW(Phdr);
 using Relocation = ElfW(Rela);
 using Symbol = ElfW(Sym);
 
-long s_failAt = 0;  // none if 0
+long s_failAt = 0;  // 0: no allocation fails
 long s_count = 0;
-std::size_t s_leastOfNew = 0;  // operator new counts from so many bytes on; malloc always
+std::size_t s_leastOfNew = 0;  // operator new is counted from this size on; malloc always
 
 bool fails() {
   return ++s_count == s_failAt;
 }
 
 void* countedMalloc(std::size_t size) {
-  if (size == 0 || !fails()) return std::malloc(size);  // nothing may be had as a null pointer
+  if (size == 0 || !fails()) return std::malloc(size);  // for size 0 a null pointer is not a failure
   errno = ENOMEM;
   return nullptr;
 }
@@ -118,14 +118,14 @@ int visit(dl_phdr_info* object, std::size_t, void* turned) {
 
 extern "C" {
 
-// How many slots were turned; to be called once, after the module has been loaded.
+// Replaces the slots and returns their number. Call it once, after the module has been loaded.
 int install() {
   int turned = 0;
   dl_iterate_phdr(&visit, &turned);
   return turned;
 }
 
-// The k-th allocation from now on fails; 0 for none.
+// Makes the k-th allocation from now on fail; with 0, none.
 void arm(long k, std::size_t leastOfNew) {
   s_failAt = k;
   s_leastOfNew = leastOfNew;

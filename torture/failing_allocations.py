@@ -1,7 +1,7 @@
-"""Each allocation of the module and of its data library fails in turn, in every operation.
+"""Makes each allocation of the module and of its data library fail in turn, in every operation.
 
-The operation has to raise MemoryError, or the error that stands for it, or to give what it always
-gives; afterwards the same operation has to give what it always gives.
+The operation has to raise MemoryError or the error that replaces it, or to return its usual result.
+Afterwards the same operation has to return its usual result.
 """
 
 from __future__ import annotations
@@ -17,12 +17,12 @@ from typing import Any
 
 import part
 
-# What the module keeps in strings and lists of its own comes from operator new: by rule nothing
-# catches its exception, so that it ends the process. --least-of-new counts such allocations, too.
+# The module's own strings and vectors come from operator new. By default these allocations do not
+# fail; --least-of-new makes those from a given size on fail, too.
 NEVER = 2**62
 DIED = "the interpreter died"
 
-# What stands for a failed allocation where the operation does not raise MemoryError itself.
+# Errors that replace MemoryError in some operations.
 STATED = {
     ("RuntimeError", "null data pointer."): "memory of a view",
     ("SystemError", "clone"): "a clone of a view: an error beside a result",
@@ -42,7 +42,7 @@ def library() -> Any:
 
 
 def stated(error: Exception) -> str | None:
-    """By which name an error is known that stands for the failed allocation."""
+    """The name of an error that a failed allocation may cause; None for other errors."""
     if isinstance(error, MemoryError):
         return "MemoryError"
     kind, text = type(error).__name__, str(error)
@@ -53,7 +53,7 @@ def stated(error: Exception) -> str | None:
 
 
 class Trial:
-    """One operation with each of its allocations failing."""
+    """Tests one operation with each of its allocations failing."""
 
     def __init__(self, operation: Any, allocations: Any, least_of_new: int):
         from operations import seen
@@ -71,7 +71,7 @@ class Trial:
         return self.allocations.count()
 
     def fail(self, k: int) -> str | None:
-        """What is wrong, if anything."""
+        """Text of the finding, or None."""
         self.allocations.arm(k, self.least_of_new)
         outcome = "the usual result"
         try:
@@ -95,13 +95,13 @@ class Trial:
         return None
 
     def fails_anyhow(self, given: Any) -> bool:
-        """An operation that has to fail may fail of the missing memory instead."""
+        """An operation that has to fail may fail because of missing memory instead."""
         is_refusal = ": fails: " in self.name or isinstance(self.usual, str)
         return is_refusal and given in ("'MemoryError'", "'RuntimeError'", "'SystemError'")
 
 
 def walk(arguments: Any) -> int:
-    """In the child: every operation from the one given on."""
+    """In the child: runs every operation from number --first on."""
     import operations
 
     allocations = library()
@@ -133,7 +133,7 @@ def walk(arguments: Any) -> int:
 
 
 def run_child(arguments: Any, seconds: float, first: int, log: Path) -> tuple[dict, list[str], int]:
-    """The figures, the findings, and the operation to go on with after a death."""
+    """The results, the findings, and after a crash the number of the next operation, else -1."""
     command = [sys.executable, __file__, "--walk", "--seconds", str(seconds), "--log", str(log)]
     command += ["--seed", str(arguments.seed), "--first", str(first)]
     command += ["--least-of-new", str(arguments.least_of_new)]
@@ -150,10 +150,13 @@ def run_child(arguments: Any, seconds: float, first: int, log: Path) -> tuple[di
 
 def main() -> int:
     parser = part.parser(__doc__)
-    parser.add_argument("--walk", action="store_true", help="in this process, not in a child")
-    parser.add_argument("--first", type=int, default=0, help="the operation to begin with")
+    parser.add_argument("--walk", action="store_true", help="run in this process, not in a child")
+    parser.add_argument("--first", type=int, default=0, help="number of the first operation")
     parser.add_argument(
-        "--least-of-new", type=int, default=NEVER, help="bytes from which operator new counts"
+        "--least-of-new",
+        type=int,
+        default=NEVER,
+        help="least size in bytes for which operator new fails",
     )
     arguments = parser.parse_args()
     part.prepare()

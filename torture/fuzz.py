@@ -1,7 +1,7 @@
-"""A coverage-guided fuzzer on the module, built with both sanitizers (addresses, behaviour).
+"""Coverage-guided fuzzing of the sanitizer build (AddressSanitizer, UndefinedBehaviorSanitizer).
 
-The engine is libFuzzer, as atheris brings it along; it is told which places of the native code run.
-Without atheris the bytes are random, and the figures say so.
+The engine is the libFuzzer of atheris, with the coverage of the native code. Without atheris the
+inputs are random bytes, and the results say so.
 """
 
 from __future__ import annotations
@@ -24,7 +24,7 @@ MAP = 1 << 16  # the counters of coverage_map.cpp
 
 
 def register_counters(engine: Any) -> None:
-    """Tell the engine where the native code counts, and which places the counters are of."""
+    """Registers the counters of the native code, and their places, with the engine."""
     library = ctypes.CDLL(str(sanitized.coverage_library()))
     counters = ctypes.addressof((ctypes.c_uint8 * MAP).in_dll(library, "coverage_counters"))
     places = ctypes.addressof((ctypes.c_size_t * (2 * MAP)).in_dll(library, "coverage_places"))
@@ -37,7 +37,7 @@ def register_counters(engine: Any) -> None:
 
 
 def fuzz(target: Any, engine_arguments: list[str]) -> None:
-    """In the child: does not come back."""
+    """In the child: does not return."""
     import atheris
     from atheris import core_with_libfuzzer
 
@@ -47,7 +47,7 @@ def fuzz(target: Any, engine_arguments: list[str]) -> None:
 
 
 def throw_bytes(target: Any, seconds: float, seed: int) -> None:
-    """What is left without the engine."""
+    """Random inputs, if there is no engine."""
     rng, clock, count = random.Random(seed), part.Clock(seconds), 0
     while not clock.is_over():
         target(rng.randbytes(rng.randrange(8, MOST_BYTES)))
@@ -88,7 +88,7 @@ def number(pattern: str, text: str) -> int:
 def main() -> int:
     parser = part.parser(__doc__)
     parser.add_argument("--target", choices=["programs", "hostile", "buffers"], default="buffers")
-    parser.add_argument("--child", action="store_true", help="in this process")
+    parser.add_argument("--child", action="store_true", help="run in this process, not in a child")
     arguments = parser.parse_args()
     part.prepare()
     sys.path.append(str(PACKAGES))

@@ -1,4 +1,4 @@
-"""What the fuzzer calls with its bytes: each byte decides something that a random number would."""
+"""The targets of the fuzzer. The bytes of the input replace the random numbers of the programs."""
 
 from __future__ import annotations
 
@@ -19,11 +19,11 @@ MOST_BYTES = 4096
 
 
 class Disagreement(Exception):
-    """What the fuzzer is to report."""
+    """A finding that the fuzzer has to report."""
 
 
 class Bytes(random.Random):
-    """Random numbers that are read from the fuzzer's bytes; when they end, others follow."""
+    """Random numbers from the bytes of the fuzzer, and pseudo-random ones after their end."""
 
     def __init__(self, data: bytes):
         super().__init__(0)
@@ -45,7 +45,7 @@ class Bytes(random.Random):
 
 
 def programs(data: bytes) -> None:
-    """A program, in the module and in the model."""
+    """Runs a program in the module and in the model."""
     rng, run = Bytes(data), Run()
     writer = Writer(rng, run.model)
     for _ in range(MOST_STEPS):
@@ -60,7 +60,7 @@ def programs(data: bytes) -> None:
 
 
 def hostile(data: bytes) -> None:
-    """A walk with objects that do harm."""
+    """Runs a walk with hostile objects."""
     walk, rng = Walk("0", part.Log(None)), Bytes(data)
     walk.rng = walk.harm.rng = rng
     for _ in range(MOST_STEPS):
@@ -75,9 +75,9 @@ def hostile(data: bytes) -> None:
 
 
 def buffers(data: bytes) -> None:
-    """Memory in, under any description, and out, with any flags.
+    """Imports memory with any description, and exports it with any flags.
 
-    The exporter has just as many bytes as it says, so that none behind them is read unseen.
+    The exporter has exactly as many bytes as it declares, so that a read behind them is detected.
     """
     rng = Bytes(data)
     row = rng.choice(CLASS_ROWS)
@@ -148,7 +148,7 @@ def any_exporter(rng: random.Random, row: Any, is_complex: bool) -> LyingExporte
 
 
 def has_endless_lists(array: Any) -> bool:
-    """No elements, but more rows than there is memory for; a view makes a list of each."""
+    """No elements, but too many rows: a view makes a list of each row."""
     return max(array.size) > MOST_BYTES
 
 
@@ -164,7 +164,7 @@ def look_at(array: Any) -> None:
 
 
 def check(buffer: Any) -> None:
-    """What was handed out must be there, every byte of it, and described without contradiction."""
+    """All exported bytes must be readable, and the description must be consistent."""
     memory_of(buffer)
     if buffer.shape and buffer.ndim > 0:
         count = 1

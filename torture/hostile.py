@@ -1,8 +1,8 @@
-"""Walks over arrays with objects that do harm; what must hold after each step is asked.
+"""Random operations on arrays with hostile objects; checks what must hold after each step.
 
-Nothing that raises is a finding, whatever it raises: findings are the interpreter's own complaints
-about the module (a result beside an error, no result without one), and arrays that answer the same
-question in two ways.
+Exceptions are not findings. Findings are errors that the interpreter reports about the module (a
+result together with an error, no result and no error), and arrays whose text, length, subscripts
+and memory disagree.
 """
 
 from __future__ import annotations

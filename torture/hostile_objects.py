@@ -1,4 +1,4 @@
-"""Objects that do harm while the module asks them something: every method may do anything."""
+"""Hostile objects: every method that the module calls can raise or change the arrays in use."""
 
 from __future__ import annotations
 
@@ -9,16 +9,16 @@ from typing import Any
 
 from helpers.lying_exporter import LyingExporter
 
-MOST_DEPTH = 3  # of harm done while harm is being done
-PADDING = 4096  # bytes that really lie behind an exporter that lies about its length
+MOST_DEPTH = 3  # nested hostile actions
+PADDING = 4096  # real size in bytes of the memory of exporters that declare a wrong length
 
 
 class Mishap(Exception):
-    """What the objects raise."""
+    """Raised by the hostile objects."""
 
 
 class Harm:
-    """Does something random to the arrays of a walk; `acts` are its actions, found by the walk."""
+    """Performs random actions on the arrays of a walk, which sets `acts`, the list of actions."""
 
     def __init__(self, rng: random.Random):
         self.rng = rng
@@ -40,7 +40,7 @@ class Harm:
             self.depth -= 1
 
     def answer(self, usual: Any) -> Any:
-        """The usual answer mostly, or one of a wrong kind, or none."""
+        """Returns mostly the usual answer; sometimes returns one of a wrong type, or raises."""
         self.strike()
         roll = self.rng.randrange(40)
         if roll == 0:
@@ -53,7 +53,7 @@ class Harm:
 
 
 class HostileSequence:
-    """A sequence of changing length whose items come from anywhere."""
+    """A sequence whose length changes and whose items can be anything."""
 
     def __init__(self, harm: Harm, items: list[Any]):
         self.harm, self.items = harm, items
@@ -67,7 +67,7 @@ class HostileSequence:
         return self.harm.answer(len(self.items))
 
     def __getitem__(self, index: Any) -> Any:
-        usual = self.items[index]  # taken before the harm, and handed out after it
+        usual = self.items[index]  # read before the hostile action, returned after it
         if self.harm.rng.randrange(20) == 0:
             self.items.clear()
         return self.harm.answer(usual)
@@ -90,7 +90,7 @@ class HostileSequence:
 
 
 class HostileList(list):
-    """A list that is shortened or extended while it is walked."""
+    """A list that is cleared while it is read."""
 
     harm: Harm
 
@@ -107,7 +107,7 @@ class HostileList(list):
 
 
 class HostileNumber:
-    """Something that every conversion can be asked of."""
+    """An object with all conversions to numbers."""
 
     def __init__(self, harm: Harm, value: int):
         self.harm, self.value = harm, value
@@ -138,7 +138,7 @@ class HostileNumber:
 
 
 def _asked_of(base: type) -> type:
-    """A number's class whose conversions do harm."""
+    """A subclass of a number type with hostile conversions."""
 
     def asked(name: str) -> Callable[[Any], Any]:
         def method(self: Any) -> Any:
@@ -156,7 +156,7 @@ HostileInt, HostileFloat, HostileComplex = (_asked_of(base) for base in (int, fl
 
 
 class HostileExporter(LyingExporter):
-    """An exporter that does harm while it is asked; behind its memory there is more."""
+    """An exporter with hostile actions during requests. Its memory is larger than it declares."""
 
     harm: Harm
 
@@ -186,7 +186,7 @@ def hostile_exporter(harm: Harm) -> HostileExporter:
         strides=rng.choice([[itemsize] * len(shape), [8, 24], [0, 0, 0], [-8, 8]]),
     )
     if exporter.ndim > len(shape) or exporter.ndim > exporter_strides(exporter):
-        exporter.ndim = 0  # no more entries than there are
+        exporter.ndim = 0  # do not declare more entries than exist
     exporter.harm = harm
     return exporter
 
@@ -196,7 +196,7 @@ def exporter_strides(exporter: Any) -> int:
 
 
 class Cycle:
-    """Garbage with a finalizer that does harm when the collector finds it."""
+    """A reference cycle whose finalizer performs a hostile action."""
 
     def __init__(self, harm: Harm, held: Any):
         self.harm, self.held, self.itself = harm, held, self

@@ -1,4 +1,4 @@
-"""A walk over arrays with objects that do harm, and what must hold after each of its steps."""
+"""A walk: random operations on arrays with hostile objects, and the checks after each step."""
 
 from __future__ import annotations
 
@@ -38,7 +38,8 @@ _ask_for_error.restype = ctypes.c_void_p
 
 
 def is_required(error: BaseException | None) -> bool:
-    """An index beyond 64 bits, and a clone that fails, leave an error beside a result."""
+    """Whether this is one of two required errors that come together with a result: an index beyond
+    64 bits, and a clone that fails."""
     while error is not None:
         if isinstance(error, OverflowError) and str(error) == BEYOND_64_BITS:
             return True
@@ -49,7 +50,7 @@ def is_required(error: BaseException | None) -> bool:
 
 
 class Walk:
-    """Arrays, views, iterators and memory, and the next thing to do to them."""
+    """Arrays, views, iterators and memory, and random operations on them."""
 
     def __init__(self, seed: str, log: part.Log):
         self.rng = random.Random(seed)
@@ -77,7 +78,7 @@ class Walk:
             self.misuse_types,
             self.call_with_anything,
         ]
-        # Called while the module asks an object: to the array that is being walked, too.
+        # Called while the module uses a hostile object; can change the array in use.
         self.harm.acts = [
             self.drop,
             self.forget_all,
@@ -94,7 +95,7 @@ class Walk:
             self.compare,
         ]
 
-    # What is chosen from.
+    # Random choices.
 
     def array(self) -> Any:
         if not self.arrays or self.rng.randrange(30) == 0:
@@ -176,7 +177,7 @@ class Walk:
             return HostileSequence(self.harm, lengths)
         return self.rng.choice([tuple(lengths), lengths])
 
-    # What is done.
+    # Operations.
 
     def construct(self) -> Any:
         cls = self.rng.choice(CLASS_ROWS).cls
@@ -268,7 +269,7 @@ class Walk:
         return self.keep(memoryview(array) if self.rng.randrange(2) else array.tomemoryview())
 
     def request(self) -> Any:
-        """Through the buffer protocol, with any flags."""
+        """Uses the buffer protocol with any flags."""
         flags = self.rng.choice([0, 4, 8, 0x18, 0x1C, 0x38, 0x58, 0x98, 0x118, 0x9C, 1])
         answer = ask(self.array(), flags if self.rng.randrange(9) else self.rng.getrandbits(9))
         if answer.error is None:
@@ -324,7 +325,7 @@ class Walk:
         options = {self.rng.choice(["order", "size", ""]): self.data()} if given[1:] else {}
         return operator.methodcaller(self.rng.choice(names), *given, **options)(self.array())
 
-    # What must hold.
+    # Checks.
 
     def step(self) -> str | None:
         action = self.rng.choice(self.steps)
@@ -337,14 +338,14 @@ class Walk:
         except Exception:
             pass
         try:
-            _ask_for_error()  # raises what an action left pending
+            _ask_for_error()  # raises the error that an action left pending
         except Exception as error:
             if not is_required(error):
                 return f"{action.__name__} left an error pending: {error!r}"
         return None
 
     def disagreement(self) -> str | None:
-        """An array of which length, subscripts, text and memory do not tell the same."""
+        """Text about an array whose length, subscripts, text and memory disagree, or None."""
         acts, self.harm.acts = self.harm.acts, []
         try:
             for array in list(self.arrays):
@@ -361,7 +362,7 @@ def disagreement(array: Any) -> str | None:
         text, length, size = str(array), len(array), array.size
         nested, stored = contents(array), array.buffer_info()[1]
     except Exception:
-        return None  # without storage, or outside of it since a reshape
+        return None  # the storage is gone, or smaller since a reshape
     if length != size[0] or len(nested) != length:
         return f"{text}: length {length}, size {size}, items {len(nested)}"
     kind = type(array).__name__.removeprefix("velmar.")
@@ -370,7 +371,7 @@ def disagreement(array: Any) -> str | None:
     try:
         listed = memoryview(array[:]).tolist()
     except RuntimeError:
-        return None  # a slice of what a loop yielded has no storage
+        return None  # a slice of a view from an iterator has no storage
     if len(size) > 1 and 0 not in size and repr(listed) != repr(nested):
         return f"{text}: subscripts give {nested}, memory {listed}"
     return None

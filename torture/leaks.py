@@ -1,8 +1,8 @@
-"""Every operation over and over until its memory is level, or grows by the same each time.
+"""Repeats every operation until its memory is constant, or grows by the same amount each time.
 
-All memory of the interpreter comes from malloc here, which tells how many bytes are in use: so a
-leak of one byte a call is seen. Each class also counts the references to it, one of which every
-array and view that is made keeps.
+All memory of the interpreter comes from malloc here, which counts the bytes in use, so a leak of
+one byte per call is detected. The reference counts of the classes are checked, too: every new array
+and view keeps one reference to its class.
 """
 
 from __future__ import annotations
@@ -20,19 +20,19 @@ from typing import Any
 
 import part
 
-CALLS = 50  # of a batch
+CALLS = 50  # per batch
 MOST_BATCHES = 30
-MOST_LOOKS = 3  # what leaks does so in each of them
-SMALLEST = 24  # bytes of a block
-UNSPLIT = 16  # bytes by which malloc makes a block larger where the rest would be too small for one
-ROUNDING = 4  # bytes a call, where it does so now and then
-RESIDENT_CALLS = 4000  # over which resident memory is looked at
+MOST_LOOKS = 3  # a real leak shows in each of them
+SMALLEST = 24  # bytes of the smallest block
+UNSPLIT = 16  # bytes that malloc adds to a block if the rest is too small for a block
+ROUNDING = 4  # the same, in bytes per call, if it happens in some calls only
+RESIDENT_CALLS = 4000  # calls for the check of resident memory
 PAGE = os.sysconf("SC_PAGESIZE")
-SLACK = 64  # pages that the allocator may take for itself in the meantime
+SLACK = 64  # pages that the allocator can take in addition
 
 
 class _Usage(ctypes.Structure):
-    """mallinfo2: the bytes of mapped blocks, and those in use of all others, are what is read."""
+    """struct mallinfo2; hblkhd has the bytes of mapped blocks, uordblks those of other blocks."""
 
     _fields_ = [
         *((f"before_{i}", ctypes.c_size_t) for i in range(4)),
@@ -48,7 +48,7 @@ _usage.restype = _Usage
 
 
 def in_use() -> int:
-    """Bytes that were allocated and not given back."""
+    """Bytes that are allocated and not freed."""
     gc.collect()
     usage = _usage()
     return usage.uordblks + usage.hblkhd
@@ -65,7 +65,7 @@ def repeat(act: Callable[[], Any], calls: int) -> None:
 
 
 def bytes_a_call(act: Callable[[], Any]) -> float:
-    """What stays behind each call: the least of the batches, since what is kept is kept in each."""
+    """Bytes that each call keeps: the minimum over the last batches, because a leak is in each."""
     repeat(act, CALLS // 5)
     growths: list[int] = []
     before = in_use()
@@ -80,12 +80,12 @@ def bytes_a_call(act: Callable[[], Any]) -> float:
 
 
 def is_steady(growths: list[int]) -> bool:
-    """Whether at least the smallest block stays behind each call, and the same in each batch."""
+    """Whether every batch grows by about the same, and each call by at least the smallest block."""
     return min(growths) >= CALLS * SMALLEST and max(growths) - min(growths) < CALLS * ROUNDING
 
 
 def chunk(size: int) -> int:
-    """What malloc takes for so many bytes."""
+    """Bytes that malloc uses for a request of this size."""
     return max((size + 8 + 15) // 16 * 16, 32)
 
 
@@ -97,7 +97,7 @@ def expected_bytes(operation: Any, record: int, dictionary: int) -> int:
 
 
 def size_of_dictionary() -> int:
-    """Bytes of {"is_complex": True}, made as the module makes it: empty first."""
+    """Bytes of {"is_complex": True}, made as in the module: first empty, then filled."""
     kept: list[Any] = []
     kept.extend([None] * 200)
     for i in range(100):
@@ -111,7 +111,7 @@ def size_of_dictionary() -> int:
 
 
 def settles_slowly(operation: Any) -> bool:
-    """The pickler and the copier do so over thousands of numbers, also those of a plain list."""
+    """With thousands of numbers, pickle and deepcopy need many calls, even for a plain list."""
     return ", middle: " in operation.name and operation.name.endswith(("pickle", "deepcopy"))
 
 
@@ -131,8 +131,8 @@ def walk(arguments: Any) -> int:
     todo = operations.every_operation((operations.SMALL, operations.MIDDLE))
     todo = [operation for operation in todo if not settles_slowly(operation)]
     random.Random(arguments.seed).shuffle(todo)
-    todo.sort(key=lambda operation: not operation.kept)  # those with something to show first
-    # A handful of each kind is enough to name them; the rest of the time is for what must not grow.
+    todo.sort(key=lambda operation: not operation.kept)  # first those that keep memory
+    # A few operations that keep a record are enough; most of the time is for the others.
     records = [one for one in todo if operations.RECORD in one.kept]
     others = [one for one in todo if operations.RECORD not in one.kept]
     todo = [*records[: len(records) // 4], *others, *records[len(records) // 4 :]]
@@ -191,7 +191,7 @@ def walk(arguments: Any) -> int:
 
 
 def resident_growth(todo: list[Any], clock: part.Clock, findings: list[str]) -> int:
-    """Pages by which resident memory grows over a mix of all that must not grow."""
+    """Pages by which resident memory grows over a mix of operations that must not grow."""
     mix = [operation.act for operation in todo if not operation.kept][:40]
     for act in mix:
         repeat(act, 10)
@@ -208,14 +208,14 @@ def resident_growth(todo: list[Any], clock: part.Clock, findings: list[str]) -> 
 
 def main() -> int:
     parser = part.parser(__doc__)
-    parser.add_argument("--walk", action="store_true", help="in this process, not in a child")
+    parser.add_argument("--walk", action="store_true", help="run in this process, not in a child")
     arguments = parser.parse_args()
     part.prepare()
     if arguments.walk:
         with part.contention(arguments.contended):
             return walk(arguments)
     environment = {**os.environ, "PYTHONMALLOC": "malloc", "MALLOC_ARENA_MAX": "1"}
-    environment["GLIBC_TUNABLES"] = "glibc.malloc.tcache_count=0"  # kept chunks are not in use
+    environment["GLIBC_TUNABLES"] = "glibc.malloc.tcache_count=0"  # the cache would count as in use
     command = [sys.executable, *sys.argv, "--walk"]
     done = subprocess.run(command, env=environment, capture_output=True, text=True, check=False)
     lines = done.stdout.splitlines()

@@ -1,7 +1,7 @@
-"""Every operation of the module as a function of its own that starts from nothing.
+"""Every operation of the module as a function that makes its own input.
 
-What each gives can be compared with what it gave before. `kept` is what stays behind a call, for
-the count of leaks.
+The results of two calls can be compared. `kept` names the memory that a call is required to keep,
+for the search for leaks.
 """
 
 from __future__ import annotations
@@ -31,7 +31,7 @@ class Operation(NamedTuple):
 
 
 def seen(value: Any) -> Any:
-    """A value in a form that can be compared, and that holds on to nothing."""
+    """The value in a form that can be compared and that keeps no reference to an array."""
     if isinstance(value, memoryview):
         return value.format, value.shape, value.tobytes("A")
     if hasattr(value, "clone"):
@@ -42,7 +42,7 @@ def seen(value: Any) -> Any:
 
 
 def refused(call: Callable[[], Any]) -> Callable[[], Any]:
-    """A call that has to fail; what it gives is the class of the error."""
+    """A call that has to fail; the result is the name of the error class."""
 
     def act() -> Any:
         try:
@@ -55,7 +55,7 @@ def refused(call: Callable[[], Any]) -> Callable[[], Any]:
 
 
 class Shape(NamedTuple):
-    """Arrays of one size: small ones, or so large that their memory comes in another way."""
+    """The size of arrays. Large ones get their memory in another way."""
 
     name: str
     rows: int
@@ -70,7 +70,7 @@ SMALL, MIDDLE, LARGE = Shape("small", 2, 3), Shape("middle", 48, 100), Shape("la
 
 
 def quietly(act: Callable[[], Any]) -> Callable[[], Any]:
-    """Without the reason that toarray() prints."""
+    """The same call without the error text that toarray() prints."""
 
     def quiet() -> Any:
         with contextlib.redirect_stderr(io.StringIO()):
@@ -80,7 +80,7 @@ def quietly(act: Callable[[], Any]) -> Callable[[], Any]:
 
 
 def of_form(row: Any, is_complex: bool, shape: Shape) -> list[Operation]:
-    """The operations on one class, and one complexity, of arrays."""
+    """The operations on real or complex arrays of one class."""
     cls, options = row.cls, {"is_complex": True} if is_complex else {}
     rows, columns, count = shape.rows, shape.columns, shape.count
     numbers = [1] * count
@@ -168,7 +168,7 @@ def of_form(row: Any, is_complex: bool, shape: Shape) -> list[Operation]:
 def failing(
     cls: type, options: dict[str, Any], make: Callable[[], Any], expired: Callable[[], Any]
 ) -> list[Operation]:
-    """Calls that fail; those of a constructor keep the record."""
+    """Calls that fail. Failed constructions keep the record."""
     constructions = {
         "an unknown keyword": lambda: cls(shape=1, **options),
         "a text": lambda: cls("text", **options),
@@ -215,7 +215,7 @@ def failing(
 
 
 class Raising:
-    """A sequence without items."""
+    """A sequence that raises for every item."""
 
     def __len__(self) -> int:
         return 2
@@ -256,7 +256,7 @@ def of_buffer(made: Any) -> Any:
 
 
 def every_operation(shapes: tuple[Shape, ...], forms: list[Any] | None = None) -> list[Operation]:
-    """On each class and complexity; for large arrays on a few of them."""
+    """The operations on all classes, real and complex; for large arrays on two classes only."""
     found: list[Operation] = []
     for shape in shapes:
         for row, is_complex in forms or FORMS:

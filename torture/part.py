@@ -1,4 +1,4 @@
-"""What the programs of this folder share: arguments, the time, and the second thread."""
+"""Shared by the programs of this folder: arguments, time limit, log, second thread, output."""
 
 from __future__ import annotations
 
@@ -15,23 +15,23 @@ from pathlib import Path
 from typing import Any
 
 ROOT = Path(__file__).resolve().parents[1]
-sys.path.insert(0, str(ROOT / "tests" / "python"))  # the model, and the hostile objects of tests
+sys.path.insert(0, str(ROOT / "tests" / "python"))  # for the package helpers
 
 WORKING_FOLDER = ROOT / "build" / "torture"
-SHORTEST_SWITCH = 1e-6  # seconds that a thread has before another one wants the interpreter
+SHORTEST_SWITCH = 1e-6  # seconds until a thread has to release the interpreter
 
 
 def parser(description: str | None) -> argparse.ArgumentParser:
     made = argparse.ArgumentParser(description=description)
-    made.add_argument("--seconds", type=float, default=60, help="how long to go on")
-    made.add_argument("--seed", type=int, default=0, help="where the random choices start")
-    made.add_argument("--log", type=Path, help="a file for each step before it is taken")
-    made.add_argument("--contended", action="store_true", help="beside a second, busy thread")
+    made.add_argument("--seconds", type=float, default=60, help="time limit")
+    made.add_argument("--seed", type=int, default=0, help="seed of the random choices")
+    made.add_argument("--log", type=Path, help="file that records each step before it runs")
+    made.add_argument("--contended", action="store_true", help="run a second, busy thread")
     return made
 
 
 class Clock:
-    """The time that is left."""
+    """The time limit."""
 
     def __init__(self, seconds: float):
         self.start = time.monotonic()
@@ -60,7 +60,7 @@ def _be_busy(stop: threading.Event, rounds: list[int]) -> None:
 
 @contextlib.contextmanager
 def contention(is_wanted: bool) -> Iterator[list[int]]:
-    """A thread that collects garbage and runs Python code all the time; counts its rounds."""
+    """Runs a thread that collects garbage and runs Python code; yields the count of its rounds."""
     rounds, stop = [0], threading.Event()
     if not is_wanted:
         yield rounds
@@ -78,7 +78,7 @@ def contention(is_wanted: bool) -> Iterator[list[int]]:
 
 
 class Log:
-    """The steps of the program at hand, on file before they are taken."""
+    """Writes the steps of the current program to a file before they run."""
 
     def __init__(self, path: Path | None):
         self.file = None if path is None else open(path, "w")  # noqa: SIM115
@@ -99,13 +99,13 @@ class Log:
 
 
 def prepare() -> None:
-    """To be called first: a crash shows where Python was."""
+    """Call it first. Makes a crash print the Python traceback."""
     faulthandler.enable()
     WORKING_FOLDER.mkdir(parents=True, exist_ok=True)
 
 
 def finish(figures: dict[str, Any], findings: list[str]) -> int:
-    """Print what was found, and the figures as the last line; the exit status."""
+    """Prints the findings, then the results as the last line. Returns the exit status."""
     for finding in findings:
         print(finding)
     print(json.dumps({**figures, "findings": len(findings)}), flush=True)

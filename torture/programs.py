@@ -1,4 +1,4 @@
-"""Random programs against the model, one after the other until the time is over."""
+"""Compares random programs with the model until the time is over."""
 
 from __future__ import annotations
 

@@ -1,4 +1,4 @@
-"""Runs all parts within a time budget, two at a time, and prints one table of their figures."""
+"""Runs all programs within a time limit, two at a time, and prints one table of results."""
 
 from __future__ import annotations
 
@@ -15,12 +15,12 @@ from typing import Any, NamedTuple
 import part
 import sanitized
 
-LONGEST_AFTERTIME = 120  # seconds that a part may take beyond its own
+LONGEST_AFTERTIME = 120  # seconds that a program can take beyond its time limit
 LINES_SHOWN = 40
 
 
 class Task(NamedTuple):
-    """One run of one program of this folder, and its share of a lane's time."""
+    """One run of a program of this folder, and its share of the time of a lane."""
 
     title: str
     program: str
@@ -30,7 +30,7 @@ class Task(NamedTuple):
 
 
 def lanes(seed: int) -> list[list[Task]]:
-    """What runs beside each other: one task of each lane."""
+    """The lanes run in parallel; the tasks of a lane run one after the other."""
     return [
         [
             Task("programs against the model, seed 1", "programs", (f"--seed={seed + 1}",), 0.20),
@@ -153,8 +153,10 @@ def is_clean(one: Outcome) -> bool:
 
 def main() -> int:
     parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument("--seconds", type=float, default=600, help="for all parts together")
-    parser.add_argument("--seed", type=int, default=int(time.time()) // 60, help="of all parts")
+    parser.add_argument("--seconds", type=float, default=600, help="time limit for everything")
+    parser.add_argument(
+        "--seed", type=int, default=int(time.time()) // 60, help="seed of all programs"
+    )
     arguments = parser.parse_args()
     part.WORKING_FOLDER.mkdir(parents=True, exist_ok=True)
     print(f"== seed {arguments.seed}", flush=True)

@@ -1,4 +1,4 @@
-"""The environment in which the build with sanitizers runs, and what it reports there."""
+"""The environment for the sanitizer build, and its reports."""
 
 from __future__ import annotations
 
@@ -14,7 +14,7 @@ REPORTS = part.WORKING_FOLDER / "reports"
 
 
 def coverage_library() -> Path:
-    """Where the instrumented code counts the places that it runs through."""
+    """The library with the coverage counters of the instrumented code."""
     return LIBRARIES / "libcoverage_map.so"
 
 
@@ -25,7 +25,7 @@ def _runtime(name: str) -> str:
 
 
 def environment(name: str) -> dict[str, str]:
-    """The runtimes have to be there before the interpreter allocates."""
+    """Preloads the runtimes, which have to be loaded before the interpreter allocates."""
     REPORTS.mkdir(parents=True, exist_ok=True)
     for report in REPORTS.glob(f"{name}.*"):
         report.unlink()
@@ -42,10 +42,10 @@ def environment(name: str) -> dict[str, str]:
 
 
 def reports(name: str) -> list[str]:
-    """Errors; that memory could not be had is told in the same files, and is none."""
+    """The reports of errors. The same files also have warnings about failed allocations."""
     texts = [report.read_text(errors="replace") for report in sorted(REPORTS.glob(f"{name}.*"))]
     return [text for text in texts if "ERROR:" in text or "runtime error:" in text]
 
 
-if __name__ == "__main__":  # the libraries that a part of this folder is to be run with
+if __name__ == "__main__":  # runs a program of this folder with the sanitizer build
     sys.exit(subprocess.call([sys.executable, *sys.argv[1:]], env=environment("by_hand")))
