@@ -1,5 +1,6 @@
-// Makes the k-th allocation of the loaded module and of its data library fail, and no other one. For
-// that, the relocation slots of these two libraries for allocating functions are set to functions here.
+// Makes the k-th allocation of the loaded module and of its data library fail, and no
+// other one. The relocation slots of these two libraries for allocating functions are set to
+// functions of this file.
 #include <elf.h>
 #include <link.h>
 #include <sys/mman.h>
@@ -27,7 +28,7 @@ bool fails() {
 }
 
 void* countedMalloc(std::size_t size) {
-  if (size == 0 || !fails()) return std::malloc(size);  // for size 0 a null pointer is not a failure
+  if (size == 0 || !fails()) return std::malloc(size);  // null is valid for size 0
   errno = ENOMEM;
   return nullptr;
 }
