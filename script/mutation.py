@@ -96,9 +96,13 @@ def read_equivalent(file):
 
 
 def stale(equivalent, sources):
-    """Listed keys for these sources that no longer match any possible change."""
+    """Listed keys for these sources, or for no source at all, that match no possible change."""
     possible = {sources.key(change) for place in sources.places for change in place}
-    return sorted(key for key in equivalent - possible if key[0] in sources.texts)
+    return sorted(
+        key
+        for key in equivalent - possible
+        if key[0] in sources.texts or not (ROOT / key[0]).exists()
+    )
 
 
 class Run:

@@ -42,8 +42,8 @@ EXPECTED = {
 
 # File, text that occurs there once, its replacement, expected outcome. Every test that takes the
 # length of an array runs this code. One replacement changes nothing and has to survive.
-LENGTH = "src/indexing/traversal.cpp"
-ACTIVE = "const auto active = static_cast<std::size_t>(m_numberOfIntegerIndicesSoFar);"
+LENGTH = "src/indexing/view_composition.cpp"
+ACTIVE = "const std::size_t active = view.chain().integers().size();"
 KNOWN = [
     (LENGTH, "return storage->shape()[active];", "return storage->shape()[active] + 1;", "killed"),
     (LENGTH, ACTIVE, "__builtin_trap(); " + ACTIVE, "killed by crash"),
