@@ -98,7 +98,7 @@ class TestViewsOfTheTarget:
         want[1].reverse()
         assert exact(contents(array)) == exact(want)
 
-    def test_names_for_rows_are_no_copies(self):
+    def test_swapped_rows_are_not_copies(self):
         array = velmar.double(grid(2, 3))
         array[0], array[1] = array[1], array[0]
         assert contents(array) == [[3, 4, 5], [3, 4, 5]]
@@ -245,7 +245,7 @@ class TestRaisingRightSide:
         assert contents(array) == grid(2, 2)
 
     @each(CLASS_ROWS)
-    def test_a_number_asks_for_nothing(self, row):
+    def test_a_number_reads_nothing_of_the_sequence(self, row):
         array = row.cls([[1, 0]])
         value = Scripted([Boom("item")], lengths=[Boom("length")])
         with raises(TypeError, "sequence passed when scalar was expected."):
@@ -258,7 +258,7 @@ class TestRaisingRightSide:
         assert value.log == ["len", 0, 1, 0, 1]
         assert contents(array) == [[7, 8], [2, 3]]
 
-    def test_too_short_a_length_is_believed(self, array):
+    def test_a_length_that_is_too_short_counts(self, array):
         array[0] = Scripted([7, 8, 9], lengths=[2])
         assert contents(array) == [[7, 8], [2, 3]]
 
@@ -279,7 +279,7 @@ class TestRightSideThatWrites:
             view_of(array)[subscript] = value
             assert contents(array) == want
 
-    def test_and_then_fails(self, array):
+    def test_writes_before_a_failure_stay(self, array):
         def write():
             array[1][1] = 99
 
@@ -305,7 +305,7 @@ class TestRightSideThatWrites:
         view[:] = Scripted([then(lambda: operator_set(view, every(), [5, 6]), 7), view[1]])
         assert contents(array) == [[7, 1], [2, 3]]
 
-    def test_in_turns(self):
+    def test_nested_assignments(self):
         def assign_to_all(view, value):
             view[:] = value
 
@@ -337,7 +337,7 @@ class TestRightSideThatDropsTheArray:
     """The call itself keeps the storage alive."""
 
     @rows("view_of, subscript", TARGETS)
-    def test_only_name(self, view_of, subscript):
+    def test_last_reference_to_the_array(self, view_of, subscript):
         holder = [velmar.double(grid(2, 2))]
         kept = holder[0][:]
         view = [view_of(holder[0])]

@@ -99,7 +99,7 @@ class TestLastDimension:
                 pair.check(views, chain, index, pair.fresh(1)[0])
 
     @short_lengths
-    def test_scalars_and_nested_lists_are_no_run(self, length):
+    def test_scalars_and_nested_lists(self, length):
         pair = Pair(1, length)
         for chain in chains(length)[::7]:
             views = pair.at(0, *chain)

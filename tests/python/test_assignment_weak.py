@@ -162,7 +162,7 @@ class TestSlicesOfYieldedViews:
             with raises(*STORAGE_GONE):
                 del make()[subscript]
 
-    def test_reading_their_length_does_not_help(self):
+    def test_after_reading_the_length(self):
         part = list(KEPT[0])[0][1:]
         assert len(part) == 2
         with raises(*STORAGE_GONE):
@@ -228,7 +228,7 @@ class TestExpiresDuringTheCall:
             view[subscript] = 1
 
     @rows("view_of, subscript, count", TARGETS)
-    def test_and_fails_otherwise(self, view_of, subscript, count):
+    def test_an_item_refused_after_the_storage_is_gone(self, view_of, subscript, count):
         holder = [velmar.double(grid(2, 2, 3))]
         with raises(TypeError, "value must not be 'None'."):
             view_of(holder[0])[subscript] = Scripted([then(holder.clear, None)])

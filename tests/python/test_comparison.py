@@ -123,7 +123,7 @@ class TestNotANumber:
         array = velmar.double([1, value], is_complex=True)
         assert (array == array) is False
 
-    def test_identity_wins_in_a_list(self):
+    def test_lists_compare_identity_first(self):
         array = velmar.double([math.nan])
         assert [array] == [array]
 
@@ -135,11 +135,11 @@ class TestClasses:
             assert_unequal(a, b)
             assert_unequal(a[0], b[0])
 
-    def test_empty_ones_too(self):
+    def test_arrays_without_elements(self):
         for a, b in itertools.combinations([row.cls() for row in CLASS_ROWS], 2):
             assert_unequal(a, b)
 
-    def test_complex_ones_too(self):
+    def test_complex_arrays(self):
         assert_unequal(velmar.double([1], is_complex=True), velmar.single([1], is_complex=True))
 
 
@@ -341,12 +341,12 @@ class TestOrders:
 
     @orders
     @rows("make", WITHOUT_STORAGE)
-    def test_look_at_no_storage(self, make, order):
+    def test_are_refused_without_storage(self, make, order):
         with raises(NotImplementedError, NO_ORDER):
             order(make(), 5)
 
     @orders
-    def test_look_at_nothing_of_the_other(self, order):
+    def test_are_refused_before_the_other_is_read(self, order):
         with raises(NotImplementedError, NO_ORDER):
             order(velmar.double([1]), bare_record(velmar.double))
 

@@ -112,14 +112,14 @@ class TestViews:
         assert_size(view, shape)
         assert len(view) == view.size[0]
 
-    def test_sizes_of_the_small(self):
+    def test_size_of_small_views(self):
         assert velmar.double([[1, 2, 3], [4, 5, 6]])[0].size == (3,)
         assert velmar.double(size=(5, 2))[1:4].size == (3, 2)
         assert velmar.double(size=(3, 0))[1].size == (0,)
         assert velmar.double(size=(3, 0))[1:].size == (2, 0)
 
     @rows("chain, shape", VIEWS)
-    def test_the_rest_is_of_the_storage(self, chain, shape):
+    def test_other_facts_are_those_of_the_storage(self, chain, shape):
         for array in (velmar.double(CUBE), velmar.int16(size=(3, 4, 5), is_complex=True)):
             view = subscripted(array, chain)
             assert view.itemsize == array.itemsize
@@ -218,7 +218,7 @@ class TestAfterReshape:
         "chain",
         [("row", [1, 2]), ("part_of_row", [1, 2, every(1, 3)]), ("deep", [0, 0, every(step=-1)])],
     )
-    def test_fewer_dimensions_left_than_none(self, chain):
+    def test_more_subscripts_than_dimensions(self, chain):
         array = velmar.double(CUBE)
         view = subscripted(array, chain)
         array.reshape([60])

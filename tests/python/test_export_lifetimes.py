@@ -132,7 +132,7 @@ class TestUnderAReshape:
         with exported(array) as buffer:
             assert_described(buffer, SHAPES[0])
 
-    def test_shape_that_went_out_comes_back(self):
+    def test_reshape_back_to_an_exported_shape(self):
         array = velmar.double(CUBE)
         with exported(array) as first:
             for shape in SHAPES * 2:
@@ -226,7 +226,8 @@ class TestKeptNumbers:
         assert len(places) == 10
 
     @pytest.mark.skipif(
-        "asan" in os.environ.get("LD_PRELOAD", ""), reason="the sanitizer keeps what is freed"
+        "asan" in os.environ.get("LD_PRELOAD", ""),
+        reason="the sanitizer does not reuse freed memory",
     )
     @rows("is_exported", [("exported_once", False), ("exported_at_each_shape", True)])
     def test_memory_does_not_grow(self, is_exported):
@@ -291,7 +292,7 @@ def interrupted(action, after):
 
 
 collects_anywhere = pytest.mark.skipif(
-    sys.version_info >= (3, 12), reason="later interpreters collect between their own steps only"
+    sys.version_info >= (3, 12), reason="later interpreters never collect within a call"
 )
 
 MOMENTS = pytest.mark.parametrize("after", range(1, 16))
@@ -377,7 +378,7 @@ class TestFinalisers:
         assert got in (None, NUMBERS)
         assert held == []
 
-    def test_come_in_the_midst(self):
+    def test_finalisers_run_between_two_rows(self):
         """Some of these moments lie between two rows, as the tests above assume."""
         failures = set()
         for after in range(1, 16):

@@ -130,7 +130,7 @@ class TestTheRow:
         assert row != row.clone()
         assert row != velmar.single(NESTED).noncomplex()
 
-    def test_is_partial(self):
+    def test_cannot_be_reshaped(self):
         for row in (velmar.double(NESTED)._data, parts_of_double().real(), parts_of_double()._imag):
             for shape in ((6, 1), (1, 6), ([6],)):
                 with raises(*PARTIAL_ARRAY):
@@ -144,7 +144,7 @@ class TestTheRow:
         with raises(IndexError, "index has an invalid value: 6"):
             row[6]
 
-    def test_of_itself(self):
+    def test_of_an_extracted_row(self):
         row = velmar.double(NESTED).noncomplex()
         again = row[2:].noncomplex()
         row[0] = 9

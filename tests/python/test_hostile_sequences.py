@@ -127,14 +127,14 @@ class TestWhatASequenceIsAsked:
         assert contents(velmar.int8(data)) == []
         assert data.log == ["len"]
 
-    def test_children_are_asked_for_their_length_ahead(self):
+    def test_lengths_of_all_items_are_read_first(self):
         first, second = Scripted([1, 2]), Scripted([3, 4])
         outer = Scripted([first, second])
         assert contents(velmar.int8(outer)) == [[1, 2], [3, 4]]
         assert outer.log == ["len", 0, 1, 0, 1]
         assert first.log == second.log == ["len", "len", 0, 1, 0, 1]
 
-    def test_an_only_child_is_not(self):
+    def test_length_of_a_single_item_is_not_read_first(self):
         child = Scripted([1, 2])
         assert contents(velmar.int8([child])) == [[1, 2]]
         assert child.log == ["len", 0, 1, 0, 1]
@@ -164,7 +164,7 @@ class TestWhatASequenceIsAsked:
             velmar.int8(vector=data, size=(2, 2))
         assert data.log == ["len"]
 
-    def test_nothing_at_all(self):
+    def test_nothing_is_read_before_other_refusals(self):
         data = Scripted([1])
         for call in (
             lambda: velmar.int8(data, size=5),
@@ -305,11 +305,11 @@ class TestLengthLies:
         assert contents(velmar.int8(Scripted([1, 2, 3], lengths=[0]))) == []
         assert contents(velmar.int8(vector=Scripted([1, 2, 3], lengths=[2]))) == [[1, 2]]
 
-    def test_all_grow_alike(self):
+    def test_all_rows_grow_to_the_same_length(self):
         data = [Scripted([1, 2, 3], lengths=[2, 3]) for _ in range(2)]
         assert contents(velmar.int8(data)) == [[1, 2, 3], [1, 2, 3]]
 
-    def test_far_more_than_was_told(self):
+    def test_far_more_items_than_the_first_length(self):
         data = [Scripted([1, 2]), Scripted([3] * 5000, lengths=[2, 5000])]
         with raises(*NOT_RECTANGULAR):
             velmar.int8(data)
@@ -326,7 +326,7 @@ class TestLengthLies:
 
 
 class TestChangesUnderTheWalk:
-    def test_items_are_what_they_are_the_second_time(self):
+    def test_items_of_the_second_pass_count(self):
         assert contents(velmar.int8(Scripted([Answers(1, 3), Answers(2, 4)]))) == [[3, 4]]
         data = Scripted([Answers(1, [3]), Answers(2, [4])])
         assert contents(velmar.int8(data)) == [[3], [4]]
@@ -386,7 +386,7 @@ class TestChangesUnderTheWalk:
         with raises(*error):
             velmar.int8(outer)
 
-    def test_an_inner_list_cleared_by_its_sister(self):
+    def test_an_inner_list_cleared_by_the_list_beside_it(self):
         inner = [1, 2]
         with raises(*NOT_RECTANGULAR):
             velmar.int8([Scripted([then(inner.clear, 7), 8]), inner])

@@ -324,7 +324,7 @@ class TestStorageGone:
             with raises(*STORAGE_GONE):
                 list(row)
 
-    def test_a_name_is_the_remedy(self):
+    def test_rows_of_a_named_array_keep_their_storage(self):
         array = velmar.double([[1, 2], [3, 4]])
         assert [list(row) for row in array] == [[1.0, 2.0], [3.0, 4.0]]
 

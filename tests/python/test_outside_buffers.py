@@ -85,7 +85,7 @@ class TestFlat:
         assert bytes(memoryview(built).cast("B")) == quiet
 
     @each(CLASS_ROWS)
-    def test_values_are_not_looked_at_twice(self, row):
+    def test_elements_are_a_copy(self, row):
         """The elements are a copy, so the source may change afterwards."""
         source = bytearray(packed(values_of(row), row))
         built = row.cls(memoryview(source).cast(format_of(row)))

@@ -73,7 +73,7 @@ class TestFormats:
             with raises(*not_complex(f"{prefix}Zd")):
                 build(velmar.double, doubles(format=f"{prefix}Zd".encode()), is_complex=True)
 
-    def test_z_alone(self):
+    def test_complex_letter_without_a_type(self):
         with raises(*incompatible("Z", "Zd")):
             build(velmar.double, doubles(format=b"Z"), is_complex=True)
         with raises(*incompatible("Z", "d")):
@@ -122,13 +122,13 @@ class TestLength:
                 build(row.cls, source, is_complex=is_complex)
 
     @each_form
-    def test_none(self, row, is_complex):
+    def test_length_zero(self, row, is_complex):
         for memory in (b"", None):
             source = LyingExporter(memory, format_of(row, is_complex).encode(), 8)
             assert build(row.cls, source, is_complex=is_complex).size == (0, 0)
 
     @each_form
-    def test_less_than_none(self, row, is_complex):
+    def test_negative_length(self, row, is_complex):
         for length in (-1, -16, -(2**63)):
             source = LyingExporter(SIX, format_of(row, is_complex).encode(), 8, length=length)
             with raises(*DOES_NOT_FIT):
@@ -155,7 +155,7 @@ class TestLength:
                     built = build(velmar.double, source)
                     assert contents(built) == [[1.0, 2.0, 3.0, 4.0, 5.0, 6.0]]
 
-    def test_fewer_dimensions_than_none_are_one(self):
+    def test_negative_dimensions_count_as_one(self):
         source = doubles(ndim=-1, shape=None, strides=None)
         assert build(velmar.double, source).size == (1, 6)
 

@@ -143,7 +143,7 @@ class TestOneDimension:
         assert array == six().noncomplex()
         assert array != velmar.double([[1, 2, 3, 4, 5, 6]])
 
-    def test_goes_out(self):
+    def test_exports_copies_and_pickles(self):
         array = six().reshape([6])
         assert memoryview(array).shape == (6,)
         assert memoryview(array).tolist() == [1, 2, 3, 4, 5, 6]
@@ -152,7 +152,7 @@ class TestOneDimension:
         assert array.__reduce__() == (velmar.double, ({}, [1, 2, 3, 4, 5, 6]))
         assert velmar.double(memoryview(array)).size == (1, 6)
 
-    def test_comes_back(self):
+    def test_reshape_to_two_dimensions(self):
         assert contents(six().reshape([6]).reshape(2, 3)) == [[1, 3, 5], [2, 4, 6]]
 
 
@@ -253,11 +253,11 @@ class TestArguments:
         with raises(*unreadable_length(index)):
             six().reshape(Scripted(items))
 
-    def test_a_length_that_says_too_much(self):
+    def test_a_length_that_is_too_long(self):
         with raises(*unreadable_length(2)):
             six().reshape(Scripted([2, 3], [3]))
 
-    def test_a_length_that_says_too_little(self):
+    def test_a_length_that_is_too_short(self):
         assert six().reshape(Scripted([3, 2, 9], [2])).size == (3, 2)
 
     def test_items_are_read_from_the_first_to_the_first_bad_one(self):
@@ -377,7 +377,7 @@ class TestMeanwhile:
         assert held[0].tolist() == [[1, 3, 5], [7, 8, 9]]
         assert contents(held[1]) == [[1, 3, 5], [2, 4, 6]]
 
-    def test_the_last_name_goes(self):
+    def test_the_last_reference_goes(self):
         names = {"array": six()}
         drop = then(lambda: (names.clear(), gc.collect()), 2)
         assert names["array"].reshape(Scripted([3, drop])).size == (3, 2)

@@ -81,7 +81,7 @@ class TestWhatIsKept:
         assert (array.size, clone.size) == ((3, 2), (6, 1))
         assert contents(clone.reshape(2, 3)) == [[1, 3, 5], [2, 4, 6]]
 
-    def test_what_a_view_sent_out(self):
+    def test_exported_memory_of_a_view(self):
         array = six()
         view = array[:]
         memory = memoryview(view)

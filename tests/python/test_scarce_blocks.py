@@ -10,7 +10,7 @@ from helpers.child_interpreter import run_script
 
 # The sanitizer reserves terabytes of address space, so it cannot run under a limit.
 pytestmark = pytest.mark.skipif(
-    "asan" in os.environ.get("LD_PRELOAD", ""), reason="address space is not limited by tests"
+    "asan" in os.environ.get("LD_PRELOAD", ""), reason="the sanitizer needs unlimited address space"
 )
 
 # Each attempt is a process with a limit on its address space, in megabytes.

@@ -162,7 +162,9 @@ class TestIntegerBeyond64Bits:
         with raises(IndexError, "index has an invalid value: -1"):
             line(5)[2:2][2**70]
 
-    @pytest.mark.skipif(hasattr(sys, "gettotalrefcount"), reason="a debug interpreter checks first")
+    @pytest.mark.skipif(
+        hasattr(sys, "gettotalrefcount"), reason="a debug interpreter checks at once"
+    )
     def test_result_is_the_last_element(self):
         outcome = run_script("""
             import functools, operator

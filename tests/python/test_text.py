@@ -383,7 +383,7 @@ class TestManyDimensions:
             with raises(RuntimeError, "unable to set list item."):
                 text(view)
 
-    def test_again_and_again(self):
+    def test_repeated_recursion_errors(self):
         array = velmar.logical(size=(1,) * FAR_TOO_MANY + (2,))
         for _ in range(5):
             with pytest.raises(RecursionError):

@@ -113,7 +113,7 @@ class TestOneDimension:
         assert_gives(source, "d", [1.0, 2.0, 3.0], capfd)
         assert_gives(source[1:], "d", [2.0, 3.0], capfd)
 
-    def test_numbers_are_those_of_the_moment(self):
+    def test_current_numbers_are_read(self):
         source = velmar.double([1, 2, 3])
         row = source[0]
         row.clone()
@@ -195,7 +195,7 @@ class TestFailures:
             velmar.double([1j], is_complex=True)[0].toarray()
         assert capfd.readouterr() == ("", "TypeError: must be real number, not complex\n")
 
-    def test_nothing_hangs_on_the_error(self, capfd):
+    def test_error_has_no_cause_or_context(self, capfd):
         with pytest.raises(RuntimeError) as caught:
             velmar.double([1]).toarray()
         assert caught.value.__cause__ is None

@@ -339,7 +339,7 @@ class TestFrames:
         assert memoryview(back).tobytes("A") == bytes(FRAMES[0])
 
     @pytest.mark.parametrize("header", [HEADER, COMPLEX], ids=["real", "complex"])
-    def test_is_let_go(self, header):
+    def test_is_released_after_unpacking(self, header):
         frame = bytearray(FRAMES[0])
         transport.unpack(header, [frame])
         frame.append(0)  # raises while the memory is exported

@@ -231,7 +231,7 @@ class TestDaskTables:
         array[0][0] = 0
         assert tokenize(array) != token
 
-    def test_undone(self):
+    def test_unregistered(self):
         from distributed.protocol import serialize
 
         array = velmar.int8([[1, 2]])
@@ -267,7 +267,7 @@ class TestDaskCluster:
         told = client.run(registered_with_dask)
         assert list(told.values()) == [True, True]
 
-    def test_undone(self, client):
+    def test_unregistered(self, client):
         transport.unregister_dask(client)
         assert set(client.run(registered_with_dask).values()) == {False}
         array = velmar.int8([[1, 2]])
@@ -327,7 +327,7 @@ class TestRay:
         assert b"transport" not in pickle.dumps(array)
         assert not set(copyreg.dispatch_table) & {velmar.int8, velmar.double}
 
-    def test_undone(self, ray):
+    def test_unregistered(self, ray):
         transport.unregister_ray()
         assert ray.get(ray.put(velmar.double(size=(0, 3)))).size == (0, 0)
         transport.register_ray()

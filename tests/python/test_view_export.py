@@ -117,7 +117,7 @@ class TestViews:
         array[1][1] = 8
         assert contents(other.clone()) == [[0, 1, 0]]
 
-    def test_clone_of_a_whole_array_does_not_stand_before_its_memory(self):
+    def test_clone_of_a_whole_array_does_not_change_its_memory(self):
         array = velmar.double(NESTED)
         array.clone()
         array[0][1] = 7
@@ -137,7 +137,7 @@ class TestViews:
         gc.collect()
         assert memoryview(row).tolist() == [[1, 0, 1]]
 
-    def test_snapshot_alone_does_not(self):
+    def test_snapshot_of_a_clone_is_not_exported_without_storage(self):
         array = velmar.double(NESTED)
         row = list(array)[0]
         row.clone()

@@ -108,7 +108,7 @@ class TestComposition:
                 with raises(IndexError, f"index has an invalid value: {index}"):
                     view[index]
 
-    def test_depth_leaves_no_trace(self):
+    def test_very_long_chains(self):
         view = line(10)
         for _ in range(5000):
             view = view[::-1]
