@@ -17,7 +17,7 @@ settings.register_profile(
 settings.register_profile(
     "search", settings.get_profile("ci"), derandomize=False, max_examples=1000
 )
-# For runs that check every path once, on builds and interpreters beside the main ones.
+# Fewer examples, for the sanitizers and the interpreters between the oldest and the newest.
 settings.register_profile("brief", settings.get_profile("ci"), max_examples=40)
 settings.load_profile(os.environ.get("HYPOTHESIS_PROFILE", "ci"))
 

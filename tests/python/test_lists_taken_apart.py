@@ -68,7 +68,7 @@ def test_list_of_elements_where_one_is_out_of_reach(taking_apart):
     for _ in range(20):
         kept.append([])  # moves the collection to another object
         try:
-            raise KeyError  # beside another error, a new one is made an object at once
+            raise KeyError  # an error during another one becomes an object at once
         except KeyError:
             said.add(error_of(lambda: str(row)))
     if COLLECTS_INSIDE:
