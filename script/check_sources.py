@@ -12,7 +12,7 @@ from rooms import is_above, room_of
 ROOT = Path(__file__).resolve().parents[1]
 PYTHON_DOOR = Path("src/module/python.hpp")
 
-# Counts change through Py_IncRef and Py_DecRef inside PyRef; the macros reach into the object.
+# PyRef uses Py_IncRef and Py_DecRef; the macros would access the fields of the object.
 BANNED = re.compile(
     r"\b(Py_INCREF|Py_DECREF|Py_XINCREF|Py_XDECREF|Py_CLEAR|Py_SETREF|Py_XSETREF|Py_NewRef"
     r"|Py_XNewRef|Py_RETURN_\w+)\b"
