@@ -1,5 +1,5 @@
-// Index items: from subscript objects, normalised against lengths, read as values and ranges.
-#include "indexing/index_items.hpp"
+// Index items: made from subscript objects, normalised against lengths, read as values and ranges.
+#include "indexing/subscripts.hpp"
 
 #include <gtest/gtest.h>
 
@@ -53,7 +53,7 @@ TEST(IntegerSubscript, IsAnIntAndNothingElse) {
   }
 }
 
-// Deliberate: the number is taken as it comes, and the error stays pending.
+// Deliberate: the handlers go on with -1, and the error stays pending.
 TEST(IntegerSubscript, TooLargeForSixtyFourBitsIsMinusOneWithTheErrorPending) {
   for (const char* expression : {"2**63", "2**70", "-2**63 - 1", "-2**70"}) {
     SCOPED_TRACE(expression);
@@ -68,7 +68,7 @@ struct IntegerNormalisationRow {
   std::int64_t length;
   std::int64_t index;
   std::optional<std::int64_t> expected;
-  const char* message;  // null: a failure without one
+  const char* message;  // null: the failure sets no error
 };
 constexpr IntegerNormalisationRow integerNormalisationRows[] = {
     {5, 0, 0, nullptr},
@@ -100,7 +100,7 @@ TEST(IntegerItem, IsNormalisedAgainstALength) {
       if (row.message != nullptr) {
         EXPECT_TRUE(raised(PyExc_RuntimeError, row.message));
       } else {
-        EXPECT_TRUE(raisedNothing()) << "an index that is too small has no error of its own";
+        EXPECT_TRUE(raisedNothing()) << "the caller reports an index that is too small";
       }
     }
   }
@@ -138,7 +138,7 @@ const SliceNormalisationRow sliceNormalisationRows[] = {
     {"stop is left alone", {0, 99, 1, none, false}, 5, "0:99:1/99"},
     {"negative stop is left alone", {4, -1, -1, 5, false}, 5, "4:-1:-1/5"},
     {"negative length", {2, 4, 1, 2, false}, -1, "0:4:1/2"},
-    // A quotient that is cut off, and not the number of positions.
+    // A truncated quotient, not the number of positions.
     {"quotient, exact", {0, 6, 2, none, false}, 10, "0:6:2/3"},
     {"quotient, cut off", {1, 8, 2, none, false}, 10, "1:8:2/3"},
     {"quotient, backwards", {8, 1, -2, none, false}, 10, "8:1:-2/3"},
@@ -168,7 +168,7 @@ TEST(SliceItem, StepOfZeroIsRefused) {
     SliceIndexItem item = row.item;
     EXPECT_FALSE(item.normalizeAgainstLength(row.length));
     EXPECT_TRUE(raised(PyExc_ValueError, "slice step cannot be zero."));
-    EXPECT_EQ(describe(item), row.expected) << "what came before the step is done";
+    EXPECT_EQ(describe(item), row.expected) << "the numbers before the step are normalised";
   }
 }
 
@@ -206,12 +206,11 @@ const SliceRow sliceRows[] = {
 TEST(SliceSubscript, BecomesANormalisedItem) {
   for (const SliceRow& row : sliceRows) {
     SCOPED_TRACE(std::string(row.expression) + " on " + std::to_string(row.length));
-    SliceIndexItem item;
-    EXPECT_TRUE(getSliceData(evaluate(row.expression).get(), row.length, item));
-    EXPECT_EQ(describe(item), row.expected);
-    bool success = false;
-    EXPECT_EQ(item.getIntegerIndexValues(row.length, success), row.values);
-    EXPECT_TRUE(success);
+    const std::optional<SliceIndexItem> item =
+        getSliceData(evaluate(row.expression).get(), row.length);
+    ASSERT_TRUE(item);
+    EXPECT_EQ(describe(*item), row.expected);
+    EXPECT_EQ(item->getIntegerIndexValues(row.length), row.values);
     EXPECT_TRUE(raisedNothing());
   }
 }
@@ -238,16 +237,15 @@ TEST(SliceSubscript, HasThePositionsThatPythonFinds) {
             std::string("slice(") + start + ", " + stop + ", " + step + ")";
         const PyRef object = evaluate(expression);
         for (std::int64_t length = 0; length < 6; ++length) {
-          SliceIndexItem item;
-          ASSERT_TRUE(getSliceData(object.get(), length, item)) << expression;
-          bool success = false;
-          const Numbers values = item.getIntegerIndexValues(length, success);
+          const std::optional<SliceIndexItem> item = getSliceData(object.get(), length);
+          ASSERT_TRUE(item) << expression;
+          const Numbers values = item->getIntegerIndexValues(length).value();
           ASSERT_EQ(values, positionsByPython(object.get(), length)) << expression << length;
-          ASSERT_EQ(*item.m_slice_len, static_cast<std::int64_t>(values.size())) << expression;
+          ASSERT_EQ(*item->m_slice_len, static_cast<std::int64_t>(values.size())) << expression;
           if (values.empty()) {
-            ASSERT_EQ(describe(item), "0:0:1/0") << expression;
+            ASSERT_EQ(describe(*item), "0:0:1/0") << expression;
           } else {
-            ASSERT_EQ(*item.m_start, values.front()) << expression;
+            ASSERT_EQ(*item->m_start, values.front()) << expression;
           }
         }
       }
@@ -263,15 +261,16 @@ struct RefusedSliceRow {
 constexpr RefusedSliceRow refusedSliceRows[] = {
     {"slice(None, None, 0)", 5, "slice step cannot be zero."},
     {"slice(1, 2, 0)", 0, "slice step cannot be zero."},
+    {"slice(1, 2, 0)", 5, "slice step cannot be zero."},
     {"slice(None, None, 0)", -1, "slice step cannot be zero."},
-    // A step that cannot be read is 0 still, and these words replace those of the interpreter.
+    // A step that cannot be read is still 0, and this message replaces that of the interpreter.
     {"slice(None, None, 'x')", 5, "slice step cannot be zero."},
     {"slice(None, None, 1.5)", 5, "slice step cannot be zero."},
     {"slice('x', None, 'x')", 5, "slice step cannot be zero."},
     {"slice('x', None, 0)", 5, "slice step cannot be zero."},
     {"slice(None, None, type('Raises', (), {'__index__': lambda self: {}[0]})())", 5,
      "slice step cannot be zero."},
-    // The numbers as they stand after the interpreter has adjusted them to the length.
+    // The message shows the numbers after the interpreter has adjusted them to the length.
     {"slice(None)", -1, "index has an invalid value: (-1:-1:1)"},
     {"slice(2, 5)", -3, "index has an invalid value: (-3:-3:1)"},
     {"slice(-2, None)", -1, "index has an invalid value: (0:-1:1)"},
@@ -282,40 +281,20 @@ constexpr RefusedSliceRow refusedSliceRows[] = {
 TEST(SliceSubscript, RefusalsAreValueErrors) {
   for (const RefusedSliceRow& row : refusedSliceRows) {
     SCOPED_TRACE(std::string(row.expression) + " on " + std::to_string(row.length));
-    SliceIndexItem item;
-    EXPECT_FALSE(getSliceData(evaluate(row.expression).get(), row.length, item));
+    EXPECT_FALSE(getSliceData(evaluate(row.expression).get(), row.length));
     EXPECT_TRUE(raised(PyExc_ValueError, row.message));
-    EXPECT_FALSE(item.m_isNormalized);
   }
-}
-
-TEST(SliceSubscript, StepOfZeroLeavesTheItemAlone) {
-  SliceIndexItem item;
-  EXPECT_FALSE(getSliceData(evaluate("slice(1, 2, 0)").get(), 5, item));
-  EXPECT_TRUE(raised(PyExc_ValueError, "slice step cannot be zero."));
-  EXPECT_EQ(describe(item), "-:-:-/-?");
-}
-
-TEST(SliceSubscript, NegativeLengthFillsTheItem) {
-  SliceIndexItem item;
-  EXPECT_FALSE(getSliceData(evaluate("slice(-2, None)").get(), -1, item));
-  EXPECT_TRUE(raised(PyExc_ValueError, "index has an invalid value: (0:-1:1)"));
-  EXPECT_EQ(describe(item), "0:-1:1/0?");
 }
 
 TEST(SliceSubscript, UnreadableEndsKeepTheErrorOfTheInterpreter) {
   for (const char* expression : {"slice('x', None)", "slice(None, 'x')", "slice(1.0, 2, 3)"}) {
     SCOPED_TRACE(expression);
-    SliceIndexItem item;
-    EXPECT_FALSE(getSliceData(evaluate(expression).get(), 5, item));
+    EXPECT_FALSE(getSliceData(evaluate(expression).get(), 5));
     EXPECT_TRUE(raisedOwn(PyExc_TypeError));
-    EXPECT_TRUE(item.m_isNormalized);
-    EXPECT_EQ(*item.m_slice_len, 0);
   }
-  SliceIndexItem item;
   const PyRef raising =
       evaluate("slice(type('Raises', (), {'__index__': lambda self: {}['key']})(), 3)");
-  EXPECT_FALSE(getSliceData(raising.get(), 5, item));
+  EXPECT_FALSE(getSliceData(raising.get(), 5));
   EXPECT_TRUE(raised(PyExc_KeyError, "'key'"));
 }
 
@@ -326,7 +305,7 @@ struct ValuesRow {
   Numbers expected;
 };
 
-TEST(SliceValues, AreWorkedOutFromStartStopAndStep) {
+TEST(SliceValues, AreComputedFromStartStopAndStep) {
   const ValuesRow rows[] = {
       {slice(0, 5, 1, 5), {0, 1, 2, 3, 4}},
       {slice(1, 5, 2, 2), {1, 3}},
@@ -341,11 +320,11 @@ TEST(SliceValues, AreWorkedOutFromStartStopAndStep) {
       {slice(5, 2, 1, 0), {}},
       {slice(2, 5, -1, 0), {}},
       {slice(-3, 2, 2, 3), {-3, -1, 1}},
-      // The length of the item is not looked at.
+      // The length of the item does not count.
       {slice(0, 3, 1, 99), {0, 1, 2}},
       {slice(0, 3, 1, 0), {0, 1, 2}},
       {slice(0, 3, 1, -5), {0, 1, 2}},
-      // No sum on the way leaves the range.
+      // No sum overflows on the way.
       {slice(0, largest, largest, 1), {0}},
       {slice(2, largest, largest - 2, 1), {2}},
       {slice(0, -largest, -largest, 1), {0}},
@@ -355,9 +334,7 @@ TEST(SliceValues, AreWorkedOutFromStartStopAndStep) {
   };
   for (const ValuesRow& row : rows) {
     SCOPED_TRACE(describe(row.item));
-    bool success = false;
-    EXPECT_EQ(row.item.getIntegerIndexValues(7, success), row.expected);
-    EXPECT_TRUE(success);
+    EXPECT_EQ(row.item.getIntegerIndexValues(7), row.expected);
     EXPECT_EQ(row.item.numberOfValues(), static_cast<std::int64_t>(row.expected.size()));
     for (std::size_t k = 0; k < row.expected.size(); ++k) {
       EXPECT_EQ(row.item.valueAt(static_cast<std::int64_t>(k)), row.expected[k]);
@@ -369,9 +346,7 @@ TEST(SliceValues, NeedANormalisedItem) {
   const SliceIndexItem items[] = {{}, {1, 4, 1, 3, false}};
   for (const SliceIndexItem& item : items) {
     for (const std::int64_t length : {std::int64_t{7}, std::int64_t{0}, std::int64_t{-1}}) {
-      bool success = true;
-      EXPECT_EQ(item.getIntegerIndexValues(length, success), Numbers());
-      EXPECT_FALSE(success);
+      EXPECT_EQ(item.getIntegerIndexValues(length), std::nullopt);
       EXPECT_TRUE(raised(PyExc_RuntimeError,
                          "getIntegerIndexValues(" + std::to_string(length) +
                              ", &success) was called before the slice item was normalized."));
@@ -383,7 +358,7 @@ TEST(SliceValues, NeedANormalisedItem) {
 
 TEST(ItemRanges, OfAnIntegerAreOneLongWithoutAStep) {
   for (const std::int64_t index : {std::int64_t{7}, std::int64_t{0}, std::int64_t{-3}}) {
-    const IndexVariant item = IntegerIndexItem{index, true};
+    const IntegerIndexItem item{index, true};
     EXPECT_EQ(getStart(item), index);
     EXPECT_EQ(getStop(item), index + 1);
     EXPECT_EQ(getStep(item), 0);
@@ -391,7 +366,7 @@ TEST(ItemRanges, OfAnIntegerAreOneLongWithoutAStep) {
 }
 
 TEST(ItemRanges, OfASliceAreItsNumbers) {
-  const IndexVariant item = slice(4, -2, -3, 2);
+  const SliceIndexItem item = slice(4, -2, -3, 2);
   EXPECT_EQ(getStart(item), 4);
   EXPECT_EQ(getStop(item), -2);
   EXPECT_EQ(getStep(item), -3);

@@ -1,13 +1,14 @@
-// Traversal: ranges of dimensions, the walk through them, and positions from views.
+// Traversal: ranges of dimensions, walks through them, and the active dimension of a view.
 #include "indexing/traversal.hpp"
 
 #include <gtest/gtest.h>
 
 #include <cstdint>
 #include <limits>
-#include <string>
+#include <optional>
 #include <vector>
 
+#include "indexing/view_composition.hpp"
 #include "python_testing.hpp"
 
 namespace {
@@ -17,8 +18,10 @@ using namespace python_testing;
 using Numbers = std::vector<std::int64_t>;
 constexpr std::int64_t largest = std::numeric_limits<std::int64_t>::max();
 
-IndexVariant integer(std::int64_t index) {
-  return IntegerIndexItem{index, true};
+IndexChain chainOf(const Position& integers, const std::optional<SliceIndexItem>& slice = {}) {
+  IndexChain chain(integers);
+  if (slice) chain.append(*slice);
+  return chain;
 }
 
 // --- The range of a dimension
@@ -32,8 +35,8 @@ struct RangeRow {
 
 TEST(DimensionRange, IsThatOfTheItemOrTheWholeDimension) {
   const Numbers shape = {4, 5, 6, 7};
-  const IndexChain chain = {integer(2), slice(4, -2, -2, 3)};
-  const RangeRow rows[] = {{0, 2, 3, 0}, {1, 4, -2, -2}, {2, 0, 6, 1}, {3, 0, 7, 1}};
+  const IndexChain chain = chainOf({2}, slice(4, -2, -2, 3));
+  const RangeRow rows[] = {{0, 2, 3, 0}, {1, 4, -2, -2}, {2, 0, 6, 1}, {3, 0, 7, 1}, {4, 0, 0, 1}};
   for (const RangeRow& row : rows) {
     SCOPED_TRACE(row.dimension);
     EXPECT_EQ(getStartFromShapeDimsAndRestrictingIndices(row.dimension, shape, chain), row.start);
@@ -122,40 +125,36 @@ const WalkRow walkRows[] = {
     {"from the middle", {2, 3}, {}, {0, 2}, {{1, 0}, {1, 1}, {1, 2}}},
     {"shorter position", {2, 3}, {}, {0}, {{1}}},
     {"three dimensions", {2, 1, 2}, {}, {0, 0, 0}, {{0, 0, 1}, {1, 0, 0}, {1, 0, 1}}},
-    {"integer first", {2, 3}, {integer(1)}, {1, 0}, {{1, 1}, {1, 2}}},
+    {"integer first", {2, 3}, chainOf({1}), {1, 0}, {{1, 1}, {1, 2}}},
     {"integer first of three",
      {2, 2, 2},
-     {integer(1)},
+     chainOf({1}),
      {1, 0, 0},
      {{1, 0, 1}, {1, 1, 0}, {1, 1, 1}}},
-    {"all fixed", {2, 3}, {integer(1), integer(2)}, {1, 2}, {}},
-    {"backwards", {5}, {slice(4, -1, -1, 5)}, {4}, {{3}, {2}, {1}, {0}}},
-    {"backwards by two", {5}, {slice(4, -2, -2, 3)}, {4}, {{2}, {0}}},
+    {"two integers first", {4, 5, 2}, chainOf({1, 2}), {1, 2, 0}, {{1, 2, 1}}},
+    {"behind another integer", {2, 3}, chainOf({1}), {0, 2}, {}},
+    {"all fixed", {2, 3}, chainOf({1, 2}), {1, 2}, {}},
+    {"backwards", {5}, chainOf({}, slice(4, -1, -1, 5)), {4}, {{3}, {2}, {1}, {0}}},
+    {"backwards by two", {5}, chainOf({}, slice(4, -2, -2, 3)), {4}, {{2}, {0}}},
     {"rows backwards",
      {3, 2},
-     {slice(2, -1, -1, 3)},
+     chainOf({}, slice(2, -1, -1, 3)),
      {2, 0},
      {{2, 1}, {1, 0}, {1, 1}, {0, 0}, {0, 1}}},
     {"columns of a row backwards",
      {2, 3},
-     {integer(1), slice(2, -1, -1, 3)},
+     chainOf({1}, slice(2, -1, -1, 3)),
      {1, 2},
      {{1, 1}, {1, 0}}},
-    {"every other row", {5, 2}, {slice(1, 5, 2, 2)}, {1, 0}, {{1, 1}, {3, 0}, {3, 1}}},
-    {"one position", {5, 1}, {slice(3, 4, 9, 1)}, {3, 0}, {}},
-    // Entries behind are set to the start of their run and not to 0.
-    {"run in the second dimension",
-     {2, 5},
-     {slice(0, 2, 1, 2), slice(3, 0, -2, 2)},
-     {0, 3},
-     {{0, 1}, {1, 3}, {1, 1}}},
-    {"empty run", {5, 2}, {slice(0, 0, 1, 0)}, {0, 0}, {{0, 1}}},
-    {"empty run alone", {5}, {slice(0, 0, 1, 0)}, {0}, {}},
+    {"every other row", {5, 2}, chainOf({}, slice(1, 5, 2, 2)), {1, 0}, {{1, 1}, {3, 0}, {3, 1}}},
+    {"one position", {5, 1}, chainOf({}, slice(3, 4, 9, 1)), {3, 0}, {}},
+    {"empty run", {5, 2}, chainOf({}, slice(0, 0, 1, 0)), {0, 0}, {{0, 1}}},
+    {"empty run alone", {5}, chainOf({}, slice(0, 0, 1, 0)), {0}, {}},
     {"no elements", {2, 0}, {}, {0, 0}, {}},
     {"outside at once", {2, 3}, {}, {0, 3}, {}},
     {"outside in front", {2, 3}, {}, {2, 2}, {}},
     {"outside in front of a step", {2, 3}, {}, {2, 1}, {{2, 2}}},
-    {"extreme step", {5}, {slice(2, largest, largest, 1)}, {2}, {}},
+    {"extreme step", {5}, chainOf({}, slice(2, largest, largest, 1)), {2}, {}},
 };
 
 TEST(Walk, MovesTheLastEntryFastest) {
@@ -169,7 +168,7 @@ TEST(Walk, MovesTheLastEntryFastest) {
     for (int repetition = 0; repetition < 2; ++repetition) {
       const Position last = position;
       EXPECT_FALSE(incrementIndices(position, row.shape, row.chain));
-      EXPECT_EQ(position, last) << "the walk is over and the position stays";
+      EXPECT_EQ(position, last) << "the position stays when the walk is over";
     }
   }
 }
@@ -178,13 +177,6 @@ TEST(Walk, OfNoEntriesMovesForEver) {
   Position position;
   EXPECT_TRUE(incrementIndices(position, {2, 3}, {}));
   EXPECT_TRUE(position.empty());
-}
-
-TEST(Walk, NeverCarriesOverAFixedDimension) {
-  // The first dimension has positions left, and is not looked at.
-  Position position = {0, 1, 2};
-  EXPECT_FALSE(incrementIndices(position, {4, 5, 3}, {slice(0, 4, 1, 4), integer(1)}));
-  EXPECT_EQ(entriesOf(position), (Numbers{0, 1, 2}));
 }
 
 // --- Containment
@@ -208,36 +200,51 @@ const ContainmentRow containmentRows[] = {
     {"more than there are", {2, 3}, {}, {0, 0, 0}, 3, false},
     {"negative entry", {2, 3}, {}, {-1, -3}, 2, true},
     {"negative entry, once only", {2, 3}, {}, {-3, 0}, 2, false},
-    {"integer", {2, 3}, {integer(1)}, {1, 0}, 2, true},
-    {"other integer", {2, 3}, {integer(1)}, {0, 0}, 2, false},
-    {"negative integer", {2, 3}, {integer(-2)}, {0, 0}, 2, true},
-    {"negative integer of another", {2, 3}, {integer(-2)}, {1, 0}, 2, false},
-    {"last of a dimension, stop at 0", {2, 3}, {integer(-1)}, {1, 0}, 2, false},
-    {"run", {9}, {slice(2, 6, 2, 2)}, {2}, 1, true},
-    {"before the run", {9}, {slice(2, 6, 2, 2)}, {1}, 1, false},
-    {"between positions", {9}, {slice(2, 6, 2, 2)}, {3}, 1, true},
-    {"stop of the run", {9}, {slice(2, 6, 2, 2)}, {6}, 1, false},
-    {"negative start", {9}, {slice(-7, 6, 2, 2)}, {2}, 1, true},
-    {"negative stop counts from the end", {9}, {slice(2, -3, 1, 4)}, {5}, 1, true},
-    {"at a negative stop", {9}, {slice(2, -3, 1, 4)}, {6}, 1, false},
-    {"backwards", {9}, {slice(6, 2, -2, 2)}, {6}, 1, true},
-    {"backwards, above the start", {9}, {slice(6, 2, -2, 2)}, {7}, 1, false},
-    {"backwards, between", {9}, {slice(6, 2, -2, 2)}, {5}, 1, true},
-    {"backwards, at the stop", {9}, {slice(6, 2, -2, 2)}, {2}, 1, false},
-    {"backwards to the first", {9}, {slice(6, -1, -1, 7)}, {0}, 1, true},
-    {"backwards to the first, above", {9}, {slice(6, -1, -1, 7)}, {7}, 1, false},
-    {"backwards from a negative start", {9}, {slice(-3, -1, -1, 7)}, {6}, 1, true},
-    {"backwards from a negative start, above", {9}, {slice(-3, -1, -1, 7)}, {7}, 1, false},
-    // Deliberate: a run that reaches down to 0 ends the test.
-    {"backwards to the first, others outside", {9, 2}, {slice(6, -1, -1, 7)}, {3, 99}, 2, true},
-    {"backwards above 0, others outside", {9, 2}, {slice(6, 0, -1, 6)}, {3, 99}, 2, false},
+    {"integer", {2, 3}, chainOf({1}), {1, 0}, 2, true},
+    {"other integer", {2, 3}, chainOf({1}), {0, 0}, 2, false},
+    {"negative integer", {2, 3}, chainOf({-2}), {0, 0}, 2, true},
+    {"negative integer of another", {2, 3}, chainOf({-2}), {1, 0}, 2, false},
+    {"last of a dimension, stop at 0", {2, 3}, chainOf({-1}), {1, 0}, 2, false},
+    {"run", {9}, chainOf({}, slice(2, 6, 2, 2)), {2}, 1, true},
+    {"before the run", {9}, chainOf({}, slice(2, 6, 2, 2)), {1}, 1, false},
+    {"between positions", {9}, chainOf({}, slice(2, 6, 2, 2)), {3}, 1, true},
+    {"stop of the run", {9}, chainOf({}, slice(2, 6, 2, 2)), {6}, 1, false},
+    {"negative start", {9}, chainOf({}, slice(-7, 6, 2, 2)), {2}, 1, true},
+    {"negative stop counts from the end", {9}, chainOf({}, slice(2, -3, 1, 4)), {5}, 1, true},
+    {"at a negative stop", {9}, chainOf({}, slice(2, -3, 1, 4)), {6}, 1, false},
+    {"backwards", {9}, chainOf({}, slice(6, 2, -2, 2)), {6}, 1, true},
+    {"backwards, above the start", {9}, chainOf({}, slice(6, 2, -2, 2)), {7}, 1, false},
+    {"backwards, between", {9}, chainOf({}, slice(6, 2, -2, 2)), {5}, 1, true},
+    {"backwards, at the stop", {9}, chainOf({}, slice(6, 2, -2, 2)), {2}, 1, false},
+    {"backwards to the first", {9}, chainOf({}, slice(6, -1, -1, 7)), {0}, 1, true},
+    {"backwards to the first, above", {9}, chainOf({}, slice(6, -1, -1, 7)), {7}, 1, false},
+    {"backwards from a negative start", {9}, chainOf({}, slice(-3, -1, -1, 7)), {6}, 1, true},
+    {"backwards from a negative start, above",
+     {9},
+     chainOf({}, slice(-3, -1, -1, 7)),
+     {7},
+     1,
+     false},
+    // Deliberate: a run that reaches down to 0 ends the test, whatever the entries behind it are.
+    {"backwards to the first, others outside",
+     {9, 2},
+     chainOf({}, slice(6, -1, -1, 7)),
+     {3, 99},
+     2,
+     true},
+    {"backwards above 0, others outside",
+     {9, 2},
+     chainOf({}, slice(6, 0, -1, 6)),
+     {3, 99},
+     2,
+     false},
     {"behind the one that ends the test",
      {2, 9},
-     {integer(0), slice(6, -1, -1, 7)},
+     chainOf({0}, slice(6, -1, -1, 7)),
      {1, 3},
      2,
      false},
-    {"empty run", {9}, {slice(0, 0, 1, 0)}, {0}, 1, false},
+    {"empty run", {9}, chainOf({}, slice(0, 0, 1, 0)), {0}, 1, false},
     {"no elements", {0, 3}, {}, {0, 0}, 2, false},
 };
 
@@ -262,10 +269,10 @@ TEST(StartElement, HasTheStartsOfTheRanges) {
       {{}, 0, {}},
       {{}, 2, {0, 0}},
       {{}, 5, {0, 0, 0, 0, 0}},
-      {{integer(2)}, 3, {2, 0, 0}},
-      {{integer(2), slice(4, -1, -1, 5)}, 3, {2, 4, 0}},
-      {{integer(2), slice(4, -1, -1, 5)}, 1, {2}},
-      {{integer(2), integer(1), integer(5), integer(9)}, 4, {2, 1, 5, 0}},  // past the shape
+      {chainOf({2}), 3, {2, 0, 0}},
+      {chainOf({2}, slice(4, -1, -1, 5)), 3, {2, 4, 0}},
+      {chainOf({2}, slice(4, -1, -1, 5)), 1, {2}},
+      {chainOf({2, 1, 5, 9}), 4, {2, 1, 5, 0}},  // past the shape
   };
   const Numbers shape = {4, 5, 6};
   for (const StartRow& row : rows) {
@@ -274,164 +281,74 @@ TEST(StartElement, HasTheStartsOfTheRanges) {
   }
 }
 
-// --- The members of a view
+// --- Views
 
-// a[2][4::-1] of a 4 by 5 by 6 array, weak or strong.
-struct PartOfArray {
-  ViewPointer array = makeArray<double>({4, 5, 6});
-  MCppPyArray view;
-
-  explicit PartOfArray(bool isWeak) : view(*array, {2}, isWeak) {
-    view.getIndicesRef().emplace_back(slice(4, -1, -1, 5));
-  }
-};
-
-TEST(ViewTraversal, PassesShapeAndChain) {
-  for (const bool isWeak : {false, true}) {
-    const PartOfArray part(isWeak);
-    Position position = part.view.getIndicesOfStartElement(3);
-    EXPECT_EQ(entriesOf(position), (Numbers{2, 4, 0}));
-    int count = 1;
-    while (part.view.incrementIndices(position)) ++count;
-    EXPECT_EQ(count, 30);
-    EXPECT_EQ(entriesOf(position), (Numbers{2, 0, 5}));
-    EXPECT_TRUE(part.view.containsElementWithIndices(position, 3));
-    EXPECT_FALSE(part.view.containsElementWithIndices({1, 0, 0}, 3));
-    EXPECT_EQ(part.view.getLengthOfActiveDimension(), 5);
-    EXPECT_TRUE(raisedNothing());
-  }
-}
-
-TEST(ViewTraversal, ReportsStorageThatHasGone) {
-  const ViewPointer views[] = {makeExpiredView<double>({2, 3}),
-                               makeViewWithoutStorage<double>({2, 3})};
-  for (const ViewPointer& view : views) {
-    Position position = {0, 0};
-    EXPECT_FALSE(view->incrementIndices(position));
-    EXPECT_TRUE(raisedExpired());
-    EXPECT_FALSE(view->containsElementWithIndices(position, 2));
-    EXPECT_TRUE(raisedExpired());
-    view->getIndicesOfStartElement(2);
-    EXPECT_TRUE(raisedExpired());
-    EXPECT_EQ(view->getLengthOfActiveDimension(), -1);
-    EXPECT_TRUE(raisedExpired());
-    bool success = true;
-    view->getIntIndicesOfElementFromStoredIntIndicesAndNewIntIndex(0, success);
-    EXPECT_FALSE(success);
-    EXPECT_TRUE(raisedExpired());
-    EXPECT_EQ(view->getAddressOfElementFromNormalizedIntIndices(position), nullptr);
-    EXPECT_TRUE(raisedExpired());
-    EXPECT_EQ(view->getAddressOfElementFromNewIntIndex(0), nullptr);
-    EXPECT_TRUE(raisedExpired());
-  }
+// a[2][4::-1] of a 4 by 5 by 6 array.
+TEST(Walk, CoversWhatAViewLeavesOpen) {
+  const ViewPointer array = makeArray<double>({4, 5, 6});
+  MCppPyArray view(*array, {2}, false);
+  view.appendIndexItem(slice(4, -1, -1, 5));
+  const Numbers& shape = view.borrowWrapper()->shape();
+  Position position = getStartElement(shape, view.chain(), 3);
+  EXPECT_EQ(entriesOf(position), (Numbers{2, 4, 0}));
+  int count = 1;
+  while (incrementIndices(position, shape, view.chain())) ++count;
+  EXPECT_EQ(count, 30);
+  EXPECT_EQ(entriesOf(position), (Numbers{2, 0, 5}));
+  EXPECT_TRUE(containsElementWithIndices(position, 3, shape, view.chain()));
+  EXPECT_FALSE(containsElementWithIndices({1, 0, 0}, 3, shape, view.chain()));
 }
 
 struct LengthRow {
-  IndexChain chain;
-  std::int64_t integers;
+  Position integers;
+  std::optional<SliceIndexItem> slice;
   std::int64_t expected;
 };
 
-TEST(ActiveDimension, IsThatOfAFinalSliceOrTheFirstThatIsFree) {
+TEST(ActiveDimension, IsThatOfAFinalSliceOrTheFirstOpenOne) {
   const LengthRow rows[] = {
-      {{}, 0, 4},
-      {{integer(2)}, 1, 5},
-      {{integer(2), integer(1)}, 2, 6},
-      {{slice(1, 3, 1, 2)}, 0, 2},
-      {{integer(2), slice(1, 3, 1, 2)}, 1, 2},
-      {{integer(2), slice(0, 0, 1, 0)}, 1, 0},
-      {{slice(0, 3, 1, 99)}, 0, 99},  // what the item says
+      {{}, {}, 4},
+      {{2}, {}, 5},
+      {{2, 1}, {}, 6},
+      {{}, slice(1, 3, 1, 2), 2},
+      {{2}, slice(1, 3, 1, 2), 2},
+      {{2}, slice(4, -1, -1, 5), 5},
+      {{2}, slice(0, 0, 1, 0), 0},
+      {{}, slice(0, 3, 1, 99), 99},  // the length of the item, not the number of positions
   };
+  const ViewPointer array = makeArray<double>({4, 5, 6});
   for (const LengthRow& row : rows) {
-    SCOPED_TRACE(describe(row.chain));
-    const ViewPointer array = makeArray<double>({4, 5, 6});
-    MCppPyArray view(*array, Position(static_cast<std::size_t>(row.integers), 0), false);
-    view.getIndicesRef() = row.chain;
-    EXPECT_EQ(view.getLengthOfActiveDimension(), row.expected);
+    SCOPED_TRACE(describe(chainOf(row.integers, row.slice)));
+    for (const bool isWeak : {false, true}) {
+      MCppPyArray view(*array, row.integers, isWeak);
+      if (row.slice) view.appendIndexItem(*row.slice);
+      EXPECT_EQ(getLengthOfActiveDimension(view), row.expected);
+      EXPECT_TRUE(raisedNothing());
+    }
   }
 }
 
 TEST(ActiveDimension, IsMissingWhenAllAreFixed) {
   const ViewPointer array = makeArray<double>({4, 5});
   const MCppPyArray view(*array, {0, 0}, false);
-  EXPECT_EQ(view.getLengthOfActiveDimension(), -1);
+  EXPECT_EQ(getLengthOfActiveDimension(view), -1);
   EXPECT_TRUE(raised(PyExc_RuntimeError, "too many indices."));
+}
+
+TEST(ActiveDimension, OfStorageThatHasGoneIsReported) {
+  const ViewPointer views[] = {makeExpiredView<double>({4, 5}),
+                               makeViewWithoutStorage<double>({4, 5})};
+  for (const ViewPointer& view : views) {
+    EXPECT_EQ(getLengthOfActiveDimension(*view), -1);
+    EXPECT_TRUE(raisedExpired());
+  }
 }
 
 TEST(ActiveDimension, OfAFinalSliceNeedsNoStorage) {
   const ViewPointer view = makeExpiredView<double>({4, 5});
-  view->getIndicesRef().emplace_back(slice(1, 3, 1, 2));
-  EXPECT_EQ(view->getLengthOfActiveDimension(), 2);
+  view->appendIndexItem(slice(1, 3, 1, 2));
+  EXPECT_EQ(getLengthOfActiveDimension(*view), 2);
   EXPECT_TRUE(raisedNothing());
-}
-
-TEST(FullPosition, HasTheStoredIndicesAndTheNewOneLast) {
-  const ViewPointer array = makeArray<double>({4, 5, 6});
-  struct Row {
-    Position stored;
-    std::int64_t newIndex;
-    Numbers expected;
-  };
-  const Row rows[] = {{{}, 3, {0, 0, 3}},          {{2}, 0, {2, 0, 0}},
-                      {{2, 1}, 5, {2, 1, 5}},      {{2, 1}, 99, {2, 1, 99}},
-                      {{2, 1, 4}, 5, {2, 1, 5}},      // the one given wins
-                      {{2, 1, 4, 3}, 5, {2, 1, 5}}};  // more than there are dimensions
-  for (const Row& row : rows) {
-    const MCppPyArray view(*array, row.stored, false);
-    bool success = false;
-    EXPECT_EQ(entriesOf(view.getIntIndicesOfElementFromStoredIntIndicesAndNewIntIndex(row.newIndex,
-                                                                                      success)),
-              row.expected);
-    EXPECT_TRUE(success);
-  }
-}
-
-TEST(FullPosition, Refusals) {
-  const PartOfArray part(false);
-  bool success = true;
-  EXPECT_TRUE(
-      part.view.getIntIndicesOfElementFromStoredIntIndicesAndNewIntIndex(1, success).empty());
-  EXPECT_FALSE(success);
-  EXPECT_TRUE(raised(PyExc_RuntimeError, "slice index unexpectedly found."));
-
-  success = true;
-  EXPECT_TRUE(
-      part.view.getIntIndicesOfElementFromStoredIntIndicesAndNewIntIndex(-1, success).empty());
-  EXPECT_FALSE(success);
-  EXPECT_TRUE(raised(PyExc_RuntimeError, "index not normalized.")) << "comes before the chain";
-
-  success = true;
-  EXPECT_TRUE(makeArray<double>({})
-                  ->getIntIndicesOfElementFromStoredIntIndicesAndNewIntIndex(0, success)
-                  .empty());
-  EXPECT_FALSE(success) << "no dimension has a place for the index";
-  EXPECT_TRUE(raisedNothing());
-}
-
-TEST(ElementAddress, IsTheBaseAndTheStridesOfTheEntries) {
-  const ViewPointer array = makeArray<double>({4, 5, 6});
-  const std::byte* const base = array->buf();
-  struct Row {
-    Position position;
-    std::int64_t offset;
-  };
-  const Row rows[] = {{{}, 0},          {{3}, 24},        {{0, 1, 0}, 32},
-                      {{1, 2, 3}, 552}, {{3, 4, 5}, 952}, {{4, 0, 0}, 32}};
-  for (const Row& row : rows) {
-    EXPECT_EQ(array->getAddressOfElementFromNormalizedIntIndices(row.position), base + row.offset);
-    EXPECT_TRUE(raisedNothing());
-  }
-}
-
-TEST(ElementAddress, OutsideTheMirrorIsNull) {
-  const ViewPointer array = makeArray<double>({4, 5, 6});
-  const Position positions[] = {{0, 0, 6},   {-1, 0, 0},      {0, 0, -1},
-                                {120, 0, 0}, {largest, 0, 0}, {0, 0, 0, 0}};
-  for (const Position& position : positions) {
-    SCOPED_TRACE(testing::PrintToString(entriesOf(position)));
-    EXPECT_EQ(array->getAddressOfElementFromNormalizedIntIndices(position), nullptr);
-    EXPECT_TRUE(raised(PyExc_RuntimeError, "null data pointer."));
-  }
 }
 
 }  // namespace

@@ -1,15 +1,18 @@
-// Assignments: each element at its place in array and mirror, what is refused, what stays written.
-#include "indexing/element_write_impl.hpp"
+// Assignments: each element at its place in array and mirror, refusals, elements that stay stored.
+#include "indexing/element_write.hpp"
 
 #include <gtest/gtest.h>
 
 #include <complex>
 #include <cstdint>
 #include <limits>
+#include <memory>
 #include <string>
-#include <utility>
 #include <vector>
 
+#include "indexing/traversal.hpp"
+#include "module/element_to_number.hpp"
+#include "operations/nested_lists.hpp"
 #include "python_testing.hpp"
 #include "storage_testing.hpp"
 
@@ -18,24 +21,23 @@ namespace {
 using namespace python_testing;
 using foundation::velmardata::TypedArray;
 using velmardata_testing::elementsOf;
-using velmardata_testing::referenceCount;
 
 constexpr const char* cannotSet = "unable to set value.";
 
 // Value number k of an assignment is sample number firstValue + k.
 constexpr std::size_t firstValue = 25;
 
-using Places = std::vector<std::size_t>;  // in storage order, one a value
+using Places = std::vector<std::size_t>;  // the place of each value, in storage order
 
-// A list of values.
+// A list of the first `count` values.
 template <class T>
 PyRef valueList(unsigned long count) {
   const MCppPyArray row(sampleArray<T>({count}, firstValue), classOfElement<T>(),
                         isComplexElement<T>, true);
-  return PyRef::steal(row.getAllContentsAsPyList<T>());
+  return PyRef::steal(getAllContentsAsPyList<T>(row));
 }
 
-// `count` samples, in which the values have gone to their places.
+// `count` samples with the values stored at their places.
 template <class T>
 std::vector<T> samplesWithValuesAt(std::size_t count, const Places& places) {
   std::vector<T> elements = samples<T>(count);
@@ -55,14 +57,21 @@ template <class T>
 class WriteElement : public ::testing::Test {};
 TYPED_TEST_SUITE(WriteElement, WritableTypes, TypeWords);
 
+// Stores an element through the view of all its dimensions but the last.
+template <class T>
+int setItem(const MCppPyArray& array, const Position& position, const T& element, bool isWeak) {
+  MCppPyArray view(array, Position(position.begin(), position.end() - 1), isWeak);
+  const PyRef value = PyRef::steal(makeNumber(element));
+  return setItemViaFinalIntegerIndex<T>(view, position.back(), value.get());
+}
+
 TYPED_TEST(WriteElement, AlongATraversalReachesEachPlace) {
   for (const bool isMirrorFilled : {false, true}) {
     for (const bool isWeak : {false, true}) {
       SCOPED_TRACE(std::string(isMirrorFilled ? "mirror" : "no mirror") + (isWeak ? ", weak" : ""));
       const ViewPointer array = makeArray<TypeParam>({2, 3, 2});
-      if (isMirrorFilled) array->buf();
-      MCppPyArray view(*array, isWeak);
       const WrapperAccess storage = array->wrapper();
+      if (isMirrorFilled) storage->buf();
       std::vector<TypeParam> expected = samples<TypeParam>(12);
       Position position(3, 0);
       int count = 0;
@@ -70,13 +79,13 @@ TYPED_TEST(WriteElement, AlongATraversalReachesEachPlace) {
         const auto place =
             static_cast<std::size_t>(position[0] + 2 * position[1] + 6 * position[2]);
         expected[place] = otherThanSample<TypeParam>(place);
-        ASSERT_TRUE(view.setElementFromIndices<TypeParam>(position, expected[place]));
+        ASSERT_EQ(setItem<TypeParam>(*array, position, expected[place], isWeak), 0);
         ASSERT_EQ(arrayElements<TypeParam>(*storage), expected);
         if (isMirrorFilled) {
           ASSERT_EQ(mirrorElements<TypeParam>(*storage), expected);
         }
         ++count;
-      } while (view.incrementIndices(position));
+      } while (incrementIndices(position, storage->shape(), array->chain()));
       EXPECT_EQ(count, 12);
       EXPECT_EQ(mirrorElements<TypeParam>(*storage), expected);
     }
@@ -84,17 +93,7 @@ TYPED_TEST(WriteElement, AlongATraversalReachesEachPlace) {
   EXPECT_TRUE(raisedNothing());
 }
 
-TYPED_TEST(WriteElement, MissingTrailingEntriesAreZero) {
-  const ViewPointer array = makeArray<TypeParam>({2, 3});
-  EXPECT_TRUE(array->setElementFromIndices<TypeParam>({1}, otherThanSample<TypeParam>(1)));
-  EXPECT_TRUE(array->setElementFromIndices<TypeParam>({}, otherThanSample<TypeParam>(0)));
-  std::vector<TypeParam> expected = samples<TypeParam>(6);
-  expected[0] = otherThanSample<TypeParam>(0);
-  expected[1] = otherThanSample<TypeParam>(1);
-  EXPECT_EQ(storedElements<TypeParam>(*array), expected);
-}
-
-TYPED_TEST(WriteElement, OutsideTheStorageIsReportedAndNothingWritten) {
+TYPED_TEST(WriteElement, OutsideTheStorageIsReportedAndNothingIsWritten) {
   constexpr std::int64_t largest = std::numeric_limits<std::int64_t>::max();
   const Position positions[] = {
       {0, 3},
@@ -109,48 +108,37 @@ TYPED_TEST(WriteElement, OutsideTheStorageIsReportedAndNothingWritten) {
       {0, largest / 2 + 1},
   };
   for (const bool isMirrorFilled : {false, true}) {
-    const ViewPointer array = makeArray<TypeParam>({2, 3});
-    if (isMirrorFilled) array->buf();
-    for (const Position& position : positions) {
-      SCOPED_TRACE(testing::PrintToString(entriesOf(position)));
-      EXPECT_FALSE(
-          array->setElementFromIndices<TypeParam>(position, otherThanSample<TypeParam>(0)));
-      EXPECT_TRUE(raised(PyExc_RuntimeError, cannotSet));
-      EXPECT_FALSE(array->wrapper()->template setElementFromIndices<TypeParam>(
-          position, otherThanSample<TypeParam>(0)));
-      EXPECT_TRUE(raised(PyExc_RuntimeError, cannotSet));
+    for (const bool isWeak : {false, true}) {
+      const ViewPointer array = makeArray<TypeParam>({2, 3});
+      if (isMirrorFilled) array->wrapper()->buf();
+      for (const Position& position : positions) {
+        SCOPED_TRACE(testing::PrintToString(entriesOf(position)));
+        EXPECT_EQ(setItem<TypeParam>(*array, position, otherThanSample<TypeParam>(0), isWeak), -1);
+        EXPECT_TRUE(raised(PyExc_RuntimeError, cannotSet));
+      }
+      EXPECT_EQ(storedElements<TypeParam>(*array), samples<TypeParam>(6));
     }
-    EXPECT_EQ(storedElements<TypeParam>(*array), samples<TypeParam>(6));
   }
   const ViewPointer empty = makeArray<TypeParam>({0, 3});
-  EXPECT_FALSE(empty->setElementFromIndices<TypeParam>({0, 0}, TypeParam()));
+  EXPECT_EQ(setItem<TypeParam>(*empty, {0, 0}, TypeParam(), false), -1);
   EXPECT_TRUE(raised(PyExc_RuntimeError, cannotSet));
-}
-
-TYPED_TEST(WriteElement, StorageThatHasGoneIsReported) {
-  const ViewPointer views[] = {makeExpiredView<TypeParam>({2, 3}),
-                               makeViewWithoutStorage<TypeParam>({2, 3})};
-  for (const ViewPointer& view : views) {
-    EXPECT_FALSE(view->setElementFromIndices<TypeParam>({0, 0}, TypeParam()));
-    EXPECT_TRUE(raisedExpired());
-  }
 }
 
 TEST(WriteAnyElement, WithoutMemoryForACopyIsReported) {
   using namespace foundation::velmardata;
   const Array kept = ArrayFactory().createArray(ArrayType::INT8, {256UL << 20, 1});
-  MCppPyArray view(kept, SupportedArrayEnum::Int8, false, true);
+  const MCppPyArray view(Array(kept), SupportedArrayEnum::Int8, false, true);
   bool isLimited = false;
-  bool isWritten = true;
+  int result = 0;
   {
     const MemoryLimit limit;
     isLimited = limit.isSet();
-    if (isLimited) isWritten = view.setElementFromIndices<std::int8_t>({0, 0}, 1);
+    if (isLimited) result = setItem<std::int8_t>(view, {0, 0}, 1, false);
   }
   if (!isLimited) GTEST_SKIP() << "memory cannot be limited here";
-  EXPECT_FALSE(isWritten);
+  EXPECT_EQ(result, -1);
   EXPECT_TRUE(raised(PyExc_MemoryError, "unable to allocate memory for the elements."));
-  EXPECT_EQ(view.array().impl(), kept.impl());
+  EXPECT_EQ(view.wrapper()->array().impl(), kept.impl());
 }
 
 // --- Assignments to a 2 by 3 by 2 array `a` from a list `s` of values
@@ -160,7 +148,7 @@ struct AssignmentRow {
   const char* index;
   const char* value;
   Places places;
-  bool worksOnWeakArray;  // Deliberate: slices of weak views have no storage, and run without any.
+  bool worksOnWeakArray;  // Deliberate: slices of weak views have no storage.
 };
 
 const AssignmentRow assignmentRows[] = {
@@ -182,7 +170,7 @@ const AssignmentRow assignmentRows[] = {
     {"a[0][1:3]", "0", "s[0:2]", {2, 8}, false},
     {"a[0][1:3]", "slice(1, 2)", "s[0:2]", {4, 10}, false},
     {"a[1][1][1:2]", "0", "s[0]", {9}, false},
-    // Deliberate: in the last dimension the slice at the view's end has no say.
+    // Deliberate: in the last dimension the slice that ends the view is ignored.
     {"a[1][1][1:2]", "slice(0, 1)", "s[0:1]", {3}, false},
     {"a[1][1][::-1]", "slice(0, 2)", "s[0:2]", {3, 9}, false},
 };
@@ -197,10 +185,10 @@ TYPED_TEST(Assignment, StoresEachElementAtItsPlace) {
     for (const bool isMirrorFilled : {false, true}) {
       SCOPED_TRACE(std::string(row.view) + "[" + row.index + "] = " + row.value);
       const PyRef array = makeRecord(makeArray<TypeParam>({2, 3, 2}));
-      if (isMirrorFilled) viewOf(array).buf();
+      if (isMirrorFilled) viewOf(array).wrapper()->buf();
       const PyRef view = evaluate(row.view, {{"a", array}});
       const PyRef value = evaluate(row.value, {{"s", values}});
-      EXPECT_EQ(viewOf(view).isReadOnly(), 1) << "which is for exports and not for writes";
+      EXPECT_EQ(viewOf(view).wrapper()->isReadOnly(), 1) << "for exports, not for writes";
       EXPECT_EQ(assign<TypeParam>(view, row.index, value), 0);
       EXPECT_TRUE(raisedNothing());
       EXPECT_EQ(storedElements<TypeParam>(viewOf(array)),
@@ -214,7 +202,7 @@ TYPED_TEST(Assignment, ToAWeakArrayKeepsNoStorageAlive) {
   for (const AssignmentRow& row : assignmentRows) {
     SCOPED_TRACE(std::string(row.view) + "[" + row.index + "] = " + row.value);
     ViewPointer owner = makeArray<TypeParam>({2, 3, 2});
-    const PyRef weak = PyRef::steal(owner->shallowCopyToMCPyArray());
+    const PyRef weak = makeRecord(std::make_unique<MCppPyArray>(*owner, true));
     const PyRef view = evaluate(row.view, {{"a", weak}});
     const PyRef value = evaluate(row.value, {{"s", values}});
     EXPECT_EQ(assign<TypeParam>(view, row.index, value), row.worksOnWeakArray ? 0 : -1);
@@ -233,7 +221,7 @@ TYPED_TEST(Assignment, LeavesOtherHandlesOnTheContentsAlone) {
     SCOPED_TRACE(std::string(row.view) + "[" + row.index + "] = " + row.value);
     const TypedArray<TypeParam> kept = sampleArray<TypeParam>({2, 3, 2});
     const auto viewOfKept = [&kept] {
-      return std::make_unique<MCppPyArray>(kept, classOfElement<TypeParam>(),
+      return std::make_unique<MCppPyArray>(TypedArray<TypeParam>(kept), classOfElement<TypeParam>(),
                                            isComplexElement<TypeParam>, true);
     };
     const PyRef array = makeRecord(viewOfKept());
@@ -268,31 +256,35 @@ template <class T>
 class Writers : public ::testing::Test {};
 TYPED_TEST_SUITE(Writers, WritableTypes, TypeWords);
 
-TYPED_TEST(Writers, KeepWhatWasStoredBeforeAPlaceOutside) {
+template <class T>
+int setEach(MCppPyArray& view, const std::vector<std::int64_t>& indices, const PyRef& values) {
+  return setIndividualElementsFromFlatSeqOfMultipleIntegerIndices<T>(view, indices, values.get());
+}
+
+TYPED_TEST(Writers, KeepElementsStoredBeforeAPlaceOutside) {
   const PyRef values = valueList<TypeParam>(9);
   const PyRef three = evaluate("s[0:3]", {{"s", values}});
   const ViewPointer array = makeArray<TypeParam>({2, 3});
   const auto holds = [&array](const Places& places) {
     EXPECT_TRUE(raised(PyExc_RuntimeError, cannotSet));
     EXPECT_EQ(storedElements<TypeParam>(*array), samplesWithValuesAt<TypeParam>(6, places));
-    for (std::int64_t i = 0; i < 6; ++i) {  // the samples again
-      array->setElementFromIndices<TypeParam>({i}, sample<TypeParam>(static_cast<std::size_t>(i)));
+    for (std::int64_t i = 0; i < 6; ++i) {
+      const auto restored = sample<TypeParam>(static_cast<std::size_t>(i));
+      EXPECT_TRUE(setElement<TypeParam>(*array, {i}, restored));
     }
   };
-  EXPECT_EQ(array->setMultipleElementsFromNonFinalIntegerIndex<TypeParam>(2, three.get()), -1);
+  EXPECT_EQ(setMultipleElementsFromNonFinalIntegerIndex<TypeParam>(*array, 2, three.get()), -1);
   holds({2, 4});
   SliceIndexItem run = slice(1, 4, 1, 3);
-  EXPECT_EQ(array->setMultipleElementsFromNonFinalSliceIndex<TypeParam>(run, values.get(), 2), -1);
-  holds({1, 3, 5, 2, 4});  // the last value but one found no place
+  EXPECT_EQ(setMultipleElementsFromNonFinalSliceIndex<TypeParam>(*array, run, values.get()), -1);
+  holds({1, 3, 5, 2, 4});  // the sixth value has no place
 
   MCppPyArray row(*array, {1}, false);
-  EXPECT_EQ(row.setIndividualElementsFromFlatSeqOfMultipleIntegerIndices<TypeParam>({2, 3, 0},
-                                                                                    three.get()),
-            -1);
+  EXPECT_EQ(setEach<TypeParam>(row, {2, 3, 0}, three), -1);
   holds({5});
   const PyRef number = evaluate("s[0]", {{"s", values}});
   for (const std::int64_t index : {3, -1}) {
-    EXPECT_EQ(row.setItemViaFinalIntegerIndex<TypeParam>(index, number.get()), -1);
+    EXPECT_EQ(setItemViaFinalIntegerIndex<TypeParam>(row, index, number.get()), -1);
     holds({});
   }
 }
@@ -302,13 +294,11 @@ TYPED_TEST(Writers, RefusePositionsWithTooManyEntries) {
   const PyRef number = evaluate("s[0]", {{"s", values}});
   const ViewPointer array = makeArray<TypeParam>({2, 3});
   MCppPyArray fixed(*array, {0, 0}, false);
-  EXPECT_EQ(fixed.setItemViaFinalIntegerIndex<TypeParam>(0, number.get()), -1);
+  EXPECT_EQ(setItemViaFinalIntegerIndex<TypeParam>(fixed, 0, number.get()), -1);
   EXPECT_TRUE(raised(PyExc_RuntimeError, cannotSet));
-  EXPECT_EQ(fixed.setIndividualElementsFromFlatSeqOfMultipleIntegerIndices<TypeParam>({0, 1},
-                                                                                      values.get()),
-            -1);
+  EXPECT_EQ(setEach<TypeParam>(fixed, {0, 1}, values), -1);
   EXPECT_TRUE(raised(PyExc_RuntimeError, cannotSet));
-  EXPECT_EQ(fixed.setMultipleElementsFromNonFinalIntegerIndex<TypeParam>(0, number.get()), -1);
+  EXPECT_EQ(setMultipleElementsFromNonFinalIntegerIndex<TypeParam>(fixed, 0, number.get()), -1);
   EXPECT_TRUE(raised(PyExc_ValueError, messages::unequalShapes));
   EXPECT_EQ(storedElements<TypeParam>(*array), samples<TypeParam>(6));
 }
@@ -318,38 +308,28 @@ TYPED_TEST(Writers, TakeMissingTrailingEntriesAsZero) {
   const PyRef number = evaluate("s[0]", {{"s", values}});
   const PyRef array = makeRecord(makeArray<TypeParam>({2, 3, 2}));
   MCppPyArray plane(viewOf(array), {1}, false);
-  EXPECT_EQ(plane.setItemViaFinalIntegerIndex<TypeParam>(2, number.get()), 0);
+  EXPECT_EQ(setItemViaFinalIntegerIndex<TypeParam>(plane, 2, number.get()), 0);
   EXPECT_EQ(storedElements<TypeParam>(viewOf(array)), samplesWithValuesAt<TypeParam>(12, {5}));
-  EXPECT_EQ(plane.setIndividualElementsFromFlatSeqOfMultipleIntegerIndices<TypeParam>({2, 0, 1},
-                                                                                      values.get()),
-            0);
+  EXPECT_EQ(setEach<TypeParam>(plane, {2, 0, 1}, values), 0);
   EXPECT_EQ(storedElements<TypeParam>(viewOf(array)),
             samplesWithValuesAt<TypeParam>(12, {5, 1, 3}));
+  EXPECT_EQ(setItemViaFinalIntegerIndex<TypeParam>(viewOf(array), 0, number.get()), 0);
+  std::vector<TypeParam> expected = samplesWithValuesAt<TypeParam>(12, {5, 1, 3});
+  expected[0] = sample<TypeParam>(firstValue);
+  EXPECT_EQ(storedElements<TypeParam>(viewOf(array)), expected);
 }
 
 TYPED_TEST(Writers, NormaliseAgainstTheLengthTheyAreGiven) {
   const PyRef values = valueList<TypeParam>(1);
   const PyRef number = evaluate("s[0]", {{"s", values}});
   const ViewPointer array = makeArray<TypeParam>({5});
-  EXPECT_EQ(array->setItemsFromFinalOrNonFinalIntegerIndex<TypeParam>(-1, 2, number.get()), 0);
+  EXPECT_EQ(setItemsFromFinalOrNonFinalIntegerIndex<TypeParam>(*array, -1, 2, number.get()), 0);
   EXPECT_EQ(storedElements<TypeParam>(*array), samplesWithValuesAt<TypeParam>(5, {1}));
   for (const std::int64_t index : {2, -3}) {
-    EXPECT_EQ(array->setItemsFromFinalOrNonFinalIntegerIndex<TypeParam>(index, 2, number.get()),
+    EXPECT_EQ(setItemsFromFinalOrNonFinalIntegerIndex<TypeParam>(*array, index, 2, number.get()),
               -1);
     EXPECT_TRUE(raised(PyExc_IndexError, "index has an invalid value: " + std::to_string(index)));
   }
-}
-
-// A chain that no subscript makes. The walk is over before the values are, and nothing says so.
-TYPED_TEST(Writers, WalkThatEndsEarlyHasNoErrorOfItsOwn) {
-  const PyRef values = valueList<TypeParam>(6);
-  const PyRef nested = evaluate("[s[0:2], s[2:4], s[4:6]]", {{"s", values}});
-  const ViewPointer array = makeArray<TypeParam>({2, 3, 2});
-  array->getIndicesRef().emplace_back(slice(0, 2, 1, 2));
-  array->getIndicesRef().emplace_back(slice(0, 1, 1, 1));
-  EXPECT_EQ(array->setMultipleElementsFromNonFinalIntegerIndex<TypeParam>(0, nested.get()), -1);
-  EXPECT_TRUE(raisedNothing());
-  EXPECT_EQ(storedElements<TypeParam>(*array), samplesWithValuesAt<TypeParam>(12, {0, 6, 1, 7}));
 }
 
 TYPED_TEST(Writers, ReportStorageThatHasGone) {
@@ -358,16 +338,14 @@ TYPED_TEST(Writers, ReportStorageThatHasGone) {
   const ViewPointer views[] = {makeExpiredView<TypeParam>({2, 3}),
                                makeViewWithoutStorage<TypeParam>({2, 3})};
   for (const ViewPointer& view : views) {
-    EXPECT_EQ(view->setItemViaFinalIntegerIndex<TypeParam>(0, number.get()), -1);
+    EXPECT_EQ(setItemViaFinalIntegerIndex<TypeParam>(*view, 0, number.get()), -1);
     EXPECT_TRUE(raisedExpired());
-    EXPECT_EQ(view->setMultipleElementsFromNonFinalIntegerIndex<TypeParam>(0, values.get()), -1);
+    EXPECT_EQ(setMultipleElementsFromNonFinalIntegerIndex<TypeParam>(*view, 0, values.get()), -1);
     EXPECT_TRUE(raisedExpired());
     SliceIndexItem run = slice(0, 1, 1, 1);
-    EXPECT_EQ(view->setMultipleElementsFromNonFinalSliceIndex<TypeParam>(run, values.get(), 2), -1);
+    EXPECT_EQ(setMultipleElementsFromNonFinalSliceIndex<TypeParam>(*view, run, values.get()), -1);
     EXPECT_TRUE(raisedExpired());
-    EXPECT_EQ(view->setIndividualElementsFromFlatSeqOfMultipleIntegerIndices<TypeParam>(
-                  {0, 1, 2}, values.get()),
-              -1);
+    EXPECT_EQ(setEach<TypeParam>(*view, {0, 1, 2}, values), -1);
     EXPECT_TRUE(raisedExpired());
   }
 }
