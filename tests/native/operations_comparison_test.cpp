@@ -1,4 +1,4 @@
-// Comparison: two walks side by side, and what becomes of errors in them.
+// Comparison: two walks side by side, and the errors in them.
 #include "operations/comparison.hpp"
 
 #include <gtest/gtest.h>
@@ -14,8 +14,10 @@
 
 #include "module/support.hpp"
 #include "module/type_objects.hpp"
+#include "operations/handlers.hpp"
 #include "python_testing.hpp"
 #include "recursion_limit.hpp"
+#include "storage_testing.hpp"
 
 namespace {
 
@@ -23,23 +25,22 @@ using namespace python_testing;
 
 constexpr const char* outputOfFailure = "PyObject_RichCompareBool() generated an error.\n";
 
-// In both directions, and by both names.
-std::optional<bool> areEqual(MCppPyArray& x, MCppPyArray& y) {
-  const std::optional<bool> result = x.isEqualTo<double>(y);
-  EXPECT_EQ(y.isEqualTo<double>(x), result);
-  EXPECT_EQ(x.isEqualTo<std::complex<double>>(y), result);
+// The result, which is the same in both directions.
+std::optional<bool> areEqual(const MCppPyArray& x, const MCppPyArray& y) {
+  const std::optional<bool> result = isEqualTo(x, y);
+  EXPECT_EQ(isEqualTo(y, x), result);
   EXPECT_TRUE(raisedNothing());
   return result;
 }
 
-// What the handler says of == and !=.
+// The results of the handler for == and !=.
 std::string verdict(const PyRef& x, const PyRef& y) {
   const PyRef equal = PyRef::steal(MCPyArray_RichCompare<double>(x.get(), y.get(), Py_EQ));
   const PyRef unequal = PyRef::steal(MCPyArray_RichCompare<double>(x.get(), y.get(), Py_NE));
   return reprOf(equal) + " " + reprOf(unequal);
 }
 
-// --- What is equal
+// --- Equality
 
 struct PairRow {
   Dimensions dimensions;
@@ -58,12 +59,12 @@ const PairRow pairRows[] = {
     {{2, 2}, "a", {2, 3}, "a", false},
     {{2, 2}, "a", {3, 2}, "a", false},
     {{2, 3}, "a[1:]", {2, 3}, "a", false},
-    // Numbers on one side and a row on the other.
+    // Numbers on one side and rows on the other.
     {{1, 3}, "a[0]", {1, 3}, "a", false},
     {{1, 3}, "a[0]", {3}, "a", true},
     {{1, 3}, "a[0][0:2]", {3}, "a", false},
     {{3, 1}, "a", {3}, "a", false},
-    // No elements: shapes differ only as far as they are walked.
+    // Without elements, shapes count only as far as they are walked.
     {{0, 0}, "a", {0, 3}, "a", true},
     {{0, 0}, "a", {2, 3}, "a[1:1]", true},
     {{0, 3}, "a", {2, 3}, "a[1][0:0]", true},
@@ -73,7 +74,7 @@ const PairRow pairRows[] = {
     {{}, "a", {0, 1}, "a", true},
 };
 
-TEST(Comparison, GoesByWhatIsYielded) {
+TEST(Comparison, ComparesTheItemsOfTwoWalks) {
   for (const PairRow& row : pairRows) {
     SCOPED_TRACE(testing::PrintToString(row.dimensions) + row.part + " and " +
                  testing::PrintToString(row.otherDimensions) + row.otherPart);
@@ -102,14 +103,14 @@ TYPED_TEST(ComparisonOf, FindsEachElementThatDiffers) {
                                static_cast<std::int64_t>(place / 2)};
     TypeParam other = sample<TypeParam>(place + 25);
     if constexpr (std::is_same_v<TypeParam, bool>) other = !sample<bool>(place);
-    ASSERT_TRUE(y->setElementFromIndices<TypeParam>(position, other));
+    ASSERT_TRUE(setElement<TypeParam>(*y, position, other));
     EXPECT_EQ(areEqual(*x, *y), false);
-    ASSERT_TRUE(y->setElementFromIndices<TypeParam>(position, sample<TypeParam>(place)));
+    ASSERT_TRUE(setElement<TypeParam>(*y, position, sample<TypeParam>(place)));
   }
   EXPECT_EQ(areEqual(*x, *y), true);
 }
 
-TYPED_TEST(ComparisonOf, DifferentClassesIsFalseWhateverTheyHold) {
+TYPED_TEST(ComparisonOf, DifferentClassesIsFalseWhateverTheElementsAre) {
   const ViewPointer x = makeArray<TypeParam>({0, 0});
   for (std::size_t i = 0; i < numberOfArrayClasses; ++i) {
     const auto arrayClass = static_cast<SupportedArrayEnum>(i);
@@ -118,13 +119,13 @@ TYPED_TEST(ComparisonOf, DifferentClassesIsFalseWhateverTheyHold) {
   }
 }
 
-TEST(Comparison, OfComplexAndRealGoesByTheNumbers) {
+TEST(Comparison, OfComplexAndRealComparesTheNumbers) {
   const PyRef real = makeRecord(makeArray<double>({1, 2}));
   const PyRef complex = makeRecord(makeArray<std::complex<double>>({1, 2}));
   EXPECT_EQ(areEqual(viewOf(real), viewOf(complex)), false);
   for (const std::int64_t i : {0, 1}) {
-    ASSERT_TRUE(viewOf(complex).setElementFromIndices<std::complex<double>>(
-        {0, i}, {static_cast<double>(i + 1), 0.0}));
+    ASSERT_TRUE(setElement<std::complex<double>>(viewOf(complex), {0, i},
+                                                 {static_cast<double>(i + 1), 0.0}));
   }
   EXPECT_EQ(areEqual(viewOf(real), viewOf(complex)), true);
   EXPECT_EQ(verdict(complex, real), "True False");
@@ -132,22 +133,21 @@ TEST(Comparison, OfComplexAndRealGoesByTheNumbers) {
 
 TEST(Comparison, OfNotANumberIsFalseForTheArrayItself) {
   const PyRef array = makeRecord(makeArray<double>({1, 2}));
-  ASSERT_TRUE(viewOf(array).setElementFromIndices<double>(
-      {0, 1}, std::numeric_limits<double>::quiet_NaN()));
+  ASSERT_TRUE(setElement<double>(viewOf(array), {0, 1}, std::numeric_limits<double>::quiet_NaN()));
   EXPECT_EQ(areEqual(viewOf(array), viewOf(array)), false);
   EXPECT_EQ(verdict(array, array), "False True");
 }
 
 // --- Errors in the walks
 
-// Deliberate: what cannot be yielded ends the walk, and its error is cleared.
+// Deliberate: an item that cannot be read ends the walk, and its error is cleared.
 TEST(ComparisonFailure, ElementOutOfReachIsTheEnd) {
   const ViewPointer array = makeArray<double>({2, 3});
   MCppPyArray oneInReach(*array, {5}, false);  // its first element is the array's last
   MCppPyArray last(*array, {1}, false);
-  last.getIndicesRef().emplace_back(slice(2, 3, 1, 1));
+  last.appendIndexItem(slice(2, 3, 1, 1));
   MCppPyArray lastTwo(*array, {1}, false);
-  lastTwo.getIndicesRef().emplace_back(slice(2, 0, -1, 2));
+  lastTwo.appendIndexItem(slice(2, 0, -1, 2));
   EXPECT_EQ(areEqual(oneInReach, last), true);
   EXPECT_EQ(areEqual(oneInReach, lastTwo), false);
 }
@@ -156,7 +156,7 @@ TEST(ComparisonFailure, RowsThatCannotBeMadeAreTheEnd) {
   const ViewPointer x = makeArray<double>({2, 3});
   const ViewPointer y = makeArray<double>({4, 5});
   PyTypeObject* const type = std::exchange(TypeObjectPointers[0], nullptr);
-  const std::optional<bool> result = x->isEqualTo<double>(*y);
+  const std::optional<bool> result = isEqualTo(*x, *y);
   TypeObjectPointers[0] = type;
   EXPECT_TRUE(raisedNothing());
   EXPECT_EQ(result, true);
@@ -168,20 +168,20 @@ TEST(ComparisonFailure, StorageThatHasGone) {
                         makeRecord(makeViewWithoutStorage<double>({2, 3}))};
   for (const PyRef& other : gone) {
     for (const auto& [x, y] : {std::pair(&array, &other), {&other, &array}, {&other, &other}}) {
-      EXPECT_EQ(viewOf(*x).isEqualTo<double>(viewOf(*y)), std::nullopt);
+      EXPECT_EQ(isEqualTo(viewOf(*x), viewOf(*y)), std::nullopt);
       EXPECT_TRUE(raisedExpired());
       for (const int operation : {Py_EQ, Py_NE}) {
         EXPECT_EQ(MCPyArray_RichCompare<double>(x->get(), y->get(), operation), nullptr);
         EXPECT_TRUE(raisedExpired());
       }
     }
-    MCppPyArray single(sampleArray<float>({1, 1}), SupportedArrayEnum::Single, false, true);
-    EXPECT_EQ(viewOf(other).isEqualTo<double>(single), false) << "classes come first";
+    const MCppPyArray single(sampleArray<float>({1, 1}), SupportedArrayEnum::Single, false, true);
+    EXPECT_EQ(isEqualTo(viewOf(other), single), false) << "classes are compared first";
     EXPECT_TRUE(raisedNothing());
   }
 }
 
-// Takes what is written to the standard output.
+// Captures the standard output while it lives.
 class CapturedOutput {
  public:
   CapturedOutput() : m_before(std::cout.rdbuf(m_text.rdbuf())) {}
@@ -203,7 +203,8 @@ struct RecursionRow {
   bool hasError;
 };
 
-// The comparison of two numbers takes a level as each of arrays does, and so can be made to fail.
+// The comparison of two numbers takes a level, like each comparison of arrays, so a limit on levels
+// makes it fail.
 TEST(ComparisonFailure, GoesUpOneLevelOnly) {
   const RecursionRow rows[] = {
       {"a[0]", 0, std::nullopt, "", true},
@@ -223,9 +224,9 @@ TEST(ComparisonFailure, GoesUpOneLevelOnly) {
     std::string output;
     {
       const RecursionLimit limit(row.levels);
-      if (!limit.isSet()) GTEST_SKIP() << "this interpreter counts no levels";
+      if (!limit.isSet()) GTEST_SKIP() << "this interpreter does not count levels";
       const CapturedOutput captured;
-      result = viewOf(part).isEqualTo<double>(viewOf(part));
+      result = isEqualTo(viewOf(part), viewOf(part));
       output = captured.text();
     }
     EXPECT_TRUE(row.hasError ? raisedOwn(PyExc_RecursionError) : raisedNothing());

@@ -1,4 +1,4 @@
-// The buffer protocol's side of an array, from where every field and every refusal can be seen.
+// Exports of memory: every field of a Py_buffer, every refusal, and how long the memory lives.
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -9,8 +9,7 @@
 
 #include "exporter_testing.hpp"
 #include "module/type_objects.hpp"
-#include "operations/memory_export.hpp"
-#include "operations/reshaping.hpp"
+#include "operations/handlers.hpp"
 #include "python_testing.hpp"
 #include "storage_testing.hpp"
 
@@ -26,11 +25,11 @@ constexpr const char* notInitialized = "object not initialized.";
 constexpr const char* notWritable = "underlying buffer is not writable.";
 constexpr const char* notContiguous = "underlying buffer not C-contiguous.";
 
-// One request, and the release if it was granted.
+// One request for a buffer. Releases the buffer if the request was granted.
 class Request {
  public:
   Request(const PyRef& array, int flags) {
-    buffer.obj = Py_None;  // to be replaced or cleared
+    buffer.obj = Py_None;  // is replaced or cleared
     buffer.internal = this;
     result = MCPyArray_GetBuffer(array.get(), &buffer, flags);
   }
@@ -54,7 +53,7 @@ class Request {
   Numbers numbersAt(const Py_ssize_t* first) const { return Numbers(first, first + buffer.ndim); }
 };
 
-// No bits but those of writing, and of C-contiguity all together, decide anything.
+// Requests are refused for the bit of writing, or for all bits of C-contiguity together.
 const int grantedFlags[] = {PyBUF_SIMPLE,
                             PyBUF_FORMAT,
                             PyBUF_ND,
@@ -79,7 +78,7 @@ TYPED_TEST_SUITE(Export, WritableTypes, TypeWords);
 TYPED_TEST(Export, FieldsAreThoseOfTheStorage) {
   constexpr auto size = static_cast<std::int64_t>(sizeof(TypeParam));
   const PyRef array = makeRecord(makeArray<TypeParam>({2, 3}));
-  const MCppPyArray& view = viewOf(array);
+  MDArrayWrapper& storage = *viewOf(array).wrapper();
   for (const int flags : grantedFlags) {
     SCOPED_TRACE(flags);
     const Py_ssize_t references = Py_REFCNT(array.get());
@@ -89,7 +88,7 @@ TYPED_TEST(Export, FieldsAreThoseOfTheStorage) {
       const Py_buffer& buffer = request.buffer;
       EXPECT_EQ(buffer.obj, array.get());
       EXPECT_EQ(Py_REFCNT(array.get()), references + 1);
-      EXPECT_EQ(buffer.buf, view.buf());
+      EXPECT_EQ(buffer.buf, storage.buf());
       EXPECT_EQ(buffer.len, 6 * size);
       EXPECT_EQ(buffer.itemsize, size);
       EXPECT_EQ(buffer.ndim, 2);
@@ -99,8 +98,8 @@ TYPED_TEST(Export, FieldsAreThoseOfTheStorage) {
       } else {
         EXPECT_EQ(buffer.format, nullptr);
       }
-      EXPECT_EQ(buffer.shape, view.shape().data());
-      EXPECT_EQ(buffer.strides, view.bytewiseStrides());
+      EXPECT_EQ(buffer.shape, storage.shape().data());
+      EXPECT_EQ(buffer.strides, storage.bytewiseStrides());
       EXPECT_EQ(request.shape(), (Numbers{2, 3}));
       EXPECT_EQ(request.strides(), (Numbers{size, 2 * size}));
       EXPECT_EQ(buffer.suboffsets, nullptr);
@@ -112,7 +111,7 @@ TYPED_TEST(Export, FieldsAreThoseOfTheStorage) {
   EXPECT_TRUE(raisedNothing());
 }
 
-TYPED_TEST(Export, OfAViewIsACopyOfItsOwnThatStays) {
+TYPED_TEST(Export, OfAViewIsItsOwnCopyAndStays) {
   const PyRef array = makeRecord(makeArray<TypeParam>({2, 3}));
   const PyRef row = evaluate("a[1]", {{"a", array}});
   const std::vector<TypeParam> elements = {sample<TypeParam>(1), sample<TypeParam>(3),
@@ -121,10 +120,10 @@ TYPED_TEST(Export, OfAViewIsACopyOfItsOwnThatStays) {
   ASSERT_EQ(first.result, 0);
   EXPECT_EQ(first.buffer.obj, row.get());
   EXPECT_EQ(first.shape(), (Numbers{1, 3}));
-  EXPECT_NE(first.buffer.buf, viewOf(array).buf());
+  EXPECT_NE(first.buffer.buf, viewOf(array).wrapper()->buf());
   EXPECT_EQ(first.template elements<TypeParam>(), elements);
 
-  ASSERT_TRUE(viewOf(row).setElementFromIndices<TypeParam>({1, 1}, otherThanSample<TypeParam>(3)));
+  ASSERT_TRUE(setElement<TypeParam>(viewOf(row), {1, 1}, otherThanSample<TypeParam>(3)));
   const Request second(row, PyBUF_FULL_RO);
   ASSERT_EQ(second.result, 0);
   EXPECT_EQ(second.buffer.buf, first.buffer.buf);
@@ -134,7 +133,7 @@ TYPED_TEST(Export, OfAViewIsACopyOfItsOwnThatStays) {
 
   const PyRef sameRow = evaluate("a[1]", {{"a", array}});
   const Request other(sameRow, PyBUF_FULL_RO);
-  EXPECT_NE(other.buffer.buf, first.buffer.buf) << "each view has a copy of its own";
+  EXPECT_NE(other.buffer.buf, first.buffer.buf) << "each view has its own copy";
   EXPECT_EQ(other.template elements<TypeParam>()[1], otherThanSample<TypeParam>(3));
   EXPECT_TRUE(raisedNothing());
 }
@@ -169,7 +168,7 @@ TEST(ExportOf, PartsAndOrders) {
   EXPECT_TRUE(raisedNothing());
 }
 
-// No class has characters, so that what has no format does not come from Python.
+// Python programs cannot make arrays without a format, because no class has characters.
 TEST(ExportOf, CharactersHasNoFormat) {
   const PyRef array = makeRecord(makeArray<char16_t>({2, 3}));
   {
@@ -270,11 +269,12 @@ TEST(BufferInfo, IsThatOfTheWholeStorage) {
   const PyRef parts[] = {evaluate("a[1]", {{"a", array}}), evaluate("a[0:1]", {{"a", array}}),
                          makeRecord(std::make_unique<MCppPyArray>(viewOf(array), true))};
   const std::string expected =
-      "(" + std::to_string(reinterpret_cast<std::uintptr_t>(viewOf(array).buf())) + ", 6)";
+      "(" + std::to_string(reinterpret_cast<std::uintptr_t>(viewOf(array).wrapper()->buf())) +
+      ", 6)";
   EXPECT_EQ(reprOf(PyRef::steal(MCPyArray_BufferInfo(array.get(), nullptr))), expected);
   for (const PyRef& part : parts) {
     EXPECT_EQ(reprOf(PyRef::steal(MCPyArray_BufferInfo(part.get(), nullptr))), expected);
-    EXPECT_EQ(viewOf(part).getIndexRestrictedMCppPyArray(), nullptr) << "no copy was made";
+    EXPECT_EQ(viewOf(part).caches().indexRestrictedMCppPyArray(), nullptr) << "no copy was made";
   }
 }
 
@@ -319,7 +319,7 @@ TYPED_TEST(Export, StaysReadableThroughReshapes) {
     EXPECT_EQ(result.get(), array.get());
   }
   const Request after(array, PyBUF_FULL_RO);
-  array = PyRef();  // the requests hold it now
+  array = PyRef();  // from here on, only the requests hold the array
   for (const Request* request : {&before, &same}) {
     ASSERT_EQ(request->result, 0);
     EXPECT_EQ(request->shape(), (Numbers{2, 3}));
@@ -346,9 +346,9 @@ TEST(ExportLifetime, TheCopyOfAViewDoesNotFollowAReshape) {
   EXPECT_EQ(after.elements<double>(), (std::vector<double>{2, 4, 6}));
 }
 
-// --- Code that runs in the middle
+// --- Code that runs during an export
 
-// Calls an object at the beginning of garbage collections, which come as often as they can.
+// Makes garbage collections as frequent as possible and calls an object at the start of each.
 class CollectionHook {
  public:
   explicit CollectionHook(const PyRef& callback)
@@ -378,9 +378,10 @@ class CollectionHook {
   PyRef m_callbacks;
 };
 
-// A view so long that its export collects in the middle, where one is made of it once.
+// The export of a view that is long enough for garbage collections. One of them exports the view
+// itself.
 struct ExportInTheMiddle {
-  // also: a further thing to do there.
+  // also: an expression that is evaluated after the inner export.
   explicit ExportInTheMiddle(const std::string& also) {
     const PyRef callback = evaluate(
         "lambda phase, info: phase == 'start' and (calls.append(1) or len(calls) == 4) and "
@@ -407,7 +408,7 @@ struct ExportInTheMiddle {
   PythonError error;
 };
 
-// The memory of the one made in the middle, held meanwhile.
+// Holds the memory of the inner export.
 struct InnerBuffer {
   explicit InnerBuffer(const ExportInTheMiddle& outer) {
     EXPECT_EQ(PyObject_GetBuffer(PyList_GetItem(outer.made.get(), 0), &buffer, PyBUF_FULL_RO), 0);
@@ -420,7 +421,7 @@ struct InnerBuffer {
 
 TEST(ExportInTheMiddleOfAnExport, MakesTheOneCopyThereIs) {
   const ExportInTheMiddle outer("None");
-  if (!outer.hasHappened()) GTEST_SKIP() << "nothing runs in the middle here";
+  if (!outer.hasHappened()) GTEST_SKIP() << "no collection runs during an export here";
   ASSERT_EQ(outer.result, 0);
   EXPECT_FALSE(outer.error.type) << outer.error.text;
   const InnerBuffer inner(outer);
@@ -429,10 +430,10 @@ TEST(ExportInTheMiddleOfAnExport, MakesTheOneCopyThereIs) {
   EXPECT_EQ(static_cast<const double*>(outer.buffer.buf)[0], 2.0);
 }
 
-// The walk that was interrupted finds nothing any more where its elements were.
+// After the reshape, the interrupted walk no longer finds its elements.
 TEST(ExportInTheMiddleOfAnExport, LeavesNoErrorBesideAResult) {
   const ExportInTheMiddle outer("array.reshape(1920, 1)");
-  if (!outer.hasHappened()) GTEST_SKIP() << "nothing runs in the middle here";
+  if (!outer.hasHappened()) GTEST_SKIP() << "no collection runs during an export here";
   const InnerBuffer inner(outer);
   EXPECT_EQ(outer.result == 0, !outer.error.type) << outer.error.text;
   if (outer.result == 0) {
@@ -442,7 +443,7 @@ TEST(ExportInTheMiddleOfAnExport, LeavesNoErrorBesideAResult) {
     EXPECT_EQ(outer.buffer.obj, nullptr);
   }
   const auto* const first = static_cast<const double*>(inner.buffer.buf);
-  EXPECT_EQ(first[0], 2.0) << "the copy made in the middle is whole";
+  EXPECT_EQ(first[0], 2.0) << "the copy of the inner export is complete";
   EXPECT_EQ(first[638 * 3 - 1], sample<double>(1918));
 }
 

@@ -1,4 +1,4 @@
-// Buffers of other objects for native clients: the result, the error and the buffer of each way.
+// Buffers of other objects for native clients: the result, the error and the buffer in each case.
 #include "operations/outside_buffer.hpp"
 
 #include <gtest/gtest.h>
@@ -18,7 +18,7 @@ constexpr int contiguousWithFormat = 0x9C;
 
 // --- Failures that obtain no buffer
 
-TEST(FillPyBuffer, NoObjectAndNoBufferInterfaceAreNoErrors) {
+TEST(FillPyBuffer, NoObjectAndNoBufferInterfaceSetNoError) {
   Py_buffer buffer = {};
   buffer.len = 77;
   bool isComplex = true;
@@ -27,7 +27,7 @@ TEST(FillPyBuffer, NoObjectAndNoBufferInterfaceAreNoErrors) {
     SCOPED_TRACE(expression);
     const PyRef object = evaluate(expression);
     EXPECT_EQ(fillPyBuffer(object.get(), &buffer, &isComplex), -1);
-    EXPECT_EQ(fillPyBuffer(object.get(), nullptr, nullptr), -1) << "the object is looked at first";
+    EXPECT_EQ(fillPyBuffer(object.get(), nullptr, nullptr), -1) << "the object is checked first";
   }
   EXPECT_EQ(fillPyBuffer(nullptr, nullptr, nullptr), -1);
   EXPECT_TRUE(raisedNothing());
@@ -61,7 +61,7 @@ TEST(FillPyBuffer, RefusalIsTheObjectsOwn) {
   EXPECT_TRUE(raised(PyExc_LookupError, "nothing to export."));
   EXPECT_EQ(exporter.exports.flags, contiguousWithFormat);
   EXPECT_EQ(exporter.exports.released, 0);
-  EXPECT_TRUE(isComplex) << "not touched";
+  EXPECT_TRUE(isComplex) << "unchanged";
 
   const PyRef scattered = evaluate("memoryview(b'abcd')[::2]");
   EXPECT_EQ(fillPyBuffer(scattered.get(), &buffer, &isComplex), -3);
@@ -124,7 +124,7 @@ TEST(FillPyBuffer, FormatsThatNameNoTypeKeepTheBufferObtained) {
     EXPECT_EQ(fillPyBuffer(exporter.object.get(), &buffer, &isComplex), row.code);
     EXPECT_TRUE(raised(PyExc_RuntimeError, row.message));
     EXPECT_EQ(isComplex, row.isComplex);
-    // Deliberate: what was obtained is not given back.
+    // Deliberate: the buffer is not released.
     EXPECT_EQ(exporter.exports.obtained, 1);
     EXPECT_EQ(exporter.exports.released, 0);
     EXPECT_EQ(buffer.obj, exporter.object.get());
@@ -155,7 +155,7 @@ constexpr LetterRow letterRows[] = {
     {"q", 8, 12, false},
     {"Q", 8, 13, false},
     {"?", 1, 14, false},
-    // The item size is looked at for the letters of the platform's long alone.
+    // The item size counts only for the letters of the platform's long.
     {"d", 3, 4, false},
     {"i", 8, 10, false},
     {"q", 4, 12, false},
@@ -182,11 +182,11 @@ constexpr LetterRow letterRows[] = {
     {"ZQ", 16, 13, true},
     {"Z?", 2, 14, true},
     {"Zl", 16, 12, true},
-    {"Zl", 8, 12, true},  // of the item, not of its part
+    {"Zl", 8, 12, true},  // the size of the item, not of its part
     {"Zl", 4, 10, true},
     {"ZL", 16, 13, true},
     {"ZL", 4, 11, true},
-    // No more than one letter is read, or two behind a Z.
+    // Only the first letter is read, or the first behind a Z.
     {"dZ", 8, 4, false},
     {"dd", 8, 4, false},
     {"d:x:", 8, 4, false},
@@ -215,7 +215,7 @@ TEST(FillPyBuffer, TypeIsThatOfTheLetter) {
   }
 }
 
-TEST(FillPyBuffer, FieldsAreTheExportersAndNothingElseIsLookedAt) {
+TEST(FillPyBuffer, FieldsAreThoseOfTheExporterUnchecked) {
   SampleExporter<std::int16_t> exporter({2, 3}, 'C');
   Exports& exports = exporter.exports;
   exports.suboffsets = Lengths{-1, -1};
@@ -284,14 +284,14 @@ TYPED_TEST(FillPyBufferOf, AnArrayIsItsTypeAndMemory) {
   const PyRef array = makeRecord(makeArray<TypeParam>({2, 3}));
   const PyRef row = evaluate("a[1]", {{"a", array}});
   for (const PyRef* object : {&array, &row}) {
-    const MCppPyArray& view = viewOf(*object);
+    MCppPyArray& view = viewOf(*object);
     Py_buffer buffer = {};
     bool isComplex = !isComplexElement<TypeParam>;
     EXPECT_EQ(fillPyBuffer(object->get(), &buffer, &isComplex),
               static_cast<int>(classOfElement<TypeParam>()) + 4);
     EXPECT_EQ(isComplex, isComplexElement<TypeParam>);
-    const MCppPyArray* copy = view.getIndexRestrictedMCppPyArray();
-    EXPECT_EQ(buffer.buf, (copy != nullptr ? *copy : view).buf());
+    const MCppPyArray* copy = view.caches().indexRestrictedMCppPyArray();
+    EXPECT_EQ(buffer.buf, (copy != nullptr ? *copy : view).wrapper()->buf());
     EXPECT_EQ(buffer.obj, object->get());
     PyBuffer_Release(&buffer);
   }
