@@ -1,4 +1,4 @@
-// Element conversion: the states of its records, the bounds of its numeric conversions, its texts.
+// Element conversion: values and failures, bounds of the numeric conversions, texts.
 #include "construct/element_conversion_impl.hpp"
 
 #include <gtest/gtest.h>
@@ -21,7 +21,7 @@ using namespace python_testing;
 constexpr double infinity = std::numeric_limits<double>::infinity();
 constexpr double notANumber = std::numeric_limits<double>::quiet_NaN();
 
-// "value", or the class of the failure and its text.
+// "value", or the class and the text of the failure.
 template <class T>
 std::string describe(const ConversionResult<T>& result) {
   if (result.value && result.failure) return "both";
@@ -34,7 +34,7 @@ std::string describe(const ConversionResult<T>& result) {
   return text;
 }
 
-// --- Ints as they are read
+// --- Reading ints
 
 struct LongRow {
   const char* expression;
@@ -57,7 +57,7 @@ constexpr LongRow longRows[] = {
      "word."},
     {"2**63", std::nullopt, tooLarge, 9223372036854775808U, "value"},
     {"2**64 - 1", std::nullopt, tooLarge, 18446744073709551615U, "value"},
-    // Deliberate: the signed type is named for unsigned ones as well.
+    // Deliberate: the text names the signed type for unsigned types too.
     {"2**64", std::nullopt, tooLarge, std::nullopt, tooLarge},
     {"2**400", std::nullopt, tooLarge, std::nullopt, tooLarge},
     {"-2**63 - 1", std::nullopt, tooLarge, std::nullopt, tooLarge},
@@ -86,8 +86,8 @@ TEST(ReadInt, GivesAValueAFailureOrNeither) {
 
 // --- Numeric conversions
 
-// The bounds of a conversion from double: the values next to them that are refused, with their
-// texts, and the last ones that are taken, with what they become.
+// The bounds of a conversion from double: the first value that is refused on each side, and the
+// text of that value in the message. The next double toward zero is accepted.
 template <class To>
 struct DoubleBounds {
   const char* word;
@@ -141,7 +141,7 @@ TEST(NumericConversion, FromDoubleTruncatesWithinItsBounds) {
   expectBounds<std::int32_t>({"int32", -2147483649.0, "-2.14748e+09", 2147483648.0, "2.14748e+09",
                               std::numeric_limits<std::int32_t>::min()});
   expectBounds<std::uint32_t>({"uint32", -1.0, "-1", 4294967296.0, "4.29497e+09", 0});
-  // One below the lowest is no double, so the lowest itself is refused.
+  // One below the lowest is not a double, so the lowest itself is refused.
   expectBounds<std::int64_t>({"int64", -9223372036854775808.0, "-9.22337e+18",
                               9223372036854775808.0, "9.22337e+18",
                               std::numeric_limits<std::int64_t>::min()});
@@ -201,7 +201,7 @@ TEST(NumericConversion, FromIntegersHasTheBoundsOfTheType) {
   expectBounds<unsigned long long, std::uint16_t>({"uint16", 0, 65535});
   expectBounds<long long, std::int32_t>({"int32", -2147483647 - 1, 2147483647});
   expectBounds<unsigned long long, std::uint32_t>({"uint32", 0, 4294967295});
-  // Deliberate: characters go by the word of another type.
+  // Deliberate: messages about characters say "double".
   expectBounds<unsigned long long, char16_t>({"double", 0, 65535});
 }
 
@@ -231,7 +231,7 @@ TEST(DoubleToFloat, OutsideTheRangeIsPositiveInfinityOnEitherSide) {
 
 // --- Elements
 
-TEST(Refusal, GoesByWhatTheObjectIs) {
+TEST(Refusal, DependsOnTheObject) {
   const std::pair<const char*, const char*> rows[] = {
       {"'text'", "value is not numeric."},
       {"type('Text', (str,), {})('x')", "value is not numeric."},
@@ -332,7 +332,7 @@ template <class T>
 class ElementConversion : public ::testing::Test {};
 TYPED_TEST_SUITE(ElementConversion, AllTypes, TypeWords);
 
-// Objects of every kind, the odd ones included.
+// Objects of every kind, including unusual ones.
 constexpr const char* objects[] = {
     "0",
     "1",
@@ -386,8 +386,8 @@ TYPED_TEST(ElementConversion, GivesAValueOrAFailureAndLeavesNoError) {
   }
 }
 
-// Real elements refuse what is no number, complex ones take it for 0.
-TYPED_TEST(ElementConversion, OfNoNumber) {
+// Real elements refuse an object that is not a number; complex elements read it as 0.
+TYPED_TEST(ElementConversion, OfObjectsThatAreNotNumbers) {
   for (const char* expression : {"None", "object()", "'1'", "[1]"}) {
     SCOPED_TRACE(expression);
     const PyRef object = evaluate(expression);

@@ -1,5 +1,5 @@
-// `initializer` as a buffer of another object: elements, shape and order of honest exporters, and
-// what is said to those that lie.
+// `initializer` as a buffer of another object: elements, shape and order of correct exporters, and
+// the errors for wrong fields.
 #include <gtest/gtest.h>
 
 #include <array>
@@ -12,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "construct/external_buffer.hpp"
 #include "construct/final_constructor_parser.hpp"
 #include "construct/layout_conversion.hpp"
 #include "exporter_testing.hpp"
@@ -31,7 +32,7 @@ using Numbers = std::vector<std::int64_t>;
 constexpr int contiguousWithFormat = 0x9C;
 constexpr const char* doesNotFit = "input does not fit evenly into output type.";
 
-// What is made of an exporter.
+// The result of a construction from an exporter.
 template <class T>
 struct Parsed {
   bool isOk = false;
@@ -46,20 +47,18 @@ Parsed<T> parse(const PyRef& exporter, const char* size = "None") {
   arguments.size = evaluate(size);
   FinalConstructorParser<T> parser;
   Parsed<T> parsed;
-  auto buffer = parser.processConstructorArgsAndKwargs(arguments, parsed.isOk);
-  EXPECT_EQ(buffer != nullptr, parsed.isOk);
-  if (!parsed.isOk) return parsed;
-  parsed.dimensions = parser.getDimensions();
-  standalone::ClientArrayFactory factory;
-  const std::optional<Array> array = makeTypedArrayFromBuf(
-      std::move(buffer), parser.isBufferInStorageOrder(), factory, parsed.dimensions,
-      parsed.dimensions, parser.getNumberOfFlattenedElements());
+  auto buffer = parser.processConstructorArgsAndKwargs(arguments);
+  if (buffer == nullptr) return parsed;
+  parsed.dimensions = parser.shape().getDimensions();
+  const std::optional<Array> array =
+      makeTypedArrayFromBuf(std::move(buffer), parser.shape().isBufferInStorageOrder(),
+                            parsed.dimensions, parser.getNumberOfFlattenedElements());
   parsed.isOk = array.has_value();
   if (array) parsed.elements = elementsOf(TypedArray<T>(*array));
   return parsed;
 }
 
-// The samples in storage order, when they lie one behind the other in memory of that order.
+// The samples of an exporter with that order of memory, in storage order.
 template <class T>
 std::vector<T> samplesInStorageOrder(const Lengths& shape, char order) {
   std::vector<T> elements;
@@ -76,7 +75,7 @@ std::vector<T> samplesInStorageOrder(const Lengths& shape, char order) {
   return elements;
 }
 
-// Every path asks once and gives back what it got.
+// Every construction requests one buffer and releases it.
 void expectOneRequest(const Exports& exports) {
   EXPECT_EQ(exports.flags, contiguousWithFormat);
   EXPECT_EQ(exports.obtained, 1);
@@ -87,7 +86,7 @@ template <class T>
 class ExternalBuffer : public ::testing::Test {};
 TYPED_TEST_SUITE(ExternalBuffer, WritableTypes, TypeWords);
 
-// --- Honest exporters
+// --- Correct exporters
 
 struct ShapeRow {
   Lengths shape;
@@ -118,7 +117,7 @@ TYPED_TEST(ExternalBuffer, GivesElementsShapeAndOrder) {
   }
 }
 
-// The array that the class makes of an exporter.
+// The array that a call of the class makes from an exporter.
 template <class T>
 PyRef construct(const PyRef& exporter) {
   const PyRef type = PyRef::borrow(reinterpret_cast<PyObject*>(typeObjectOf(classOf<Part<T>>)));
@@ -140,7 +139,7 @@ TYPED_TEST(ExternalBuffer, BecomesAnArrayOfItsOwnFromEitherOrder) {
   EXPECT_EQ(storedElements<TypeParam>(viewOf(rowsFirst)),
             samplesInStorageOrder<TypeParam>({2, 3}, 'C'));
   for (const PyRef* array : {&columnsFirst, &rowsFirst}) {
-    EXPECT_EQ(viewOf(*array).shape(), (Numbers{2, 3}));
+    EXPECT_EQ(viewOf(*array).wrapper()->shape(), (Numbers{2, 3}));
     EXPECT_EQ(viewOf(*array).isComplex(), isComplexElement<TypeParam>);
   }
 }
@@ -182,14 +181,12 @@ TEST(ExternalBytes, AreTrueUnlessZeroAndStayBytesOtherwise) {
   }
 }
 
-TEST(ExternalBuffers, OfVectorAreNotAskedFor) {
+TEST(ExternalBuffers, OfVectorAreNotRequested) {
   SampleExporter<double> exporter({6});
   ConstructorArguments arguments;
   arguments.vector = PyRef::borrow(exporter.object.get());
   FinalConstructorParser<double> parser;
-  bool ok = true;
-  parser.processConstructorArgsAndKwargs(arguments, ok);
-  EXPECT_FALSE(ok);
+  EXPECT_EQ(parser.processConstructorArgsAndKwargs(arguments), nullptr);
   EXPECT_TRUE(raised(PyExc_ValueError, "value of 'vector' must be a sequence."));
   EXPECT_EQ(exporter.exports.flags, -1);
 }
@@ -199,7 +196,7 @@ TEST(ExternalBuffers, OfVectorAreNotAskedFor) {
 struct CompatibleRow {
   char input;
   char output;
-  std::optional<bool> isOfFourBytes;  // empty: whatever the size
+  std::optional<bool> isOfFourBytes;  // empty: items of any size
 };
 constexpr CompatibleRow compatibleRows[] = {{'?', 'B', {}},   {'B', '?', {}},    {'l', 'q', false},
                                             {'l', 'i', true}, {'L', 'Q', false}, {'L', 'I', true}};
@@ -227,7 +224,7 @@ TEST(CompatibleLetters, AreTheseAndNoOthers) {
   }
 }
 
-// What a format is refused with; empty if it is not.
+// The message that refuses a format; empty if it is accepted.
 template <class T>
 std::string refusalOf(const std::string& format) {
   const std::string start = "input buffer format ('" + format;
@@ -271,7 +268,7 @@ TYPED_TEST(ExternalBuffer, FormatsOfOtherTypesAreRefused) {
   EXPECT_GT(refused, 40);
 }
 
-TEST(ExternalBuffers, AreNothingForCharacters) {
+TEST(ExternalBuffers, AreRefusedForCharacters) {
   for (const char* format : {"H", "d", "u", "Z"}) {
     SCOPED_TRACE(format);
     SampleExporter<std::uint16_t> exporter({2, 3});
@@ -282,16 +279,16 @@ TEST(ExternalBuffers, AreNothingForCharacters) {
   }
 }
 
-// --- Liars
+// --- Wrong fields
 
 constexpr Py_ssize_t huge = Py_ssize_t{1} << 32;
 
-struct LieRow {
+struct WrongRow {
   const char* label;
-  void (*tell)(Exports&);
+  void (*change)(Exports&);
   const char* message;
 };
-const LieRow lieRows[] = {
+const WrongRow wrongRows[] = {
     {"no format", [](Exports& e) { e.format.reset(); }, "input 'format' field is null."},
     {"empty format", [](Exports& e) { e.format = ""; }, "input 'format' field is null."},
     {"no format, and a length that does not fit",
@@ -337,11 +334,11 @@ const LieRow lieRows[] = {
      doesNotFit},
 };
 
-TYPED_TEST(ExternalBuffer, LiesAreRefused) {
-  for (const LieRow& row : lieRows) {
+TYPED_TEST(ExternalBuffer, WrongFieldsAreRefused) {
+  for (const WrongRow& row : wrongRows) {
     SCOPED_TRACE(row.label);
     SampleExporter<TypeParam> exporter({2, 3});
-    row.tell(exporter.exports);
+    row.change(exporter.exports);
     EXPECT_FALSE(parse<TypeParam>(exporter.object).isOk);
     EXPECT_TRUE(raised(PyExc_BufferError, row.message));
     expectOneRequest(exporter.exports);
@@ -365,7 +362,7 @@ TYPED_TEST(ExternalBuffer, LengthsInBytesFitTheElements) {
   }
 }
 
-TYPED_TEST(ExternalBuffer, ElementsAtNoAddressAreRefused) {
+TYPED_TEST(ExternalBuffer, ElementsAtANullAddressAreRefused) {
   for (const Lengths& shape : {Lengths{}, Lengths{6}, Lengths{2, 3}}) {
     SampleExporter<TypeParam> exporter(shape);
     exporter.exports.buf = nullptr;
@@ -379,17 +376,17 @@ TYPED_TEST(ExternalBuffer, ElementsAtNoAddressAreRefused) {
   EXPECT_TRUE(raisedNothing());
 }
 
-// Deliberate: with one dimension or none, lies about the shape do no harm.
+// Deliberate: with one dimension or none, shape, strides and item size are not read.
 TYPED_TEST(ExternalBuffer, FlatMemoryNeedsNoDescription) {
-  const LieRow rows[] = {
-      {"nothing but the length",
+  const WrongRow rows[] = {
+      {"only the length",
        [](Exports& e) {
          e.shape.reset();
          e.strides.reset();
          e.itemsize = 0;
        },
        nullptr},
-      {"nonsense",
+      {"fields without meaning",
        [](Exports& e) {
          e.shape = {-99};
          e.strides = {7};
@@ -397,12 +394,12 @@ TYPED_TEST(ExternalBuffer, FlatMemoryNeedsNoDescription) {
          e.itemsize = -1;
        },
        nullptr},
-      {"fewer dimensions than none", [](Exports& e) { e.ndim = -3; }, nullptr},
+      {"a negative number of dimensions", [](Exports& e) { e.ndim = -3; }, nullptr},
   };
-  for (const LieRow& row : rows) {
+  for (const WrongRow& row : rows) {
     SCOPED_TRACE(row.label);
     SampleExporter<TypeParam> exporter({6});
-    row.tell(exporter.exports);
+    row.change(exporter.exports);
     const Parsed<TypeParam> parsed = parse<TypeParam>(exporter.object);
     EXPECT_TRUE(raisedNothing());
     EXPECT_EQ(parsed.dimensions, (Numbers{1, 6}));
@@ -422,7 +419,7 @@ TYPED_TEST(ExternalBuffer, FirstStrideAloneTellsTheOrder) {
   }
 }
 
-TYPED_TEST(ExternalBuffer, MemoryThatCannotBeHadIsNamedByTypeAndCount) {
+TYPED_TEST(ExternalBuffer, ShortMemoryIsReportedWithTypeAndCount) {
   SampleExporter<TypeParam> exporter({6});
   exporter.exports.len = Py_ssize_t{1} << 62;
   EXPECT_FALSE(parse<TypeParam>(exporter.object).isOk);
@@ -433,7 +430,7 @@ TYPED_TEST(ExternalBuffer, MemoryThatCannotBeHadIsNamedByTypeAndCount) {
   expectOneRequest(exporter.exports);
 }
 
-TYPED_TEST(ExternalBuffer, RefusalIsTheExportersOwn) {
+TYPED_TEST(ExternalBuffer, RefusalOfTheExporterStaysSet) {
   SampleExporter<TypeParam> exporter({2, 3});
   exporter.exports.refuses = true;
   EXPECT_FALSE(parse<TypeParam>(exporter.object).isOk);
@@ -452,7 +449,7 @@ struct SizeRow {
   const char* dimensionsNamed;
 };
 
-TYPED_TEST(ExternalBuffer, IsReconciledWithTheSize) {
+TYPED_TEST(ExternalBuffer, MustAgreeWithTheSize) {
   const SizeRow rows[] = {
       {{6}, 'F', "(2, 3)", {2, 3}, nullptr, nullptr},
       {{6}, 'F', "(6,)", {1, 6}, nullptr, nullptr},
@@ -462,7 +459,7 @@ TYPED_TEST(ExternalBuffer, IsReconciledWithTheSize) {
       {{2, 3}, 'F', "(2, 3)", {2, 3}, nullptr, nullptr},
       {{2, 3}, 'C', "(2, 3)", {2, 3}, nullptr, nullptr},
       {{2, 3, 1}, 'C', "(2, 3, 1)", {2, 3}, nullptr, nullptr},
-      // More elements than the size made room for.
+      // More elements than `size` reserved.
       {{6}, 'F', "(1, 1)", {}, &MCPyError::shapeErr, "6"},
       {{2, 3}, 'C', "(1, 7)", {}, &MCPyError::shapeErr, "2, 3"},
       {{2, 3}, 'F', "(3, 2)", {}, &MCPyError::sizeErr, "2, 3"},

@@ -1,25 +1,25 @@
-// From filled buffers to arrays: the enumeration of positions, what is reordered, what is adopted.
-#include "construct/layout_conversion_impl.hpp"
+// From filled buffers to arrays: enumeration of positions, the reorder, adoption without a copy.
+#include "construct/layout_conversion.hpp"
 
 #include <gtest/gtest.h>
 
 #include <complex>
+#include <cstddef>
 #include <cstdint>
-#include <limits>
 #include <memory>
 #include <optional>
-#include <string>
 #include <utility>
 #include <vector>
 
+#include "module/element_types.hpp"
 #include "python_testing.hpp"
+#include "storage/element_buffer.hpp"
 
 namespace {
 
 using namespace python_testing;
 using foundation::velmardata::Array;
 using foundation::velmardata::TypedArray;
-using foundation::velmardata::standalone::ClientArrayFactory;
 using velmardata_testing::addressOf;
 using velmardata_testing::elementsOf;
 
@@ -61,31 +61,28 @@ TEST(HybridTraversalTest, EnumeratesInBothDirections) {
     for (const bool fromLastDimension : {true, false}) {
       Numbers indices;
       Numbers counters(row.extents.size(), 0);
-      const bool ok = HybridTraversal::generateIndices<std::int64_t, decltype(nullptr)>(
-          row.extents, row.strides, indices, counters, fromLastDimension);
-      EXPECT_TRUE(ok);
+      EXPECT_TRUE(HybridTraversal::generateIndices(row.extents, row.strides, indices, counters,
+                                                   fromLastDimension));
       EXPECT_EQ(indices, fromLastDimension ? row.fromLast : row.fromFirst);
       EXPECT_EQ(counters, Numbers(row.extents.size(), 0)) << "zeros again";
     }
   }
 }
 
-TEST(HybridTraversalTest, AppendsToWhatIsThere) {
+TEST(HybridTraversalTest, AppendsToTheListItGets) {
   Numbers indices = {77};
   Numbers counters(2, 0);
-  HybridTraversal::generateIndices<std::int64_t, decltype(nullptr)>({2, 1}, {5, 1}, indices,
-                                                                    counters, true);
+  EXPECT_TRUE(HybridTraversal::generateIndices({2, 1}, {5, 1}, indices, counters, true));
   EXPECT_EQ(indices, (Numbers{77, 0, 5}));
 }
 
-TEST(HybridTraversalTest, DeepNestingEndsInTheErrorOfTheInterpreter) {
+TEST(HybridTraversalTest, TooManyDimensionsAreARecursionError) {
   const Numbers ones(200000, 1);
   for (const bool fromLastDimension : {true, false}) {
     Numbers indices;
     Numbers counters(ones.size(), 0);
-    const bool ok = HybridTraversal::generateIndices<std::int64_t, decltype(nullptr)>(
-        ones, ones, indices, counters, fromLastDimension);
-    EXPECT_FALSE(ok);
+    EXPECT_FALSE(
+        HybridTraversal::generateIndices(ones, ones, indices, counters, fromLastDimension));
     EXPECT_TRUE(raisedOwn(PyExc_RecursionError));
   }
 }
@@ -101,30 +98,9 @@ TEST(RowMajorStrides, AreTheProductsOfTheLaterDimensions) {
   }
 }
 
-TEST(ExactNumberOfElements, NeverWraps) {
-  constexpr std::int64_t two32 = std::int64_t{1} << 32;
-  const std::pair<Numbers, std::optional<std::uint64_t>> rows[] = {
-      {{2, 3}, 6},
-      {{}, 1},
-      {{0, 3}, 0},
-      {{two32, two32, 0}, 0},
-      {{0, two32, two32}, 0},
-      {{two32, two32}, std::nullopt},
-      {{two32, two32 / 2}, std::uint64_t{1} << 63},
-      {{two32, two32 - 1}, (std::uint64_t{1} << 32) * ((std::uint64_t{1} << 32) - 1)},
-      {{two32, two32, two32}, std::nullopt},
-      {{std::numeric_limits<std::int64_t>::max(), 2}, ~std::uint64_t{0} - 1},
-      {{std::numeric_limits<std::int64_t>::max(), 3}, std::nullopt},
-  };
-  for (const auto& [dimensions, expected] : rows) {
-    SCOPED_TRACE(testing::PrintToString(dimensions));
-    EXPECT_EQ(exactNumberOfElements(dimensions), expected);
-  }
-}
+// --- The reorder
 
-// --- The gather
-
-// Values without a pattern, so that an element in another's place is noticed.
+// Values without a pattern, so that a misplaced element is noticed.
 template <class T>
 T scattered(std::int64_t i) {
   const auto bits = (static_cast<std::uint64_t>(i) + 1) * 0x9E3779B97F4A7C15U;
@@ -139,13 +115,13 @@ T scattered(std::int64_t i) {
 
 template <class T>
 ElementBuffer<T> scatteredBuffer(std::int64_t count) {
-  auto buffer = createElementBuffer<T>(ClientArrayFactory(), static_cast<std::uint64_t>(count));
+  auto buffer = tryCreateElementBuffer<T>(static_cast<std::uint64_t>(count));
   for (std::int64_t i = 0; i < count; ++i) buffer[static_cast<std::size_t>(i)] = scattered<T>(i);
   return buffer;
 }
 
-// Where the element with number k of the storage stands in the nested lists: its indices, found
-// from the first to the last, in the number system of the rows.
+// The row-major number of the element whose column-major number is k. Computes the indices from the
+// first dimension to the last, without strides.
 std::int64_t rowMajorPlace(std::int64_t k, const Numbers& dimensions) {
   std::int64_t place = 0;
   std::int64_t rest = k;
@@ -183,6 +159,28 @@ const Numbers shapes[] = {
     {2, 2, 2, 2, 2},
 };
 
+// target[row + columns.at(column)] = source[rows.at(row) + column], checked against the same
+// formula as the reorder itself.
+TEST(TranspositionPlan, GivesEachElementItsPlace) {
+  for (const Numbers& dimensions : shapes) {
+    SCOPED_TRACE(testing::PrintToString(dimensions));
+    const auto plan = layout_conversion::makeTransposition(dimensions);
+    ASSERT_TRUE(plan);
+    const std::int64_t count = productOf(dimensions);
+    ASSERT_EQ(plan->rows.count * plan->columns.count, count);
+    Numbers sources(static_cast<std::size_t>(count), -1);
+    for (std::int64_t row = 0; row < plan->rows.count; ++row) {
+      for (std::int64_t column = 0; column < plan->columns.count; ++column) {
+        sources.at(static_cast<std::size_t>(row + plan->columns.at(column))) =
+            plan->rows.at(row) + column;
+      }
+    }
+    for (std::int64_t k = 0; k < count; ++k) {
+      ASSERT_EQ(sources[static_cast<std::size_t>(k)], rowMajorPlace(k, dimensions)) << k;
+    }
+  }
+}
+
 template <class T>
 class Reorder : public ::testing::Test {};
 TYPED_TEST_SUITE(Reorder, AllTypes, TypeWords);
@@ -190,16 +188,14 @@ TYPED_TEST_SUITE(Reorder, AllTypes, TypeWords);
 TYPED_TEST(Reorder, PutsEachElementInItsPlace) {
   for (const Numbers& dimensions : shapes) {
     SCOPED_TRACE(testing::PrintToString(dimensions));
-    ClientArrayFactory factory;
     const std::int64_t count = productOf(dimensions);
     const auto source = scatteredBuffer<TypeParam>(count);
     for (const bool throughDecision : {false, true}) {
       auto buffer = scatteredBuffer<TypeParam>(count);
       const std::optional<Array> array =
-          throughDecision ? makeTypedArrayFromBuf(std::move(buffer), false, factory, dimensions,
-                                                  dimensions, count)
-                          : convertRowMajorBufferToColumnMajor<TypeParam>(
-                                factory, source.get(), dimensions, dimensions, count);
+          throughDecision ? makeTypedArrayFromBuf(std::move(buffer), false, dimensions, count)
+                          : convertRowMajorBufferToColumnMajor(factsOf<TypeParam>, source.get(),
+                                                               dimensions, count);
       ASSERT_TRUE(array);
       EXPECT_EQ(array->getDimensions(), Dimensions(dimensions.begin(), dimensions.end()));
       const TypedArray<TypeParam> typed(*array);
@@ -214,19 +210,6 @@ TYPED_TEST(Reorder, PutsEachElementInItsPlace) {
   }
 }
 
-TYPED_TEST(Reorder, GivesTheArrayTheStoredDimensions) {
-  ClientArrayFactory factory;
-  const auto source = scatteredBuffer<TypeParam>(6);
-  const std::optional<Array> array =
-      convertRowMajorBufferToColumnMajor<TypeParam>(factory, source.get(), {2, 3}, {6, 1}, 6);
-  ASSERT_TRUE(array);
-  EXPECT_EQ(array->getDimensions(), (Dimensions{6, 1}));
-  EXPECT_EQ(elementsOf(TypedArray<TypeParam>(*array)),
-            (std::vector<TypeParam>{scattered<TypeParam>(0), scattered<TypeParam>(3),
-                                    scattered<TypeParam>(1), scattered<TypeParam>(4),
-                                    scattered<TypeParam>(2), scattered<TypeParam>(5)}));
-}
-
 TEST(ReorderOfDoubles, KnownOrders) {
   struct Row {
     Numbers dimensions;
@@ -234,28 +217,27 @@ TEST(ReorderOfDoubles, KnownOrders) {
   };
   const Row rows[] = {{{2, 3}, {1, 4, 2, 5, 3, 6}}, {{2, 2, 2}, {1, 5, 3, 7, 2, 6, 4, 8}}};
   for (const Row& row : rows) {
-    ClientArrayFactory factory;
-    auto buffer = factory.createBuffer<double>(row.expected.size());
+    auto buffer = tryCreateElementBuffer<double>(row.expected.size());
     for (std::size_t i = 0; i < row.expected.size(); ++i) {
       buffer[i] = static_cast<double>(i + 1);
     }
-    const auto array = makeTypedArrayFromBuf(std::move(buffer), false, factory, row.dimensions,
-                                             row.dimensions, productOf(row.dimensions));
+    const auto array =
+        makeTypedArrayFromBuf(std::move(buffer), false, row.dimensions, productOf(row.dimensions));
+    ASSERT_TRUE(array);
     EXPECT_EQ(elementsOf(TypedArray<double>(*array)), row.expected);
   }
 }
 
-TEST(ReorderFailure, MemoryThatCannotBeHad) {
-  ClientArrayFactory factory;
+TEST(ReorderFailure, MemoryIsShort) {
   const auto source = scatteredBuffer<double>(4);
-  EXPECT_FALSE(convertRowMajorBufferToColumnMajor<double>(factory, source.get(), {2, 2}, {2, 2},
-                                                          std::int64_t{1} << 60));
+  EXPECT_FALSE(convertRowMajorBufferToColumnMajor(factsOf<double>, source.get(), {2, 2},
+                                                  std::int64_t{1} << 60));
   EXPECT_TRUE(raised(PyExc_MemoryError,
                      "unable to allocate memory for array with number of elements = "
                      "1152921504606846976; type = double"));
   const auto characters = scatteredBuffer<char16_t>(4);
-  EXPECT_FALSE(convertRowMajorBufferToColumnMajor<char16_t>(factory, characters.get(), {2, 2},
-                                                            {2, 2}, std::int64_t{1} << 61));
+  EXPECT_FALSE(convertRowMajorBufferToColumnMajor(factsOf<char16_t>, characters.get(), {2, 2},
+                                                  std::int64_t{1} << 61));
   EXPECT_TRUE(raised(PyExc_MemoryError,
                      "unable to allocate memory for array with number of elements = "
                      "2305843009213693952; type = double"));
@@ -266,17 +248,16 @@ TEST(ReorderFailure, MemoryThatCannotBeHad) {
 template <class T>
 class Adoption : public ::testing::Test {
  protected:
-  // Expects the array to have the block of a buffer of scattered elements.
+  // Expects that the array has the block of the buffer it is made of.
   static void expectAdopted(const Numbers& dimensions, bool bufferInStorageOrder,
                             std::int64_t numberOfElements) {
-    ClientArrayFactory factory;
     const std::int64_t count = productOf(dimensions);
     auto buffer = scatteredBuffer<T>(count);
     const void* const block = buffer.get();
     const std::optional<Array> array = makeTypedArrayFromBuf(
-        std::move(buffer), bufferInStorageOrder, factory, dimensions, dimensions, numberOfElements);
+        std::move(buffer), bufferInStorageOrder, dimensions, numberOfElements);
     ASSERT_TRUE(array);
-    EXPECT_EQ(buffer.get(), nullptr);  // NOLINT: what is moved from is the point
+    EXPECT_EQ(buffer.get(), nullptr);  // NOLINT: the test is about the moved-from buffer
     const TypedArray<T> typed(*array);
     EXPECT_EQ(addressOf(typed), block);
     EXPECT_EQ(array->getDimensions(), Dimensions(dimensions.begin(), dimensions.end()));
@@ -291,43 +272,45 @@ TYPED_TEST(Adoption, OfABufferInStorageOrder) {
 }
 
 TYPED_TEST(Adoption, OfABufferThatNeedsNoReordering) {
-  this->expectAdopted({2, 3}, false, 0);  // written in place: nothing was flattened
+  this->expectAdopted({2, 3}, false, 0);  // no element was flattened
   this->expectAdopted({1, 1}, false, 1);
-  this->expectAdopted({2, 3}, false, 1);  // one element at most can need it
+  this->expectAdopted({2, 3}, false, 1);  // a single element needs no reordering
   this->expectAdopted({1, 1, 1, 1}, false, 1);
   this->expectAdopted({0, 0}, false, 0);
   this->expectAdopted({3, 0, 2}, false, 0);
-  this->expectAdopted({1, 2}, false, 2);  // one dimension at most is longer than 1
+  this->expectAdopted({1, 2}, false, 2);  // only one length differs from 1
   this->expectAdopted({97, 1}, false, 97);
   this->expectAdopted({1, 1, 6, 1}, false, 6);
 }
 
-// What is adopted gets the dimensions that drive a reorder; the stored ones belong to the reorder.
-TEST(AdoptionDimensions, AreThoseThatDriveAReorder) {
-  for (const bool bufferInStorageOrder : {true, false}) {
-    SCOPED_TRACE(bufferInStorageOrder);
-    ClientArrayFactory factory;
-    const auto array = makeTypedArrayFromBuf(scatteredBuffer<double>(6), bufferInStorageOrder,
-                                             factory, {2, 3}, {6, 1}, bufferInStorageOrder ? 6 : 1);
-    EXPECT_EQ(array->getDimensions(), (Dimensions{2, 3}));
-  }
-  ClientArrayFactory factory;
-  for (const Numbers& dimensions : {Numbers{2, 3}, Numbers{1, 6}, Numbers{1, 2}}) {
-    SCOPED_TRACE(testing::PrintToString(dimensions));
-    const std::int64_t count = productOf(dimensions);
-    const auto array = makeTypedArrayFromBuf(scatteredBuffer<double>(count), false, factory,
-                                             dimensions, {count, 1}, count);
-    EXPECT_EQ(array->getDimensions(), (Dimensions{static_cast<std::size_t>(count), 1}));
-  }
+// --- Buffers that are not adopted
+
+int s_freed = 0;
+
+// A buffer of samples whose deleter counts.
+ElementBuffer<double> countedBuffer(std::size_t count) {
+  s_freed = 0;
+  auto* const elements = new double[count];
+  for (std::size_t i = 0; i < count; ++i) elements[i] = sample<double>(i);
+  return {elements, [](void* block) {
+            ++s_freed;
+            delete[] static_cast<double*>(block);
+          }};
 }
 
-TEST(AdoptionOrder, ReorderLeavesTheBufferWithTheCaller) {
-  ClientArrayFactory factory;
-  auto buffer = scatteredBuffer<double>(6);
-  const double* const block = buffer.get();
-  const auto array = makeTypedArrayFromBuf(std::move(buffer), false, factory, {2, 3}, {2, 3}, 6);
-  EXPECT_EQ(buffer.get(), block);  // NOLINT: that it was not moved from is the point
-  EXPECT_NE(addressOf(TypedArray<double>(*array)), block);
+TEST(ReorderedBuffer, IsFreedAfterwards) {
+  auto buffer = countedBuffer(6);
+  const auto array = makeTypedArrayFromBuf(std::move(buffer), false, {2, 3}, 6);
+  EXPECT_EQ(buffer.get(), nullptr);  // NOLINT: the test is about the moved-from buffer
+  EXPECT_EQ(s_freed, 1);
+  ASSERT_TRUE(array);
+  EXPECT_EQ(elementsOf(TypedArray<double>(*array)), (std::vector<double>{1, 4, 2, 5, 3, 6}));
+}
+
+TEST(ReorderedBuffer, IsFreedAfterAFailure) {
+  EXPECT_FALSE(makeTypedArrayFromBuf(countedBuffer(4), false, {2, 2}, std::int64_t{1} << 60));
+  EXPECT_EQ(s_freed, 1);
+  EXPECT_TRUE(raisedOwn(PyExc_MemoryError));
 }
 
 }  // namespace

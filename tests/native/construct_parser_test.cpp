@@ -1,10 +1,11 @@
-// The worker of one construction: arguments, dimensions, the elements it fills a buffer with.
+// The worker of one construction: arguments, dimensions, and the buffer that it fills.
 #include "construct/final_constructor_parser.hpp"
 
 #include <gtest/gtest.h>
 
-#include <complex>
+#include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -18,101 +19,27 @@ using namespace python_testing;
 
 using Numbers = std::vector<std::int64_t>;
 
-// --- Helpers of the parser
-
-TEST(DimensionsText, IsJoinedByCommas) {
-  EXPECT_EQ(getDimensionsAsStdString(Numbers{}), "");
-  EXPECT_EQ(getDimensionsAsStdString(Numbers{3}), "3");
-  EXPECT_EQ(getDimensionsAsStdString(Numbers{2, 3}), "2, 3");
-  EXPECT_EQ(getDimensionsAsStdString(Numbers{0, -1, 9223372036854775807}),
-            "0, -1, 9223372036854775807");
-}
+// --- Arguments
 
 TEST(BoolArgument, IsOneOfTheTwoObjects) {
-  bool ok = false;
-  EXPECT_TRUE(retrieveBoolKwarg(Py_True, "some_name", ok));
-  EXPECT_TRUE(ok);
-  ok = false;
-  EXPECT_FALSE(retrieveBoolKwarg(Py_False, "some_name", ok));
-  EXPECT_TRUE(ok);
+  EXPECT_EQ(retrieveBoolKwarg(Py_True, "some_name"), true);
+  EXPECT_EQ(retrieveBoolKwarg(Py_False, "some_name"), false);
+  EXPECT_TRUE(raisedNothing());
   for (const char* expression : {"1", "0", "None", "'True'", "[]"}) {
     SCOPED_TRACE(expression);
-    ok = true;
-    EXPECT_TRUE(retrieveBoolKwarg(evaluate(expression).get(), "some_name", ok));
-    EXPECT_FALSE(ok);
+    EXPECT_EQ(retrieveBoolKwarg(evaluate(expression).get(), "some_name"), std::nullopt);
     EXPECT_TRUE(raised(PyExc_TypeError, "value passed to 'some_name' must be a bool."));
   }
-  ok = true;
-  EXPECT_TRUE(retrieveBoolKwarg(nullptr, "some_name", ok));
-  EXPECT_FALSE(ok);
+  EXPECT_EQ(retrieveBoolKwarg(nullptr, "some_name"), std::nullopt);
   EXPECT_TRUE(raised(PyExc_TypeError, "value passed to 'some_name' is null."));
 }
 
-struct LengthRow {
-  const char* expression;
-  std::optional<std::int64_t> expected;
-};
-constexpr LengthRow lengthRows[] = {
-    {"5", 1},
-    {"None", 1},
-    {"{1: 2, 3: 4}", 1},
-    {"{1, 2, 3}", 1},
-    {"[]", 0},
-    {"()", 0},
-    {"[7]", 1},
-    {"[[1, 2]]", 1},
-    {"[1, 2, 3]", 3},
-    {"(1, 2.5, None)", 3},
-    {"range(4)", 4},
-    {"'abc'", 3},
-    {"[[1, 2], [3, 4], (5, 6)]", 3},
-    {"[[], [], ()]", 3},
-    {"[[[1]], [[2, 3]]]", 2},  // no deeper than the children
-    {"['ab', [1, 2]]", 2},
-    {"[1, [2]]", std::nullopt},
-    {"[[1], 2]", std::nullopt},
-    {"[[], 2]", std::nullopt},
-    {"[1, []]", std::nullopt},
-    {"[[1], [2, 3]]", std::nullopt},
-    {"[[1, 2], [3, 4], [5]]", std::nullopt},
-    {"[1, 2, 3, 'x']", std::nullopt},
-};
-
-TEST(LengthOfASequence, IsThereWhenTheChildrenAgree) {
-  for (const LengthRow& row : lengthRows) {
-    SCOPED_TRACE(row.expression);
-    EXPECT_EQ(getLengthOfPySequence(evaluate(row.expression).get()), row.expected);
-    EXPECT_TRUE(raisedNothing());
-  }
-}
-
-constexpr const char* raisingLength =
-    "type('Raises', (), {'__len__': lambda s: {}['len'], '__getitem__': lambda s, i: i})()";
-constexpr const char* raisingItem =
-    "type('Raises', (), {'__len__': lambda s: 2, '__getitem__': lambda s, i: {}['item']})()";
-
-TEST(LengthOfASequence, ErrorsOfTheSequence) {
-  const std::optional<std::int64_t> length = getLengthOfPySequence(evaluate(raisingLength).get());
-  EXPECT_TRUE(raised(PyExc_KeyError, "'len'"));
-  EXPECT_EQ(length, -1);
-  EXPECT_EQ(getLengthOfPySequence(evaluate(raisingItem).get()), std::nullopt);
-  EXPECT_TRUE(raised(PyExc_RuntimeError, "null data pointer."));
-  for (const char* list : {"[x, [1]]", "[[1], x]"}) {
-    SCOPED_TRACE(list);
-    const PyRef child = evaluate(raisingLength);
-    EXPECT_EQ(getLengthOfPySequence(evaluate(list, {{"x", child}}).get()), std::nullopt);
-    EXPECT_TRUE(raised(PyExc_KeyError, "'len'"));
-  }
-}
-
-// --- Arguments
-
-// The arguments of a call that is written as for a function: "[1, 2], size=(2, 1)".
+// The arguments of a call, written as in Python: "[1, 2], size=(2, 1)".
 ConstructorArguments argumentsOf(const std::string& call) {
   const PyRef both = evaluate("(lambda *a, **k: (a, k))(" + call + ")");
   ConstructorArguments arguments;
   EXPECT_TRUE(arguments.parse(PyTuple_GetItem(both.get(), 0), PyTuple_GetItem(both.get(), 1)));
-  arguments.kwargs = nullptr;  // borrowed from what ends here
+  arguments.kwargs = nullptr;  // borrowed from `both`, which is destroyed here
   return arguments;
 }
 
@@ -129,7 +56,7 @@ TEST(Arguments, AreFourAndOwned) {
   EXPECT_EQ(reprOf(positional.isComplex), "4");
 }
 
-TEST(Arguments, RefusedByTheInterpreter) {
+TEST(Arguments, AreCheckedByTheInterpreter) {
   for (const char* pair :
        {"((1, 2, 3, 4, 5), {})", "((), {'other': 1})", "((1,), {'initializer': 2})"}) {
     SCOPED_TRACE(pair);
@@ -151,8 +78,8 @@ struct ParsedRow {
   std::vector<int> elements;
 };
 const ParsedRow parsedRows[] = {
-    {"", {0, 0}, {}, false, 0, {}},
-    {"None, None, None", {0, 0}, {}, false, 0, {}},
+    {"", {0, 0}, {}, true, 0, {}},
+    {"None, None, None", {0, 0}, {}, true, 0, {}},
     {"size=(2, 3)", {2, 3}, {}, true, 0, {0, 0, 0, 0, 0, 0}},
     {"size=(3,)", {1, 3}, {}, true, 0, {0, 0, 0}},
     {"size=(3, 1, 1)", {3, 1}, {}, true, 0, {0, 0, 0}},
@@ -182,15 +109,14 @@ TYPED_TEST(Parser, FillsABufferAndFindsTheDimensions) {
   for (const ParsedRow& row : parsedRows) {
     SCOPED_TRACE(row.call);
     FinalConstructorParser<TypeParam> parser;
-    EXPECT_TRUE(parser.getDimensions().empty());
-    EXPECT_FALSE(parser.isBufferInStorageOrder());
-    bool ok = false;
-    const auto buffer = parser.processConstructorArgsAndKwargs(argumentsOf(row.call), ok);
-    ASSERT_TRUE(ok);
+    const ConstructionShape& shape = parser.shape();
+    EXPECT_TRUE(shape.getDimensions().empty());
+    EXPECT_FALSE(shape.isBufferInStorageOrder());
+    const auto buffer = parser.processConstructorArgsAndKwargs(argumentsOf(row.call));
     ASSERT_NE(buffer, nullptr);
-    EXPECT_EQ(parser.getDimensions(), row.dimensions);
-    EXPECT_EQ(parser.getCalculatedDimensions(), row.calculated);
-    EXPECT_EQ(parser.isBufferInStorageOrder(), row.isInStorageOrder);
+    EXPECT_EQ(shape.getDimensions(), row.dimensions);
+    EXPECT_EQ(shape.getCalculatedDimensions(), row.calculated);
+    EXPECT_EQ(shape.isBufferInStorageOrder(), row.isInStorageOrder);
     EXPECT_EQ(parser.getNumberOfFlattenedElements(), row.flattened);
     for (std::size_t i = 0; i < row.elements.size(); ++i) {
       const TypeParam expected = [&] {
@@ -233,19 +159,16 @@ TYPED_TEST(Parser, FailureHasAnErrorAndNoBuffer) {
   for (const RefusedRow& row : rows) {
     SCOPED_TRACE(row.call);
     FinalConstructorParser<TypeParam> parser;
-    bool ok = true;
-    const auto buffer = parser.processConstructorArgsAndKwargs(argumentsOf(row.call), ok);
-    EXPECT_FALSE(ok);
-    EXPECT_EQ(buffer, nullptr);
+    EXPECT_EQ(parser.processConstructorArgsAndKwargs(argumentsOf(row.call)), nullptr);
     EXPECT_TRUE(raised(*row.exceptionClass, row.message));
   }
 }
 
-TYPED_TEST(Parser, MemoryThatCannotBeHadIsNamedByTypeAndTrueCount) {
+TYPED_TEST(Parser, ShortMemoryIsReportedWithTypeAndTrueCount) {
   const std::pair<const char*, const char*> rows[] = {
       {"size=(2**31, 2**31)", "4611686018427387904"},
       {"size=(2**32, 2**31)", "9223372036854775808"},
-      // The product wraps to a small one.
+      // The product of the next ones wraps around to a small number.
       {"size=(2**32, 2**32)", "18446744073709551615"},
       {"size=(2**40, 2**40, 3)", "18446744073709551615"},
       {"[1, 2], (2**63 - 1, 2**63 - 1, 2)", "18446744073709551615"},
@@ -253,9 +176,7 @@ TYPED_TEST(Parser, MemoryThatCannotBeHadIsNamedByTypeAndTrueCount) {
   for (const auto& [call, count] : rows) {
     SCOPED_TRACE(call);
     FinalConstructorParser<TypeParam> parser;
-    bool ok = true;
-    EXPECT_EQ(parser.processConstructorArgsAndKwargs(argumentsOf(call), ok), nullptr);
-    EXPECT_FALSE(ok);
+    EXPECT_EQ(parser.processConstructorArgsAndKwargs(argumentsOf(call)), nullptr);
     EXPECT_TRUE(raised(PyExc_MemoryError,
                        std::string("unable to allocate memory for array with number of elements "
                                    "= ") +
@@ -263,15 +184,15 @@ TYPED_TEST(Parser, MemoryThatCannotBeHadIsNamedByTypeAndTrueCount) {
   }
 }
 
-// --- Flattening by itself
+// --- Flattening alone
 
-TEST(Flattening, NullIsAnItemThatCouldNotBeHad) {
+TEST(Flattening, NullIsReported) {
   FinalConstructorParser<double> parser;
   EXPECT_FALSE(parser.flattenWithUnspecifiedDimensions(nullptr, true));
   EXPECT_TRUE(raised(PyExc_RuntimeError, "null data pointer."));
 }
 
-TEST(Flattening, LogicalElementsAreToldWhetherFloatsCount) {
+TEST(Flattening, LogicalElementsAcceptFloatsOnlyIfAllowed) {
   const PyRef floats = evaluate("[[0.5, 0.0], [float('nan'), 1]]");
   FinalConstructorParser<bool> allowing;
   ASSERT_TRUE(allowing.flattenWithUnspecifiedDimensions(floats.get(), true));
@@ -286,60 +207,24 @@ TEST(Flattening, LogicalElementsAreToldWhetherFloatsCount) {
   }
 }
 
-TEST(Flattening, AppendsToWhatIsThere) {
+TEST(Flattening, AppendsToEarlierElements) {
   FinalConstructorParser<std::int16_t> parser;
   for (const char* expression : {"[[1, 2], [3, 4]]", "[[5, 6], [7, 8]]"}) {
     ASSERT_TRUE(parser.flattenWithUnspecifiedDimensions(evaluate(expression).get(), true));
-    EXPECT_EQ(parser.getDimensions(), (Numbers{2, 2}));
+    EXPECT_EQ(parser.shape().getDimensions(), (Numbers{2, 2}));
   }
   EXPECT_EQ(parser.getNumberOfFlattenedElements(), 8);
   const auto elements = parser.getFilledBuffer();
   EXPECT_EQ(std::vector<int>(elements.get(), elements.get() + 8),
             (std::vector<int>{1, 2, 3, 4, 5, 6, 7, 8}));
-  EXPECT_EQ(parser.getNumberOfFlattenedElements(), 8) << "the number stays";
+  EXPECT_EQ(parser.getNumberOfFlattenedElements(), 8) << "the number does not change";
 }
 
 TEST(Flattening, ScalarsAreOneByOne) {
   FinalConstructorParser<double> parser;
   ASSERT_TRUE(parser.flattenWithUnspecifiedDimensions(evaluate("2.5").get(), true));
-  EXPECT_EQ(parser.getDimensions(), (Numbers{1, 1}));
+  EXPECT_EQ(parser.shape().getDimensions(), (Numbers{1, 1}));
   EXPECT_EQ(parser.getFilledBuffer()[0], 2.5);
-}
-
-// --- The number of elements
-
-TEST(NumberOfElements, WithoutDimensionsIsOneAndStaysSo) {
-  FinalConstructorParser<double> parser;
-  EXPECT_EQ(parser.calculateNumberOfElements(), 1);
-  EXPECT_EQ(parser.calculateNumberOfElements(), 1);
-  ASSERT_TRUE(parser.flattenWithUnspecifiedDimensions(evaluate("[1, 2, 3]").get(), true));
-  EXPECT_EQ(parser.getDimensions(), (Numbers{3}));
-  EXPECT_EQ(parser.calculateNumberOfElements(), 1);
-}
-
-TEST(NumberOfElements, FirstPositiveProductStays) {
-  FinalConstructorParser<double> parser;
-  ASSERT_TRUE(parser.flattenWithUnspecifiedDimensions(evaluate("[]").get(), true));
-  EXPECT_EQ(parser.calculateNumberOfElements(), 0);
-  ASSERT_TRUE(parser.flattenWithUnspecifiedDimensions(evaluate("[1, 2, 3]").get(), true));
-  EXPECT_EQ(parser.calculateNumberOfElements(), 3);
-  ASSERT_FALSE(parser.flattenWithUnspecifiedDimensions(evaluate("[[1, 2]]").get(), true));
-  EXPECT_TRUE(raised(PyExc_ValueError, "arrays must be rectangular."));
-  EXPECT_NE(parser.getDimensions(), (Numbers{3}));
-  EXPECT_EQ(parser.calculateNumberOfElements(), 3);
-}
-
-TEST(NumberOfElements, PrefersTheDimensionsOfSize) {
-  bool ok = false;
-  FinalConstructorParser<double> parser;
-  parser.processConstructorArgsAndKwargs(argumentsOf("vector=[1, 2, 3, 4, 5, 6], size=(2, 3)"), ok);
-  EXPECT_TRUE(ok);
-  EXPECT_EQ(parser.getCalculatedDimensions(), (Numbers{6}));
-  EXPECT_EQ(parser.calculateNumberOfElements(), 6);
-  FinalConstructorParser<double> empty;
-  empty.processConstructorArgsAndKwargs(argumentsOf("size=(0, 3)"), ok);
-  EXPECT_TRUE(ok);
-  EXPECT_EQ(empty.calculateNumberOfElements(), 0);
 }
 
 }  // namespace
