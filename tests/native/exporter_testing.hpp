@@ -8,6 +8,7 @@
 #include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <type_traits>
@@ -46,6 +47,7 @@ struct Exports {
   std::optional<Lengths> strides;
   std::optional<Lengths> suboffsets;
   bool refuses = false;  // with LookupError "nothing to export."
+  std::function<void()> onRelease;
 
   int flags = -1;  // of the last request
   int obtained = 0;
@@ -86,7 +88,9 @@ inline int exportBuffer(PyObject* self, Py_buffer* buffer, int flags) {
 }
 
 inline void releaseBuffer(PyObject* self, Py_buffer* /*buffer*/) {
-  ++exportsOf(self).released;
+  Exports& exports = exportsOf(self);
+  ++exports.released;
+  if (exports.onRelease) exports.onRelease();
 }
 
 // An object that exports the fields in `exports` at the time of the request. `exports` must outlive

@@ -1,4 +1,4 @@
-// Functions of the capsule, and handlers, with what only code inside the module can give them.
+// Functions of the capsule, and handlers, with arguments that only code inside the module can make.
 #include <gtest/gtest.h>
 
 #include <utility>
@@ -6,9 +6,9 @@
 
 #include "exporter_testing.hpp"
 #include "module/entry/capsule.hpp"
+#include "module/support.hpp"
 #include "module/type_objects.hpp"
-#include "operations/pickling.hpp"
-#include "operations/reshaping.hpp"
+#include "operations/handlers.hpp"
 #include "python_testing.hpp"
 
 namespace {
@@ -21,13 +21,13 @@ const velmar::MCPyArrayAPITable& capsuleTable() {
       PyCapsule_GetPointer(capsule.get(), velmar::capsuleName));
 }
 
-TEST(CapsuleGuards, WholeArrayWhoseStorageHasGone) {
+TEST(CapsuleGuards, WholeArrayWhoseStorageHasExpired) {
   const PyRef expired = makeRecord(makeExpiredView<double>({2, 3}));
   EXPECT_EQ(capsuleTable().MCPyArrayToMDAImpl(expired.get()), nullptr);
   EXPECT_TRUE(raisedExpired());
 }
 
-TEST(CapsuleGuards, ClassThatCouldNotBeMade) {
+TEST(CapsuleGuards, MissingClass) {
   const SampleExporter<double> exporter({3});
   int type = -99;
   PyTypeObject* const kept = std::exchange(TypeObjectPointers[0], nullptr);
@@ -40,16 +40,7 @@ TEST(CapsuleGuards, ClassThatCouldNotBeMade) {
   EXPECT_EQ(exporter.exports.released, 1);
 }
 
-TEST(HandlerGuards, PickleOfAChainWithASliceAmongTheIntegers) {
-  const PyRef view = makeRecord(makeArray<double>({10, 2}));
-  viewOf(view).getIndicesRef().emplace_back(slice(1, 3, 1, 2));
-  IntegerIndexItem item{0, true};
-  ASSERT_TRUE(viewOf(view).appendIndexItem(item));
-  EXPECT_FALSE(PyRef::steal(MCPyArray_Reduce(view.get(), nullptr)));
-  EXPECT_TRUE(raised(PyExc_RuntimeError, "slice index unexpectedly found."));
-}
-
-TEST(HandlerGuards, ReshapeOfAnArrayWhoseStorageHasGone) {
+TEST(HandlerGuards, ReshapeOfAnArrayWhoseStorageHasExpired) {
   const PyRef expired = makeRecord(makeExpiredView<double>({2, 3}));
   const PyRef arguments = evaluate("(3, 2)");
   EXPECT_FALSE(PyRef::steal(MCPyArray_Reshape(expired.get(), arguments.get(), nullptr)));

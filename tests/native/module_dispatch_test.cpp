@@ -1,4 +1,4 @@
-// The dispatch over the array type: which handle the visitor gets, and whose contents it holds.
+// The dispatch on the array type: which handle the visitor gets, and whether contents are shared.
 #include "module/apply_visitor.hpp"
 
 #include <gtest/gtest.h>
@@ -22,7 +22,7 @@ template <class T>
 class Dispatch : public ::testing::Test {};
 TYPED_TEST_SUITE(Dispatch, AllTypes, TypeWords);
 
-// Whether the handle is exactly the one that elements of type T have.
+// Whether the handle is exactly that of element type T.
 template <class T>
 struct IsHandleOf {
   template <class Handle>
@@ -46,7 +46,7 @@ TYPED_TEST(Dispatch, VisitorGetsTheTypedHandle) {
   EXPECT_TRUE(applyVisitor(empty, IsHandleOf<TypeParam>{}));
 }
 
-TYPED_TEST(Dispatch, LvalueIsCopiedAndGivenBack) {
+TYPED_TEST(Dispatch, LvalueIsCopiedAndReleased) {
   Array array = sampleArray<TypeParam>({2, 3});
   const auto* const impl = array.impl();
   EXPECT_EQ(applyVisitor(std::as_const(array), ReferenceCount{}), 2U);
@@ -68,7 +68,7 @@ struct HandBack {
   }
 };
 
-TYPED_TEST(Dispatch, MovedContentsComeBackAsTheyAre) {
+TYPED_TEST(Dispatch, MovedContentsComeBackUnchanged) {
   Array array = sampleArray<TypeParam>({2, 3});
   const auto* const impl = array.impl();
   array = applyVisitor(std::move(array), HandBack{});
@@ -101,7 +101,7 @@ TYPED_TEST(DispatchedWrite, WriteThroughAMovedHandleStaysInPlace) {
   EXPECT_EQ(*written.begin(), sample<TypeParam>(1));
 }
 
-TYPED_TEST(DispatchedWrite, WriteThroughACopiedHandleLeavesTheArrayAlone) {
+TYPED_TEST(DispatchedWrite, WriteThroughACopiedHandleDoesNotReachTheArray) {
   const Array array = sampleArray<TypeParam>({2, 3});
   const TypedArray<TypeParam> written(applyVisitor(array, WriteFirst{}));
   EXPECT_EQ(*written.begin(), sample<TypeParam>(1));
@@ -117,7 +117,7 @@ struct ReturnMember {
   }
 };
 
-TEST(DispatchResult, ReferencesAreHandedOut) {
+TEST(DispatchResult, CanBeAReference) {
   const Array array = sampleArray<double>({1, 1});
   ReturnMember visitor;
   static_assert(std::is_same_v<decltype(applyVisitor(array, visitor)), int&>);
@@ -128,7 +128,7 @@ TEST(DispatchResult, ReferencesAreHandedOut) {
 TEST(DispatchResult, UnknownTypesThrow) {
   for (const std::uint32_t number : {0U, 3U, 24U, 1000U, 0xFFFFFFFFU}) {
     SCOPED_TRACE(number);
-    // Without elements an array may be of any type.
+    // An array without elements may have any type number.
     const Array array = ArrayFactory().createArray(static_cast<ArrayType>(number), {0, 0});
     try {
       applyVisitor(array, ReferenceCount{});

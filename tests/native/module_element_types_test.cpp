@@ -1,9 +1,11 @@
-// Every mapping between the numberings of element types, against the numbers written out.
+// Every mapping between the numberings of element types, compared with literal numbers.
 #include "module/element_types.hpp"
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <map>
+#include <optional>
 #include <stdexcept>
 #include <string>
 
@@ -41,6 +43,7 @@ constexpr ClassRow classRows[] = {
 TEST(ElementTypes, EveryMappingOfEachClass) {
   for (const ClassRow& row : classRows) {
     SCOPED_TRACE(row.word);
+    EXPECT_STREQ(typeWordOf(row.arrayClass), row.word);
     EXPECT_EQ(static_cast<std::int8_t>(row.arrayClass), row.number);
     EXPECT_EQ(TypeAsChar.at(static_cast<std::size_t>(row.number)), row.letter);
     EXPECT_EQ(getArrayTypeEnumFromChar(row.letter), row.numberOfLetter);
@@ -67,7 +70,7 @@ TEST(ElementTypes, LettersAreElevenWithoutATerminator) {
   EXPECT_EQ(std::string(TypeAsChar.begin(), TypeAsChar.end()), "dfbBhHiIqQ?");
 }
 
-TEST(ElementTypes, NumbersWithoutAClassGiveTheOneInvalidAnswer) {
+TEST(ElementTypes, NumbersWithoutAClassGiveOneInvalidAnswer) {
   for (const std::uint32_t number : {0U, 2U, 3U, 24U, 25U, 255U, 0xFFFFFFFFU}) {
     SCOPED_TRACE(number);
     const TypeAndComplexity answer =
@@ -90,13 +93,14 @@ TEST(ElementTypes, NumbersWithoutAFormatThrow) {
   }
 }
 
-TEST(ElementTypes, FormatsAreTheSameWritableStringsEachTime) {
+TEST(ElementTypes, FormatsAreTheSameStringsInEachCall) {
   char* const first = classid2format(ArrayType::COMPLEX_UINT8);
   EXPECT_EQ(classid2format(ArrayType::COMPLEX_UINT8), first);
   EXPECT_NE(classid2format(ArrayType::UINT8), first + 1);
 }
 
-// Deliberate: the number of "?" is that of its place and not the ArrayType of logical.
+// Deliberate: the number of "?" is computed from its position, so it is not the ArrayType of
+// logical.
 TEST(ElementTypes, LetterOfLogicalHasTheNumberOfComplexDouble) {
   EXPECT_EQ(getArrayTypeEnumFromChar('?'), static_cast<int>(ArrayType::COMPLEX_DOUBLE));
 }
@@ -110,7 +114,7 @@ TEST(ElementTypes, UnknownLettersAreReported) {
   }
 }
 
-TEST(ElementTypes, FillingTheMapOverwritesAndKeepsTheRest) {
+TEST(ElementTypes, FillingTheMapOverwritesOnlyItsLetters) {
   std::map<char, int> map = {{'d', 99}, {'x', 1}};
   initializeCharToArrayTypeEnumMap(map);
   const std::map<char, int> expected = {{'d', 4},  {'f', 5},  {'b', 6},  {'B', 7},

@@ -1,13 +1,16 @@
-// The helpers of the Python-facing functions: errors, references, recursion, tests of a type.
+// The helpers of the Python-facing functions: errors, references, guards, tests of a type.
 #include "module/support.hpp"
 
 #include <gtest/gtest.h>
 
 #include <cstddef>
 #include <limits>
+#include <optional>
 #include <string>
 #include <utility>
 
+#include "exporter_testing.hpp"
+#include "module/py_ref.hpp"
 #include "module/type_objects.hpp"
 #include "python_testing.hpp"
 
@@ -15,11 +18,22 @@ namespace {
 
 using namespace python_testing;
 
-TEST(SetError, TakesLiteralsAndStringsAndReplacesWhatIsSet) {
+TEST(SetError, TakesLiteralsAndStringsAndReplacesThePendingError) {
   setError(PyExc_ValueError, "first");
   setError(PyExc_TypeError, std::string("second"));
   EXPECT_TRUE(raised(PyExc_TypeError, "second"));
   EXPECT_TRUE(raisedNothing());
+}
+
+TEST(SetOutOfMemory, NamesCountAndType) {
+  setOutOfMemory(7, "int8");
+  EXPECT_TRUE(raised(PyExc_MemoryError,
+                     "unable to allocate memory for array with number of elements = 7; "
+                     "type = int8"));
+  setOutOfMemory(std::nullopt, "double");
+  EXPECT_TRUE(raised(PyExc_MemoryError,
+                     "unable to allocate memory for array with number of elements = "
+                     "18446744073709551615; type = double"));
 }
 
 TEST(PrintAndClearErrorIfAny, PrintsToTheErrorStreamOfPython) {
@@ -79,7 +93,7 @@ constexpr TypeRow typeRows[] = {
     {"0", true, false, false},
 };
 
-TEST(TypeTests, TellIntsTextsAndNothing) {
+TEST(TypeTests, TellIntsTextsAndNone) {
   for (const TypeRow& row : typeRows) {
     SCOPED_TRACE(row.expression);
     const PyRef object = evaluate(row.expression);
@@ -100,13 +114,13 @@ TEST(TypeTests, ReadOneFlag) {
 
 class References : public ::testing::Test {
  protected:
-  // How many references the object has beyond the one of this fixture.
+  // The number of references to the object besides that of the fixture.
   Py_ssize_t others() const { return Py_REFCNT(m_object.get()) - 1; }
 
   PyRef m_object = evaluate("[]");
 };
 
-TEST_F(References, AreTakenAndGivenBack) {
+TEST_F(References, AreTakenAndReleased) {
   {
     const PyRef borrowed = PyRef::borrow(m_object.get());
     EXPECT_EQ(others(), 1);
@@ -151,7 +165,7 @@ TEST_F(References, AssignmentReleasesTheOldObjectLast) {
 TEST_F(References, KeptForeverIsKept) {
   keepForever(PyRef::borrow(m_object.get()));
   EXPECT_EQ(others(), 1);
-  const PyRef releases = PyRef::steal(m_object.get());  // so that the test itself leaks nothing
+  const PyRef release = PyRef::steal(m_object.get());  // so that the test leaks nothing
 }
 
 TEST_F(References, NullIsAllowed) {
@@ -167,7 +181,7 @@ std::size_t depthReached() {
   return guard ? 1 + depthReached() : 0;
 }
 
-TEST(Recursion, EndsWithTheErrorOfTheInterpreter) {
+TEST(Recursion, TooDeepIsARecursionError) {
   const std::size_t depth = depthReached();
   EXPECT_GT(depth, 100U);
   const PythonError error = takeError();
@@ -175,11 +189,94 @@ TEST(Recursion, EndsWithTheErrorOfTheInterpreter) {
   EXPECT_NE(error.text.find(" in a test"), std::string::npos) << error.text;
 }
 
-TEST(Recursion, LevelsAreGivenBack) {
+TEST(Recursion, LevelsAreReleased) {
   const std::size_t first = depthReached();
   EXPECT_TRUE(raisedOwn(PyExc_RecursionError));
   EXPECT_EQ(depthReached(), first);
   EXPECT_TRUE(raisedOwn(PyExc_RecursionError));
+}
+
+// --- Errors put aside
+
+TEST(PutAside, NoErrorIsPendingMeanwhile) {
+  setError(PyExc_ValueError, "first");
+  {
+    const ErrorPutAside aside;
+    EXPECT_EQ(PyErr_Occurred(), nullptr);
+    EXPECT_EQ(reprOf(evaluate("1 + 1")), "2");
+  }
+  EXPECT_TRUE(raised(PyExc_ValueError, "first"));
+}
+
+TEST(PutAside, LaterErrorIsDropped) {
+  for (const bool isPending : {true, false}) {
+    if (isPending) setError(PyExc_ValueError, "first");
+    {
+      const ErrorPutAside aside;
+      setError(PyExc_TypeError, "second");
+    }
+    EXPECT_TRUE(isPending ? raised(PyExc_ValueError, "first") : raisedNothing());
+  }
+}
+
+// --- Buffers
+
+TEST(Buffers, AreReleasedAtTheEndOfTheScope) {
+  SampleExporter<double> exporter({2, 3});
+  {
+    BufferGuard buffer;
+    EXPECT_TRUE(buffer.obtain(exporter.object.get(), PyBUF_ANY_CONTIGUOUS | PyBUF_FORMAT));
+    EXPECT_EQ(buffer.view().buf, exporter.exports.buf);
+    EXPECT_EQ(buffer.view().obj, exporter.object.get());
+    EXPECT_EQ(exporter.exports.flags, PyBUF_ANY_CONTIGUOUS | PyBUF_FORMAT);
+    EXPECT_EQ(exporter.exports.released, 0);
+  }
+  EXPECT_EQ(exporter.exports.obtained, 1);
+  EXPECT_EQ(exporter.exports.released, 1);
+  EXPECT_EQ(Py_REFCNT(exporter.object.get()), 1);
+}
+
+TEST(Buffers, ThatWereRefusedAreNotReleased) {
+  SampleExporter<double> exporter({2, 3});
+  exporter.exports.refuses = true;
+  {
+    BufferGuard buffer;
+    EXPECT_FALSE(buffer.obtain(exporter.object.get(), PyBUF_SIMPLE));
+  }
+  EXPECT_TRUE(raised(PyExc_LookupError, "nothing to export."));
+  EXPECT_EQ(exporter.exports.released, 0);
+  EXPECT_EQ(Py_REFCNT(exporter.object.get()), 1);
+}
+
+TEST(Buffers, FilledInPlaceAreReleasedOnlyIfHeld) {
+  SampleExporter<double> exporter({2, 3});
+  Py_buffer kept = {};
+  for (const bool isHeld : {true, false}) {
+    BufferGuard buffer;
+    EXPECT_EQ(buffer.place(), &buffer.view());
+    ASSERT_EQ(PyObject_GetBuffer(exporter.object.get(), buffer.place(), PyBUF_SIMPLE), 0);
+    if (isHeld) buffer.hold();
+    if (!isHeld) kept = buffer.view();
+  }
+  EXPECT_EQ(exporter.exports.obtained, 2);
+  EXPECT_EQ(exporter.exports.released, 1);
+  PyBuffer_Release(&kept);
+  EXPECT_EQ(exporter.exports.released, 2);
+}
+
+// The release may run Python code, which must not start with an error pending.
+TEST(Buffers, PendingErrorIsPutAsideForTheRelease) {
+  SampleExporter<double> exporter({2, 3});
+  bool wasPending = true;
+  exporter.exports.onRelease = [&wasPending] { wasPending = PyErr_Occurred() != nullptr; };
+  {
+    BufferGuard buffer;
+    ASSERT_TRUE(buffer.obtain(exporter.object.get(), PyBUF_SIMPLE));
+    setError(PyExc_ValueError, "pending");
+  }
+  EXPECT_FALSE(wasPending);
+  EXPECT_TRUE(raised(PyExc_ValueError, "pending"));
+  EXPECT_EQ(exporter.exports.released, 1);
 }
 
 }  // namespace
