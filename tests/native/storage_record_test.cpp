@@ -1,4 +1,4 @@
-// The Python record of an array: its birth and death, the mark of its class, the handlers' guard.
+// The Python record of an array: allocation, views in it, deletion, the mark of its class.
 #include "storage/mcpy_array.hpp"
 
 #include <gtest/gtest.h>
@@ -8,10 +8,13 @@
 #include <memory>
 #include <new>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "module/support.hpp"
 #include "module/type_objects.hpp"
 #include "python_testing.hpp"
+#include "storage_testing.hpp"
 
 namespace {
 
@@ -47,14 +50,14 @@ TEST_P(Records, ReferenceOfARecordOnItsClassIsKept) {
   EXPECT_EQ(Py_REFCNT(classObject()), before + 1);
 }
 
-TEST_P(Records, AreKnownByTheirDestructorSlot) {
+TEST_P(Records, AreRecognisedByTheirDestructorSlot) {
   const PyRef record = PyRef::steal(allocMCPyArray(type()));
   EXPECT_TRUE(MCPyArray_Check(record.get()));
   EXPECT_FALSE(MCPyArray_Check(classObject()));
   EXPECT_EQ(PyType_GetSlot(type(), Py_tp_dealloc), reinterpret_cast<void*>(MCPyArray_Delete));
 }
 
-// Every handler first sees whether there is an array at all.
+// Every handler first checks that there is a view.
 TEST_P(Records, HandlersRefuseARecordWithoutAView) {
   const PyRef record = PyRef::steal(allocMCPyArray(type()));
   const PyRef integer = evaluate("0");
@@ -98,7 +101,7 @@ INSTANTIATE_TEST_SUITE_P(Classes, Records, ::testing::ValuesIn(classes), [](cons
   return std::string(words[static_cast<std::size_t>(row.param)]);
 });
 
-TEST(RecordHelpers, ClassThatWasNotMadeGivesNoRecord) {
+TEST(RecordHelpers, MissingClassIsReported) {
   EXPECT_EQ(allocMCPyArray(nullptr), nullptr);
   EXPECT_TRUE(raised(PyExc_RuntimeError, "unable to initialize C object."));
 }
@@ -120,7 +123,7 @@ TEST(RecordHelpers, FailureOfTheAllocatorIsReported) {
   EXPECT_EQ(s_itemsAskedFor, 0);
 }
 
-TEST(RecordHelpers, OtherObjectsAreNoArrays) {
+TEST(RecordHelpers, OtherObjectsAreNotArrays) {
   for (const char* expression :
        {"None", "1.0", "[]", "'text'", "memoryview(b'bytes')", "__import__('array').array('d')",
         "type", "__import__('velmarmultidimarrayforpython').MCPyIter"}) {
@@ -129,14 +132,14 @@ TEST(RecordHelpers, OtherObjectsAreNoArrays) {
   }
 }
 
-TEST(RecordHelpers, CastChecksNothing) {
+TEST(RecordHelpers, CastIsUnchecked) {
   EXPECT_EQ(getMCPyArrayFromPyObject(nullptr), nullptr);
   const PyRef object = evaluate("[]");
   EXPECT_EQ(static_cast<void*>(getMCPyArrayFromPyObject(object.get())),
             static_cast<void*>(object.get()));
 }
 
-TEST(RecordHelpers, GuardGivesTheView) {
+TEST(RecordHelpers, GuardReturnsTheView) {
   const PyRef record = makeRecord(makeArray<double>({2, 3}));
   EXPECT_EQ(getInitializedView(record.get()), &viewOf(record));
   EXPECT_TRUE(raisedNothing());
@@ -147,13 +150,100 @@ TEST(RecordHelpers, DestroyedRecordDestroysItsView) {
   {
     const PyRef record = makeRecord(makeArray<double>({2, 3}));
     weak = std::make_unique<MCppPyArray>(viewOf(record), true);
-    EXPECT_EQ(weak->getNumberOfElements(), 6);
+    EXPECT_EQ(weak->getNumberOfDimensions(), 2);
   }
-  EXPECT_EQ(weak->getNumberOfElements(), -1);
+  EXPECT_EQ(weak->getNumberOfDimensions(), -1);
   EXPECT_TRUE(raisedExpired());
 }
 
-TEST(ViewMemory, ThatCannotBeHadIsBadAlloc) {
+// --- Views for records
+
+template <class T>
+class NewView : public ::testing::Test {};
+TYPED_TEST_SUITE(NewView, WritableTypes, TypeWords);
+
+TYPED_TEST(NewView, OwnsAnArrayWithMirror) {
+  constexpr SupportedArrayEnum type = classOfElement<TypeParam>();
+  for (const bool isColumnMajor : {true, false}) {
+    const ViewPointer view = makeNewView(sampleArray<TypeParam>({2, 3}), type,
+                                         isComplexElement<TypeParam>, isColumnMajor);
+    ASSERT_NE(view, nullptr);
+    EXPECT_EQ(view->getSupportedArrayEnum(), type);
+    EXPECT_EQ(view->isComplex(), isComplexElement<TypeParam>);
+    EXPECT_FALSE(view->hasWeakPtrToWrapper());
+    EXPECT_TRUE(view->indicesAreEmpty());
+    EXPECT_TRUE(view->wrapper()->hasMirror());
+    EXPECT_EQ(view->wrapper()->getOrder(), isColumnMajor ? 'F' : 'C');
+    EXPECT_EQ(storedElements<TypeParam>(*view), samples<TypeParam>(6));
+  }
+  EXPECT_TRUE(raisedNothing());
+}
+
+TYPED_TEST(NewView, IsGivenToARecord) {
+  constexpr SupportedArrayEnum type = classOfElement<TypeParam>();
+  const PyRef record = PyRef::steal(allocMCPyArray(typeObjectOf(type)));
+  const MCppPyArray* const view =
+      giveNewView(record.get(), sampleArray<TypeParam>({2, 3}), type, isComplexElement<TypeParam>);
+  ASSERT_NE(view, nullptr);
+  EXPECT_EQ(view, getMCPyArrayFromPyObject(record.get())->mcppPyArray);
+  EXPECT_EQ(view->wrapper()->getOrder(), 'F');
+  EXPECT_EQ(view->isComplex(), isComplexElement<TypeParam>);
+  EXPECT_EQ(storedElements<TypeParam>(*view), samples<TypeParam>(6));
+}
+
+TEST(NewViewFailure, NoMemoryForTheMirrorIsReported) {
+  namespace vd = foundation::velmardata;
+  constexpr unsigned long bytes = 256UL << 20;
+  const vd::Array kept = vd::ArrayFactory().createArray(vd::ArrayType::INT8, {bytes, 1});
+  const PyRef record = PyRef::steal(allocMCPyArray(typeObjectOf(SupportedArrayEnum::Int8)));
+  const auto reported = [] {
+    return raised(PyExc_MemoryError,
+                  "unable to allocate memory for array with number of elements = 268435456; "
+                  "type = int8");
+  };
+  bool isLimited = false;
+  ViewPointer view;
+  {
+    const MemoryLimit limit;
+    isLimited = limit.isSet();
+    if (isLimited) view = makeNewView(vd::Array(kept), SupportedArrayEnum::Int8, false);
+  }
+  if (!isLimited) GTEST_SKIP() << "memory cannot be limited here";
+  EXPECT_EQ(view, nullptr);
+  EXPECT_TRUE(reported());
+  const MCppPyArray* given = nullptr;
+  {
+    const MemoryLimit limit;
+    given = giveNewView(record.get(), vd::Array(kept), SupportedArrayEnum::Int8, false);
+  }
+  EXPECT_EQ(given, nullptr);
+  EXPECT_TRUE(reported());
+  EXPECT_EQ(getMCPyArrayFromPyObject(record.get())->mcppPyArray, nullptr);
+  EXPECT_EQ(velmardata_testing::referenceCount(kept), 1U);
+}
+
+TEST(RecordsOfViews, AreOfTheClassOfTheElements) {
+  for (std::size_t i = 0; i < numberOfArrayClasses; ++i) {
+    SCOPED_TRACE(i);
+    const MCppPyArray view(sampleArray<double>({1, 1}), static_cast<SupportedArrayEnum>(i), false,
+                           true);
+    const PyRef record = PyRef::steal(allocMCPyArrayFromMCppPyArray(view));
+    ASSERT_TRUE(record);
+    EXPECT_EQ(Py_TYPE(record.get()), TypeObjectPointers[i]);
+    EXPECT_EQ(getMCPyArrayFromPyObject(record.get())->mcppPyArray, nullptr);
+  }
+}
+
+TEST(RecordsOfViews, MissingClassIsReported) {
+  const ViewPointer view = makeArray<double>({1, 1});
+  PyTypeObject* const type = std::exchange(TypeObjectPointers[0], nullptr);
+  PyObject* const record = allocMCPyArrayFromMCppPyArray(*view);
+  TypeObjectPointers[0] = type;
+  EXPECT_EQ(record, nullptr);
+  EXPECT_TRUE(raised(PyExc_RuntimeError, "unable to initialize C object."));
+}
+
+TEST(ViewMemory, ShortMemoryIsBadAlloc) {
   const volatile std::size_t most = std::numeric_limits<std::size_t>::max();
   EXPECT_THROW(MCppPyArray::operator delete(MCppPyArray::operator new(most)), std::bad_alloc);
   EXPECT_TRUE(raisedNothing());

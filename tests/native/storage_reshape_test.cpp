@@ -1,5 +1,5 @@
-// Another shape over live storage: elements and mirror stay, shared contents are copied, and the
-// numbers that described older shapes stay readable once they went out.
+// Another shape over the same storage: elements and mirror stay in place, shared contents are
+// copied, and lengths and strides that went out in an export stay readable.
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "module/type_objects.hpp"
-#include "operations/reshaping.hpp"
+#include "operations/handlers.hpp"
 #include "python_testing.hpp"
 #include "storage/md_array_wrapper.hpp"
 #include "storage_testing.hpp"
@@ -18,17 +18,12 @@ namespace {
 using namespace python_testing;
 using namespace foundation::velmardata;
 using velmardata_testing::addressOf;
+using velmardata_testing::copyOf;
 using velmardata_testing::elementsOf;
 using velmardata_testing::heapInUse;
 using velmardata_testing::referenceCount;
-using velmardata_testing::storageLayout;
 
 using Numbers = std::vector<std::int64_t>;
-
-bool reshape(MDArrayWrapper& wrapper, const Numbers& dimensions, char order = 'F') {
-  standalone::ClientArrayFactory factory;
-  return wrapper.reshape(dimensions, factory, order, storageLayout);
-}
 
 Numbers stridesOf(MDArrayWrapper& wrapper) {
   const std::int64_t* const first = wrapper.bytewiseStrides();
@@ -68,7 +63,7 @@ TYPED_TEST(Reshape, KeepsElementsAndTheirPlaces) {
       const void* const place = addressOfElements<TypeParam>(wrapper);
       const std::byte* const mirror = isMirrorFilled ? wrapper.buf() : nullptr;
 
-      ASSERT_TRUE(reshape(wrapper, row.after));
+      ASSERT_TRUE(wrapper.reshape(row.after, 'F'));
       EXPECT_EQ(addressOfElements<TypeParam>(wrapper), place);
       EXPECT_EQ(arrayElements<TypeParam>(wrapper), elements);
       EXPECT_EQ(mirrorElements<TypeParam>(wrapper), elements);
@@ -93,14 +88,14 @@ TYPED_TEST(Reshape, KeepsElementsAndTheirPlaces) {
   EXPECT_TRUE(raisedNothing());
 }
 
-TYPED_TEST(Reshape, LetterIsTheOneGiven) {
+TYPED_TEST(Reshape, OrderIsTheArgument) {
   constexpr auto size = static_cast<std::int64_t>(sizeof(TypeParam));
   MDArrayWrapper wrapper(sampleArray<TypeParam>({2, 3}), 'C');
   EXPECT_EQ(stridesOf(wrapper), (Numbers{3 * size, size}));
-  ASSERT_TRUE(reshape(wrapper, {2, 3}));
+  ASSERT_TRUE(wrapper.reshape(Numbers{2, 3}, 'F'));
   EXPECT_EQ(wrapper.getOrder(), 'F');
   EXPECT_EQ(stridesOf(wrapper), (Numbers{size, 2 * size}));
-  ASSERT_TRUE(reshape(wrapper, {3, 2}, 'C'));
+  ASSERT_TRUE(wrapper.reshape(Numbers{3, 2}, 'C'));
   EXPECT_EQ(wrapper.getOrder(), 'C');
   EXPECT_EQ(stridesOf(wrapper), (Numbers{2 * size, size}));
   EXPECT_EQ(mirrorElements<TypeParam>(wrapper), samples<TypeParam>(6));
@@ -110,10 +105,10 @@ TYPED_TEST(Reshape, ContentsOfOtherHandlesAreCopied) {
   for (const bool isMirrorFilled : {true, false}) {
     const TypedArray<TypeParam> kept = sampleArray<TypeParam>({2, 3});
     const void* const place = addressOf(kept);
-    MDArrayWrapper wrapper(kept, 'F');
+    MDArrayWrapper wrapper(copyOf(kept), 'F');
     const std::byte* const mirror = isMirrorFilled ? wrapper.buf() : nullptr;
     EXPECT_EQ(referenceCount(kept), 2U);
-    ASSERT_TRUE(reshape(wrapper, {3, 2}));
+    ASSERT_TRUE(wrapper.reshape(Numbers{3, 2}, 'F'));
 
     EXPECT_EQ(referenceCount(kept), 1U);
     EXPECT_EQ(kept.getDimensions(), (Dimensions{2, 3}));
@@ -139,15 +134,14 @@ TYPED_TEST_SUITE(ReshapeView, WritableTypes, TypeWords);
 TYPED_TEST(ReshapeView, WritesReachArrayAndMirrorOfTheNewShape) {
   for (const bool isMirrorFilled : {true, false}) {
     const ViewPointer array = makeArray<TypeParam>({2, 3});
-    MCppPyArray weak(*array, true);
+    const MCppPyArray weak(*array, true);
     if (isMirrorFilled) {
-      ASSERT_NE(array->buf(), nullptr);
+      ASSERT_NE(array->wrapper()->buf(), nullptr);
     }
-    standalone::ClientArrayFactory factory;
-    ASSERT_TRUE(weak.reshape({3, 2}, factory, 'F', storageLayout));
-    EXPECT_EQ(array->shape(), (Numbers{3, 2}));
-    ASSERT_TRUE(array->setElementFromIndices<TypeParam>({2, 1}, otherThanSample<TypeParam>(5)));
-    ASSERT_TRUE(weak.setElementFromIndices<TypeParam>({0, 1}, otherThanSample<TypeParam>(3)));
+    ASSERT_TRUE(weak.wrapper()->reshape(Numbers{3, 2}, 'F'));
+    EXPECT_EQ(array->wrapper()->shape(), (Numbers{3, 2}));
+    ASSERT_TRUE(setElement<TypeParam>(*array, {2, 1}, otherThanSample<TypeParam>(5)));
+    ASSERT_TRUE(setElement<TypeParam>(weak, {0, 1}, otherThanSample<TypeParam>(3)));
     std::vector<TypeParam> expected = samples<TypeParam>(6);
     expected[5] = otherThanSample<TypeParam>(5);
     expected[3] = otherThanSample<TypeParam>(3);
@@ -155,18 +149,7 @@ TYPED_TEST(ReshapeView, WritesReachArrayAndMirrorOfTheNewShape) {
   }
 }
 
-// Deliberate: the result does not tell that there was nothing to reshape.
-TYPED_TEST(ReshapeView, StorageThatHasGoneIsAnErrorAndNoFailure) {
-  const ViewPointer views[] = {makeExpiredView<TypeParam>({2, 3}),
-                               makeViewWithoutStorage<TypeParam>({2, 3})};
-  for (const ViewPointer& view : views) {
-    standalone::ClientArrayFactory factory;
-    EXPECT_TRUE(view->reshape({3, 2}, factory, 'F', storageLayout));
-    EXPECT_TRUE(raisedExpired());
-  }
-}
-
-TEST(ReshapeHandler, ReportsWhatPythonCannotPass) {
+TEST(ReshapeHandler, ReportsMissingArguments) {
   const PyRef none;
   const PyRef record = PyRef::steal(allocMCPyArray(typeObjectOf(SupportedArrayEnum::Double)));
   const PyRef arguments = evaluate("(3, 2)");
@@ -180,7 +163,7 @@ TEST(ReshapeHandler, ReportsWhatPythonCannotPass) {
     EXPECT_TRUE(raised(PyExc_ValueError,
                        "reshape() must be passed a nonempty sequence of nonnegative integers."));
   }
-  EXPECT_EQ(viewOf(array).shape(), (Numbers{2, 3}));
+  EXPECT_EQ(viewOf(array).wrapper()->shape(), (Numbers{2, 3}));
 }
 
 // --- Memory
@@ -188,8 +171,8 @@ TEST(ReshapeHandler, ReportsWhatPythonCannotPass) {
 TEST(ReshapeMemory, WithoutMemoryForACopyNothingChanges) {
   constexpr unsigned long bytes = 256UL << 20;
   const Array kept = ArrayFactory().createArray(ArrayType::INT8, {bytes, 1});
-  const PyRef array =
-      makeRecord(std::make_unique<MCppPyArray>(kept, SupportedArrayEnum::Int8, false, false));
+  const PyRef array = makeRecord(
+      std::make_unique<MCppPyArray>(copyOf(kept), SupportedArrayEnum::Int8, false, false));
   const WrapperAccess storage = viewOf(array).wrapper();
   const Numbers strides = stridesOf(*storage);
   const PyRef arguments = evaluate("(2**14, 2**14)");
@@ -201,14 +184,14 @@ TEST(ReshapeMemory, WithoutMemoryForACopyNothingChanges) {
     const MemoryLimit limit;
     isLimited = limit.isSet();
     if (isLimited) {
-      isReshaped = reshape(*storage, {static_cast<std::int64_t>(bytes) / 2, 2});
+      isReshaped = storage->reshape(Numbers{static_cast<std::int64_t>(bytes) / 2, 2}, 'F');
       isQuiet = PyErr_Occurred() == nullptr;
       result = MCPyArray_Reshape(array.get(), arguments.get(), nullptr);
     }
   }
   if (!isLimited) GTEST_SKIP() << "memory cannot be limited here";
   EXPECT_FALSE(isReshaped);
-  EXPECT_TRUE(isQuiet) << "who asks reports";
+  EXPECT_TRUE(isQuiet) << "the caller reports";
   EXPECT_EQ(result, nullptr);
   EXPECT_TRUE(raised(PyExc_MemoryError,
                      "unable to allocate memory for array with number of elements = 268435456; "
@@ -223,9 +206,9 @@ TEST(ReshapeMemory, WithoutMemoryForACopyNothingChanges) {
   EXPECT_TRUE(storage->hasMirror());
 }
 
-// --- Descriptions that went out
+// --- Lengths and strides that went out in exports
 
-// The addresses of numbers that went out, and what must stay readable there.
+// The addresses of numbers that went out, and the numbers that must stay readable there.
 class OutgoingDescriptions {
  public:
   void take(MDArrayWrapper& wrapper) {
@@ -250,24 +233,24 @@ TEST(KeptDescriptions, StayReadableThroughReshapes) {
   outgoing.take(wrapper);
   const Numbers shapes[] = {{2, 3}, {3, 2}, {6}, {1, 6}, {1, 2, 3}, {6, 1}};
   std::size_t expected = 2;
-  for (const Numbers& shape : shapes) {  // the first differs in its strides alone
-    ASSERT_TRUE(reshape(wrapper, shape));
+  for (const Numbers& shape : shapes) {  // only the strides of the first one differ
+    ASSERT_TRUE(wrapper.reshape(shape, 'F'));
     outgoing.check();
     outgoing.take(wrapper);
     expected += 2;
-    EXPECT_EQ(outgoing.size(), expected) << "no address stands for two shapes";
+    EXPECT_EQ(outgoing.size(), expected) << "every shape has its own addresses";
   }
   outgoing.check();
 }
 
-TEST(KeptDescriptions, AreAsManyAsThereWereShapes) {
+TEST(KeptDescriptions, AreOneForEachShape) {
   MDArrayWrapper wrapper(sampleArray<double>({2, 6}), 'F');
   OutgoingDescriptions outgoing;
   for (int round = 0; round < 100; ++round) {
     for (const Numbers& shape : {Numbers{3, 4}, Numbers{12, 1}, Numbers{2, 2, 3}, Numbers{2, 6}}) {
       outgoing.take(wrapper);
       outgoing.take(wrapper);
-      ASSERT_TRUE(reshape(wrapper, shape));
+      ASSERT_TRUE(wrapper.reshape(shape, 'F'));
       ASSERT_EQ(wrapper.shape(), shape);
     }
   }
@@ -275,32 +258,32 @@ TEST(KeptDescriptions, AreAsManyAsThereWereShapes) {
   outgoing.check();
 }
 
-TEST(KeptDescriptions, OfTheSameShapeStayWhereTheyAre) {
+TEST(KeptDescriptions, OfTheSameShapeStayInPlace) {
   MDArrayWrapper wrapper(sampleArray<double>({2, 3}), 'F');
   OutgoingDescriptions outgoing;
   outgoing.take(wrapper);
   const std::int64_t* const shape = wrapper.shape().data();
   const std::int64_t* const strides = wrapper.bytewiseStrides();
   for (int round = 0; round < 3; ++round) {
-    ASSERT_TRUE(reshape(wrapper, {2, 3}));
+    ASSERT_TRUE(wrapper.reshape(Numbers{2, 3}, 'F'));
     EXPECT_EQ(wrapper.shape().data(), shape);
     EXPECT_EQ(wrapper.bytewiseStrides(), strides);
   }
-  // Kept still, without another word.
-  ASSERT_TRUE(reshape(wrapper, {3, 2}));
+  // They are still kept without another call of keepDescription().
+  ASSERT_TRUE(wrapper.reshape(Numbers{3, 2}, 'F'));
   outgoing.check();
-  ASSERT_TRUE(reshape(wrapper, {2, 3}));
+  ASSERT_TRUE(wrapper.reshape(Numbers{2, 3}, 'F'));
   EXPECT_EQ(wrapper.shape().data(), shape);
 }
 
-TEST(KeptDescriptions, AreThoseThatWentOutOnly) {
+TEST(KeptDescriptions, AreOnlyThoseThatWentOut) {
   MDArrayWrapper wrapper(sampleArray<double>({2, 3}), 'F');
   OutgoingDescriptions outgoing;
   outgoing.take(wrapper);
   const auto reshapeOften = [&wrapper](int times) {
     for (int round = 0; round < times; ++round) {
       for (const Numbers& shape : {Numbers{3, 2}, Numbers{6}, Numbers{2, 3}}) {
-        EXPECT_TRUE(reshape(wrapper, shape));
+        EXPECT_TRUE(wrapper.reshape(shape, 'F'));
       }
     }
   };
@@ -312,10 +295,11 @@ TEST(KeptDescriptions, AreThoseThatWentOutOnly) {
   outgoing.check();
 }
 
-TEST(KeptDescriptions, AreNoneWhereNothingWentOut) {
+TEST(KeptDescriptions, AreNoneWithoutExports) {
   MDArrayWrapper wrapper(ArrayFactory().createArray(ArrayType::DOUBLE, {0, 1}), 'F');
   const auto reshapeTo = [&wrapper](std::int64_t first, std::int64_t last) {
-    for (std::int64_t rows = first; rows < last; ++rows) EXPECT_TRUE(reshape(wrapper, {rows, 0}));
+    for (std::int64_t rows = first; rows < last; ++rows)
+      EXPECT_TRUE(wrapper.reshape(Numbers{rows, 0}, 'F'));
   };
   reshapeTo(1, 10);
   const std::size_t before = heapInUse();
