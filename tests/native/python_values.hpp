@@ -5,9 +5,12 @@
 
 #include <gtest/gtest.h>
 
+#include <cstddef>
 #include <initializer_list>
+#include <optional>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 #include "module/py_ref.hpp"
 
@@ -15,13 +18,21 @@ namespace python_testing {
 
 // --- Python values
 
-// str() or repr() of an object, which must not be null. Throws if that fails.
-inline std::string textOf(PyObject* object, PyObject* (*form)(PyObject*) = PyObject_Str) {
-  const PyRef text = PyRef::steal(form(object));
+// str() or repr() of an object. Empty, with no error set, for null and for an object without one.
+inline std::optional<std::string> findTextOf(PyObject* object,
+                                             PyObject* (*form)(PyObject*) = PyObject_Str) {
+  const PyRef text = PyRef::steal(object == nullptr ? nullptr : form(object));
   Py_ssize_t length = 0;
   const char* bytes = text ? PyUnicode_AsUTF8AndSize(text.get(), &length) : nullptr;
-  if (bytes == nullptr) throw std::runtime_error("object has no text");
-  return std::string(bytes, static_cast<std::size_t>(length));
+  if (bytes != nullptr) return std::string(bytes, static_cast<std::size_t>(length));
+  PyErr_Clear();
+  return std::nullopt;
+}
+// The same for an object that has a text. Throws if it has none, and so fails the test.
+inline std::string textOf(PyObject* object, PyObject* (*form)(PyObject*) = PyObject_Str) {
+  std::optional<std::string> text = findTextOf(object, form);
+  if (!text) throw std::runtime_error("object has no text");
+  return *std::move(text);
 }
 inline std::string reprOf(const PyRef& object) {
   return object ? textOf(object.get(), PyObject_Repr) : "null";

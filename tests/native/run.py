@@ -9,7 +9,7 @@ PACKAGES = Path(__file__).resolve().parents[2] / "python"
 
 
 def load(name, file):
-    """Imports the extension `name` from `file`, which may hold more than one."""
+    """Imports the extension `name` from `file`, which may contain more than one."""
     spec = importlib.util.spec_from_file_location(
         name, file, loader=ExtensionFileLoader(name, file)
     )
@@ -22,14 +22,14 @@ def load(name, file):
 def main():
     file, *options = sys.argv[1:]
     name = Path(file).name.partition(".")[0]
-    # What is installed elsewhere stays out of the way.
+    # The packages of this checkout come before installed ones.
     sys.path.insert(0, str(PACKAGES))
     if name == "velmar_native_tests":
-        # The product inside the test module, initialised as any import would do it: the tests then
-        # find the classes in place.
+        # The product is part of the test module. Import it first, because the tests need its
+        # classes.
         load("velmarmultidimarrayforpython", file)
     else:
-        # A test module that holds no product finds the built one beside itself.
+        # The built product is in the folder of this test module.
         sys.path.insert(0, str(Path(file).resolve().parent))
     return load(name, file).run(options)
 

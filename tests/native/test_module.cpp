@@ -1,4 +1,4 @@
-// The test extension TEST_MODULE, a name from the build: its one function runs every test in it.
+// The test extension TEST_MODULE (the build defines the name). Its one function runs all tests.
 #include "module/python.hpp"
 
 #include <gtest/gtest.h>
@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "module/py_ref.hpp"
+#include "python_values.hpp"
 
 #define TEXT(word) #word
 #define TEXT_OF(word) TEXT(word)
@@ -17,18 +18,11 @@ namespace {
 
 constexpr const char* moduleName = TEXT_OF(TEST_MODULE);
 
-std::string textOf(PyObject* object) {
-  const PyRef text = PyRef::steal(object == nullptr ? nullptr : PyObject_Str(object));
-  Py_ssize_t length = 0;
-  const char* bytes = text ? PyUnicode_AsUTF8AndSize(text.get(), &length) : nullptr;
-  if (bytes == nullptr) {
-    PyErr_Clear();
-    return "(no text)";
-  }
-  return std::string(bytes, static_cast<std::size_t>(length));
+std::string textOrPlaceholder(PyObject* object) {
+  return python_testing::findTextOf(object).value_or("(no text)");
 }
 
-// A test that leaves a Python error pending fails, and the next one starts without it.
+// Fails a test that leaves a Python error pending, and clears the error for the next test.
 class PendingErrorListener final : public testing::EmptyTestEventListener {
   void OnTestEnd(const testing::TestInfo& /*test*/) override {
     if (PyErr_Occurred() == nullptr) {
@@ -39,12 +33,12 @@ class PendingErrorListener final : public testing::EmptyTestEventListener {
     const PyRef type = PyRef::steal(raw[0]);
     const PyRef value = PyRef::steal(raw[1]);
     const PyRef traceback = PyRef::steal(raw[2]);
-    ADD_FAILURE() << "a Python error is left pending: " << textOf(type.get()) << ": "
-                  << textOf(value.get());
+    ADD_FAILURE() << "a Python error is left pending: " << textOrPlaceholder(type.get()) << ": "
+                  << textOrPlaceholder(value.get());
   }
 };
 
-// run(list of str) -> int: the options of GoogleTest in, its exit status out.
+// run(list of str) -> int: runs the tests with GoogleTest's options and returns its exit status.
 PyObject* run(PyObject* /*module*/, PyObject* options) {
   std::vector<std::string> words{moduleName};
   const Py_ssize_t count = PyList_Size(options);
@@ -52,7 +46,7 @@ PyObject* run(PyObject* /*module*/, PyObject* options) {
     return nullptr;
   }
   for (Py_ssize_t i = 0; i < count; ++i) {
-    words.push_back(textOf(PyList_GetItem(options, i)));
+    words.push_back(textOrPlaceholder(PyList_GetItem(options, i)));
   }
   std::vector<char*> argv;
   for (std::string& word : words) {

@@ -1,4 +1,4 @@
-// Handles without an element type: figures, counting of references, adoption, empty handles.
+// Untyped handles: dimensions, reference counts, adoption, empty handles; characters; exceptions.
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -18,7 +18,7 @@ using velmar::data::impl::addReference;
 using velmar::data::impl::ArrayImpl;
 using velmar::data::impl::releaseReference;
 
-TEST(ArrayFigures, AreThoseOfCreation) {
+TEST(ArrayProperties, AreThoseOfCreation) {
   const struct {
     Dimensions dimensions;
     std::uint64_t elements;
@@ -35,8 +35,9 @@ TEST(ArrayFigures, AreThoseOfCreation) {
   }
 }
 
-// A 0 among the dimensions decides, whatever the product of the others would wrap to.
-TEST(ArrayFigures, ZeroAmongHugeDimensions) {
+// With a 0 among the dimensions there are no elements, also if the product of the others wraps
+// around.
+TEST(ArrayProperties, ZeroAmongHugeDimensions) {
   const unsigned long huge = std::uint64_t{1} << 63;
   for (const Dimensions& dimensions :
        {Dimensions{0, huge, 4}, Dimensions{huge, 4, 0}, Dimensions{huge, 0, huge}}) {
@@ -47,7 +48,7 @@ TEST(ArrayFigures, ZeroAmongHugeDimensions) {
   }
 }
 
-// --- Counting
+// --- Reference counts
 
 TEST(ReferenceCount, FollowsTheHandles) {
   Array first = ArrayFactory().createArray(ArrayType::DOUBLE, {2, 2});
@@ -88,7 +89,7 @@ TEST(ReferenceCount, SurvivesAssignmentToItself) {
   EXPECT_EQ(referenceCount(array), 1U);
 }
 
-TEST(ReferenceCount, OfTheOldContentsFallsOnAssignment) {
+TEST(ReferenceCount, OfTheOldContentsDropsOnAssignment) {
   Array kept = ArrayFactory().createArray(ArrayType::DOUBLE, {2, 2});
   Array copied = kept;
   Array moved = kept;
@@ -101,7 +102,7 @@ TEST(ReferenceCount, OfTheOldContentsFallsOnAssignment) {
   EXPECT_EQ(referenceCount(other), 2U);
 }
 
-// --- Plain pointers to the contents
+// --- Raw pointers to the contents
 
 TEST(ArrayImplPointer, IsAdoptedWithItsReference) {
   const TypedArray<double> array = sampleArray<double>({2, 3});
@@ -113,7 +114,7 @@ TEST(ArrayImplPointer, IsAdoptedWithItsReference) {
     EXPECT_EQ(adopted.impl(), impl);
     EXPECT_EQ(referenceCount(array), 2U) << "adopting adds no reference";
   }
-  EXPECT_EQ(referenceCount(array), 1U) << "the adopted reference goes with the handle";
+  EXPECT_EQ(referenceCount(array), 1U) << "the handle releases the adopted reference";
 }
 
 TEST(ArrayImplPointer, KeepsTheContentsAlive) {
@@ -127,13 +128,13 @@ TEST(ArrayImplPointer, KeepsTheContentsAlive) {
   EXPECT_EQ(elementsOf(array), samples<double>(6));
 }
 
-// The count is all that a program without these headers needs to know.
-TEST(ArrayImplPointer, CountsRaisedInPlaceCount) {
+// A program without these headers needs to know only the place of the count.
+TEST(ArrayImplPointer, CountCanBeRaisedInPlace) {
   TypedArray<double> array = sampleArray<double>({2, 3});
   ArrayImpl* const impl = array.impl();
   reinterpret_cast<std::atomic<std::uint64_t>*>(impl)->fetch_add(1);
   *array.begin() = -1.0;
-  EXPECT_NE(array.impl(), impl) << "a reference without a handle is a sharer";
+  EXPECT_NE(array.impl(), impl) << "a reference without a handle shares the contents too";
   const TypedArray<double> old{Array(impl)};
   EXPECT_EQ(elementsOf(old), samples<double>(6));
 }
@@ -177,7 +178,7 @@ void expectEmpty(const Handle& array) {
   EXPECT_EQ(array.getNumberOfElements(), 0U);
 }
 
-TEST(EmptyHandle, HasNothing) {
+TEST(EmptyHandle, HasNoContents) {
   expectEmpty(Array());
   Array copied = Array();
   const Array copy = copied;
@@ -188,10 +189,10 @@ TEST(EmptyHandle, HasNothing) {
   expectEmpty(copied);
 }
 
-TEST(EmptyHandle, IsWhatAMoveLeaves) {
+TEST(EmptyHandle, IsTheStateAfterAMove) {
   Array source = ArrayFactory().createArray(ArrayType::DOUBLE, {2, 2});
   Array target(std::move(source));
-  expectEmpty(source);  // NOLINT(bugprone-use-after-move): that it is empty is what is tested
+  expectEmpty(source);  // NOLINT(bugprone-use-after-move): the test is about the moved-from handle
   source = std::move(target);
   EXPECT_EQ(source.getNumberOfElements(), 4U);
   expectEmpty(target);  // NOLINT(bugprone-use-after-move): as above
@@ -227,7 +228,7 @@ TEST(TypedHandle, RefusesAnotherElementType) {
   expectRefusal<TypedArray<std::int32_t>>(Array());
   EXPECT_EQ(referenceCount(array), 1U);
   expectRefusal<TypedArray<std::uint32_t>>(std::move(array));
-  // NOLINTNEXTLINE(bugprone-use-after-move): a refusal takes nothing
+  // NOLINTNEXTLINE(bugprone-use-after-move): a refused handle is not moved from
   EXPECT_EQ(array.getNumberOfElements(), 4U);
 }
 
@@ -260,7 +261,7 @@ TEST(CharArrays, RefuseWhatIsNotAscii) {
   }
 }
 
-TEST(CharArrays, ShareLikeAnyOther) {
+TEST(CharArrays, ShareContentsLikeOtherArrays) {
   Array source = charArray(u"abc");
   const CharArray first(source);
   const CharArray second(copyOf(first));
@@ -294,7 +295,7 @@ TEST(Exceptions, AreCaughtByTheirBases) {
   EXPECT_THROW(throw EArrayUnknownDataType(""), std::exception);
 }
 
-TEST(Exceptions, BaseHasWordsForAClassWithoutItsOwn) {
+TEST(Exceptions, BaseHasADefaultText) {
   struct Other final : Exception {
     int getExceptionID() const noexcept override { return 99; }
   };

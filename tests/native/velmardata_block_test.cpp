@@ -1,13 +1,11 @@
-// Blocks of elements: room, alignment, what cannot be had, who keeps them alive.
+// Blocks of elements: size, alignment, failed allocations, lifetime.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <iterator>
 #include <limits>
 #include <memory>
@@ -35,14 +33,15 @@ TYPED_TEST(BlockOfType, HasRoomForItsElements) {
   for (const unsigned long count : {1UL, 2UL, 3UL, 100UL, 5000UL}) {
     const UntypedBuffer block = sampleBuffer<TypeParam>(count);
     ASSERT_NE(block, nullptr);
-    std::memset(block.get(), 1, count * sizeof(TypeParam));  // a sanitizer sees a short block
+    std::memset(block.get(), 1,
+                count * sizeof(TypeParam));  // a sanitizer reports a block that is too short
     const std::uintptr_t alignment = count * sizeof(TypeParam) < 4096 ? 16 : 64;
     EXPECT_TRUE(isAligned(block.get(), alignment));
   }
 }
 
-// The size in bytes must neither wrap nor be asked of the system as something small.
-TYPED_TEST(BlockOfType, IsNullForWhatCannotBeHad) {
+// The size in bytes must not wrap around to a small one.
+TYPED_TEST(BlockOfType, IsNullForImpossibleSizes) {
   const std::uint64_t size = sizeof(TypeParam);
   for (const std::uint64_t count :
        {mostCounts, mostCounts / 2 + 2, mostCounts / size, mostCounts / size - 1,
@@ -75,8 +74,8 @@ TYPED_TEST(TypedBlock, IsOwnedAndWritable) {
   EXPECT_EQ(ArrayFactory().createBuffer<TypeParam>(mostCounts), nullptr);
 }
 
-// A size that is no nonsense, but more than the system gives.
-TEST(Block, IsNullForMoreThanThereIs) {
+// Sizes that can be computed but that the system cannot provide.
+TEST(Block, IsNullWhenMemoryIsShort) {
 #ifdef __SANITIZE_ADDRESS__
   const char* const options = std::getenv("ASAN_OPTIONS");
   if (options == nullptr || std::strstr(options, "allocator_may_return_null=1") == nullptr) {
@@ -103,7 +102,7 @@ TEST(Block, AlignmentStartsAtOnePage) {
   for (const unsigned long bytes : {4096UL, 4097UL, 10000UL, 1UL << 20, (4UL << 20) - 1, 4UL << 20,
                                     (4UL << 20) + 1, (9UL << 20) + 777}) {
     SCOPED_TRACE(bytes);
-    // Several at once, so that the alignment is not that of a fresh page by luck.
+    // Several at once: a single block may be aligned by chance, at the start of a new page.
     std::vector<UntypedBuffer> blocks;
     for (int i = 0; i < 3; ++i) {
       blocks.push_back(newBuffer(ArrayType::UINT8, bytes));
@@ -116,13 +115,13 @@ TEST(Block, AlignmentStartsAtOnePage) {
   }
 }
 
-// 16 bytes in front of the elements and what malloc adds by itself, 8 and rounding to 16.
-TEST(Block, SmallOnesAreSmall) {
+// 16 bytes in front of the elements, and what malloc adds: 8 bytes, rounded up to 16.
+TEST(Block, SmallOnesHaveLittleOverhead) {
   const std::size_t before = heapInUse();
   std::vector<UntypedBuffer> blocks;
   blocks.reserve(100);
   const std::size_t reserved = heapInUse();
-  if (reserved == before) GTEST_SKIP() << "another allocator is at work";
+  if (reserved == before) GTEST_SKIP() << "another allocator is in use";
   for (int i = 0; i < 100; ++i) blocks.push_back(newBuffer(ArrayType::DOUBLE, 1));
   EXPECT_LE(heapInUse() - reserved, 100U * 48U);
 }
@@ -144,8 +143,8 @@ TEST(Block, OutputsOfEarlierCallsAreOverwritten) {
   EXPECT_EQ(block, nullptr);
 }
 
-// Cycles that each keep a chunk would show. What a few keep is the allocator's affair: the chunks
-// that it holds ready count as in use, and how many those are depends on the tests before.
+// Fails if every cycle keeps a chunk. A few chunks may stay: those that the allocator keeps for
+// reuse count as in use, and their number depends on earlier tests.
 template <class Cycle>
 void expectNothingKept(const Cycle& cycle) {
   constexpr std::size_t cycles = 1000;
@@ -161,13 +160,6 @@ TEST(Block, DeletingFreesTheMemory) {
     SCOPED_TRACE(bytes);
     expectNothingKept([bytes] { newBuffer(ArrayType::UINT8, bytes); });
   }
-}
-
-// Bytes of address space in use: the largest blocks come straight from the system.
-std::size_t addressSpaceInUse() {
-  std::size_t pages = 0;
-  std::ifstream("/proc/self/statm") >> pages;
-  return pages * static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
 }
 
 TEST(Block, LargestOnesGoBackToTheSystem) {
@@ -189,7 +181,7 @@ TEST(Block, LargestOnesGoBackToTheSystem) {
 
 TEST(Block, LargeOnesDoNotOverlap) {
   constexpr std::size_t bytes = std::size_t{5} << 20;
-  newBuffer(ArrayType::UINT8, bytes);  // leaves memory behind that the next ones may be given
+  newBuffer(ArrayType::UINT8, bytes);  // freed at once, so that the next blocks may reuse it
   std::vector<UntypedBuffer> blocks;
   blocks.reserve(3);
   for (int i = 0; i < 3; ++i) {
@@ -204,7 +196,7 @@ TEST(Block, LargeOnesDoNotOverlap) {
 
 // --- Iterators and element references keep blocks
 
-// Takes memory of that size and scribbles on it, so that a freed block does not look alive.
+// Allocates memory of that size and overwrites it, so that a freed block does not keep its values.
 void overwriteFreedMemory(std::size_t bytes) {
   std::vector<std::unique_ptr<unsigned char[]>> noise;
   for (int i = 0; i < 8; ++i) {
@@ -235,7 +227,7 @@ TEST(BlockHolders, IteratorOutlivesTheReleasedBlock) {
     const TypedIterator<double> first = array.begin();
     {
       const auto block = array.release();
-      EXPECT_EQ(block.get(), std::to_address(first)) << "an iterator is no sharer";
+      EXPECT_EQ(block.get(), std::to_address(first)) << "an iterator does not share the contents";
     }
     overwriteFreedMemory(count * sizeof(double) + 16);
     const auto last = first + static_cast<std::ptrdiff_t>(count);
@@ -255,7 +247,7 @@ TEST(BlockHolders, IteratorStaysOnTheBlockThatAnotherArrayAdopts) {
   EXPECT_EQ(*reshaped.begin(), 42.0);
 }
 
-// A reference that did not hold its block would write into one of the blocks made after it.
+// Without its hold on the block, the reference would write into one of the later blocks.
 TEST(BlockHolders, ElementReferenceOutlivesTheArray) {
   for (const unsigned long count : {smallCount, largeCount}) {
     std::shared_ptr<velmar::data::detail::ReferenceImpl> reference;
@@ -273,7 +265,7 @@ TEST(BlockHolders, ElementReferenceOutlivesTheArray) {
   }
 }
 
-TEST(BlockHolders, NoBlockIsHeldByNobody) {
+TEST(BlockHolders, IteratorWithoutABlockAllocatesNothing) {
   expectNothingKept([] {
     const TypedIterator<double> nowhere;
     const TypedIterator<double> copy = nowhere;

@@ -1,4 +1,5 @@
-// Making arrays: zero-filled, from blocks of the library and of others, scalars; refusals.
+// Making arrays: zero-filled, from blocks of the library and of other allocators, scalars;
+// refusals.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -25,7 +26,7 @@ class FactoryOfType : public ::testing::Test {};
 TYPED_TEST_SUITE(FactoryOfType, AllTypes, TypeNames);
 
 TYPED_TEST(FactoryOfType, NewArraysAreZero) {
-  // Leaves used memory behind for the new array to find.
+  // Frees used memory that the new array may get.
   for (int i = 0; i < 8; ++i) sampleArray<TypeParam>({4, 5});
   const Array array = ArrayFactory().createArray(arrayTypeOf<TypeParam>, {4, 5});
   EXPECT_EQ(array.getType(), arrayTypeOf<TypeParam>);
@@ -34,7 +35,7 @@ TYPED_TEST(FactoryOfType, NewArraysAreZero) {
   EXPECT_EQ(elementsOf(TypedArray<TypeParam>(array)), std::vector<TypeParam>(20, TypeParam()));
 }
 
-// Memory that was used before must not show through, however the block came about.
+// Values in reused memory must not be visible, wherever the block comes from.
 TEST(NewArrays, OfAnySizeAreZero) {
   for (const unsigned long count : {600UL, 100000UL, 700000UL, 700000UL}) {
     std::memset(newBuffer(ArrayType::DOUBLE, count).get(), 0x55, count * sizeof(double));
@@ -55,7 +56,7 @@ TYPED_TEST(FactoryOfType, BlocksAreAdoptedInPlace) {
   EXPECT_EQ(elementsOf(typed), samples<TypeParam>(6));
 }
 
-TYPED_TEST(FactoryOfType, MemoryThatCannotBeHad) {
+TYPED_TEST(FactoryOfType, ShortMemoryIsBadAlloc) {
   const std::uint64_t tooMany = (std::uint64_t{1} << 63) / sizeof(TypeParam);
   for (const Dimensions& dimensions :
        {Dimensions{1, tooMany}, Dimensions{std::uint64_t{1} << 32, std::uint64_t{1} << 32},
@@ -130,7 +131,7 @@ TEST(AdoptedBlock, MustHoldWhatTheDimensionsSay) {
   const std::string tooSmall = "buffer is too small for dimensions.";
   const unsigned long half = 1UL << 32;
   EXPECT_EQ(refusal({2, 3}, sampleBuffer<double>(6)), "");
-  EXPECT_EQ(refusal({2, 2}, sampleBuffer<double>(6)), "") << "room to spare is no harm";
+  EXPECT_EQ(refusal({2, 2}, sampleBuffer<double>(6)), "") << "a larger block is accepted";
   EXPECT_EQ(refusal({}, sampleBuffer<double>(1)), "") << "the empty product is 1";
   EXPECT_EQ(refusal({}, sampleBuffer<double>(0)), tooSmall);
   EXPECT_EQ(refusal({2, 4}, sampleBuffer<double>(6)), tooSmall);
@@ -177,7 +178,7 @@ UntypedBuffer foreignBuffer(unsigned long count) {
   return UntypedBuffer(elements, freeForeign);
 }
 
-TEST(ForeignBlock, IsCopiedAndGivenBack) {
+TEST(ForeignBlock, IsCopiedAndFreed) {
   s_foreignFrees = 0;
   UntypedBuffer block = foreignBuffer(6);
   const void* const address = block.get();
@@ -190,7 +191,7 @@ TEST(ForeignBlock, IsCopiedAndGivenBack) {
   EXPECT_EQ(s_foreignFrees, 1);
 }
 
-TEST(ForeignBlock, IsGivenBackWhenRefused) {
+TEST(ForeignBlock, IsFreedWhenRefused) {
   s_foreignFrees = 0;
   EXPECT_NE(refusal({1UL << 32, 1UL << 32}, foreignBuffer(1)), "");
   EXPECT_EQ(s_foreignFrees, 1);
@@ -198,7 +199,7 @@ TEST(ForeignBlock, IsGivenBackWhenRefused) {
   EXPECT_EQ(s_foreignFrees, 2);
 }
 
-TEST(ForeignBlock, CopyThatCannotBeHad) {
+TEST(ForeignBlock, IsFreedWithoutMemoryForTheCopy) {
   s_foreignFrees = 0;
   EXPECT_THROW(ArrayFactory().createArrayFromBuffer({1, 1UL << 60}, ArrayType::DOUBLE,
                                                     foreignBuffer(1), storageLayout),
@@ -206,7 +207,7 @@ TEST(ForeignBlock, CopyThatCannotBeHad) {
   EXPECT_EQ(s_foreignFrees, 1);
 }
 
-// --- Types that are not handled
+// --- Unknown types
 
 TEST(UnknownType, HasNoElements) {
   for (const std::uint32_t number : {0U, 3U, 24U, 0xffffffffU}) {

@@ -1,12 +1,9 @@
-// Blocks on huge pages: where they begin, what they cost, and which region is kept for the next
-// one.
+// Blocks on huge pages: alignment, size, and the freed region that is kept for the next block.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <fstream>
 #include <vector>
 
 #include "velmardata_testing.hpp"
@@ -17,15 +14,9 @@ using namespace velmardata_testing;
 
 constexpr std::size_t megabyte = std::size_t{1} << 20;
 constexpr std::size_t hugePage = 2 * megabyte;
-constexpr std::size_t inFront = 64;  // of the elements, in the same region
+constexpr std::size_t inFront = 64;  // bytes of the region in front of the elements
 
-std::size_t addressSpaceInUse() {
-  std::size_t pages = 0;
-  std::ifstream("/proc/self/statm") >> pages;
-  return pages * static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
-}
-
-// The elements of a region that is so large, all in all.
+// The block whose region has this size in all.
 UntypedBuffer blockOfRegion(std::size_t bytes) {
   return newBuffer(ArrayType::UINT8, bytes - inFront);
 }
@@ -41,26 +32,26 @@ void leaveMarked(std::size_t bytes) {
   byteAt(block, megabyte) = 0x5a;
 }
 
-// Fresh memory is zero.
+// New memory from the system is zero.
 bool isMarked(const UntypedBuffer& block) {
   return byteAt(block, megabyte) == 0x5a;
 }
 
-// Every test begins with no region kept.
+// Every test starts without a kept region.
 class HugePages : public ::testing::Test {
  protected:
   void SetUp() override {
 #ifdef __SANITIZE_ADDRESS__
-    GTEST_SKIP() << "under the sanitizer nothing lies on huge pages";
+    GTEST_SKIP() << "no block is on huge pages under the sanitizer";
 #endif
-    addressSpaceInUse();  // what reading takes for itself is there from now on
+    addressSpaceInUse();  // the first call allocates memory of its own
     for (const std::size_t bytes : {6UL, 8UL, 10UL, 12UL, 14UL, 16UL}) {
       m_ofEachSize.push_back(blockOfRegion(bytes * megabyte));
     }
   }
 
  private:
-  std::vector<UntypedBuffer> m_ofEachSize;  // a region that was kept is among these
+  std::vector<UntypedBuffer> m_ofEachSize;  // they take the region that was kept
 };
 
 TEST_F(HugePages, RegionsBeginOnThem) {
@@ -72,7 +63,7 @@ TEST_F(HugePages, RegionsBeginOnThem) {
   }
 }
 
-// Smaller blocks have the header of the allocator in front as well.
+// Smaller blocks also have the allocator's header in front.
 TEST_F(HugePages, AreForFourMegabytesOfElementsAndMore) {
   const auto beginsOnOne = [](std::size_t bytes) {
     const UntypedBuffer block = newBuffer(ArrayType::UINT8, bytes);
@@ -82,7 +73,7 @@ TEST_F(HugePages, AreForFourMegabytesOfElementsAndMore) {
   EXPECT_FALSE(beginsOnOne(4 * megabyte - 1));
 }
 
-TEST_F(HugePages, TakeWhatRoundingAsksForAndNoMore) {
+TEST_F(HugePages, TakeTheRoundedSize) {
   const struct {
     std::size_t bytes;
     std::size_t rounded;
@@ -97,7 +88,7 @@ TEST_F(HugePages, TakeWhatRoundingAsksForAndNoMore) {
       const UntypedBuffer block = blockOfRegion(row.bytes);
       ASSERT_NE(block, nullptr);
       EXPECT_EQ(addressSpaceInUse() - before, row.rounded);
-      byteAt(block, row.bytes - inFront - 1) = 1;  // the last one is there
+      byteAt(block, row.bytes - inFront - 1) = 1;  // the last byte is usable
     }
     EXPECT_EQ(addressSpaceInUse(), before);
   }
@@ -107,9 +98,9 @@ TEST_F(HugePages, TheLastRegionIsKept) {
   for (const std::size_t bytes : {6 * megabyte, 16 * megabyte}) {
     SCOPED_TRACE(bytes);
     leaveMarked(bytes);
-    const UntypedBuffer again = blockOfRegion(bytes - 5);  // as large when rounded
+    const UntypedBuffer again = blockOfRegion(bytes - 5);  // the same size after rounding
     EXPECT_TRUE(isMarked(again));
-    EXPECT_FALSE(isMarked(blockOfRegion(bytes))) << "there is one only";
+    EXPECT_FALSE(isMarked(blockOfRegion(bytes))) << "only one region is kept";
   }
 }
 
@@ -120,7 +111,7 @@ TEST_F(HugePages, LargerOnesAreNotKept) {
   EXPECT_FALSE(isMarked(blockOfRegion(18 * megabyte)));
 }
 
-TEST_F(HugePages, AnotherSizeLeavesTheKeptOneAlone) {
+TEST_F(HugePages, BlockOfAnotherSizeDoesNotUseTheKeptRegion) {
   leaveMarked(8 * megabyte);
   {
     const UntypedBuffer other = blockOfRegion(12 * megabyte);
@@ -132,7 +123,7 @@ TEST_F(HugePages, AnotherSizeLeavesTheKeptOneAlone) {
   }
 }
 
-TEST_F(HugePages, TheOneFreedLaterTakesThePlace) {
+TEST_F(HugePages, TheRegionFreedLastReplacesTheKeptOne) {
   const std::size_t before = addressSpaceInUse();
   leaveMarked(8 * megabyte);
   EXPECT_EQ(addressSpaceInUse() - before, 8 * megabyte);

@@ -3,10 +3,12 @@
 
 #include <gtest/gtest.h>
 #include <malloc.h>
+#include <unistd.h>
 
 #include <complex>
 #include <cstddef>
 #include <cstdint>
+#include <fstream>
 #include <memory>
 #include <string>
 #include <type_traits>
@@ -140,6 +142,14 @@ const void* addressOf(const TypedArray<T>& array) {
 
 inline std::uint64_t referenceCount(const Array& array) {
   return array.impl()->m_referenceCount.load();
+}
+
+// The number of bytes of address space in use. Shows the largest blocks, which come directly from
+// the system.
+inline std::size_t addressSpaceInUse() {
+  std::size_t pages = 0;
+  std::ifstream("/proc/self/statm") >> pages;
+  return pages * static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
 }
 
 // The number of bytes that are allocated and not freed. Constant under a sanitizer, which has its

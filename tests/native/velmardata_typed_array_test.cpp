@@ -76,7 +76,7 @@ template <class T>
 class WriteArray : public ::testing::Test {};
 TYPED_TEST_SUITE(WriteArray, WritableTypes, TypeNames);
 
-// Another value than sample number 0.
+// A value other than sample number 0.
 template <class T>
 T otherValue() {
   return sample<T>(1);
@@ -251,7 +251,7 @@ TEST(ElementReferences, RefuseAnotherType) {
   EXPECT_EQ(elementsOf(array), samples<double>(6));
 }
 
-TEST(ElementReferences, CopiesStandForTheSameElement) {
+TEST(ElementReferences, CopiesReferToTheSameElement) {
   TypedArray<double> array = sampleArray<double>({1, 2});
   auto reference = array[0];
   auto copy = reference;
@@ -264,7 +264,7 @@ TEST(ElementReferences, CopiesStandForTheSameElement) {
 
 // --- Complex elements
 
-TEST(ComplexElements, ArePairsSideBySide) {
+TEST(ComplexElements, ArePairsOfAdjacentParts) {
   TypedArray<std::complex<std::int8_t>> array = sampleArray<std::complex<std::int8_t>>({1, 2});
   const auto* const parts = reinterpret_cast<const std::int8_t*>(&*array.begin());
   EXPECT_EQ(std::vector<std::int8_t>(parts, parts + 4), (std::vector<std::int8_t>{1, 61, 2, 62}));
@@ -324,7 +324,7 @@ TEST(Iterators, ServeAlgorithms) {
   EXPECT_EQ(std::count(std::as_const(array).begin(), array.end(), 1.5), 20);
 }
 
-TEST(Iterators, NowhereEqualsNowhere) {
+TEST(Iterators, WithoutABlockAreEqual) {
   EXPECT_TRUE(TypedIterator<double>() == TypedIterator<const double>());
   TypedIterator<double> it;
   it = TypedIterator<double>();
