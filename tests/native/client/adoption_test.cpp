@@ -1,4 +1,4 @@
-// Function 1 of the capsule: library arrays as Python arrays, and who holds what afterwards.
+// Function 1 of the capsule: library arrays as Python arrays, and their references afterwards.
 #include <gtest/gtest.h>
 
 #include <complex>
@@ -40,16 +40,16 @@ TYPED_TEST(Adoption, TakesOneReferenceAndGivesOne) {
   EXPECT_EQ(referenceCount(array), 2U);
   PyObject* const object = capsuleTable().MDAImplToMCPyArray(impl);
   ASSERT_NE(object, nullptr);
-  EXPECT_EQ(referenceCount(array), 2U) << "the one given over is now the object's";
+  EXPECT_EQ(referenceCount(array), 2U) << "the object owns the reference that was passed";
   EXPECT_EQ(Py_REFCNT(object), 1);
   EXPECT_EQ(Py_REFCNT(arrayClass.get()), classReferences + 1);
   PyRef::steal(object);
   EXPECT_EQ(referenceCount(array), 1U);
-  // Deliberate: an array does not give back its reference on its class.
+  // Deliberate: an array does not release its reference on its class.
   EXPECT_EQ(Py_REFCNT(arrayClass.get()), classReferences + 1);
 }
 
-TYPED_TEST(Adoption, KeepsContentsThatNobodyElseHolds) {
+TYPED_TEST(Adoption, KeepsContentsWithoutOtherOwners) {
   Array array = sampleArray<TypeParam>({2, 3});
   const PyRef adopted = adopt(array);
   const ArrayImpl* const impl = array.impl();
@@ -80,7 +80,7 @@ TYPED_TEST(Adoption, WritesFromPythonDoNotReachTheClient) {
   const PyRef adopted = adopt(array);
   setFromPython(adopted, 1, 2, otherThanSample<TypeParam>(5));
   EXPECT_EQ(elementsOf(array), samples<TypeParam>(6));
-  EXPECT_EQ(referenceCount(array), 1U) << "the object has contents of its own now";
+  EXPECT_EQ(referenceCount(array), 1U) << "the object now has its own contents";
   std::vector<TypeParam> written = samples<TypeParam>(6);
   written[5] = otherThanSample<TypeParam>(5);
   EXPECT_EQ(reprOf(adopted), textOfRows(written));
@@ -96,8 +96,9 @@ TYPED_TEST(Adoption, WritesOfTheClientDoNotReachPython) {
   EXPECT_EQ(referenceCount(array), 1U);
 }
 
-// An old iterator does not know that its array is shared. What Python reads was copied before.
-TYPED_TEST(Adoption, ReadsAreThoseOfTheMomentOfTheCall) {
+// An old iterator writes to shared contents. The elements that Python reads were copied in the
+// call.
+TYPED_TEST(Adoption, ReadsSeeTheElementsOfTheTimeOfTheCall) {
   TypedArray<TypeParam> array = sampleArray<TypeParam>({2, 3});
   const auto first = array.begin();
   const PyRef adopted = adopt(array);
@@ -163,7 +164,7 @@ TEST(AdoptionOf, ExtremeElements) {
   TypedArray<Complex> complex(sampleArray<Complex>({1, 2}));
   *complex.begin() = Complex(lowest + 1, 0);
   const TypedArray<Complex> back(handOut(adopt(complex)));
-  EXPECT_EQ(back.begin()->real(), lowest + 1) << "no element passes through a Python number";
+  EXPECT_EQ(back.begin()->real(), lowest + 1) << "elements are not converted to Python numbers";
 }
 
 // --- Failures
@@ -173,7 +174,7 @@ TEST(AdoptionFailure, NullIsReported) {
   EXPECT_TRUE(raised(PyExc_RuntimeError, "null data pointer."));
 }
 
-TEST(AdoptionFailure, TypesWithoutAClassAreReportedAndTheReferenceIsGone) {
+TEST(AdoptionFailure, TypesWithoutAClassAreReportedAndTheReferenceIsReleased) {
   std::vector<Array> arrays;
   arrays.push_back(sampleArray<char16_t>({1, 3}));
   arrays.push_back(sampleArray<char16_t>({0, 0}));
@@ -186,10 +187,10 @@ TEST(AdoptionFailure, TypesWithoutAClassAreReportedAndTheReferenceIsGone) {
     EXPECT_TRUE(raised(PyExc_RuntimeError, "invalid type."));
     EXPECT_EQ(referenceCount(array), 1U);
   }
-  EXPECT_TRUE(adopt(sampleArray<double>({2, 3}))) << "and the next call is a new one";
+  EXPECT_TRUE(adopt(sampleArray<double>({2, 3}))) << "a later call succeeds";
 }
 
-TEST(AdoptionFailure, MemoryThatCannotBeHadIsReportedAndTheReferenceIsGone) {
+TEST(AdoptionFailure, ShortMemoryIsReportedAndTheReferenceIsReleased) {
   const Array array = ArrayFactory().createArray(ArrayType::INT8, {256UL << 20, 1});
   PyRef adopted;
   bool isLimited = false;
@@ -206,12 +207,12 @@ TEST(AdoptionFailure, MemoryThatCannotBeHadIsReportedAndTheReferenceIsGone) {
   EXPECT_EQ(referenceCount(array), 1U);
 }
 
-// --- What is left behind
+// --- Leaks
 
 constexpr unsigned long manyElements = 1UL << 21;
 constexpr std::size_t oneArray = manyElements * sizeof(double);
 
-TEST(AdoptionMemory, OfObjectsThatHaveGoneIsFreed) {
+TEST(AdoptionMemory, OfDeletedObjectsIsFreed) {
   const std::size_t before = heapInUse();
   for (int i = 0; i < 8; ++i) {
     const PyRef adopted = adopt(ArrayFactory().createArray(ArrayType::DOUBLE, {manyElements, 1}));

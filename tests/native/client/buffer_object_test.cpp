@@ -1,4 +1,4 @@
-// Function 3 of the capsule: arrays of the class that a buffer asks for, and the numbers of types.
+// Function 3 of the capsule: arrays of the class that a buffer's format names, and type numbers.
 #include <gtest/gtest.h>
 
 #include <complex>
@@ -17,7 +17,7 @@ namespace {
 
 using namespace client_testing;
 
-// 4 plus the number of the class, and 10 more for complex elements.
+// 4 plus the number of the class, plus 10 for complex elements.
 template <class T>
 constexpr int typeNumber = std::is_same_v<T, bool> ? 14 : static_cast<int>(arrayTypeOf<T>);
 
@@ -75,7 +75,7 @@ TYPED_TEST(BufferObject, IsReleasedAndCopied) {
   EXPECT_EQ(referenceCount(array), 2U);
 }
 
-TYPED_TEST(BufferObject, OfRowsFirstKeepsItsShape) {
+TYPED_TEST(BufferObject, InRowMajorOrderKeepsItsShape) {
   const SampleExporter<TypeParam> exporter({2, 3}, 'C');
   const Converted converted = convertBuffer(exporter.object);
   std::vector<TypeParam> expected;
@@ -84,7 +84,7 @@ TYPED_TEST(BufferObject, OfRowsFirstKeepsItsShape) {
   EXPECT_EQ(reprOf(converted.array), textOfRows(expected));
 }
 
-// --- Objects of others
+// --- Objects of other classes
 
 struct ObjectRow {
   const char* expression;
@@ -137,7 +137,7 @@ TEST(BufferObjectOf, ThePlatformsLong) {
   EXPECT_EQ(reprOf(complexOne.array), "velmar.int64([[(1+61j),(2+62j)]], is_complex=True)");
 }
 
-// Deliberate: the number does not tell logical elements from complex doubles; the class does.
+// Deliberate: logical elements and complex doubles have the same number; the classes differ.
 TEST(BufferObjectOf, LogicalAndComplexDoubleElementsReportTheSameNumber) {
   const SampleExporter<bool> logical({1, 2});
   const SampleExporter<std::complex<double>> complex({1, 2});
@@ -149,7 +149,7 @@ TEST(BufferObjectOf, LogicalAndComplexDoubleElementsReportTheSameNumber) {
   EXPECT_EQ(handOut(fromComplex.array).getType(), ArrayType::COMPLEX_DOUBLE);
 }
 
-// --- Failures before there is a type
+// --- Failures before the type is known
 
 TEST(BufferObjectFailure, WithoutABufferThereIsNoError) {
   int type = -99;
@@ -169,7 +169,7 @@ TEST(BufferObjectFailure, WithoutABufferThereIsNoError) {
   }
 }
 
-TEST(BufferObjectFailure, NowhereForTheTypeIsReportedFirst) {
+TEST(BufferObjectFailure, NullPointerForTheTypeIsReportedFirst) {
   const SampleExporter<double> exporter({1, 2});
   for (PyObject* object : {exporter.object.get(), static_cast<PyObject*>(nullptr)}) {
     EXPECT_EQ(capsuleTable().BufferObjectToMCPyArray(object, nullptr), nullptr);
@@ -178,7 +178,7 @@ TEST(BufferObjectFailure, NowhereForTheTypeIsReportedFirst) {
   EXPECT_EQ(exporter.exports.obtained, 0);
 }
 
-TEST(BufferObjectFailure, RefusalIsTheObjectsOwn) {
+TEST(BufferObjectFailure, RefusalOfTheObjectStaysSet) {
   SampleExporter<double> exporter({1, 2});
   exporter.exports.refuses = true;
   const Py_ssize_t references = Py_REFCNT(exporter.object.get());
@@ -230,14 +230,14 @@ TEST(BufferObjectFailure, FormatsWithoutAClassAreReportedAndTheBufferIsKept) {
     EXPECT_TRUE(raised(PyExc_RuntimeError, row.message));
     EXPECT_FALSE(converted.array);
     EXPECT_EQ(converted.type, 0);
-    // Deliberate: what was obtained is not given back.
+    // Deliberate: the buffer is not released.
     EXPECT_EQ(exporter.exports.obtained, 1);
     EXPECT_EQ(exporter.exports.released, 0);
     EXPECT_EQ(Py_REFCNT(exporter.object.get()), references + 1);
   }
 }
 
-TEST(BufferObjectFailure, PythonSeesThatTheBufferIsKept) {
+TEST(BufferObjectFailure, KeptBufferIsVisibleInPython) {
   const PyRef characters = evaluate("memoryview(b'ab').cast('c')");
   EXPECT_FALSE(convertBuffer(characters).array);
   EXPECT_TRUE(raised(PyExc_RuntimeError, "format character not supported: c"));
@@ -259,12 +259,12 @@ void expectRefusal(SampleExporter<T>& exporter, int type, PyObject* exceptionCla
   const Converted converted = convertBuffer(exporter.object);
   EXPECT_TRUE(raised(exceptionClass, message));
   EXPECT_FALSE(converted.array);
-  EXPECT_EQ(converted.type, type) << "the number was known by then";
+  EXPECT_EQ(converted.type, type) << "the number is known at that point";
   EXPECT_EQ(exporter.exports.released, exporter.exports.obtained);
   EXPECT_EQ(Py_REFCNT(exporter.object.get()), references);
 }
 
-TEST(BufferObjectFailure, WhatTheClassRefusesIsReleased) {
+TEST(BufferObjectFailure, BufferThatTheClassRefusesIsReleased) {
   SampleExporter<std::int16_t> pairs({2, 3});
   pairs.exports.format = "Z?";
   expectRefusal(pairs, 24, PyExc_TypeError, "logical arrays must not be complex.");
@@ -284,7 +284,7 @@ TEST(BufferObjectFailure, WhatTheClassRefusesIsReleased) {
   expectRefusal(shapeless, 4, PyExc_BufferError, "shape is null.");
 }
 
-// --- What is left behind
+// --- Leaks
 
 TEST(BufferObjectMemory, ACallForComplexElementsLeavesOneDict) {
   const SampleExporter<double> real({1, 2});
@@ -295,10 +295,10 @@ TEST(BufferObjectMemory, ACallForComplexElementsLeavesOneDict) {
   const std::optional<double> ofDict = blocksPerCall([] {
     PyRef dict = PyRef::steal(PyDict_New());
     PyDict_SetItemString(dict.get(), "is_complex", Py_True);
-    keepForever(std::move(dict));  // deliberate: this is what is measured
+    keepForever(std::move(dict));  // the leak that is measured
   });
   EXPECT_LT(*ofReal, 0.5);
-  // Deliberate: the dict of the keyword is not given back.
+  // Deliberate: the dict of the keyword is not released.
   EXPECT_GT(*ofDict, 0.5);
   EXPECT_NEAR(*ofComplex, *ofDict, 0.5);
 }

@@ -1,4 +1,4 @@
-// The capsule itself, and functions 4 and 5: an array destroyed at once, the question for a buffer.
+// The capsule itself, and functions 4 and 5: destroying an array, asking for the buffer protocol.
 #include <gtest/gtest.h>
 
 #include <cstddef>
@@ -64,10 +64,10 @@ TYPED_TEST(Destruction, ReleasesTheContents) {
   EXPECT_TRUE(raisedNothing());
 }
 
-TYPED_TEST(Destruction, DoesNotLookAtTheCount) {
+TYPED_TEST(Destruction, IgnoresTheReferenceCount) {
   const Array array = sampleArray<TypeParam>({2, 3});
   PyObject* const object = adopt(array).release();
-  PyObject* const second = PyRef::borrow(object).release();  // never given back
+  PyObject* const second = PyRef::borrow(object).release();  // never released
   EXPECT_EQ(Py_REFCNT(second), 2);
   capsuleTable().DestroyMCPyArray(object);
   EXPECT_EQ(referenceCount(array), 1U);
@@ -85,12 +85,12 @@ TEST(DestructionOf, AnArrayWithViews) {
   const PyRef row = evaluate("a[1]", {{"a", object}});
   const PyRef yielded = evaluate("list(a)[1]", {{"a", object}});
   capsuleTable().DestroyMCPyArray(object.release());
-  EXPECT_EQ(referenceCount(array), 2U) << "a subscript keeps the contents";
+  EXPECT_EQ(referenceCount(array), 2U) << "the view of a subscript keeps the contents";
   EXPECT_EQ(reprOf(row), "velmar.double([2.0,4.0,6.0])");
   EXPECT_EQ(reprOf(yielded), "velmar.double([2.0,4.0,6.0])");
 }
 
-TEST(DestructionOf, TheLastOwnerLeavesViewsThatReport) {
+TEST(DestructionOf, TheLastOwnerExpiresTheViews) {
   const Array array = sampleArray<double>({2, 3});
   PyRef object = adopt(array);
   const PyRef yielded = evaluate("list(a)[1]", {{"a", object}});
@@ -110,7 +110,7 @@ TEST(DestructionOf, AViewReleasesItsCopy) {
   EXPECT_EQ(reprOf(object), textOfRows(samples<double>(6)));
 }
 
-TEST(DestructionOf, ViewsWhoseStorageHasGone) {
+TEST(DestructionOf, ViewsWhoseStorageHasExpired) {
   for (const char* expression : expiredViews) {
     PyRef view = evaluate(expression);
     ASSERT_EQ(Py_REFCNT(view.get()), 1);
@@ -119,7 +119,7 @@ TEST(DestructionOf, ViewsWhoseStorageHasGone) {
   EXPECT_TRUE(raisedNothing());
 }
 
-TEST(DestructionOf, WhatIsNoArrayDoesNothing) {
+TEST(DestructionOf, OtherObjectsDoesNothing) {
   capsuleTable().DestroyMCPyArray(nullptr);
   for (const char* expression :
        {"None", "5", "'text'", "[1, 2]", "object()", "__import__('velmar').double",
@@ -143,7 +143,7 @@ TEST(DestructionMemory, NoBlockOfTheInterpreterIsKept) {
 
 // --- The question for a buffer
 
-TEST(BufferQuestion, IsAnsweredByTheClassOfTheObject) {
+TEST(BufferQuestion, DependsOnTheClassOfTheObject) {
   struct Row {
     const char* expression;
     bool answer;
@@ -162,7 +162,7 @@ TEST(BufferQuestion, IsAnsweredByTheClassOfTheObject) {
       {"b'ab'", true},
       {"bytearray()", true},
       {"memoryview(b'ab')", true},
-      // It is not asked whether the request would be granted.
+      // The function does not check whether a request would succeed.
       {"memoryview(b'abcd')[::2]", true},
       {"memoryview(b'ab').cast('c')", true},
       {"__import__('array').array('d')", true},

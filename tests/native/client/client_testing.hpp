@@ -1,4 +1,4 @@
-// What the tests of the capsule share: its table as a client finds it, and arrays on both sides.
+// Shared by the tests of the capsule: its table as a client finds it, and arrays on both sides.
 #pragma once
 
 #include "module/python.hpp"
@@ -39,18 +39,20 @@ inline const velmar::MCPyArrayAPITable& capsuleTable() {
   return *table;
 }
 
-// The array as Python has it; the handle keeps its own reference. Null with the error left pending.
+// A Python array of the library array; the handle keeps its own reference. Null with the error left
+// pending.
 inline PyRef adopt(const Array& array) {
   return PyRef::steal(capsuleTable().MDAImplToMCPyArray(addReference(array.impl())));
 }
 
-// The array of an object; the handle owns the reference gained. Empty with the error left pending.
+// The library array of an object; the handle owns the new reference. Empty with the error left
+// pending.
 inline Array handOut(const PyRef& object) {
   return Array(static_cast<ArrayImpl*>(capsuleTable().MCPyArrayToMDAImpl(object.get())));
 }
 
 struct Converted {
-  PyRef array;  // null with the error left pending, if there is one
+  PyRef array;  // null on failure; an error, if one is set, is left pending
   int type;
 };
 inline Converted convertBuffer(const PyRef& object) {
@@ -59,7 +61,7 @@ inline Converted convertBuffer(const PyRef& object) {
   return {std::move(array), type};
 }
 
-// --- Arrays that Python made
+// --- Arrays made by Python
 
 template <class T>
 inline constexpr bool isComplexType = !std::is_same_v<T, typename PartOf<T>::type>;
@@ -89,7 +91,7 @@ std::string literalOf(T value) {
   }
 }
 
-// An array of so many rows; `elements` are in storage order.
+// An array with `rows` rows; `elements` are in storage order.
 template <class T>
 PyRef pythonArray(const std::vector<T>& elements, std::size_t rows) {
   std::string nested;
@@ -109,7 +111,7 @@ PyRef pythonSamples() {
   return pythonArray(samples<T>(6), 2);
 }
 
-// The text of a 2-by-3 array of these elements.
+// The repr of a 2-by-3 array of these elements.
 template <class T>
 std::string textOfRows(const std::vector<T>& elements) {
   return reprOf(pythonArray(elements, 2));
@@ -121,7 +123,7 @@ T elementAt(const Array& array, std::ptrdiff_t place) {
   return elements.begin()[place];
 }
 
-// A write from Python: array[i][k] = value.
+// Assigns from Python: array[i][k] = value.
 template <class T>
 void setFromPython(const PyRef& array, std::size_t i, std::size_t k, T value) {
   evaluate("a[" + std::to_string(i) + "].__setitem__(" + std::to_string(k) + ", " +
@@ -129,28 +131,29 @@ void setFromPython(const PyRef& array, std::size_t i, std::size_t k, T value) {
            {{"a", array}});
 }
 
-// --- Arrays in states that have to be made
+// --- Arrays in unusual states
 
-// A record as it is before its construction.
+// A record whose array was not constructed.
 inline PyRef bareRecord(const PyRef& arrayClass) {
   return PyRef::steal(PyType_GenericAlloc(reinterpret_cast<PyTypeObject*>(arrayClass.get()), 0));
 }
 
-// Expressions for views whose storage has gone, or that never had any.
+// Expressions for views whose storage has expired, or that never had storage.
 constexpr const char* expiredViews[] = {
     "list(__import__('velmar').double([[1, 2, 3], [4, 5, 6]]))[0]",
     "list(__import__('velmar').double([[[1, 2], [3, 4]], [[5, 6], [7, 8]]]))[1]",
     "list(__import__('velmar').logical([[True, False]] * 2))[1]",
     "list(__import__('velmar').int8([[1, 2], [3, 4]], is_complex=True))[1]",
-    // A slice of a view that a loop yields has no storage even while the array lives.
+    // A slice of a view that a loop yields has no storage even while the array exists.
     "[row[::-1] for row in [__import__('velmar').double([[1, 2, 3], [4, 5, 6]])] for row in "
     "row][0]",
 };
 
-// --- What is left behind
+// --- Leaks
 
-// How many of the interpreter's memory blocks a call leaves behind; none if they are not counted.
-// What is kept is kept in every round, and the least leaves out what the interpreter caches.
+// The number of the interpreter's memory blocks that a call leaves allocated; empty if the
+// interpreter does not count them. The smallest result of several rounds, because its own caches do
+// not grow in every round.
 template <class Action>
 std::optional<double> blocksPerCall(Action action) {
   const auto allocatedBlocks = [] {

@@ -1,4 +1,4 @@
-// Function 2 of the capsule: the library array behind a Python array, and who holds what then.
+// Function 2 of the capsule: the library array of a Python array or view, and its references.
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -20,7 +20,7 @@ TYPED_TEST_SUITE(HandingOut, WritableTypes, TypeNames);
 
 // --- Arrays without subscripts
 
-TYPED_TEST(HandingOut, GivesTheArrayItselfWithOneReferenceMore) {
+TYPED_TEST(HandingOut, GivesTheArrayItselfWithANewReference) {
   const Array array = sampleArray<TypeParam>({2, 3});
   const PyRef adopted = adopt(array);
   const Py_ssize_t references = Py_REFCNT(adopted.get());
@@ -37,7 +37,7 @@ TYPED_TEST(HandingOut, GivesTheArrayItselfWithOneReferenceMore) {
   EXPECT_TRUE(raisedNothing());
 }
 
-TYPED_TEST(HandingOut, GivesWhatPythonMade) {
+TYPED_TEST(HandingOut, GivesArraysMadeByPython) {
   const PyRef object = pythonSamples<TypeParam>();
   const Array array = handOut(object);
   EXPECT_TRUE(raisedNothing());
@@ -55,7 +55,7 @@ TYPED_TEST(HandingOut, OutlivesTheObject) {
   EXPECT_EQ(elementsOf(TypedArray<TypeParam>(array)), samples<TypeParam>(6));
 }
 
-TYPED_TEST(HandingOut, WritesOnEitherSideStayThere) {
+TYPED_TEST(HandingOut, WritesDoNotReachTheOtherSide) {
   const PyRef object = pythonSamples<TypeParam>();
   TypedArray<TypeParam> array(handOut(object));
   *array.begin() = otherThanSample<TypeParam>(0);
@@ -91,12 +91,12 @@ TYPED_TEST(HandingOut, GivesACopyOfAView) {
       elementsOf(elements),
       (std::vector<TypeParam>{sample<TypeParam>(1), sample<TypeParam>(3), sample<TypeParam>(5)}));
   EXPECT_NE(addressOf(elements), addressOf(TypedArray<TypeParam>(array)));
-  EXPECT_EQ(referenceCount(array), 2U) << "of the whole array no more is held";
-  EXPECT_EQ(referenceCount(copy), 3U) << "the view's, the one gained, and the typed handle's";
+  EXPECT_EQ(referenceCount(array), 2U) << "the copy holds no reference to the whole array";
+  EXPECT_EQ(referenceCount(copy), 3U) << "of the view, the handle and the typed handle";
   EXPECT_EQ(Py_REFCNT(row.get()), references);
 }
 
-TYPED_TEST(HandingOut, GivesTheSameCopyOfTheSameViewOnly) {
+TYPED_TEST(HandingOut, GivesOneCopyForEachView) {
   const PyRef object = pythonSamples<TypeParam>();
   PyRef row = evaluate("a[1]", {{"a", object}});
   const PyRef sameRow = evaluate("a[1]", {{"a", object}});
@@ -105,7 +105,7 @@ TYPED_TEST(HandingOut, GivesTheSameCopyOfTheSameViewOnly) {
   EXPECT_EQ(second.impl(), first.impl());
   EXPECT_EQ(referenceCount(first), 3U);
 
-  // Deliberate: the copy is made once, and what is written later does not reach it.
+  // Deliberate: the copy is made once, and later writes do not reach it.
   setFromPython(object, 1, 2, otherThanSample<TypeParam>(5));
   const Array third = handOut(row);
   EXPECT_EQ(third.impl(), first.impl());
@@ -115,10 +115,10 @@ TYPED_TEST(HandingOut, GivesTheSameCopyOfTheSameViewOnly) {
   EXPECT_EQ(elementAt<TypeParam>(other, 2), otherThanSample<TypeParam>(5));
 
   row = PyRef();
-  EXPECT_EQ(referenceCount(first), 3U) << "the three handles alone";
+  EXPECT_EQ(referenceCount(first), 3U) << "only those of the three handles";
 }
 
-TYPED_TEST(HandingOut, WritesToTheCopyOfAViewStayThere) {
+TYPED_TEST(HandingOut, WritesToTheCopyOfAViewDoNotReachTheView) {
   const PyRef object = pythonSamples<TypeParam>();
   const PyRef row = evaluate("a[1]", {{"a", object}});
   TypedArray<TypeParam> copy(handOut(row));
@@ -143,7 +143,8 @@ const ViewRow viewRows[] = {
     {"a[1:]", {1, 3}, {2, 4, 6}},
     {"a[1:][0]", {1, 3}, {2, 4, 6}},
     {"list(a)[1]", {1, 3}, {2, 4, 6}},
-    // Deliberate: without elements the dimensions are those of the whole array, the first 0.
+    // Deliberate: without elements the dimensions are those of the whole array, except that the
+    // first is 0.
     {"a[1:1]", {0, 3}, {}},
     {"a[1][3:]", {0, 3}, {}},
 };
@@ -185,12 +186,12 @@ TEST(HandingOutOf, AReshapedArrayHasItsNewDimensions) {
   const Array reshaped = handOut(adopted);
   EXPECT_EQ(reshaped.getDimensions(), (Dimensions{3, 2}));
   EXPECT_EQ(elementsOf(TypedArray<double>(reshaped)), samples<double>(6));
-  EXPECT_EQ(array.getDimensions(), (Dimensions{2, 3})) << "the client's is as it was";
+  EXPECT_EQ(array.getDimensions(), (Dimensions{2, 3})) << "the array of the client is unchanged";
 }
 
 // --- Round trips
 
-TYPED_TEST(HandingOut, BackFromPythonItIsTheSameArray) {
+TYPED_TEST(HandingOut, RoundTripGivesTheSameArray) {
   Array array = sampleArray<TypeParam>({2, 3});
   const ArrayImpl* const impl = array.impl();
   PyRef object = adopt(array);
@@ -201,11 +202,11 @@ TYPED_TEST(HandingOut, BackFromPythonItIsTheSameArray) {
     ASSERT_TRUE(object);
     EXPECT_EQ(handed.impl(), impl);
   }
-  EXPECT_EQ(impl->m_referenceCount.load(), 1U) << "the last object's";
+  EXPECT_EQ(impl->m_referenceCount.load(), 1U) << "the reference of the last object";
   EXPECT_EQ(reprOf(object), textOfRows(samples<TypeParam>(6)));
 }
 
-TYPED_TEST(HandingOut, OfAViewAndBackIsAnArrayOfItsOwn) {
+TYPED_TEST(HandingOut, RoundTripOfAViewGivesANewArray) {
   const PyRef object = pythonSamples<TypeParam>();
   const PyRef view = evaluate("a[::-1]", {{"a", object}});
   const PyRef back = adopt(handOut(view));
@@ -217,7 +218,7 @@ TYPED_TEST(HandingOut, OfAViewAndBackIsAnArrayOfItsOwn) {
 
 // --- Failures
 
-TEST(HandingOutFailure, WhatIsNoArrayIsReported) {
+TEST(HandingOutFailure, OtherObjectsAreReported) {
   EXPECT_EQ(capsuleTable().MCPyArrayToMDAImpl(nullptr), nullptr);
   EXPECT_TRUE(raised(PyExc_RuntimeError, notInitialized));
   const char* const objects[] = {
@@ -251,7 +252,7 @@ TYPED_TEST(HandingOut, ReportsARecordBeforeItsConstruction) {
   EXPECT_EQ(Py_REFCNT(record.get()), 1);
 }
 
-TEST(HandingOutFailure, ViewsWhoseStorageHasGoneAreReported) {
+TEST(HandingOutFailure, ViewsWhoseStorageHasExpiredAreReported) {
   for (const char* expression : expiredViews) {
     SCOPED_TRACE(expression);
     const PyRef view = evaluate(expression);
@@ -264,7 +265,7 @@ TEST(HandingOutFailure, ViewsWhoseStorageHasGoneAreReported) {
   }
 }
 
-TEST(HandingOutFailure, ACopyMadeInTimeOutlivesTheStorage) {
+TEST(HandingOutFailure, EarlierCopyOutlivesTheStorage) {
   PyRef owner = pythonSamples<double>();
   const PyRef row = evaluate("list(a)[1]", {{"a", owner}});
   const Array first = handOut(row);
@@ -275,7 +276,7 @@ TEST(HandingOutFailure, ACopyMadeInTimeOutlivesTheStorage) {
   EXPECT_EQ(elementsOf(TypedArray<double>(second)), (std::vector<double>{2, 4, 6}));
 }
 
-// --- What is left behind
+// --- Leaks
 
 TEST(HandingOutMemory, ReleasedArraysAreFreed) {
   constexpr unsigned long count = 1UL << 21;
