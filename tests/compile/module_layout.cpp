@@ -1,4 +1,4 @@
-// Facts about the module that hold or do not compile: numbers, records, items, signatures, texts.
+// Static assertions about the module: numbers, records, index items, signatures, texts.
 #include "module/python.hpp"
 
 #include <complex>
@@ -9,23 +9,29 @@
 #include <string_view>
 #include <type_traits>
 #include <utility>
-#include <variant>
 #include <vector>
+#include <velmardata/velmardata.hpp>
 
+#include "construct/construction_shape.hpp"
 #include "construct/constructor_entry.hpp"
 #include "construct/element_conversion.hpp"
 #include "construct/final_constructor_parser.hpp"
 #include "construct/layout_conversion.hpp"
 #include "indexing/element_read.hpp"
-#include "indexing/index_items.hpp"
-#include "indexing/traversal.hpp"
+#include "indexing/element_write.hpp"
+#include "indexing/subscripts.hpp"
 #include "module/element_types.hpp"
 #include "module/entry/type_specs.hpp"
 #include "module/py_ref.hpp"
 #include "module/support.hpp"
 #include "module/type_objects.hpp"
+#include "operations/handlers.hpp"
 #include "operations/iterator.hpp"
-#include "operations/text_forms.hpp"
+#include "storage/element_buffer.hpp"
+#include "storage/element_writer.hpp"
+#include "storage/index_chain.hpp"
+#include "storage/index_items.hpp"
+#include "storage/mcpp_py_array.hpp"
 #include "storage/mcpy_array.hpp"
 #include "storage/md_array_wrapper.hpp"
 
@@ -54,7 +60,7 @@ static_assert(std::string_view(TypeAsChar.data(), TypeAsChar.size()) == "dfbBhHi
 
 template <class T>
 constexpr bool isCalled(std::string_view word, SupportedArrayEnum type) {
-  return typeWord<T> == word && classOf<T> == type;
+  return typeWord<T> == word && typeWordOf(type) == word && classOf<T> == type;
 }
 static_assert(isCalled<double>("double", SupportedArrayEnum::Double));
 static_assert(isCalled<float>("single", SupportedArrayEnum::Single));
@@ -73,6 +79,13 @@ static_assert(typeWord<char16_t> == std::string_view("double"));
 
 static_assert(isComplexElement<std::complex<double>> && !isComplexElement<double>);
 static_assert(isSame<Part<std::complex<float>>, float> && isSame<Part<bool>, bool>);
+
+template <class T>
+constexpr bool hasItsFacts = factsOf<T>.type == foundation::velmardata::arrayTypeOf<T> &&
+                             factsOf<T>.size == sizeof(T) && factsOf<T>.word == typeWord<T>;
+#define X(name, number, type) static_assert(hasItsFacts<type>);
+VELMARDATA_FOR_EACH_ARRAY_TYPE(X)
+#undef X
 
 static_assert(isSame<decltype(TypeAndComplexity::isValid), bool>);
 static_assert(isSame<decltype(TypeAndComplexity::supportedArrayEnum), SupportedArrayEnum>);
@@ -100,34 +113,44 @@ static_assert(sizeof(PyRef) == sizeof(PyObject*));
 static_assert(!std::is_copy_constructible_v<PyRef> && !std::is_copy_assignable_v<PyRef>);
 static_assert(std::is_nothrow_move_constructible_v<PyRef>);
 static_assert(std::is_nothrow_move_assignable_v<PyRef>);
-static_assert(!std::is_convertible_v<PyObject*, PyRef>, "whose reference it is is written out");
-static_assert(!std::is_copy_constructible_v<RecursionGuard>);
+static_assert(!std::is_convertible_v<PyObject*, PyRef>, "the code says steal or borrow");
+
+// --- Guards: one scope each
+
+template <class T>
+constexpr bool isCopiedOrMoved =
+    std::is_copy_constructible_v<T> || std::is_move_constructible_v<T> ||
+    std::is_copy_assignable_v<T> || std::is_move_assignable_v<T>;
+static_assert(!isCopiedOrMoved<RecursionGuard> && !isCopiedOrMoved<ErrorPutAside>);
+static_assert(!isCopiedOrMoved<BufferGuard> && !isCopiedOrMoved<ElementWriter<double>>);
 
 // --- Views and storage: plain classes
 
 static_assert(!std::is_polymorphic_v<MCppPyArray> && !std::is_polymorphic_v<MDArrayWrapper>);
-static_assert(!std::is_copy_constructible_v<MCppPyArray>, "whether it is weak is written out");
-static_assert(!std::is_copy_assignable_v<MCppPyArray>);
-static_assert(std::is_constructible_v<MCppPyArray, MCppPyArray&, bool>);
-static_assert(std::is_copy_constructible_v<MDArrayWrapper>);
-static_assert(!std::is_copy_assignable_v<MDArrayWrapper>);
+static_assert(!isCopiedOrMoved<MCppPyArray>, "the code says whether a copy is weak");
+static_assert(std::is_constructible_v<MCppPyArray, const MCppPyArray&, bool>);
+static_assert(std::is_constructible_v<MCppPyArray, const MCppPyArray&, const Position&, bool>);
+static_assert(!isCopiedOrMoved<MDArrayWrapper>, "the mirror has one owner");
+static_assert(std::is_constructible_v<MDArrayWrapper, foundation::velmardata::Array&&, char>);
+static_assert(!std::is_constructible_v<MDArrayWrapper, const foundation::velmardata::Array&, char>,
+              "an array is moved into its storage");
+static_assert(isSame<decltype(std::declval<const MCppPyArray&>().chain()), const IndexChain&>,
+              "a chain that Python has seen does not change");
+static_assert(isSame<decltype(std::declval<const MCppPyArray&>().wrapper()), WrapperAccess>);
 static_assert(
-    isSame<decltype(std::declval<const MCppPyArray&>().getRestrictingIndices()), IndexChain>);
-static_assert(isSame<decltype(std::declval<MCppPyArray&>().getIndicesRef()), IndexChain&>);
-static_assert(
-    isSame<decltype(std::declval<const MCppPyArray&>().shape()), const std::vector<std::int64_t>&>);
-static_assert(isSame<decltype(std::declval<const MCppPyArray&>().getOrder()), char>);
+    isSame<decltype(std::declval<const MCppPyArray&>().borrowWrapper()), const MDArrayWrapper*>);
 static_assert(isSame<decltype(std::declval<const MCppPyArray&>().getNumberOfDimensions()), int>);
-static_assert(isSame<decltype(std::declval<const MCppPyArray&>().isReadOnly()), int>);
+static_assert(isSame<decltype(std::declval<const MDArrayWrapper&>().shape()),
+                     const std::vector<std::int64_t>&>);
+static_assert(isSame<decltype(std::declval<const MDArrayWrapper&>().getOrder()), char>);
+static_assert(isSame<decltype(std::declval<const MDArrayWrapper&>().isReadOnly()), int>);
 
-// --- Index items: flat values
+// --- Index items and chains: values
 
 static_assert(std::is_trivially_copyable_v<IntegerIndexItem>);
 static_assert(std::is_trivially_copyable_v<SliceIndexItem>);
-static_assert(std::is_trivially_copyable_v<IndexVariant>);
-static_assert(std::variant_size_v<IndexVariant> == 2);
-static_assert(isSame<std::variant_alternative_t<0, IndexVariant>, IntegerIndexItem>);
-static_assert(isSame<std::variant_alternative_t<1, IndexVariant>, SliceIndexItem>);
+static_assert(std::is_copy_constructible_v<IndexChain> && std::is_copy_assignable_v<IndexChain>);
+static_assert(!std::is_convertible_v<Position, IndexChain>);
 static_assert(!IntegerIndexItem{}.m_isNormalized);
 static_assert(!SliceIndexItem{}.m_isNormalized && !SliceIndexItem{}.m_start &&
               !SliceIndexItem{}.m_stop && !SliceIndexItem{}.m_step &&
@@ -135,6 +158,7 @@ static_assert(!SliceIndexItem{}.m_isNormalized && !SliceIndexItem{}.m_start &&
 static_assert(isSame<decltype(SliceIndexItem::m_slice_len), std::optional<std::int64_t>>);
 static_assert(
     isSame<decltype(getIntegerIndexFromIndexObject(nullptr)), std::optional<std::int64_t>>);
+static_assert(isSame<decltype(getSliceData(nullptr, 0)), std::optional<SliceIndexItem>>);
 
 // --- Construction
 
@@ -143,22 +167,25 @@ constexpr bool isElementBuffer = isSame<ElementBuffer<T>, std::unique_ptr<T[], v
 #define X(name, number, type) static_assert(isElementBuffer<type>);
 VELMARDATA_FOR_EACH_ARRAY_TYPE(X)
 #undef X
-static_assert(!std::is_copy_constructible_v<FinalConstructorParser<double>>);
+static_assert(!isCopiedOrMoved<FinalConstructorParser<double>>);
+static_assert(
+    isSame<decltype(std::declval<FinalConstructorParser<bool>&>().shape()), ConstructionShape&>);
 static_assert(isSame<decltype(ConversionFailure::exceptionClass), PyObject*>);
 static_assert(isSame<decltype(ConversionResult<bool>::value), std::optional<bool>>);
 static_assert(isSame<decltype(ConversionResult<bool>::failure), std::optional<ConversionFailure>>);
 static_assert(isSame<decltype(convertDoubleToFloat(1.0)), float>);
 
-// --- Handlers promise nothing about exceptions: one that is no one's to catch has to get out.
+// --- Handlers are not noexcept: an exception that no handler catches must leave them.
 
 static_assert(!noexcept(MCPyArray_Delete(nullptr)));
 static_assert(!noexcept(MCPyArray_NumElemsInFirstDim(nullptr)));
 static_assert(!noexcept(MCPyIter_GetIter(nullptr)));
-#define X(name, number, enumerator, type, ...)                              \
-  static_assert(!noexcept(MCPyArray_New<type>(nullptr, nullptr, nullptr))); \
-  static_assert(!noexcept(MCPyArray_GetItem<type>(nullptr, 0)));            \
-  static_assert(!noexcept(MCPyArray_GetViaIndex<type>(nullptr, nullptr)));  \
-  static_assert(!noexcept(MCPyArray_GetStr<type>(nullptr)));                \
+#define X(name, number, enumerator, type, ...)                                      \
+  static_assert(!noexcept(MCPyArray_New<type>(nullptr, nullptr, nullptr)));         \
+  static_assert(!noexcept(MCPyArray_GetItem<type>(nullptr, 0)));                    \
+  static_assert(!noexcept(MCPyArray_GetViaIndex<type>(nullptr, nullptr)));          \
+  static_assert(!noexcept(MCPyArray_SetViaIndex<type>(nullptr, nullptr, nullptr))); \
+  static_assert(!noexcept(MCPyArray_GetStr<type>(nullptr)));                        \
   static_assert(!noexcept(MCPyArray_GetRepr<type>(nullptr)));
 VELMARDATA_FOR_EACH_CLASS_TYPE(X)
 #undef X
@@ -172,9 +199,10 @@ static_assert(reads(messages::objectNotInitialized, "object not initialized."));
 static_assert(reads(messages::cannotInitializeObject, "unable to initialize C object."));
 static_assert(reads(messages::nullDataPointer, "null data pointer."));
 static_assert(reads(messages::expiredStorage, "locked shared pointer is null."));
-static_assert(reads(messages::noFinalSlice,
-                    "unable to retrieve index values from slice in final position."));
-static_assert(reads(messages::unexpectedSlice, "slice index unexpectedly found."));
+static_assert(reads(messages::unequalShapes,
+                    "unable to perform assignment because the left and right sides have a "
+                    "different shape."));
+static_assert(reads(messages::invalidIndex, "index has an invalid value: "));
 static_assert(reads(messages::indexIsNoIndex, "index is not an integer or slice."));
 static_assert(reads(messages::tooManyIndices, "too many indices."));
 static_assert(reads(messages::zeroStep, "slice step cannot be zero."));

@@ -1,4 +1,4 @@
-// Facts about the data library that hold or do not compile: numbers, layout, what must not exist.
+// Static assertions about the data library: numbers, layout, and code that must not compile.
 #include <atomic>
 #include <complex>
 #include <concepts>
@@ -18,7 +18,7 @@ namespace {
 using namespace foundation::velmardata;
 using velmar::data::impl::ArrayImpl;
 
-// --- Element types: the numbers and sizes that programs outside rely on.
+// --- Element types: numbers and sizes that other programs rely on.
 
 static_assert(std::same_as<std::underlying_type_t<ArrayType>, std::uint32_t>);
 
@@ -60,17 +60,17 @@ static_assert(!ArrayElement<std::complex<bool>> && !ArrayElement<char> && !Array
 static_assert(!ArrayElement<long double> && !ArrayElement<const double>);
 static_assert(static_cast<int>(velmar::data::MemoryLayout::Default) == 0);
 
-// --- ArrayImpl: the count can be raised knowing nothing but where it is.
+// --- ArrayImpl: a program that only knows where the count is can raise it.
 
 static_assert(std::is_standard_layout_v<ArrayImpl>);
 static_assert(offsetof(ArrayImpl, m_referenceCount) == 0);
 static_assert(std::same_as<decltype(ArrayImpl::m_referenceCount), std::atomic<std::uint64_t>>);
 static_assert(sizeof(std::atomic<std::uint64_t>) == 8);
 static_assert(std::atomic<std::uint64_t>::is_always_lock_free);
-static_assert(!std::is_default_constructible_v<ArrayImpl>, "only the library makes contents");
-static_assert(!std::is_destructible_v<ArrayImpl>, "contents go with their last reference");
+static_assert(!std::is_default_constructible_v<ArrayImpl>, "only the library creates contents");
+static_assert(!std::is_destructible_v<ArrayImpl>, "the last reference deletes the contents");
 
-// --- Array and its heirs: handles of a table pointer and one pointer to the contents.
+// --- Array and its derived classes: a pointer to the virtual table and one to the contents.
 
 static_assert(std::has_virtual_destructor_v<Array>);
 static_assert(std::has_virtual_destructor_v<TypedArray<double>>);
@@ -82,14 +82,14 @@ static_assert(std::is_nothrow_copy_constructible_v<Array>);
 static_assert(std::is_nothrow_copy_assignable_v<Array>);
 static_assert(std::is_nothrow_move_constructible_v<TypedArray<bool>>);
 static_assert(std::is_nothrow_move_assignable_v<TypedArray<bool>>);
-static_assert(!std::convertible_to<ArrayImpl*, Array>, "adopting a reference is written out");
+static_assert(!std::convertible_to<ArrayImpl*, Array>, "adopting a reference is explicit");
 static_assert(
     std::same_as<decltype(std::declval<Array>().getDimensions()), std::vector<unsigned long>>);
 static_assert(std::same_as<decltype(std::declval<Array>().getNumberOfElements()), std::uint64_t>);
 static_assert(noexcept(std::declval<const Array&>().getType()));
 static_assert(noexcept(std::declval<const Array&>().getNumberOfElements()));
 
-// --- Elements: 21 types may be written, characters only read.
+// --- Elements: 21 types can be written, characters can only be read.
 
 template <class Handle>
 constexpr bool canWriteThroughBegin = requires(Handle array) { *array.begin() = *array.begin(); };
@@ -125,7 +125,7 @@ static_assert(!canSetElement<char16_t> && !canMakeScalar<char16_t> && !canMakeBu
 static_assert(!canSetElement<std::complex<bool>> && !canMakeBuffer<char>);
 static_assert(!std::is_copy_assignable_v<ElementReference<double>>);
 
-// --- Typed buffers become arrays for the ten real numeric types only.
+// --- Only typed buffers of the ten real numeric types become arrays.
 
 template <class T>
 using Buffer = std::unique_ptr<T[], void (*)(void*)>;
