@@ -245,7 +245,7 @@ TEST(Agreement, IsOfShapesOrOfAFlatListWithItsSize) {
       {{2, 3}, {5}, &MCPyError::shapeErr, false},
       {{2, 2}, {2, 3}, &MCPyError::shapeErr, false},
       {{0, 5}, {1}, &MCPyError::shapeErr, false},
-      // Both products wrap around to 0.
+      // The product of `size` wraps around to 0. The exact product is checked later.
       {{two32, two32}, {0}, nullptr, false},
   };
   for (const AgreementRow& row : rows) {

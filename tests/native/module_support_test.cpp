@@ -219,9 +219,9 @@ TEST(PutAside, LaterErrorIsDropped) {
   }
 }
 
-// --- Buffers
+// --- Buffers of other objects
 
-TEST(Buffers, AreReleasedAtTheEndOfTheScope) {
+TEST(BufferGuards, AreReleasedAtTheEndOfTheScope) {
   SampleExporter<double> exporter({2, 3});
   {
     BufferGuard buffer;
@@ -236,7 +236,7 @@ TEST(Buffers, AreReleasedAtTheEndOfTheScope) {
   EXPECT_EQ(Py_REFCNT(exporter.object.get()), 1);
 }
 
-TEST(Buffers, ThatWereRefusedAreNotReleased) {
+TEST(BufferGuards, ThatWereRefusedAreNotReleased) {
   SampleExporter<double> exporter({2, 3});
   exporter.exports.refuses = true;
   {
@@ -248,7 +248,7 @@ TEST(Buffers, ThatWereRefusedAreNotReleased) {
   EXPECT_EQ(Py_REFCNT(exporter.object.get()), 1);
 }
 
-TEST(Buffers, FilledInPlaceAreReleasedOnlyIfHeld) {
+TEST(BufferGuards, FilledInPlaceAreReleasedOnlyIfHeld) {
   SampleExporter<double> exporter({2, 3});
   Py_buffer kept = {};
   for (const bool isHeld : {true, false}) {
@@ -265,7 +265,7 @@ TEST(Buffers, FilledInPlaceAreReleasedOnlyIfHeld) {
 }
 
 // The release may run Python code, which must not start with an error pending.
-TEST(Buffers, PendingErrorIsPutAsideForTheRelease) {
+TEST(BufferGuards, PendingErrorIsPutAsideForTheRelease) {
   SampleExporter<double> exporter({2, 3});
   bool wasPending = true;
   exporter.exports.onRelease = [&wasPending] { wasPending = PyErr_Occurred() != nullptr; };
