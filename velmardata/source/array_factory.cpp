@@ -75,9 +75,8 @@ void ArrayFactory::createBuffer(void** buffer, void (**deleter)(void*), int arra
 Array ArrayFactory::createArray(ArrayType type, std::vector<unsigned long> dimensions) const {
   const std::optional<Extent> extent = extentOf(type, dimensions);
   if (!extent) throw std::bad_alloc();
-  OwnedBlock block = allocateBlock(extent->bytes);
+  OwnedBlock block = allocateBlock(extent->bytes, velmar::data::impl::Fill::Zeros);
   if (!block) throw std::bad_alloc();
-  std::memset(elementsOf(block.get()), 0, extent->bytes);
   return Array(new ArrayRecord(type, std::move(dimensions), extent->elements, std::move(block)));
 }
 

@@ -4,6 +4,7 @@
 #include <cassert>
 #include <cstddef>
 #include <cstdlib>
+#include <cstring>
 #include <limits>
 #include <new>
 
@@ -37,40 +38,44 @@ struct EmptyBlock {
 };
 alignas(largeAlignment) constinit EmptyBlock s_emptyBlock;
 
-// The distance in bytes from the start of the allocation to the elements.
+// The distance in bytes from the start of an allocation by malloc to the elements.
 std::size_t offsetOfElements(std::uint64_t bytes) noexcept {
   return bytes < largeBytes ? sizeof(BlockHeader) : largeAlignment;
 }
 
-// Memory for a block with `bytes` bytes of elements, uninitialised; null on failure.
-void* allocate(std::uint64_t bytes) noexcept {
+// Memory for `bytes` bytes of elements, with room for the header in front; null on failure.
+void* allocateElements(std::uint64_t bytes, Fill fill) noexcept {
+  if (bytes >= hugePageBytes) return allocateHugePages(bytes, fill);
   const std::uint64_t total = offsetOfElements(bytes) + bytes;
-  if (bytes >= hugePageBytes) return allocateHugePages(total);
-  if (bytes < largeBytes) return std::malloc(total);
-  return std::aligned_alloc(largeAlignment,
-                            (total + largeAlignment - 1) / largeAlignment * largeAlignment);
+  void* start = bytes < largeBytes
+                    ? std::malloc(total)
+                    : std::aligned_alloc(largeAlignment, (total + largeAlignment - 1) /
+                                                             largeAlignment * largeAlignment);
+  if (start == nullptr) return nullptr;
+  void* elements = static_cast<std::byte*>(start) + offsetOfElements(bytes);
+  if (fill == Fill::Zeros) std::memset(elements, 0, bytes);
+  return elements;
 }
 
-void deallocate(void* start, std::uint64_t bytes) noexcept {
+void freeElements(void* elements, std::uint64_t bytes) noexcept {
   if (bytes >= hugePageBytes) {
-    freeHugePages(start, offsetOfElements(bytes) + bytes);
+    freeHugePages(elements, bytes);
   } else {
-    std::free(start);
+    std::free(static_cast<std::byte*>(elements) - offsetOfElements(bytes));
   }
 }
 
 }  // namespace
 
-OwnedBlock allocateBlock(std::uint64_t bytes) noexcept {
+OwnedBlock allocateBlock(std::uint64_t bytes, Fill fill) noexcept {
   if (bytes == 0) {
     s_emptyBlock.m_header.m_count.fetch_add(1, std::memory_order_relaxed);
     return OwnedBlock(&s_emptyBlock.m_header);
   }
   if (bytes > maximumBytes) return nullptr;
 
-  void* start = allocate(bytes);
-  if (start == nullptr) return nullptr;
-  void* elements = static_cast<std::byte*>(start) + offsetOfElements(bytes);
+  void* elements = allocateElements(bytes, fill);
+  if (elements == nullptr) return nullptr;
   auto* block = new (blockOf(elements)) BlockHeader;
   block->m_bytes = bytes;
   return OwnedBlock(block);
@@ -81,7 +86,7 @@ void releaseBlock(BlockHolders* block) noexcept {
   if (block->m_count.fetch_sub(1, std::memory_order_acq_rel) != 1) return;
   auto* header = static_cast<BlockHeader*>(block);
   const std::uint64_t bytes = header->m_bytes;
-  deallocate(static_cast<std::byte*>(elementsOf(header)) - offsetOfElements(bytes), bytes);
+  freeElements(elementsOf(header), bytes);
 }
 
 void deleteElements(void* elements) noexcept {

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <memory>
 
+#include "huge_pages.hpp"
 #include "velmardata/block_hold.hpp"
 
 namespace velmar::data::impl {
@@ -28,7 +29,7 @@ using OwnedBlock = std::unique_ptr<BlockHeader, BlockReleaser>;
 
 // A block for `bytes` bytes of elements, uninitialised; null if there is no memory. A block of 0
 // bytes is never null.
-OwnedBlock allocateBlock(std::uint64_t bytes) noexcept;
+OwnedBlock allocateBlock(std::uint64_t bytes, Fill fill = Fill::Nothing) noexcept;
 
 inline void* elementsOf(BlockHeader* block) noexcept {
   assert(block != nullptr);

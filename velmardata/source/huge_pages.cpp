@@ -6,6 +6,7 @@
 #include <atomic>
 #include <cassert>
 #include <cstddef>
+#include <cstring>
 #include <new>
 
 namespace velmar::data::impl {
@@ -14,7 +15,8 @@ namespace {
 constexpr std::uint64_t hugePage = std::uint64_t{2} << 20;
 constexpr std::uint64_t keptAtMost = std::uint64_t{16} << 20;
 
-// Lies at the start of a freed region that is kept for reuse; m_bytes is the size of the region.
+// Lies in front of the memory of a freed region that is kept for reuse; m_bytes is the size of the
+// memory without the bytes in front.
 struct KeptRegion {
   std::uint64_t m_bytes;
 };
@@ -24,46 +26,64 @@ std::uint64_t roundedToHugePages(std::uint64_t bytes) noexcept {
   return (bytes + hugePage - 1) / hugePage * hugePage;
 }
 
-// `bytes` bytes (whole huge pages), aligned to a huge page; null on failure. Maps one huge page
-// more than needed and unmaps the parts before and after the aligned region.
-void* mapRegion(std::uint64_t bytes) noexcept {
-  void* mapped =
-      mmap(nullptr, bytes + hugePage, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+// `bytes` bytes (whole huge pages), aligned to a huge page, with the bytes in front; null on
+// failure. Maps one huge page more than needed and unmaps the parts before and after.
+std::byte* mapRegion(std::uint64_t bytes) noexcept {
+  const std::uint64_t length = bytesInFront + bytes + hugePage;
+  void* mapped = mmap(nullptr, length, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
   if (mapped == MAP_FAILED) return nullptr;
-  auto* start = static_cast<std::byte*>(mapped);
-  const std::uint64_t intoPage = reinterpret_cast<std::uintptr_t>(mapped) % hugePage;
+  auto* first = static_cast<std::byte*>(mapped);
+  const std::uint64_t intoPage =
+      (reinterpret_cast<std::uintptr_t>(mapped) + bytesInFront) % hugePage;
   const std::uint64_t before = (hugePage - intoPage) % hugePage;
-  if (before != 0) munmap(start, before);
-  munmap(start + before + bytes, hugePage - before);
-  madvise(start + before, bytes, MADV_HUGEPAGE);  // a failure affects only the speed
-  return start + before;
+  std::byte* memory = first + before + bytesInFront;
+  if (before != 0) munmap(first, before);
+  munmap(memory + bytes, hugePage - before);
+  madvise(memory, bytes, MADV_HUGEPAGE);  // a failure affects only the speed
+  return memory;
+}
+
+void unmapRegion(std::byte* memory, std::uint64_t bytes) noexcept {
+  munmap(memory - bytesInFront, bytesInFront + bytes);
+}
+
+std::byte* memoryOf(KeptRegion* region) noexcept {
+  return reinterpret_cast<std::byte*>(region) + bytesInFront;
 }
 
 // Keeps the region in place of the previous one, which is unmapped.
 void keepOrUnmap(KeptRegion* region) noexcept {
   KeptRegion* previous = s_kept.exchange(region, std::memory_order_acq_rel);
-  if (previous != nullptr) munmap(previous, previous->m_bytes);
+  if (previous != nullptr) unmapRegion(memoryOf(previous), previous->m_bytes);
+}
+
+// The kept region if it has that size; null otherwise, and it stays kept.
+std::byte* takeKept(std::uint64_t bytes) noexcept {
+  KeptRegion* kept = s_kept.exchange(nullptr, std::memory_order_acq_rel);
+  if (kept != nullptr && kept->m_bytes == bytes) return memoryOf(kept);
+  if (kept != nullptr) keepOrUnmap(kept);
+  return nullptr;
 }
 
 }  // namespace
 
-void* allocateHugePages(std::uint64_t bytes) noexcept {
+void* allocateHugePages(std::uint64_t bytes, Fill fill) noexcept {
   const std::uint64_t rounded = roundedToHugePages(bytes);
-  if (rounded <= keptAtMost) {
-    KeptRegion* kept = s_kept.exchange(nullptr, std::memory_order_acq_rel);
-    if (kept != nullptr && kept->m_bytes == rounded) return kept;
-    if (kept != nullptr) keepOrUnmap(kept);
+  if (std::byte* kept = rounded <= keptAtMost ? takeKept(rounded) : nullptr) {
+    if (fill == Fill::Zeros) std::memset(kept, 0, bytes);
+    return kept;
   }
   return mapRegion(rounded);
 }
 
 void freeHugePages(void* memory, std::uint64_t bytes) noexcept {
   assert(reinterpret_cast<std::uintptr_t>(memory) % hugePage == 0);
+  auto* first = static_cast<std::byte*>(memory);
   const std::uint64_t rounded = roundedToHugePages(bytes);
   if (rounded <= keptAtMost) {
-    keepOrUnmap(new (memory) KeptRegion{rounded});
+    keepOrUnmap(new (first - bytesInFront) KeptRegion{rounded});
   } else {
-    munmap(memory, rounded);
+    unmapRegion(first, rounded);
   }
 }
 
