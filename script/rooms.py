@@ -1,7 +1,7 @@
 """The rooms of src and their order, for all checks of the layers."""
 
 # Lowest first. A room may use itself and the rooms before it.
-ROOMS = ("module", "storage", "construct", "indexing", "operations", "module/entry")
+ROOMS = ("module", "storage", "elements", "construct", "indexing", "operations", "module/entry")
 
 
 def room_of(path):

@@ -106,6 +106,23 @@ bool ConstructionShape::takeDimensionsOf(const Py_buffer& view, std::uint64_t co
   return true;
 }
 
+bool ConstructionShape::takesLevels(std::span<const Lane> lanes) const {
+  const std::uint64_t depth = currentDepth + lanes.size();
+  if (leafDepth != 0 && leafDepth != static_cast<std::int64_t>(depth)) return false;
+  for (std::size_t k = 0; k < lanes.size(); ++k) {
+    const std::size_t level = currentDepth + k;
+    if (level >= calculatedDimensions.size()) return true;
+    const std::int64_t dimension = calculatedDimensions[level];
+    if (dimension != 0 && dimension != lanes[k].count) return false;
+  }
+  return true;
+}
+
+void ConstructionShape::takeDimensionsOf(std::span<const Lane> lanes) {
+  assert(calculatedDimensions.empty());
+  for (const Lane& lane : lanes) calculatedDimensions.push_back(lane.count);
+}
+
 void ConstructionShape::enterLevel(std::int64_t length) {
   assert(length >= 0);
   ++currentDepth;

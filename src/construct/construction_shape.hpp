@@ -6,6 +6,7 @@
 #include <span>
 #include <vector>
 
+#include "elements/box.hpp"
 #include "module/python.hpp"
 
 // Bookkeeping that does not depend on the element type. One object for each construction or
@@ -37,6 +38,11 @@ class ConstructionShape {
   bool leaveLevel();
   // Takes back the last enterLevel().
   void forgetLevel() { --currentDepth; }
+  // Whether levels of these lengths with elements behind them can be entered and left without an
+  // error.
+  bool takesLevels(std::span<const Lane> lanes) const;
+  // The dimensions of an array that is the whole data.
+  void takeDimensionsOf(std::span<const Lane> lanes);
   // Elements at the current depth. False with ValueError set when earlier ones were not at this
   // depth.
   bool enterLeaf();

@@ -62,7 +62,8 @@ bool construct(PyObject* record, PyObject* args, PyObject* kwargs) {
   if (arguments.isComplex) isComplex = retrieveBoolKwarg(arguments.isComplex.get(), "is_complex");
   if (!isComplex) return false;
   std::optional<vd::Array> array = makeArray<T>(arguments, *isComplex);
-  return array && giveNewView(record, std::move(*array), classOf<T>, *isComplex) != nullptr;
+  return array &&
+         giveNewView(record, std::move(*array), classOf<T>, *isComplex, Contents::Own) != nullptr;
 }
 
 }  // namespace

@@ -21,16 +21,6 @@ ConversionResult<unsigned long long> getUnsignedLongLongFromPyObject(PyObject* v
   return {std::nullopt, ConversionFailure{PyExc_OverflowError, intTooLarge}};
 }
 
-float convertDoubleToFloat(double value) {
-  if (value != value) return std::numeric_limits<float>::quiet_NaN();
-  try {
-    return boost::numeric::converter<float, double>::convert(value);
-  } catch (const boost::numeric::bad_numeric_cast&) {
-    // Deliberate: the negative side too; programs test for the one value.
-    return std::numeric_limits<float>::infinity();
-  }
-}
-
 ConversionFailure makeRefusal(PyObject* value) {
   const char* message = "type does not match.";
   if (pyObjectIsUnicodeOrString(value)) {

@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 
+#include "elements/number_rules.hpp"
 #include "module/python.hpp"
 
 struct ConversionFailure {
@@ -38,9 +39,10 @@ ConversionResult<unsigned long long> getUnsignedLongLongFromPyObject(PyObject* v
 template <class From, class To>
 std::optional<To> convertAndCheckForOverflow(From value, std::string& message);
 
-// Rounds to nearest. Everything outside the range of float, on either side, becomes positive
-// infinity.
-float convertDoubleToFloat(double value);
+// Rounds to nearest. Everything outside the range of float becomes positive infinity.
+inline float convertDoubleToFloat(double value) {
+  return number_rules::narrow(value);
+}
 
 // The failure of the real families for an object that is not a number.
 ConversionFailure makeRefusal(PyObject* value);

@@ -1,7 +1,6 @@
 // Bodies of the element conversion.
 #pragma once
 
-#include <boost/numeric/conversion/converter.hpp>
 #include <complex>
 #include <cstdint>
 #include <limits>
@@ -33,32 +32,11 @@ std::string outOfRangeText(From value, const char* word) {
   return text.str();
 }
 
-// The result of truncating NaN, which would otherwise depend on the processor.
-template <class To>
-constexpr To truncatedNaN() {
-  if constexpr (sizeof(To) == 8 && std::is_unsigned_v<To>) {
-    return To{1} << 63;
-  } else if constexpr (sizeof(To) >= 4 && std::is_signed_v<To>) {
-    return std::numeric_limits<To>::min();
-  } else {
-    return 0;
-  }
-}
-
 template <class From, class To>
 std::optional<To> convertAndCheckForOverflow(From value, std::string& message) {
-  using namespace boost::numeric;
-  using Converter = converter<To, From, conversion_traits<To, From>, def_overflow_handler,
-                              Trunc<typename conversion_traits<To, From>::source_type>>;
-  if constexpr (std::is_floating_point_v<From>) {
-    if (value != value) return truncatedNaN<To>();
-  }
-  try {
-    return Converter::convert(value);
-  } catch (const bad_numeric_cast&) {
-    message += outOfRangeText(value, typeWord<To>);
-    return std::nullopt;
-  }
+  if (number_rules::fits<To>(value)) return number_rules::truncate<To>(value);
+  message += outOfRangeText(value, typeWord<To>);
+  return std::nullopt;
 }
 
 namespace element_conversion {

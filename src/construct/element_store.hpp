@@ -36,6 +36,14 @@ class ElementStore {
     return m_block.get();
   }
 
+  // Appends `count` elements of any value, which the caller then writes. There must be room.
+  T* extend(std::uint64_t count) {
+    assert(count <= m_capacity - m_size);
+    T* first = m_block.get() + m_size;
+    m_size += count;
+    return first;
+  }
+
   // There must be room.
   void append(T element) {
     assert(m_size < m_capacity);

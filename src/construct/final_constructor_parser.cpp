@@ -11,25 +11,73 @@
 #include "construct/element_conversion_impl.hpp"
 #include "construct/flattening_impl.hpp"
 #include "construct/plain_sequence.hpp"
+#include "elements/source.hpp"
+#include "elements/transfer.hpp"
 #include "module/dimensions.hpp"
 #include "module/support.hpp"
 
+namespace {
+
+constexpr std::size_t numberOfArguments = 4;
+
+// The names of the arguments as Python strings, made once and kept: looking one up needs no new
+// string. Null entries when there was no memory for them.
+const std::array<PyObject*, numberOfArguments>& argumentNames() {
+  static const std::array<PyObject*, numberOfArguments> names = {
+      PyUnicode_InternFromString("initializer"), PyUnicode_InternFromString("size"),
+      PyUnicode_InternFromString("vector"), PyUnicode_InternFromString("is_complex")};
+  return names;
+}
+
+// Finds arguments that come as they should, by position or by name. False, with no error set, for
+// all others; the interpreter's own function then decides, and finds the words.
+bool tryParse(PyObject* args, PyObject* keywords, std::array<PyRef, numberOfArguments>& arguments) {
+  const Py_ssize_t given = PyTuple_Size(args);
+  if (given > static_cast<Py_ssize_t>(numberOfArguments)) return false;
+  for (Py_ssize_t k = 0; k < given; ++k) {
+    arguments[static_cast<std::size_t>(k)] = PyRef::borrow(PyTuple_GetItem(args, k));
+  }
+  if (keywords == nullptr) return true;
+  Py_ssize_t named = PyDict_Size(keywords);
+  for (auto k = static_cast<std::size_t>(given); named > 0 && k < numberOfArguments; ++k) {
+    PyObject* name = argumentNames()[k];
+    PyObject* value = name != nullptr ? PyDict_GetItemWithError(keywords, name) : nullptr;
+    if (value == nullptr) {
+      PyErr_Clear();
+      continue;
+    }
+    arguments[k] = PyRef::borrow(value);
+    --named;
+  }
+  return named == 0;
+}
+
+}  // namespace
+
 bool ConstructorArguments::parse(PyObject* args, PyObject* keywords) {
+  kwargs = keywords;
+  std::array<PyRef, numberOfArguments> found;
+  if (PyErr_Occurred() == nullptr && tryParse(args, keywords, found)) {
+    initializer = std::move(found[0]);
+    size = std::move(found[1]);
+    vector = std::move(found[2]);
+    isComplex = std::move(found[3]);
+    return true;
+  }
   static char initializerName[] = "initializer";
   static char sizeName[] = "size";
   static char vectorName[] = "vector";
   static char isComplexName[] = "is_complex";
   static char* names[] = {initializerName, sizeName, vectorName, isComplexName, nullptr};
-  PyObject* found[4] = {};
-  if (PyArg_ParseTupleAndKeywords(args, keywords, "|OOOO", names, &found[0], &found[1], &found[2],
-                                  &found[3]) == 0) {
+  PyObject* borrowed[numberOfArguments] = {};
+  if (PyArg_ParseTupleAndKeywords(args, keywords, "|OOOO", names, &borrowed[0], &borrowed[1],
+                                  &borrowed[2], &borrowed[3]) == 0) {
     return false;
   }
-  initializer = PyRef::borrow(found[0]);
-  size = PyRef::borrow(found[1]);
-  vector = PyRef::borrow(found[2]);
-  isComplex = PyRef::borrow(found[3]);
-  kwargs = keywords;
+  initializer = PyRef::borrow(borrowed[0]);
+  size = PyRef::borrow(borrowed[1]);
+  vector = PyRef::borrow(borrowed[2]);
+  isComplex = PyRef::borrow(borrowed[3]);
   return true;
 }
 
@@ -65,11 +113,11 @@ ElementBuffer<T> FinalConstructorParser<T>::processConstructorArgsAndKwargs(
                          "is specified.");
     return noElementBuffer<T>();
   }
-  if (hasSize && (!m_shape.processSizeKwarg(size) ||
-                  !reserveBuffer(wrappedProduct(m_shape.getSpecifiedDimensions())))) {
+  if (hasSize && !m_shape.processSizeKwarg(size)) return noElementBuffer<T>();
+  if (!hasVector && !hasInitializer) return makeZeroFilledBuffer();
+  if (hasSize && !reserveBuffer(wrappedProduct(m_shape.getSpecifiedDimensions()))) {
     return noElementBuffer<T>();
   }
-  if (!hasVector && !hasInitializer) return makeZeroFilledBuffer();
 
   ElementBuffer<T> buffer =
       hasVector ? processVectorKwarg(vector) : processInitializerKwarg(initializer);
@@ -125,10 +173,9 @@ template <class T>
 ElementBuffer<T> FinalConstructorParser<T>::makeZeroFilledBuffer() {
   const auto count = static_cast<std::uint64_t>(m_shape.calculateNumberOfElements());
   if (!dimensionsHold(count)) return noElementBuffer<T>();
-  ElementBuffer<T> buffer = takeReservedBuffer(count);
-  if (buffer == nullptr) return buffer;
+  ElementBuffer<T> buffer = tryCreateZeros<T>(count);
+  if (buffer == nullptr) setOutOfMemory(count, typeWord<T>);
   m_shape.setBufferInStorageOrder();
-  std::fill_n(buffer.get(), count, T{});
   return buffer;
 }
 
@@ -155,9 +202,23 @@ ElementBuffer<T> FinalConstructorParser<T>::processVectorKwarg(PyObject* vector)
   return fillFromVector(vector, length, buffer.get()) ? std::move(buffer) : noElementBuffer<T>();
 }
 
+// False, with no error set, when the items have to be converted one by one.
+template <class T>
+bool FinalConstructorParser<T>::tryFillFromMemory(PyObject* vector, std::int64_t length,
+                                                  T* elements) {
+  Source source;
+  if (!source.find(vector)) return false;
+  const Box& box = source.box();
+  return box.lanes.size() == 1 && box.count == length &&
+         tryTransfer(box, Purpose::Construction, foundation::velmardata::arrayTypeOf<T>,
+                     denseLanes(box.lanes, sizeof(T), true),
+                     reinterpret_cast<std::byte*>(elements));
+}
+
 template <class T>
 bool FinalConstructorParser<T>::fillFromVector(PyObject* vector, std::int64_t length, T* elements) {
   const bool isPlain = PlainSequence::matches(vector);
+  if (!isPlain && tryFillFromMemory(vector, length, elements)) return true;
   const PlainSequence sequence(vector);
   for (std::int64_t i = 0; i < length; ++i) {
     // Items of a plain sequence can be borrowed, because no conversion runs Python code.

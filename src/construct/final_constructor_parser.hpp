@@ -71,12 +71,15 @@ class FinalConstructorParser {
   bool flattenSequence(PyObject* value, bool allowFloatingPoint);
   bool flattenItems(PyObject* value, std::int64_t length, bool allowFloatingPoint);
   bool tryFlattenPlainNumbers(PyObject* value, bool allowFloatingPoint);
+  bool tryFlattenMemory(PyObject* value, bool allowFloatingPoint);
+  bool tryTakeArray(PyObject* initializer);
   bool flattenLeaf(PyObject* value, bool allowFloatingPoint);
   bool prepareForLeaves(std::uint64_t count);
 
   // vector
   ElementBuffer<T> processVectorKwarg(PyObject* vector);
   bool fillFromVector(PyObject* vector, std::int64_t length, T* elements);
+  static bool tryFillFromMemory(PyObject* vector, std::int64_t length, T* elements);
 
   ConstructionShape m_shape;
   bool bufferReserved = false;  // a reservation is made at most once

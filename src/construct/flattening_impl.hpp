@@ -7,6 +7,8 @@
 #include "construct/external_buffer_impl.hpp"
 #include "construct/final_constructor_parser.hpp"
 #include "construct/plain_sequence.hpp"
+#include "elements/source.hpp"
+#include "elements/transfer.hpp"
 #include "module/dimensions.hpp"
 #include "module/support.hpp"
 #include "storage/mcpy_array.hpp"
@@ -46,6 +48,7 @@ bool FinalConstructorParser<T>::flattenSequence(PyObject* value, bool allowFloat
       tryFlattenPlainNumbers(value, allowFloatingPoint)) {
     return m_shape.leaveLevel();
   }
+  if (tryFlattenMemory(value, allowFloatingPoint)) return true;
   const RecursionGuard guard(" while flattening nested sequences");
   if (!guard) return false;
   const std::optional<std::int64_t> length = getLengthOfPySequence(value);
@@ -104,6 +107,51 @@ bool FinalConstructorParser<T>::tryFlattenPlainNumbers(PyObject* value, bool all
   return true;
 }
 
+// A sequence whose elements lie in memory, nested to any depth, in one pass. False undoes the
+// attempt, as above.
+template <class T>
+bool FinalConstructorParser<T>::tryFlattenMemory(PyObject* value, bool allowFloatingPoint) {
+  Source source;
+  if (PlainSequence::matches(value) || !source.find(value)) return false;
+  const Box& box = source.box();
+  const std::span<const Lane> lanes(box.lanes.data(), box.lanes.size());
+  if (!m_shape.takesLevels(lanes)) return false;
+  const std::uint64_t before = flattenedElements.size();
+  const auto count = static_cast<std::uint64_t>(box.count);
+  for (const Lane& lane : lanes) m_shape.enterLevel(lane.count);
+  if (prepareForLeaves(count) &&
+      tryTransfer(box, allowFloatingPoint ? Purpose::Construction : Purpose::Assignment,
+                  foundation::velmardata::arrayTypeOf<T>, denseLanes(box.lanes, sizeof(T), false),
+                  reinterpret_cast<std::byte*>(flattenedElements.extend(count)))) {
+    for (std::size_t k = 0; k < lanes.size(); ++k) m_shape.leaveLevel();  // cannot fail: see above
+    return true;
+  }
+  PyErr_Clear();
+  flattenedElements.shrinkTo(before);
+  for (std::size_t k = 0; k < lanes.size(); ++k) m_shape.forgetLevel();
+  return false;
+}
+
+// An array of ours as the whole data, taken in storage order. False, with no error set and nothing
+// taken, when its items have to be converted one by one.
+template <class T>
+bool FinalConstructorParser<T>::tryTakeArray(PyObject* initializer) {
+  Source source;
+  if (!source.find(initializer)) return false;
+  const Box& box = source.box();
+  const auto count = static_cast<std::uint64_t>(box.count);
+  if (flattenedElements.tryReserve(count) &&
+      tryTransfer(box, Purpose::Construction, foundation::velmardata::arrayTypeOf<T>,
+                  denseLanes(box.lanes, sizeof(T), true),
+                  reinterpret_cast<std::byte*>(flattenedElements.replace(count)))) {
+    m_shape.takeDimensionsOf(std::span<const Lane>(box.lanes.data(), box.lanes.size()));
+    m_shape.setBufferInStorageOrder();
+    return true;
+  }
+  flattenedElements.shrinkTo(0);
+  return false;
+}
+
 template <class T>
 bool FinalConstructorParser<T>::flattenLeaf(PyObject* value, bool allowFloatingPoint) {
   const auto element = convertPyObjectToElement<T>(value, allowFloatingPoint);
@@ -140,12 +188,12 @@ ElementBuffer<T> FinalConstructorParser<T>::processInitializerKwarg(PyObject* in
     setError(PyExc_ValueError, flattening::notNumeric);
     return noElementBuffer<T>();
   }
-  // Arrays of our own are walked like any sequence.
-  const bool isOutside = PyObject_CheckBuffer(initializer) != 0 && !MCPyArray_Check(initializer);
-  if (!(isOutside ? fillFromBufferOf(initializer)
-                  : flattenWithUnspecifiedDimensions(initializer, true))) {
-    return noElementBuffer<T>();
-  }
+  const bool isOurs = MCPyArray_Check(initializer);
+  const bool isTaken = !isOurs && PyObject_CheckBuffer(initializer) != 0
+                           ? fillFromBufferOf(initializer)
+                           : (isOurs && tryTakeArray(initializer)) ||
+                                 flattenWithUnspecifiedDimensions(initializer, true);
+  if (!isTaken) return noElementBuffer<T>();
   // An empty sequence leaves the length of its level open, so elements can be missing.
   const std::int64_t count = getNumberOfFlattenedElements();
   if (exactProduct(m_shape.getCalculatedDimensions()) != static_cast<std::uint64_t>(count)) {

@@ -21,6 +21,10 @@ int fail(PyObject* exceptionType, const std::string& message) {
   return -1;
 }
 
+int resultOf(WriteStatus status) {
+  return reportUnlessStored(status) ? 0 : -1;
+}
+
 // Reads a value completely, before anything is written. False with an error set.
 template <class T>
 bool flatten(FinalConstructorParser<T>& parser, PyObject* value) {
@@ -52,32 +56,44 @@ int setItemViaFinalIntegerIndex(MCppPyArray& view, std::int64_t index, PyObject*
 template <class T>
 int setMultipleElementsFromNonFinalIntegerIndex(MCppPyArray& view, std::int64_t index,
                                                 PyObject* value) {
+  const IndexChain part = view.chain().with(IntegerIndexItem{index, true});
+  if (MDArrayWrapper* storage = view.findWrapper()) {
+    if (const auto status = tryStoreArray<T>(*storage, part, value)) return resultOf(*status);
+  }
   FinalConstructorParser<T> parser;
   if (!flatten(parser, value)) return -1;
   const WrapperAccess storage = view.wrapper();
   if (!storage) return -1;
-  const std::vector<std::int64_t>& shape = storage->shape();
+  const std::span<const std::int64_t> shape = storage->shape();
   const std::vector<std::int64_t>& given = parser.shape().getCalculatedDimensions();
   const std::size_t first = view.chain().integers().size() + 1;
   if (first > shape.size() || !std::equal(shape.begin() + static_cast<std::ptrdiff_t>(first),
                                           shape.end(), given.begin(), given.end())) {
     return fail(PyExc_ValueError, messages::unequalShapes);
   }
+  const auto elements = elementsOf(parser);
+  if (const auto status = tryStoreDense(*storage, part, elements)) return resultOf(*status);
   Position position = view.getIntegerIndicesSoFar();
   position.push_back(index);
   position.resize(shape.size(), 0);
-  const auto elements = elementsOf(parser);
-  const RunResult result = storeAlong(*storage, view.chain(), std::move(position), elements);
-  const bool areAllStored = result.stored == static_cast<std::int64_t>(elements.size());
-  return reportUnlessStored(result.status) && areAllStored ? 0 : -1;
+  return resultOf(storeAlong(*storage, view.chain(), std::move(position), elements).status);
 }
 
 template <class T>
 int setMultipleElementsFromNonFinalSliceIndex(MCppPyArray& view, SliceIndexItem& slice,
                                               PyObject* value) {
+  const bool isEmpty = slice.m_slice_len == 0;
+  if (const SliceIndexItem* parent = view.chain().finalSlice()) {
+    getReplacementIndexForSliceAndSlice(*parent, slice);
+  }
+  const IndexChain part = view.chain().with(slice);
+  // Deliberate: a weak view has no storage to write slices to, as its slices have none to read.
+  const MCppPyArray target(view, false);
+  if (MDArrayWrapper* storage = target.findWrapper()) {
+    if (const auto status = tryStoreArray<T>(*storage, part, value)) return resultOf(*status);
+  }
   FinalConstructorParser<T> parser;
   if (!flatten(parser, value)) return -1;
-  const bool isEmpty = slice.m_slice_len == 0;
   if (parser.shape().calculateNumberOfElements() == 0) {
     if (isEmpty) return 0;
     return fail(PyExc_ValueError, "slice is nonempty but values are empty.");
@@ -86,21 +102,13 @@ int setMultipleElementsFromNonFinalSliceIndex(MCppPyArray& view, SliceIndexItem&
     return fail(PyExc_ValueError,
                 "slice is empty, but number of elements assigned is greater than zero.");
   }
-  // Deliberate: strong, like every slice, so that a weak view has no storage to write to.
-  MCppPyArray target(view, false);
-  if (const SliceIndexItem* parent = view.chain().finalSlice()) {
-    getReplacementIndexForSliceAndSlice(*parent, slice);
-    target.replaceFinalSlice(slice);
-  } else {
-    target.appendIndexItem(slice);
-  }
   const WrapperAccess storage = target.wrapper();
   if (!storage) return -1;
-  const auto dimensions = static_cast<std::int64_t>(storage->shape().size());
   const auto elements = elementsOf(parser);
+  if (const auto status = tryStoreDense(*storage, part, elements)) return resultOf(*status);
+  const auto dimensions = static_cast<std::int64_t>(storage->shape().size());
   const RunResult result =
-      storeAlong(*storage, target.chain(),
-                 getStartElement(storage->shape(), target.chain(), dimensions), elements);
+      storeAlong(*storage, part, getStartElement(storage->shape(), part, dimensions), elements);
   if (!reportUnlessStored(result.status)) return -1;
   if (!result.moved && result.stored == static_cast<std::int64_t>(elements.size())) return 0;
   return fail(PyExc_ValueError, "length of slice does not match number of elements.");
@@ -108,19 +116,23 @@ int setMultipleElementsFromNonFinalSliceIndex(MCppPyArray& view, SliceIndexItem&
 
 template <class T>
 int setIndividualElementsFromFlatSeqOfMultipleIntegerIndices(MCppPyArray& view,
-                                                             std::span<const std::int64_t> indices,
+                                                             const SliceIndexItem& slice,
                                                              PyObject* value) {
+  const IndexChain part = view.chain().with(slice);
+  if (MDArrayWrapper* storage = view.findWrapper()) {
+    if (const auto status = tryStoreArray<T>(*storage, part, value)) return resultOf(*status);
+  }
   FinalConstructorParser<T> parser;
   if (!flatten(parser, value)) return -1;
   const auto elements = elementsOf(parser);
-  if (parser.shape().getCalculatedDimensions().size() != 1 || elements.size() != indices.size()) {
+  if (parser.shape().getCalculatedDimensions().size() != 1 ||
+      static_cast<std::int64_t>(elements.size()) != slice.numberOfValues()) {
     return fail(PyExc_ValueError, messages::unequalShapes);
   }
   const WrapperAccess storage = view.wrapper();
   if (!storage) return -1;
-  const WriteStatus status =
-      storeEach(*storage, view.getIntegerIndicesSoFar(), indices, elements.data());
-  return reportUnlessStored(status) ? 0 : -1;
+  if (const auto status = tryStoreDense(*storage, part, elements)) return resultOf(*status);
+  return resultOf(storeEach(*storage, view.getIntegerIndicesSoFar(), slice, elements));
 }
 
 template <class T>
@@ -141,14 +153,11 @@ namespace {
 
 // 0, or -1 with an error set. T is the element type itself, complex or not.
 template <class T>
-int setViaSlice(MCppPyArray& view, SliceIndexItem& slice, PyObject* value, std::int64_t length,
-                bool isLastDimension) {
+int setViaSlice(MCppPyArray& view, SliceIndexItem& slice, PyObject* value, bool isLastDimension) {
   if (!isLastDimension) return setMultipleElementsFromNonFinalSliceIndex<T>(view, slice, value);
   // Deliberate: these positions are coordinates of the storage, whatever slice the view ends in,
   // just as the length is the storage's.
-  const std::optional<std::vector<std::int64_t>> indices = slice.getIntegerIndexValues(length);
-  if (!indices) return fail(PyExc_RuntimeError, "unable to normalize index.");
-  return setIndividualElementsFromFlatSeqOfMultipleIntegerIndices<T>(view, *indices, value);
+  return setIndividualElementsFromFlatSeqOfMultipleIntegerIndices<T>(view, slice, value);
 }
 
 template <class T>
@@ -174,7 +183,7 @@ int setViaIndex(MCppPyArray& view, PyObject* index, PyObject* value) {
   }
   std::optional<SliceIndexItem> item = getSliceData(index, length);
   if (!item) return -1;
-  return setViaSlice<T>(view, *item, value, length, fixed == dimensions - 1);
+  return setViaSlice<T>(view, *item, value, fixed == dimensions - 1);
 }
 
 }  // namespace
@@ -192,4 +201,16 @@ int MCPyArray_SetViaIndex(PyObject* self, PyObject* index, PyObject* value) {
 #define X(name, number, enumerator, type, ...) \
   template int MCPyArray_SetViaIndex<type>(PyObject*, PyObject*, PyObject*);
 VELMARDATA_FOR_EACH_CLASS_TYPE(X)
+#undef X
+#define X(name, number, type)                                                                 \
+  template int setItemsFromFinalOrNonFinalIntegerIndex<type>(MCppPyArray&, std::int64_t,      \
+                                                             std::int64_t, PyObject*);        \
+  template int setItemViaFinalIntegerIndex<type>(MCppPyArray&, std::int64_t, PyObject*);      \
+  template int setMultipleElementsFromNonFinalIntegerIndex<type>(MCppPyArray&, std::int64_t,  \
+                                                                 PyObject*);                  \
+  template int setMultipleElementsFromNonFinalSliceIndex<type>(MCppPyArray&, SliceIndexItem&, \
+                                                               PyObject*);                    \
+  template int setIndividualElementsFromFlatSeqOfMultipleIntegerIndices<type>(                \
+      MCppPyArray&, const SliceIndexItem&, PyObject*);
+VELMARDATA_FOR_EACH_CLASS_ELEMENT_TYPE(X)
 #undef X

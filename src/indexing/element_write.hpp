@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstdint>
-#include <span>
 
 #include "module/python.hpp"
 #include "storage/index_items.hpp"
@@ -33,8 +32,9 @@ int setMultipleElementsFromNonFinalIntegerIndex(MCppPyArray& view, std::int64_t 
 template <class T>
 int setMultipleElementsFromNonFinalSliceIndex(MCppPyArray& view, SliceIndexItem& slice,
                                               PyObject* value);
-// Single elements of the last dimension, from a flat sequence of as many values.
+// Single elements of the last dimension, from a flat sequence of as many values. The slice counts
+// positions of the storage.
 template <class T>
 int setIndividualElementsFromFlatSeqOfMultipleIntegerIndices(MCppPyArray& view,
-                                                             std::span<const std::int64_t> indices,
+                                                             const SliceIndexItem& slice,
                                                              PyObject* value);

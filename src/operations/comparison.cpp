@@ -1,9 +1,10 @@
-// Comparison: two iterators side by side, level by level.
+// Comparison: of memory where that is the same, else by two iterators side by side.
 #include "operations/comparison.hpp"
 
 #include <iostream>
 #include <optional>
 
+#include "elements/equality.hpp"
 #include "module/py_ref.hpp"
 #include "module/support.hpp"
 #include "operations/handlers.hpp"
@@ -42,10 +43,22 @@ std::optional<bool> numbersAreEqual(PyObject* x, PyObject* y) {
   return std::nullopt;
 }
 
+// Compares elements in memory. Empty, with no error set, when they cannot be had so; the walks then
+// decide.
+std::optional<bool> tryCompareMemory(const MCppPyArray& self, const MCppPyArray& other) {
+  if (PyErr_Occurred() != nullptr) return std::nullopt;
+  const std::optional<Box> a = findBox(self);
+  if (!a) return std::nullopt;
+  const std::optional<Box> b = findBox(other);
+  if (!b) return std::nullopt;
+  return haveSameCounts(a->lanes, b->lanes) && areEqual(*a, *b);
+}
+
 }  // namespace
 
 std::optional<bool> isEqualTo(const MCppPyArray& self, const MCppPyArray& other) {
   if (self.getSupportedArrayEnum() != other.getSupportedArrayEnum()) return false;
+  if (const auto areEqualInMemory = tryCompareMemory(self, other)) return areEqualInMemory;
   const RecursionGuard guard(" while comparing arrays");
   const Level level;
   if (!guard || !level.isAllowed()) return std::nullopt;

@@ -28,8 +28,7 @@ PyObject* MCPyArray_GetBytewiseStrides(PyObject* self, PyObject*) {
   {
     const WrapperAccess storage = view->wrapper();
     if (!storage) return nullptr;
-    strides.assign(storage->bytewiseStrides(),
-                   storage->bytewiseStrides() + storage->getNumberOfDimensions());
+    strides.assign(storage->bytewiseStrides().begin(), storage->bytewiseStrides().end());
   }
   PyRef tuple = PyRef::steal(PyTuple_New(static_cast<Py_ssize_t>(strides.size())));
   for (std::size_t k = 0; tuple && k < strides.size(); ++k) {
@@ -47,7 +46,7 @@ PyObject* MCPyArray_GetArraySize(PyObject* self, void*) {
   {
     const WrapperAccess storage = view->wrapper();
     if (!storage) return nullptr;
-    shape = storage->shape();
+    shape.assign(storage->shape().begin(), storage->shape().end());
   }
   const IndexChain chain = view->chain();
   if (shape.size() < chain.size()) return refuse(messages::tooManyIndices);  // was reshaped

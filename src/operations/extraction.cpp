@@ -87,7 +87,7 @@ PyObject* makeRow(PyObject* self, OutputEnum output) {
                                        ? noncomplex(*source)
                                        : realOrImag(*source, output == OutputEnum::Real);
   if (!array) return nullptr;
-  MCppPyArray* view = giveNewView(record.get(), std::move(*array), type, false);
+  MCppPyArray* view = giveNewView(record.get(), std::move(*array), type, false, Contents::Own);
   if (view == nullptr) return nullptr;
   view->appendIndexItem(IntegerIndexItem{0, false});
   return record.release();

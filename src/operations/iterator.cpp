@@ -3,8 +3,8 @@
 
 #include <memory>
 
+#include "elements/traversal.hpp"
 #include "indexing/element_read.hpp"
-#include "indexing/traversal.hpp"
 #include "module/apply_visitor.hpp"
 #include "module/py_ref.hpp"
 #include "module/support.hpp"
@@ -57,16 +57,16 @@ MCppPyIter::MCppPyIter(const MCppPyArray* source)
   const WrapperAccess storage = source->wrapper();
   if (!storage) return;
   const IndexChain& chain = m_arrayView.chain();
-  m_shape = storage->shape();
-  m_currentIndices = getStartElement(m_shape, chain, m_activeDimension + 1);
-  m_isFinished =
-      !containsElementWithIndices(m_currentIndices, m_activeDimension + 1, m_shape, chain);
+  const std::span<const std::int64_t> shape = storage->shape();
+  m_shape.assign(shape.begin(), shape.end());
+  m_currentIndices = getStartElement(shape, chain, m_activeDimension + 1);
+  m_isFinished = !containsElementWithIndices(m_currentIndices, m_activeDimension + 1, shape, chain);
   m_yieldsViews = storage->getNumberOfDimensions() - m_activeDimension > 1;
   if (m_yieldsViews) return;
   m_readNumber = applyVisitor(storage->array(), NumberReaderVisitor{});
-  m_ahead = prefetchDistance(
-      *storage, m_activeDimension,
-      getStepFromShapeDimsAndRestrictingIndices(m_activeDimension, m_shape, chain));
+  m_ahead =
+      prefetchDistance(*storage, m_activeDimension,
+                       getStepFromShapeDimsAndRestrictingIndices(m_activeDimension, shape, chain));
 }
 
 PyObject* MCppPyIter::makeRow() {
@@ -84,7 +84,8 @@ PyObject* MCppPyIter::increment() {
     return nullptr;
   }
   PyObject* item = m_yieldsViews ? makeRow() : m_readNumber(m_arrayView, m_currentIndices, m_ahead);
-  m_isFinished = !incrementIndices(m_currentIndices, m_shape, m_arrayView.chain());
+  m_isFinished =
+      !incrementIndices(m_currentIndices, {m_shape.data(), m_shape.size()}, m_arrayView.chain());
   return item;
 }
 

@@ -29,7 +29,7 @@ class MCppPyIter {
   Position m_currentIndices;  // the next item
   bool m_isFinished = true;
   bool m_yieldsViews = false;
-  std::vector<std::int64_t> m_shape;
+  Position m_shape;
   NumberReader m_readNumber = nullptr;  // for the element type; null when views are yielded
   std::int64_t m_ahead = 0;             // bytes to an element that is read soon
 };

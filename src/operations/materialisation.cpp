@@ -5,7 +5,9 @@
 
 #include "construct/final_constructor_parser.hpp"
 #include "construct/layout_conversion.hpp"
+#include "elements/transfer.hpp"
 #include "module/apply_visitor.hpp"
+#include "module/dimensions.hpp"
 #include "module/py_ref.hpp"
 #include "module/support.hpp"
 #include "operations/nested_lists.hpp"
@@ -15,8 +17,26 @@ namespace vd = foundation::velmardata;
 
 namespace {
 
-// Goes through Python values: one way from nested values to an array serves constructions and
-// views.
+// A copy of the view's elements as they are, without Python objects. Empty, with no error set, when
+// it cannot be made so; the way through Python values then decides.
+std::optional<vd::Array> tryCopyContents(const MCppPyArray& view) {
+  if (PyErr_Occurred() != nullptr) return std::nullopt;
+  const std::optional<Box> box = findBox(view);
+  if (!box) return std::nullopt;
+  UntypedBuffer buffer = tryCreateBuffer(box->type, static_cast<std::uint64_t>(box->count));
+  const auto elementSize = static_cast<std::size_t>(view.findWrapper()->getElementSizeInBytes());
+  if (buffer == nullptr ||
+      !tryTransfer(*box, Purpose::Assignment, box->type, denseLanes(box->lanes, elementSize, true),
+                   static_cast<std::byte*>(buffer.get()))) {
+    return std::nullopt;
+  }
+  std::vector<std::int64_t> dimensions;
+  for (const Lane& lane : box->lanes) dimensions.push_back(lane.count);
+  makeTwoDimensional(dimensions);
+  return makeArrayFromBuffer(box->type, std::move(buffer), dimensions);
+}
+
+// The way through Python values: the same that a construction takes from nested values to an array.
 struct MDAFromIndexedArrayVisitor {
   const MCppPyArray& view;
 
@@ -58,36 +78,38 @@ struct MDAFromIndexedArrayVisitor {
 
 std::optional<vd::Array> getIndexedArrayAsMDA(MCppPyArray& view) {
   if (view.caches().indexedArrayAsMDA()) return view.caches().indexedArrayAsMDA();
-  vd::Array stored;
-  {
-    const WrapperAccess storage = view.wrapper();
-    if (!storage) return std::nullopt;
-    stored = storage->array();  // a handle of its own, because the walk makes objects
+  std::optional<vd::Array> made = tryCopyContents(view);
+  if (!made) {
+    vd::Array stored;
+    {
+      const WrapperAccess storage = view.wrapper();
+      if (!storage) return std::nullopt;
+      stored = storage->array();  // a handle of its own, because the walk makes objects
+    }
+    made = applyVisitor(std::as_const(stored), MDAFromIndexedArrayVisitor{view});
   }
-  std::optional<vd::Array> made =
-      applyVisitor(std::as_const(stored), MDAFromIndexedArrayVisitor{view});
   if (made && !view.caches().indexedArrayAsMDA()) view.setIndexedArrayAsMDA(std::move(*made));
   return view.caches().indexedArrayAsMDA();
 }
 
 void updateIndexRestrictedMCppPyArrayIfNecessary(MCppPyArray& view) {
   if (view.indicesAreEmpty() || view.caches().indexRestrictedMCppPyArray() != nullptr) return;
-  view.caches().keepIndexRestrictedMCppPyArray(cloneAsMCppPyArrayUniquePtr(view));
+  view.caches().keepIndexRestrictedMCppPyArray(cloneAsMCppPyArrayUniquePtr(view, Contents::Frozen));
 }
 
-std::unique_ptr<MCppPyArray> cloneAsMCppPyArrayUniquePtr(MCppPyArray& view) {
+std::unique_ptr<MCppPyArray> cloneAsMCppPyArrayUniquePtr(MCppPyArray& view, Contents contents) {
   std::optional<vd::Array> array = getIndexedArrayAsMDA(view);
   if (!array) return nullptr;
   const MDArrayWrapper* storage = view.borrowWrapper();  // may be gone: a snapshot outlives it
   if (storage == nullptr || PyErr_Occurred() != nullptr) return nullptr;
-  return makeNewView(std::move(*array), view.getSupportedArrayEnum(), view.isComplex(),
+  return makeNewView(std::move(*array), view.getSupportedArrayEnum(), view.isComplex(), contents,
                      storage->getOrder() == 'F');
 }
 
 PyObject* cloneAsMCPyArray(MCppPyArray& view) {
   PyRef record = PyRef::steal(allocMCPyArrayFromMCppPyArray(view));
   if (!record) return nullptr;
-  MCppPyArray* clone = cloneAsMCppPyArrayUniquePtr(view).release();
+  MCppPyArray* clone = cloneAsMCppPyArrayUniquePtr(view, Contents::Shared).release();
   if (clone == nullptr && view.caches().indexedArrayAsMDA()) return nullptr;
   getMCPyArrayFromPyObject(record.get())->mcppPyArray = clone;
   return record.release();

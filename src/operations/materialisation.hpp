@@ -14,8 +14,9 @@
 // The contents of the view as a library array. Empty with an error set.
 std::optional<foundation::velmardata::Array> getIndexedArrayAsMDA(MCppPyArray& view);
 
-// A new array with these contents. Null with an error set.
-std::unique_ptr<MCppPyArray> cloneAsMCppPyArrayUniquePtr(MCppPyArray& view);
+// A new array with these contents. Frozen contents are for an array that nobody writes to. Null
+// with an error set.
+std::unique_ptr<MCppPyArray> cloneAsMCppPyArrayUniquePtr(MCppPyArray& view, Contents contents);
 
 // The same in a record. Null with an error set when there is no record, or when the contents could
 // be read but the array could not be made. When the contents cannot be read, a record without a

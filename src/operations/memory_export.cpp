@@ -60,9 +60,9 @@ int MCPyArray_GetBuffer(PyObject* self, Py_buffer* buffer, int flags) {
   if (has(flags, PyBUF_C_CONTIGUOUS)) {
     return refuse(buffer, PyExc_ValueError, "underlying buffer not C-contiguous.");
   }
-  storage->keepDescription();
-  buffer->shape = const_cast<Py_ssize_t*>(storage->shape().data());
-  buffer->strides = storage->bytewiseStrides();
+  ArrayDescription& description = storage->exportedDescription();
+  buffer->shape = description.shape().data();
+  buffer->strides = description.strides().data();
   buffer->suboffsets = nullptr;
   buffer->obj = PyRef::borrow(self).release();
   return 0;

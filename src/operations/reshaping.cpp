@@ -39,19 +39,6 @@ bool numberOfElementsMatches(const std::vector<std::int64_t>& dimensions, std::i
   return false;
 }
 
-// Gives the storage of the view, and so all views of it, another shape. False with MemoryError set
-// and nothing changed. Deliberate: expired storage is true with the error set, because reshape()
-// returns the object beside that error.
-bool reshape(const MCppPyArray& view, const std::vector<std::int64_t>& dimensions,
-             std::int64_t count) {
-  {
-    const WrapperAccess storage = view.wrapper();
-    if (!storage || storage->reshape(dimensions, 'F')) return true;
-  }
-  setOutOfMemory(static_cast<std::uint64_t>(count), typeWordOf(view.getSupportedArrayEnum()));
-  return false;
-}
-
 }  // namespace
 
 std::vector<std::int64_t> getDimsFromReshapeArg(PyObject* argument) {
@@ -88,11 +75,15 @@ PyObject* MCPyArray_Reshape(PyObject* self, PyObject* args, PyObject* kwargs) {
   }
   const std::vector<std::int64_t> dimensions = readArguments(args);
   if (dimensions.empty()) return nullptr;
-  const MDArrayWrapper* storage = view->borrowWrapper();
+  MDArrayWrapper* storage = view->borrowWrapper();
   const std::int64_t count = storage != nullptr ? storage->getNumberOfElements() : -1;
   if (!numberOfElementsMatches(dimensions, count)) return nullptr;
   if (kwargs != nullptr) {
     return refuse(PyExc_ValueError, "reshape() does not accept keyword arguments.");
   }
-  return reshape(*view, dimensions, count) ? PyRef::borrow(self).release() : nullptr;
+  if (!storage->reshape(dimensions, 'F')) {
+    setOutOfMemory(static_cast<std::uint64_t>(count), typeWordOf(view->getSupportedArrayEnum()));
+    return nullptr;
+  }
+  return PyRef::borrow(self).release();
 }

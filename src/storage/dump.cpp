@@ -2,6 +2,7 @@
 #include <complex>
 #include <exception>
 #include <ostream>
+#include <span>
 #include <string>
 
 #include "module/apply_visitor.hpp"
@@ -76,10 +77,9 @@ struct BufOstreamVisitor {
   }
 };
 
-void writeNumbers(std::ostream& os, const char* label, const std::int64_t* numbers,
-                  std::size_t count) {
+void writeNumbers(std::ostream& os, const char* label, std::span<const std::int64_t> numbers) {
   os << label;
-  for (std::size_t k = 0; k < count; ++k) os << numbers[k] << " ";
+  for (const std::int64_t number : numbers) os << number << " ";
   endLine(os);
 }
 
@@ -109,8 +109,8 @@ std::ostream& MDArrayWrapper::writeToOstream(std::ostream& os) const {
   os << "MDA buffer: ";
   applyVisitor(m_array, ArrayOstreamVisitor{os});
   endLine(os);
-  writeNumbers(os, "m_shape: ", m_shape.data(), m_shape.size());
-  writeNumbers(os, "m_bytewiseStrides: ", m_bytewiseStrides.data(), m_bytewiseStrides.size());
+  writeNumbers(os, "m_shape: ", shape());
+  writeNumbers(os, "m_bytewiseStrides: ", bytewiseStrides());
   writeLine(os, "m_order: ", m_order);
   writeLine(os, "m_isReadOnly: ", m_isReadOnly);
   writeLine(os, "m_nDim: ", m_nDim);
@@ -137,8 +137,8 @@ std::ostream& MCppPyArray::writeToOstream(std::ostream& os) const {
   if (const SliceIndexItem* slice = m_indices.finalSlice()) writeItem(os, *slice);
   writeLine(os, "m_numberOfIntegerIndicesSoFar: ", getNumberOfIntegerIndicesSoFar());
   os << "m_indexedArrayAsMDA: ";
-  if (m_caches.indexedArrayAsMDA()) {
-    applyVisitor(*m_caches.indexedArrayAsMDA(), ArrayOstreamVisitor{os});
+  if (m_caches != nullptr && m_caches->indexedArrayAsMDA()) {
+    applyVisitor(*m_caches->indexedArrayAsMDA(), ArrayOstreamVisitor{os});
   } else {
     os << "None";
   }

@@ -1,6 +1,7 @@
 // Calls of the data library's factory.
 #include "storage/element_buffer.hpp"
 
+#include <new>
 #include <vector>
 
 namespace vd = foundation::velmardata;
@@ -11,6 +12,14 @@ UntypedBuffer tryCreateBuffer(vd::ArrayType type, std::uint64_t count) {
   void (*deleter)(void*) = nullptr;
   factory.createBuffer(&block, &deleter, static_cast<int>(type), count);
   return UntypedBuffer(block, deleter);
+}
+
+std::optional<vd::Array> tryCreateArrayOfZeros(vd::ArrayType type, std::uint64_t count) {
+  try {
+    return vd::standalone::ClientArrayFactory().createArray(type, {1, count});
+  } catch (const std::bad_alloc&) {
+    return std::nullopt;
+  }
 }
 
 vd::Array makeArrayFromBuffer(vd::ArrayType type, UntypedBuffer&& buffer,

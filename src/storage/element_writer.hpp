@@ -1,8 +1,8 @@
 // Writing of elements into shared storage: to the array first, then to its mirror.
 #pragma once
 
-#include <algorithm>
-#include <cstring>
+#include <cassert>
+#include <cstddef>
 #include <new>
 #include <optional>
 #include <utility>
@@ -16,26 +16,24 @@ enum class WriteStatus { Stored, OutsideStorage, OutOfMemory };
 // alive: making an exception can run code that looks at the storage.
 bool reportUnlessStored(WriteStatus status);
 
-// One writer serves all elements of an assignment. It takes the contents out of the wrapper,
-// unshares them once and puts them back when it dies. Contents that an earlier write unshared and
-// that no other handle shares stay in the wrapper. No Python code may run while a writer lives.
+// One writer serves all elements of an assignment. Where array and buf() are one memory, it writes
+// there. Otherwise it takes the contents out of the wrapper, unshares them once and puts them back
+// when it dies. No Python code may run while a writer lives. T is the element type of the storage.
 template <class T>
 class ElementWriter {
  public:
   explicit ElementWriter(MDArrayWrapper& wrapper) : m_wrapper(wrapper) {
-    constexpr auto type = foundation::velmardata::arrayTypeOf<T>;
-    if (wrapper.m_writable.isGoodFor(wrapper.m_array, type)) {
-      m_elements = static_cast<T*>(wrapper.m_writable.elements);
+    assert(wrapper.getType() == foundation::velmardata::arrayTypeOf<T>);
+    if (wrapper.writesInPlace()) {
+      m_elements = reinterpret_cast<T*>(wrapper.m_buf);
       return;
     }
-    if (wrapper.array().getType() != type) return;
     m_array.emplace(std::move(wrapper.m_array));
     try {
       m_elements = &*m_array->begin();
-      wrapper.m_writable = {m_array->impl(), type, m_elements};
     } catch (const std::bad_alloc&) {  // there is no memory to copy the shared contents
-      m_isOutOfMemory = true;
     }
+    m_mirror = reinterpret_cast<T*>(wrapper.m_buf);
   }
   ElementWriter(const ElementWriter&) = delete;
   ElementWriter& operator=(const ElementWriter&) = delete;
@@ -45,21 +43,25 @@ class ElementWriter {
 
   // Stores an element at an offset counted in elements. Nothing is written if that fails.
   WriteStatus write(std::int64_t offset, const T& element) {
-    if (m_isOutOfMemory) return WriteStatus::OutOfMemory;
+    if (m_elements == nullptr) return WriteStatus::OutOfMemory;
     if (offset < 0 || offset >= m_wrapper.m_numElems) return WriteStatus::OutsideStorage;
-    if (m_elements != nullptr) m_elements[offset] = element;
-    // A mirror that is not filled yet copies the element with all others when it is.
-    if (m_wrapper.m_isMirrorFilled && m_wrapper.m_buf != nullptr) {
-      const auto size = static_cast<std::size_t>(m_wrapper.m_elemSizeInBytes);
-      std::memcpy(m_wrapper.m_buf + offset * m_wrapper.m_elemSizeInBytes, &element,
-                  std::min(size, sizeof(T)));
-    }
+    m_elements[offset] = element;
+    if (m_mirror != nullptr) m_mirror[offset] = element;
+    return WriteStatus::Stored;
+  }
+
+  // Calls store(memory) for each memory that holds the elements, with the address of the first.
+  template <class Store>
+  WriteStatus writeWith(Store store) {
+    if (m_elements == nullptr) return WriteStatus::OutOfMemory;
+    store(reinterpret_cast<std::byte*>(m_elements));
+    if (m_mirror != nullptr) store(reinterpret_cast<std::byte*>(m_mirror));
     return WriteStatus::Stored;
   }
 
  private:
   MDArrayWrapper& m_wrapper;
-  std::optional<foundation::velmardata::TypedArray<T>> m_array;  // empty for another element type
-  T* m_elements = nullptr;
-  bool m_isOutOfMemory = false;
+  std::optional<foundation::velmardata::TypedArray<T>> m_array;  // taken out of the wrapper
+  T* m_elements = nullptr;                                       // null when memory was short
+  T* m_mirror = nullptr;  // null when there is one memory, or before the first look
 };

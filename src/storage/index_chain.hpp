@@ -29,6 +29,16 @@ class IndexChain {
   // Null without a slice.
   const SliceIndexItem* finalSlice() const { return m_slice ? &*m_slice : nullptr; }
 
+  // The chain of a view with one subscript more, in coordinates of the storage: the item takes the
+  // place of a slice at the end.
+  template <class Item>
+  IndexChain with(const Item& item) const {
+    IndexChain chain(*this);
+    chain.m_slice.reset();
+    chain.append(item);
+    return chain;
+  }
+
   // There must not be a slice: a subscript behind one replaces it.
   void append(const IntegerIndexItem& item) {
     assert(!m_slice);

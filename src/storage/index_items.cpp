@@ -74,16 +74,3 @@ std::int64_t SliceIndexItem::numberOfValues() const {
   if (*m_start <= *m_stop || *m_step == 0) return 0;
   return static_cast<std::int64_t>((start - stop - 1) / (0 - step) + 1);
 }
-
-std::optional<std::vector<std::int64_t>> SliceIndexItem::getIntegerIndexValues(
-    std::int64_t length) const {
-  if (!m_isNormalized) {
-    setError(PyExc_RuntimeError,
-             "getIntegerIndexValues(" + std::to_string(length) +
-                 ", &success) was called before the slice item was normalized.");
-    return std::nullopt;
-  }
-  std::vector<std::int64_t> values(static_cast<std::size_t>(numberOfValues()));
-  for (std::size_t k = 0; k < values.size(); ++k) values[k] = valueAt(static_cast<std::int64_t>(k));
-  return values;
-}

@@ -5,7 +5,6 @@
 #include <cassert>
 #include <cstdint>
 #include <optional>
-#include <vector>
 
 // One fixed position in one dimension. m_index is the caller's number, possibly negative, until the
 // item is normalised. From then on it lies between 0 and length - 1.
@@ -38,9 +37,6 @@ struct SliceIndexItem {
 
   // Fills absent numbers and clamps the start. False with ValueError set for a step of zero.
   bool normalizeAgainstLength(std::int64_t length);
-  // The positions of the run in order. Empty with RuntimeError set for an item that is not
-  // normalised; `length` only appears in that message. Linear in the number of positions.
-  std::optional<std::vector<std::int64_t>> getIntegerIndexValues(std::int64_t length) const;
   // How many positions start, stop and step give, which m_slice_len need not agree with. Needs a
   // normalised item. Constant time.
   std::int64_t numberOfValues() const;

@@ -8,8 +8,9 @@
 namespace vd = foundation::velmardata;
 
 MCppPyArray::MCppPyArray(vd::Array&& array, SupportedArrayEnum type, bool isComplex,
-                         bool isColumnMajor)
-    : m_wrapper(std::make_shared<MDArrayWrapper>(std::move(array), isColumnMajor ? 'F' : 'C')),
+                         bool isColumnMajor, Contents contents)
+    : m_wrapper(
+          std::make_shared<MDArrayWrapper>(std::move(array), isColumnMajor ? 'F' : 'C', contents)),
       m_supportedArrayEnum(type),
       m_isComplex(isComplex) {}
 
@@ -57,7 +58,7 @@ Position MCppPyArray::getIntegerIndicesSoFar() const {
 }
 
 void MCppPyArray::setIndexedArrayAsMDA(vd::Array&& array) {
-  m_caches.setIndexedArrayAsMDA(std::move(array));
+  caches().setIndexedArrayAsMDA(std::move(array));
 }
 
 ViewCaches::ViewCaches() = default;

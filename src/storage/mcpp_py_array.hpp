@@ -49,7 +49,7 @@ class MCppPyArray {
   // A new array with storage of its own, held strongly. The caller tests hasMirror() of the
   // storage; makeNewView() does both.
   MCppPyArray(foundation::velmardata::Array&& array, SupportedArrayEnum type, bool isComplex,
-              bool isColumnMajor);
+              bool isColumnMajor, Contents contents);
   // A view with other's chain and empty caches. With useWeakPtr false it takes other's strong
   // pointer even if that is empty.
   MCppPyArray(const MCppPyArray& other, bool useWeakPtr);
@@ -71,12 +71,16 @@ class MCppPyArray {
   WrapperAccess wrapper() const {
     return m_wrapper != nullptr ? WrapperAccess(m_wrapper.get()) : lockWrapper();
   }
-  // The storage without a hold on it, for one look that ends before Python code can run. Null with
-  // RuntimeError set when the storage has expired.
-  const MDArrayWrapper* borrowWrapper() const {
+  // The storage without a hold on it, for one look that ends before Python code can run. Null, with
+  // no error set, when the storage has expired.
+  MDArrayWrapper* findWrapper() const {
     if (m_wrapper != nullptr) return m_wrapper.get();
-    if (!m_weakWrapper.expired()) return m_borrowedWrapper;
-    return lockWrapper().operator->();
+    return m_weakWrapper.expired() ? nullptr : m_borrowedWrapper;
+  }
+  // The same with RuntimeError set when the storage has expired.
+  MDArrayWrapper* borrowWrapper() const {
+    MDArrayWrapper* storage = findWrapper();
+    return storage != nullptr ? storage : lockWrapper().operator->();
   }
   bool hasWeakPtrToWrapper() const { return m_hasWeakPtrToWrapper; }
   // -1 with RuntimeError set when the storage has expired.
@@ -107,7 +111,11 @@ class MCppPyArray {
     m_indices.replaceFinalSlice(item);
   }
 
-  ViewCaches& caches() { return m_caches; }
+  // Made at the first use, because most views are never copied. Throws std::bad_alloc.
+  ViewCaches& caches() {
+    if (m_caches == nullptr) m_caches = std::make_unique<ViewCaches>();
+    return *m_caches;
+  }
   // Replaces the cached array.
   void setIndexedArrayAsMDA(foundation::velmardata::Array&& array);
 
@@ -120,11 +128,11 @@ class MCppPyArray {
   WrapperAccess lockWrapper() const;
 
   bool m_hasWeakPtrToWrapper = false;
-  std::shared_ptr<MDArrayWrapper> m_wrapper;          // empty in a weak view
-  std::weak_ptr<MDArrayWrapper> m_weakWrapper;        // empty in a strong view
-  const MDArrayWrapper* m_borrowedWrapper = nullptr;  // valid until m_weakWrapper expires
+  std::shared_ptr<MDArrayWrapper> m_wrapper;    // empty in a weak view
+  std::weak_ptr<MDArrayWrapper> m_weakWrapper;  // empty in a strong view
+  MDArrayWrapper* m_borrowedWrapper = nullptr;  // valid until m_weakWrapper expires
   SupportedArrayEnum m_supportedArrayEnum;
   bool m_isComplex;
   IndexChain m_indices;
-  ViewCaches m_caches;
+  std::unique_ptr<ViewCaches> m_caches;  // null until used
 };

@@ -30,8 +30,9 @@ bool MCPyArray_Check(PyObject* object) {
 }
 
 std::unique_ptr<MCppPyArray> makeNewView(vd::Array&& array, SupportedArrayEnum type, bool isComplex,
-                                         bool isColumnMajor) {
-  auto view = std::make_unique<MCppPyArray>(std::move(array), type, isComplex, isColumnMajor);
+                                         Contents contents, bool isColumnMajor) {
+  auto view =
+      std::make_unique<MCppPyArray>(std::move(array), type, isComplex, isColumnMajor, contents);
   const WrapperAccess storage = view->wrapper();
   if (storage->hasMirror()) return view;
   setOutOfMemory(static_cast<std::uint64_t>(storage->getNumberOfElements()), typeWordOf(type));
@@ -39,9 +40,9 @@ std::unique_ptr<MCppPyArray> makeNewView(vd::Array&& array, SupportedArrayEnum t
 }
 
 MCppPyArray* giveNewView(PyObject* record, vd::Array&& array, SupportedArrayEnum type,
-                         bool isComplex) {
+                         bool isComplex, Contents contents) {
   assert(getMCPyArrayFromPyObject(record)->mcppPyArray == nullptr);
-  MCppPyArray* view = makeNewView(std::move(array), type, isComplex).release();
+  MCppPyArray* view = makeNewView(std::move(array), type, isComplex, contents).release();
   getMCPyArrayFromPyObject(record)->mcppPyArray = view;
   return view;
 }

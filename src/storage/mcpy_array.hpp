@@ -41,12 +41,12 @@ inline MCppPyArray* getInitializedView(PyObject* object) {
 // The one way to make an array: a view with storage of its own around the elements. Null with
 // MemoryError set when there is no memory for the mirror.
 std::unique_ptr<MCppPyArray> makeNewView(foundation::velmardata::Array&& array,
-                                         SupportedArrayEnum type, bool isComplex,
+                                         SupportedArrayEnum type, bool isComplex, Contents contents,
                                          bool isColumnMajor = true);
 // Gives a record without a view such a view, and returns the view, which the record owns. Null with
 // MemoryError set.
 MCppPyArray* giveNewView(PyObject* record, foundation::velmardata::Array&& array,
-                         SupportedArrayEnum type, bool isComplex);
+                         SupportedArrayEnum type, bool isComplex, Contents contents);
 
 // The destructor slot of the classes, and thereby the mark by which MCPyArray_Check knows them.
 extern "C" void MCPyArray_Delete(PyObject* object);

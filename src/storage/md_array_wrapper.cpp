@@ -10,6 +10,7 @@
 #include "module/apply_visitor.hpp"
 #include "module/element_to_number.hpp"
 #include "module/element_types.hpp"
+#include "storage/element_buffer.hpp"
 
 namespace vd = foundation::velmardata;
 
@@ -25,15 +26,17 @@ struct ElementSizeVisitor {
   }
 };
 
-// Reads in place through the iterator's pointer: nothing is copied before and nothing is unshared.
-struct CopyElementsVisitor {
-  std::byte* target;
-  std::size_t size;
+// The address of the library's elements, which `owner` then keeps alive. Nothing is unshared.
+template <class Owner>
+struct FirstElementVisitor {
+  Owner& owner;
 
   template <class T>
-  void operator()(const vd::TypedArray<T>& array) const {
-    const auto first = array.begin();
-    std::memcpy(target, &*first, size);
+  std::byte* operator()(const vd::TypedArray<T>& array) const {
+    auto first = array.begin();
+    auto* address = const_cast<std::byte*>(reinterpret_cast<const std::byte*>(&*first));
+    owner = std::move(first);
+    return address;
   }
 };
 
@@ -59,41 +62,66 @@ std::byte* allocateMirror(std::size_t size) {
 
 }  // namespace
 
-MDArrayWrapper::MDArrayWrapper(vd::Array&& array, char order)
-    : m_array(std::move(array)), m_order(order) {
+MDArrayWrapper::MDArrayWrapper(vd::Array&& array, char order, Contents contents)
+    : m_array(std::move(array)),
+      m_type(m_array.getType()),
+      m_contents(contents),
+      m_order(order),
+      m_elemSizeInBytes(applyVisitor(m_array, ElementSizeVisitor{})) {
   const std::vector<unsigned long> dimensions = m_array.getDimensions();
-  m_shape.assign(dimensions.begin(), dimensions.end());
+  static_assert(sizeof(unsigned long) == sizeof(std::int64_t));
+  m_firstDescription.assign(
+      {reinterpret_cast<const std::int64_t*>(dimensions.data()), dimensions.size()},
+      m_elemSizeInBytes, m_order);
   m_nDim = static_cast<std::int32_t>(dimensions.size());
-  m_elemSizeInBytes = applyVisitor(m_array, ElementSizeVisitor{});
-  setBytewiseStrides();
   m_numElems = static_cast<std::int64_t>(m_array.getNumberOfElements());
   m_bufferSizeInBytes = m_numElems * m_elemSizeInBytes;
-  m_buf = allocateMirror(static_cast<std::size_t>(m_bufferSizeInBytes));
-  m_isMirrorFilled = m_buf == nullptr || m_bufferSizeInBytes == 0;
+  if (needsMirror()) m_mirror = allocateMirror(static_cast<std::size_t>(m_bufferSizeInBytes));
+  // All arrays without elements share one block of the library. Their addresses differ all the
+  // same.
+  if (m_numElems == 0) m_buf = m_mirror;
 }
 
 MDArrayWrapper::~MDArrayWrapper() {
-  std::free(m_buf);
+  std::free(m_mirror);
+}
+
+void MDArrayWrapper::look() const {
+  assert(hasMirror());
+  BlockOwner owner;
+  std::byte* elements = applyVisitor(m_array, FirstElementVisitor<BlockOwner>{owner});
+  m_showsArray = m_contents != Contents::Shared;
+  if (m_showsArray) {
+    m_buf = elements;
+    m_shown = std::move(owner);
+  } else {
+    std::memcpy(m_mirror, elements, static_cast<std::size_t>(m_bufferSizeInBytes));
+    m_buf = m_mirror;
+  }
+}
+
+velmar::data::impl::ArrayImpl* MDArrayWrapper::tryHandOut() {
+  if (m_showsArray) {
+    UntypedBuffer copy = tryCreateBuffer(m_type, static_cast<std::uint64_t>(m_numElems));
+    if (copy == nullptr) return nullptr;
+    std::memcpy(copy.get(), m_buf, static_cast<std::size_t>(m_bufferSizeInBytes));
+    m_array = makeArrayFromBuffer(m_type, std::move(copy), shape());
+    m_showsArray = false;
+  } else if (m_mirror == nullptr) {
+    m_mirror = allocateMirror(static_cast<std::size_t>(m_bufferSizeInBytes));
+    if (m_mirror == nullptr) return nullptr;
+  }
+  m_contents = Contents::Shared;
+  return velmar::data::impl::addReference(m_array.impl());
 }
 
 char* MDArrayWrapper::format() const {
-  return classid2format(m_array.getType());
-}
-
-void MDArrayWrapper::setBytewiseStrides() {
-  m_bytewiseStrides.assign(static_cast<std::size_t>(m_nDim), 0);
-  PyBuffer_FillContiguousStrides(m_nDim, m_shape.data(), m_bytewiseStrides.data(),
-                                 static_cast<int>(m_elemSizeInBytes), m_order);
-}
-
-void MDArrayWrapper::fillMirror() const {
-  m_isMirrorFilled = true;
-  applyVisitor(m_array, CopyElementsVisitor{m_buf, static_cast<std::size_t>(m_bufferSizeInBytes)});
+  return classid2format(m_type);
 }
 
 std::int64_t MDArrayWrapper::normalizedIndex(std::int64_t index, std::int64_t dimension) const {
   assert(dimension >= 0 && dimension < m_nDim);
-  const std::int64_t length = m_shape[static_cast<std::size_t>(dimension)];
+  const std::int64_t length = shape()[static_cast<std::size_t>(dimension)];
   if (index < 0) return length + index;
   return index < length ? index : outOfRangeMarker;
 }

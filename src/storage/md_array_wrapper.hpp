@@ -7,61 +7,92 @@
 #include <cstddef>
 #include <cstdint>
 #include <iosfwd>
+#include <memory>
 #include <span>
+#include <variant>
 #include <vector>
 #include <velmardata/velmardata.hpp>
 
 #include "module/export.hpp"
 #include "module/python.hpp"
+#include "storage/array_description.hpp"
 #include "storage/index_items.hpp"
 
-// A library array, its description in the form of the buffer protocol, and the mirror: a copy of
-// the elements for reads that cross no library boundary.
+// Where the contents of an array come from, which decides whether reads may use the library's
+// block.
+enum class Contents {
+  Own,     // made here: no other handle exists
+  Shared,  // other handles may exist, and somebody may write through them
+  Frozen,  // other handles may exist, but nobody writes
+};
+
+// A library array, its description in the form of the buffer protocol, and the memory that reads
+// and exports use.
 //
-// Ownership. The wrapper owns its handle on the library array, the mirror's block and the lists of
-// lengths and strides. Views own the wrapper together (shared_ptr); it dies with the last strong
-// one. Native clients may hold the library array too; a write then copies the contents first.
-// Borrowed: buf(), shape() and bytewiseStrides() are valid until Python code may run, because that
-// can reshape or drop the storage. Exports are the exception: the mirror's block never moves, and
-// after keepDescription() the lengths and strides that went out stay readable as long as the
-// wrapper lives.
+// That memory is buf(), which the first look fixes for the life of the wrapper: exported addresses
+// never move. It is one of two:
+// - The library's own block (m_showsArray), when nobody else has the contents. Array and buf() are
+//   then one memory, and writes go there once.
+// - The mirror, a copy of the elements, otherwise. Whoever writes an element writes both
+//   (ElementWriter).
+// handOut() is the only way for a native client to get the contents. Before a look it makes the
+// first look take the mirror; after a look at the block, the array gets a copy, and the block that
+// was shown stays as the mirror. Neither is undone.
 //
-// Invariants. m_shape and m_bytewiseStrides have m_nDim entries. m_numElems is the product of
-// m_shape and never changes, nor does the element type. A filled mirror equals the array: whoever
-// writes an element writes both (ElementWriter).
+// Ownership. The wrapper owns its handle on the library array, the mirror, a hold on the block that
+// it shows, and the numbers of the description. Views own the wrapper together (shared_ptr); it
+// dies with the last strong one. Borrowed: buf(), shape() and bytewiseStrides() are valid until
+// Python code may run, because that can reshape or drop the storage. An export keeps the wrapper
+// alive through its view, and what exportedDescription() gives stays as long as the wrapper lives.
+//
+// Invariants. The current description has m_nDim dimensions. m_numElems is their product and never
+// changes, nor does the element type. Once buf() has been looked at, it holds the
+// elements of the array.
 //
 // Kept for clients: m_isReadOnly is 1 for every array, because exports are read-only while writes
 // by subscript are not, and its value goes out in Py_buffer.
 class MDArrayWrapper {
  public:
   // order: 'F' for column-major, which is the order of the library, or 'C'. Throws
-  // EArrayUnknownDataType for an array of an unsupported type. When memory for the mirror is short,
-  // hasMirror() is false and the caller reports that. Constant time: the first look fills the
-  // mirror.
-  MDArrayWrapper(foundation::velmardata::Array&& array, char order);
+  // EArrayUnknownDataType for an array of an unsupported type. When memory for a mirror that may be
+  // needed is short, hasMirror() is false and the caller reports that. Constant time.
+  MDArrayWrapper(foundation::velmardata::Array&& array, char order, Contents contents);
   MDArrayWrapper(const MDArrayWrapper&) = delete;
   MDArrayWrapper& operator=(const MDArrayWrapper&) = delete;
   ~MDArrayWrapper();
 
   const foundation::velmardata::Array& array() const { return m_array; }
-  // The elements in storage order; null when memory for the mirror was short. The memory is taken
-  // at construction and filled by the first call, so that an array that only passes through Python
-  // is never copied.
+  foundation::velmardata::ArrayType getType() const { return m_type; }
+  // A reference to the contents for a native client, which may write to them. Null, with nothing
+  // changed and no error set, when memory is short. Linear in the number of elements after a look
+  // at the library's block, constant time otherwise.
+  velmar::data::impl::ArrayImpl* tryHandOut();
+
+  // The elements in storage order. The first call fixes the address; it is linear in the number of
+  // elements if they have to be copied to a mirror, and cannot fail.
   std::byte* buf() const {
-    if (!m_isMirrorFilled) fillMirror();
+    if (m_buf == nullptr) [[unlikely]]
+      look();
     return m_buf;
   }
-  bool hasMirror() const { return m_buf != nullptr || m_bufferSizeInBytes == 0; }
+  // False when memory was short at construction; the wrapper must not be used then.
+  bool hasMirror() const { return m_mirror != nullptr || !needsMirror(); }
   std::int64_t getBufferSizeInBytes() const { return m_bufferSizeInBytes; }
   std::int64_t getNumberOfElements() const { return m_numElems; }
   std::int64_t getElementSizeInBytes() const { return m_elemSizeInBytes; }
   int isReadOnly() const { return m_isReadOnly; }
   int getNumberOfDimensions() const { return m_nDim; }
-  const std::vector<std::int64_t>& shape() const { return m_shape; }
-  std::int64_t* bytewiseStrides() { return m_bytewiseStrides.data(); }
+  std::span<const std::int64_t> shape() const { return currentDescription().shape(); }
+  std::span<const std::int64_t> bytewiseStrides() const { return currentDescription().strides(); }
   char getOrder() const { return m_order; }
   // The format string of the buffer protocol, valid for the life of the process.
   char* format() const;
+  // Shape and strides at addresses that stay good as long as the wrapper lives, reshaped or not.
+  // What is kept grows with the number of different shapes that were exported.
+  ArrayDescription& exportedDescription() {
+    m_isDescriptionExported = true;
+    return currentDescription();
+  }
 
   // The offset of an element, counted in elements. Missing trailing indices count as 0. Indices are
   // not tested against the shape. -1, with no error set, for more indices than dimensions and for
@@ -94,9 +125,6 @@ class MDArrayWrapper {
   // no mirror moves. False, with nothing changed and no error set, when contents that are shared
   // with another handle could not be copied. Constant time otherwise.
   bool reshape(std::span<const std::int64_t> dimensions, char order);
-  // To be called when the addresses of shape and strides go out in an export.
-  void keepDescription() { m_isDescriptionKept = true; }
-
   // Labelled lines of everything above, for debugging. Throws EArrayUnknownDataType for an array of
   // an unsupported type.
   MODULE_EXPORT std::ostream& writeToOstream(std::ostream& os) const;
@@ -105,46 +133,54 @@ class MDArrayWrapper {
   template <class T>
   friend class ElementWriter;
 
-  struct Description {
-    std::vector<std::int64_t> shape;
-    std::vector<std::int64_t> bytewiseStrides;
-  };
-
-  // Where elements were written last. Owns nothing.
-  struct WritablePlace {
-    const velmar::data::impl::ArrayImpl* contents = nullptr;
-    foundation::velmardata::ArrayType type{};
-    void* elements = nullptr;
-
-    // Whether the array still has those contents and no other handle shares them.
-    bool isGoodFor(const foundation::velmardata::Array& array,
-                   foundation::velmardata::ArrayType wanted) const {
-      return contents != nullptr && contents == array.impl() && type == wanted &&
-             contents->m_referenceCount.load(std::memory_order_acquire) == 1;
-    }
-  };
+#define X(name, number, type) , foundation::velmardata::TypedIterator<const type>
+  // A hold on a block of elements; the position of the iterator means nothing.
+  using BlockOwner = std::variant<std::monostate VELMARDATA_FOR_EACH_ARRAY_TYPE(X)>;
+#undef X
 
   // The distance in bytes from the first element to the one at a position. False for more indices
   // than dimensions and for a distance beyond 64 bits; no error is set.
   template <class IndexAt>
   bool findByteOffset(std::size_t count, IndexAt indexAt, std::int64_t& bytes) const;
-  void setBytewiseStrides();
-  void fillMirror() const;
+  bool isSoleOwner() const {
+    return m_array.impl()->m_referenceCount.load(std::memory_order_acquire) == 1;
+  }
+  // Whether a first look may find that it has to copy.
+  bool needsMirror() const { return m_contents == Contents::Shared || m_numElems == 0; }
+  void look() const;
+  ArrayDescription& currentDescription() {
+    return m_later == nullptr ? m_firstDescription : *m_later->current;
+  }
+  const ArrayDescription& currentDescription() const {
+    return const_cast<MDArrayWrapper*>(this)->currentDescription();
+  }
+  // Whether writes go to buf() alone. Looks, if that makes it so.
+  bool writesInPlace() const {
+    if (m_buf == nullptr && m_contents != Contents::Shared) look();
+    return m_showsArray;
+  }
 
   foundation::velmardata::Array m_array;
-  WritablePlace m_writable;
-  std::vector<std::int64_t> m_shape;            // first dimension first
-  std::vector<std::int64_t> m_bytewiseStrides;  // bytes from one index to the next
+  foundation::velmardata::ArrayType m_type;
+  Contents m_contents;
   char m_order;
+  mutable bool m_showsArray = false;
+  bool m_isDescriptionExported = false;  // of the current one
   std::int32_t m_isReadOnly = 1;
   std::int32_t m_nDim;
   std::int64_t m_numElems;
   std::int64_t m_bufferSizeInBytes;
   std::int64_t m_elemSizeInBytes;
-  std::byte* m_buf;  // the mirror, from malloc, owned
-  mutable bool m_isMirrorFilled;
-  bool m_isDescriptionKept = false;
-  std::vector<Description> m_keptDescriptions;  // went out, and describe an earlier shape
+  mutable std::byte* m_buf = nullptr;     // null before the first look
+  mutable std::byte* m_mirror = nullptr;  // from malloc, owned; null when no mirror is needed
+  mutable BlockOwner m_shown;             // the block that was shown
+  ArrayDescription m_firstDescription;
+  // Of later shapes, when earlier ones were exported; null while the first one is current.
+  struct LaterDescriptions {
+    std::vector<std::unique_ptr<ArrayDescription>> all;
+    ArrayDescription* current = nullptr;  // in `all`, or the first one
+  };
+  std::unique_ptr<LaterDescriptions> m_later;
 };
 
 // In the header because every read and every write of an element comes through here.
@@ -152,9 +188,10 @@ template <class IndexAt>
 bool MDArrayWrapper::findByteOffset(std::size_t count, IndexAt indexAt, std::int64_t& bytes) const {
   if (count > static_cast<std::size_t>(m_nDim)) return false;
   bytes = 0;
+  const std::span<const std::int64_t> strides = bytewiseStrides();
   for (std::size_t i = 0; i < count; ++i) {
     std::int64_t step = 0;
-    if (__builtin_mul_overflow(indexAt(i), m_bytewiseStrides[i], &step) ||
+    if (__builtin_mul_overflow(indexAt(i), strides[i], &step) ||
         __builtin_add_overflow(bytes, step, &bytes)) {
       return false;
     }

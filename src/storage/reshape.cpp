@@ -1,5 +1,6 @@
 // Reshaping of live storage.
 #include <algorithm>
+#include <memory>
 #include <new>
 #include <utility>
 
@@ -36,26 +37,35 @@ struct ReshapeVisitor {
 
 bool MDArrayWrapper::reshape(std::span<const std::int64_t> dimensions, char order) {
   assert(exactProduct(dimensions) == static_cast<std::uint64_t>(m_numElems));
-  m_writable = {};  // new contents may be allocated where the old ones were
-  if (!applyVisitor(std::move(m_array), ReshapeVisitor{dimensions, m_array})) return false;
-  if (m_isDescriptionKept) {
-    m_keptDescriptions.push_back({std::move(m_shape), std::move(m_bytewiseStrides)});
+  // Everything that needs memory comes first, so that a failure changes nothing.
+  auto description = std::make_unique<ArrayDescription>();
+  description->assign(dimensions, m_elemSizeInBytes, order);
+  if (m_isDescriptionExported && m_later == nullptr) {
+    m_later = std::make_unique<LaterDescriptions>();
+    m_later->current = &m_firstDescription;
   }
+  if (m_later != nullptr) m_later->all.reserve(m_later->all.size() + 1);
+  if (!applyVisitor(std::move(m_array), ReshapeVisitor{dimensions, m_array})) return false;
   m_nDim = static_cast<std::int32_t>(dimensions.size());
-  m_shape.assign(dimensions.begin(), dimensions.end());
   m_order = order;
-  setBytewiseStrides();
-  // A shape that comes back uses the numbers that went out before. What is kept therefore grows
-  // only with the number of different shapes.
-  const auto same = std::find_if(
-      m_keptDescriptions.begin(), m_keptDescriptions.end(), [this](const Description& kept) {
-        return kept.shape == m_shape && kept.bytewiseStrides == m_bytewiseStrides;
-      });
-  m_isDescriptionKept = same != m_keptDescriptions.end();
-  if (m_isDescriptionKept) {
-    m_shape = std::move(same->shape);
-    m_bytewiseStrides = std::move(same->bytewiseStrides);
-    m_keptDescriptions.erase(same);
+  if (!m_isDescriptionExported) {
+    currentDescription().swap(*description);
+    return true;
+  }
+  // What went out stays. A shape that comes back uses the numbers that went out before, so that
+  // what is kept grows only with the number of different shapes.
+  const auto isSame = [&](const ArrayDescription& kept) { return kept == *description; };
+  const auto same = std::find_if(m_later->all.begin(), m_later->all.end(),
+                                 [&](const auto& kept) { return isSame(*kept); });
+  m_isDescriptionExported = true;
+  if (isSame(m_firstDescription)) {
+    m_later->current = &m_firstDescription;
+  } else if (same != m_later->all.end()) {
+    m_later->current = same->get();
+  } else {
+    m_later->current = description.get();
+    m_later->all.push_back(std::move(description));
+    m_isDescriptionExported = false;
   }
   return true;
 }

@@ -10,8 +10,8 @@ class MCppPyArray;
 
 // The view's contents as a library array, and an array of Python's that exports them. Both are
 // snapshots of the moment when they were first asked for and are never refreshed: what a view has
-// exported must not change. Making one can run Python code that asks for the same one; the first
-// that was made stays.
+// exported must not change. Making one can run Python code that asks for the same one; callers keep
+// the first that was made.
 class ViewCaches {
  public:
   ViewCaches();

@@ -34,8 +34,8 @@ PyObject* MCPyArray_MDAImplToMCPyArray(void* impl) {
   if (!type.isValid) return refuse("invalid type.");
   PyRef record = PyRef::steal(allocMCPyArray(typeObjectOf(type.supportedArrayEnum)));
   if (!record) return nullptr;
-  const MCppPyArray* view =
-      giveNewView(record.get(), std::move(array), type.supportedArrayEnum, type.isComplex);
+  const MCppPyArray* view = giveNewView(record.get(), std::move(array), type.supportedArrayEnum,
+                                        type.isComplex, Contents::Shared);
   if (view == nullptr) return nullptr;
   view->wrapper()->buf();  // fills the mirror now, because the client may write to the elements
   return record.release();
@@ -49,7 +49,11 @@ void* MCPyArray_MCPyArrayToMDAImpl(PyObject* object) {
   if (view == nullptr) return nullptr;
   if (view->indicesAreEmpty()) {
     const WrapperAccess storage = view->wrapper();
-    return storage ? velmar::data::impl::addReference(storage->array().impl()) : nullptr;
+    if (!storage) return nullptr;
+    if (ArrayImpl* handedOut = storage->tryHandOut()) return handedOut;
+    setOutOfMemory(static_cast<std::uint64_t>(storage->getNumberOfElements()),
+                   typeWordOf(view->getSupportedArrayEnum()));
+    return nullptr;
   }
   const std::optional<vd::Array> copy = getIndexedArrayAsMDA(*view);
   return copy ? velmar::data::impl::addReference(copy->impl()) : nullptr;

@@ -71,6 +71,7 @@ PyObject* init_types(PyObject* module) {
       std::cerr << "Could not initialize type." << '\n' << std::flush;
       return nullptr;
     }
+    rememberItems(static_cast<SupportedArrayEnum>(i));
   }
   if (makeClass(module, &MCPyIterTypeSpec, "MCPyIter", MCPyIterTypeObj) == nullptr) {
     std::cerr << "Could not initialize MCPyIter_Type." << '\n' << std::flush;

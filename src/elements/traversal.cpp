@@ -1,11 +1,11 @@
 // Steps that carry, and tests of positions.
-#include "indexing/traversal.hpp"
+#include "elements/traversal.hpp"
 
 #include <algorithm>
 
 namespace traversal {
 
-bool carry(Position& position, const std::vector<std::int64_t>& shape, const IndexChain& chain) {
+bool carry(Position& position, std::span<const std::int64_t> shape, const IndexChain& chain) {
   for (auto k = static_cast<std::int64_t>(position.size()) - 1;; --k) {
     // A fixed dimension ends the walk: it never carries into the dimensions before it.
     if (k == 0 || getStepFromShapeDimsAndRestrictingIndices(k, shape, chain) == 0) return false;
@@ -23,7 +23,7 @@ bool carry(Position& position, const std::vector<std::int64_t>& shape, const Ind
 }  // namespace traversal
 
 bool containsElementWithIndices(const Position& position, std::int64_t numberOfDimensions,
-                                const std::vector<std::int64_t>& shape, const IndexChain& chain) {
+                                std::span<const std::int64_t> shape, const IndexChain& chain) {
   const auto available = static_cast<std::int64_t>(std::min(shape.size(), position.size()));
   if (numberOfDimensions > available) return false;
   for (std::int64_t k = 0; k < numberOfDimensions; ++k) {
@@ -47,7 +47,7 @@ bool containsElementWithIndices(const Position& position, std::int64_t numberOfD
   return true;
 }
 
-Position getStartElement(const std::vector<std::int64_t>& shape, const IndexChain& chain,
+Position getStartElement(std::span<const std::int64_t> shape, const IndexChain& chain,
                          std::int64_t length) {
   Position position(static_cast<std::size_t>(length), 0);
   const std::size_t count = std::min(position.size(), shape.size());

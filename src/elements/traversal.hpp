@@ -3,7 +3,7 @@
 #pragma once
 
 #include <cstdint>
-#include <vector>
+#include <span>
 
 #include "storage/index_chain.hpp"
 
@@ -18,8 +18,7 @@ struct Range {
 // The range of dimension k: that of the chain's item, or the whole dimension behind the chain. The
 // step of a dimension that an integer fixes is 0. A dimension that the shape lacks has no
 // positions.
-inline Range rangeOf(std::int64_t k, const std::vector<std::int64_t>& shape,
-                     const IndexChain& chain) {
+inline Range rangeOf(std::int64_t k, std::span<const std::int64_t> shape, const IndexChain& chain) {
   const auto place = static_cast<std::size_t>(k);
   const auto integers = chain.integers();
   if (place < integers.size()) {
@@ -33,16 +32,19 @@ inline Range rangeOf(std::int64_t k, const std::vector<std::int64_t>& shape,
 
 }  // namespace traversal
 
-inline std::int64_t getStartFromShapeDimsAndRestrictingIndices(
-    std::int64_t k, const std::vector<std::int64_t>& shape, const IndexChain& chain) {
+inline std::int64_t getStartFromShapeDimsAndRestrictingIndices(std::int64_t k,
+                                                               std::span<const std::int64_t> shape,
+                                                               const IndexChain& chain) {
   return traversal::rangeOf(k, shape, chain).start;
 }
-inline std::int64_t getStopFromShapeDimsAndRestrictingIndices(
-    std::int64_t k, const std::vector<std::int64_t>& shape, const IndexChain& chain) {
+inline std::int64_t getStopFromShapeDimsAndRestrictingIndices(std::int64_t k,
+                                                              std::span<const std::int64_t> shape,
+                                                              const IndexChain& chain) {
   return traversal::rangeOf(k, shape, chain).stop;
 }
-inline std::int64_t getStepFromShapeDimsAndRestrictingIndices(
-    std::int64_t k, const std::vector<std::int64_t>& shape, const IndexChain& chain) {
+inline std::int64_t getStepFromShapeDimsAndRestrictingIndices(std::int64_t k,
+                                                              std::span<const std::int64_t> shape,
+                                                              const IndexChain& chain) {
   return traversal::rangeOf(k, shape, chain).step;
 }
 
@@ -64,7 +66,7 @@ namespace traversal {
 enum class Step { Taken, AtEnd, Outside };
 
 // Moves entry k of a position on, if its dimension has a position left.
-inline Step takeStep(std::int64_t k, Position& position, const std::vector<std::int64_t>& shape,
+inline Step takeStep(std::int64_t k, Position& position, std::span<const std::int64_t> shape,
                      const IndexChain& chain) {
   std::int64_t& entry = position[static_cast<std::size_t>(k)];
   const Range range = rangeOf(k, shape, chain);
@@ -77,13 +79,13 @@ inline Step takeStep(std::int64_t k, Position& position, const std::vector<std::
 }
 
 // The rest of a move whose last entry is at the end of its dimension.
-bool carry(Position& position, const std::vector<std::int64_t>& shape, const IndexChain& chain);
+bool carry(Position& position, std::span<const std::int64_t> shape, const IndexChain& chain);
 
 }  // namespace traversal
 
 // Moves to the next position, last entry fastest. False when the walk is over; the position stays.
 // In the header because every element of a loop comes through here.
-inline bool incrementIndices(Position& position, const std::vector<std::int64_t>& shape,
+inline bool incrementIndices(Position& position, std::span<const std::int64_t> shape,
                              const IndexChain& chain) {
   if (position.empty()) return true;
   const auto last = static_cast<std::int64_t>(position.size()) - 1;
@@ -95,7 +97,7 @@ inline bool incrementIndices(Position& position, const std::vector<std::int64_t>
 // Whether the first entries of a position lie in their ranges. A position between two of a slice
 // counts as contained.
 bool containsElementWithIndices(const Position& position, std::int64_t numberOfDimensions,
-                                const std::vector<std::int64_t>& shape, const IndexChain& chain);
+                                std::span<const std::int64_t> shape, const IndexChain& chain);
 // The first position of a walk, with `length` entries. Entries past the shape are 0.
-Position getStartElement(const std::vector<std::int64_t>& shape, const IndexChain& chain,
+Position getStartElement(std::span<const std::int64_t> shape, const IndexChain& chain,
                          std::int64_t length);

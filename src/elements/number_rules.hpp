@@ -1,0 +1,61 @@
+// Conversion between numbers of C++ types, by the rules that hold for elements.
+#pragma once
+
+#include <cstdint>
+#include <limits>
+#include <type_traits>
+
+namespace number_rules {
+
+// Rounds to nearest. Deliberate: everything outside the range of float, on either side, becomes
+// positive infinity, which is the one value that programs test for. NaN keeps its sign and the bits
+// of its payload that fit.
+constexpr float narrow(double value) {
+  constexpr double largest = std::numeric_limits<float>::max();
+  constexpr double infinity = std::numeric_limits<double>::infinity();
+  // Without a branch, so that loops become vectors.
+  const bool isOutside = static_cast<int>(value > largest) | static_cast<int>(value < -largest);
+  return static_cast<float>(isOutside ? infinity : value);
+}
+
+// The result of truncating NaN, which would otherwise depend on the processor.
+template <class To>
+constexpr To truncatedNaN() {
+  if constexpr (sizeof(To) == 8 && std::is_unsigned_v<To>) {
+    return To{1} << 63;
+  } else if constexpr (sizeof(To) >= 4 && std::is_signed_v<To>) {
+    return std::numeric_limits<To>::min();
+  } else {
+    return 0;
+  }
+}
+
+// Whether the integer type To holds the value truncated toward zero. The test is on the value
+// before truncation: -128.9 fits a signed 8-bit integer. Deliberate: -2^63 does not fit a signed
+// 64-bit integer, because its bound is exclusive and no double lies just below it. NaN fits.
+template <class To, class From>
+constexpr bool fits(From value) {
+  using Limits = std::numeric_limits<To>;
+  if constexpr (std::is_floating_point_v<From>) {
+    constexpr double below = static_cast<double>(Limits::min()) - 1.0;
+    constexpr double above = static_cast<double>(Limits::max()) + 1.0;
+    return !(value <= below || value >= above);
+  } else if constexpr (std::is_signed_v<From> == std::is_signed_v<To>) {
+    return value >= Limits::min() && value <= Limits::max();
+  } else if constexpr (std::is_signed_v<From>) {
+    return value >= 0 && static_cast<std::make_unsigned_t<From>>(value) <= Limits::max();
+  } else {
+    return value <= static_cast<std::make_unsigned_t<To>>(Limits::max());
+  }
+}
+
+// The value truncated toward zero. It must fit.
+template <class To, class From>
+constexpr To truncate(From value) {
+  if constexpr (std::is_floating_point_v<From>) {
+    if (value != value) return truncatedNaN<To>();
+  }
+  return static_cast<To>(value);
+}
+
+}  // namespace number_rules
