@@ -11,7 +11,7 @@ def time_text(seconds):
 
 
 def figure(value, kind=Kind.TIME):
-    if kind is Kind.PEAK:
+    if kind in (Kind.PEAK, Kind.GROWTH):
         return f"{value:.2f} x"
     if kind is Kind.HELD:
         return f"{value / 1e6:.4g} MB" if value >= 1e6 else f"{value:.0f} B"

@@ -14,6 +14,7 @@ from rows import Kind
 
 PROGRAMS = {
     Kind.PEAK: Path(__file__).resolve().parent / "peak.py",
+    Kind.GROWTH: Path(__file__).resolve().parent / "peak.py",
     Kind.HELD: Path(__file__).resolve().parent / "held.py",
 }
 
@@ -98,8 +99,8 @@ def measure_times(case, repeats, least_seconds):
         own = dict(names)
         if case.makers:
             own["a"] = make(case.makers[column], names)
-        if case.twin:
-            own["b"] = make(case.makers[column], names | {"data": case.data()})
+        if case.second:
+            own["b"] = make(case.second[column], names | {"data": case.data()})
         samplers[column] = Sampler(statement, own, least_seconds)
     gc.collect()
     gc.disable()

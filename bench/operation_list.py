@@ -17,9 +17,8 @@ from operation import (
 )
 from rows import ARRAY, LIST, NUMPY, NUMPY_F, OURS
 
-SHARES = "The column list shares the elements instead of converting them: a floor, no equal."
-SHARES_ROWS = "The column list shares the rows instead of copying them: a floor, no equal."
-NO_COPY = "NumPy gives the memory of its rows itself; ours is a copy of what the view shows."
+SHARES = "The column list shares the elements instead of converting them, so it is a lower bound."
+NO_COPY = "NumPy exports the memory of its array; ours is a copy of what the view shows."
 ARROW_COPY = "{}.copy_to(pa.default_cpu_memory_manager())"
 
 
@@ -118,7 +117,6 @@ MAKING = (
         "other_class",
         "from an array of another class",
         "velmar.single(a)",
-        note="Ours goes over Python numbers.",
         numpy='a.astype("float32")',
         array='[array("f", row) for row in a]',
         list=None,
@@ -210,7 +208,6 @@ WRITING = (
         "write all from another array",
         "a[:] = b",
         twin=True,
-        note="Ours goes over Python numbers.",
         array="a[:] = [row[:] for row in b]",
         list="a[:] = [row[:] for row in b]",
         pyarrow=None,
@@ -272,7 +269,7 @@ WHOLE = (
         "a == b, all equal",
         "a == b",
         twin=True,
-        note="Ours compares Python numbers, as list and array do.",
+        note="The columns list and array compare Python numbers.",
         numpy="(a == b).all()",
         pyarrow="a.equals(b)",
     ),
@@ -280,7 +277,7 @@ WHOLE = (
         "clone",
         "a copy",
         "a[:].clone()",
-        note=SHARES + " Ours goes over Python numbers.",
+        note=SHARES,
         numpy="a.copy()",
         numpy_F='a.copy("F")',
         array="[row[:] for row in a]",
@@ -291,7 +288,7 @@ WHOLE = (
         "pickle",
         "a pickle there and back",
         "pickle.loads(pickle.dumps(a))",
-        note="Ours holds nested lists.",
+        note="Our pickle holds nested lists.",
     ),
     use(
         "reshape",

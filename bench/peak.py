@@ -1,14 +1,14 @@
-# Runs in a fresh process for one column of one row: measures the memory peak of a construction.
+# Runs in a fresh process for one column of one row: measures the memory peak of a statement.
 """peak.py ROW COLUMN: prints the growth of the resident peak, divided by the size of the elements.
 
-Includes the result and temporary memory, but not the input lists, which are made before.
+Includes the result and temporary memory, but not the input, which is made before.
 """
 
 import gc
 import sys
 
 from cases import CASES
-from measure import modules
+from measure import make, modules
 
 
 def resident_bytes(field):
@@ -28,13 +28,22 @@ def forget_the_peak_so_far():
         pass
 
 
+def names_of(case, column, data):
+    """The names of the statement. An array `a` has been read and has exported its memory."""
+    names = modules() | {"data": data}
+    if case.makers:
+        names["a"] = make(case.makers[column], names)
+        memoryview(names["a"])[0, 0]
+    return names
+
+
 def main(row, column):
     case = next(case for case in CASES if case.name == row)
-    names = modules()
     statement = compile(case.statements[column], "<statement>", "eval")
-    names["data"] = [[1, 2], [3, 4]]
-    eval(statement, names)  # so that one-time setup is not counted
-    names["data"] = case.data()
+    eval(
+        statement, names_of(case, column, [[1, 2], [3, 4]])
+    )  # so that one-time setup is not counted
+    names = names_of(case, column, case.data())
     gc.collect()
     forget_the_peak_so_far()
     before = resident_bytes("VmRSS")

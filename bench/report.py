@@ -27,20 +27,21 @@ MUCH_SLOWER = 3
 
 WRITTEN = "<!-- Written by bench/report.py from the figures in bench/results; not by hand. -->"
 START = (
-    "All figures on this page were taken on one machine, and `bench/report.py` wrote the page from"
-    " them. Only ratios travel to other machines."
+    "All figures on this page were measured on one machine, and `bench/report.py` wrote the page"
+    " from them. Absolute times depend on the machine; compare the ratios."
 )
 OVERVIEW = (
-    "Our time over that of NumPy in column-major order, the order that ours lie in as well: below 1"
-    " we are quicker. Where NumPy has no such operation, the neighbour is named."
+    "Our time divided by that of NumPy in column-major order, which is our order as well: below 1"
+    " we are quicker. Where NumPy does not have the operation, the column used instead is named."
 )
 JOBS = (
-    "`script/bench --check` holds us to these limits. In brackets is our figure over the"
-    " neighbour's. An import is timed alone in a fresh process. A peak is what a construction adds"
-    " to the resident memory at its highest, in sizes of the elements; held is what an array holds"
-    " that has exported its memory. `bytearray` is plain memory of the same size, and"
-    " `ours otherwise` our array of ten elements for the reshapes, else our arrays with the steps"
-    " written out that the statement saves."
+    "`script/bench --check` fails when one of these limits is exceeded. In brackets is our figure"
+    " divided by that of the column. An import is timed alone in a fresh process. A peak is the"
+    " most that a statement adds to the resident memory, in sizes of the elements. Held is the"
+    " memory of an array that was read and exported. `bytearray` is plain memory of the same size."
+    " `ours otherwise` is our array of ten elements for the reshapes, finite values for the"
+    " infinities, and in other rows the steps of the statement as separate calls: nested lists,"
+    " their pickle, a construction."
 )
 MEASURED = """\
 - Each operation runs in a fresh process. The columns of one size are sampled in turn, with the
@@ -53,10 +54,11 @@ MEASURED = """\
   list array, or a flat one.
 - `n` is a NumPy array of random elements, `data` the same as nested lists, `flat` as one list; `b`
   is equal to `a` and shares nothing with it.
-- A time and another one for an element are the line with the least relative errors through all
-  sizes, given where it misses none by more than half; else there are the figures at both ends.
-- "About equal" is within a tenth, and one size alone decides nothing.
-- A column that would have gone beyond its share of the time stops at the size before."""
+- "500 ns and 2 ns an element" is the line with the smallest relative errors over all sizes. It is
+  given where every point is within a factor of {rough:g} of the line; otherwise the text has the figures
+  at both ends.
+- "About equal" is within a tenth. A difference at only one size is ignored.
+- A column stops at the size whose measurement would have exceeded its share of the time."""
 SIZES_COMMAND = "script/bench --sizes --json bench/results/sizes.json"
 TABLE_COMMAND = "script/bench --json bench/results/table.json"
 REPORT_COMMAND = (
@@ -250,6 +252,7 @@ def page_of(sizes, jobs=None, plots="plots"):
         least=time_text(sizes["least_seconds"]),
         long_repeats=LONG_REPEATS,
         long=time_text(LONG_SECONDS),
+        rough=ROUGH_FACTOR,
     )
     again = f"- To do it again: `{SIZES_COMMAND}`, `{TABLE_COMMAND}`, then `{REPORT_COMMAND}`."
     needs = f"- The run took {sizes['minutes']:g} minutes and {peak / 1e9:.2g} GB of memory."

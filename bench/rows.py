@@ -2,7 +2,7 @@
 """A statement can use velmar, np, array, pickle, sys and the data of the row; with makers also a.
 A maker can use the same names except a.
 
-A twin row also has b: made like a, with equal elements that are separate objects.
+A row with makers of b also has b, made from equal data whose elements are separate objects.
 """
 
 import random
@@ -17,10 +17,10 @@ NUMPY_F = "numpy-F"  # column-major, the fair comparison for operations that reo
 ARRAY = "array"  # a list of array.array rows, or one flat array.array
 LIST = "list"  # shares the elements; a lower bound where others convert
 BYTES = "bytearray"
-OTHERWISE = "ours otherwise"  # our arrays with other steps or another size, see README.md
+OTHERWISE = "ours otherwise"  # our arrays with other steps, size or elements, see README.md
 PEERS = (NUMPY, NUMPY_F, ARRAY, LIST, BYTES, OTHERWISE)
 
-# Allowed in addition at any size: arenas of the allocator, pages of code.
+# Allowed in addition for a construction of any size: arenas of the allocator, pages of code.
 PEAK_CONSTANT_BYTES = 1 << 20
 
 
@@ -30,6 +30,7 @@ class Kind(Enum):
     TIME = "seconds of the statement"
     IMPORT = "seconds of the import, in a fresh process"
     PEAK = "growth of the resident peak, in sizes of the elements, in a fresh process"
+    GROWTH = "growth of the resident peak by a use, in sizes of the elements, in a fresh process"
     HELD = "bytes that one object holds in all, in a fresh process"
 
 
@@ -47,14 +48,17 @@ class Limit:
 
 @dataclass(frozen=True)
 class Case:
-    """Statements and makers are dicts by column; a maker makes the `a` of its column from data."""
+    """Statements and makers are dicts by column; a maker makes the `a` of its column from data.
+
+    `second` has the makers of `b`, from data of its own.
+    """
 
     name: str
     statements: dict[str, str]
     limit: Limit | None = None
     data: Callable[[], list] | None = None
     makers: dict[str, str] = field(default_factory=dict)
-    twin: bool = False
+    second: dict[str, str] = field(default_factory=dict)
     kind: Kind = Kind.TIME
     element_bytes: int = 0
 
@@ -172,8 +176,25 @@ def whole(statement, makers, limit=None, name=None, **others):
     return Case(name or statement, statements, limit, makers=makers)
 
 
+def growth(name, statement, limit, rows, columns, **others):
+    """The memory that a statement on an array of random doubles needs, beside that of the array."""
+    statements = {OURS: statement} | spelled(others)
+    data = partial(random_array, rows, columns)
+    element_bytes = rows * columns * 8
+    makers = {column: DOUBLE_MAKERS[column] for column in statements}
+    return Case(
+        name,
+        statements,
+        limit,
+        data,
+        makers,
+        kind=Kind.GROWTH,
+        element_bytes=element_bytes,
+    )
+
+
 def held(rows, columns, limit):
-    """The memory of an array of random doubles that has exported its memory once."""
+    """The memory of an array of random doubles that was read and has exported its memory."""
     data = partial(random_array, rows, columns)
     statements = {
         OURS: "velmar.double(data)",
@@ -192,7 +213,9 @@ def held(rows, columns, limit):
 
 
 def spelled(others):
-    return {column.replace("_", " "): statement for column, statement in others.items()}
+    """Statements by column; the keywords write the names of columns as identifiers."""
+    names = {"numpy_F": NUMPY_F, "ours_otherwise": OTHERWISE}
+    return {names.get(column, column): statement for column, statement in others.items()}
 
 
 DOUBLE_MAKERS = {
@@ -206,16 +229,35 @@ DOUBLE_MAKERS = {
 SAME_FOR_ALL = (OURS, NUMPY, NUMPY_F, ARRAY, LIST)
 
 
-def use(statement, limit=None, rows=100, columns=100, name=None, twin=False, **others):
-    """A statement on an array of doubles with this many rows and columns.
+INT32_MAKERS = {
+    OURS: "velmar.int32(data)",
+    NUMPY: 'np.array(data, dtype="int32")',
+    NUMPY_F: 'np.array(data, dtype="int32", order="F")',
+    ARRAY: '[array("i", row) for row in data]',
+    LIST: "data",
+}
 
-    `others` are the statements of columns that differ: numpy (in both orders), array, list and
-    ours_otherwise.
+
+def use(
+    statement,
+    limit=None,
+    rows=100,
+    columns=100,
+    name=None,
+    draw=random_float,
+    makers=DOUBLE_MAKERS,
+    second=None,
+    **others,
+):
+    """A statement on an array with this many rows and columns, of doubles unless `makers` differ.
+
+    `second`: the makers of b, if the statement uses one. `others` are the statements of columns
+    that differ: numpy (in both orders unless numpy_F is given), array, list and ours_otherwise. A
+    column of None is left out.
     """
-    statements = dict.fromkeys(SAME_FOR_ALL, statement)
     if "numpy" in others:
-        others[NUMPY_F] = others["numpy"]
-    statements |= spelled(others)
+        others.setdefault("numpy_F", others["numpy"])
+    statements = dict.fromkeys(SAME_FOR_ALL, statement) | spelled(others)
+    statements = {column: text for column, text in statements.items() if text is not None}
     name = f"{name or statement}, {rows}x{columns}"
-    data = nested(rows, columns, random_float)
-    return Case(name, statements, limit, data, DOUBLE_MAKERS, twin)
+    return Case(name, statements, limit, nested(rows, columns, draw), makers, second or {})

@@ -14,7 +14,7 @@ from figure_text import figure, ratio_text
 from measure import measure
 from rows import OURS, PEAK_CONSTANT_BYTES, PEERS, Kind
 
-NAME_WIDTH = 27
+NAME_WIDTH = 33
 OURS_WIDTH = 8
 PEER_WIDTH = 15
 LIMIT_WIDTH = 26
@@ -49,10 +49,10 @@ class Result:
             return ""
         if limit.peer:
             text = f"{limit.ratio:g} of {limit.peer}"
-        elif self.case.kind is Kind.HELD:
-            text = figure(limit.ratio, Kind.HELD)
-        else:
+        elif self.case.kind is Kind.PEAK:
             text = f"{limit.ratio:g} x + 1 MiB"
+        else:
+            text = figure(limit.ratio, self.case.kind)
         return text + (f", aim {limit.aim:g}" if limit.aim is not None else "")
 
     def verdict(self):

@@ -45,6 +45,7 @@ class TestTexts:
             ("a time", 0.01, Kind.TIME, "10 ms"),
             ("an import", 0.005, Kind.IMPORT, "5 ms"),
             ("a peak", 2.345, Kind.PEAK, "2.35 x"),
+            ("a growth", 1.0, Kind.GROWTH, "1.00 x"),
             ("bytes", 683.4, Kind.HELD, "683 B"),
             ("megabytes", 16_800_000, Kind.HELD, "16.8 MB"),
         ],
@@ -222,7 +223,8 @@ class TestWords:
             ("none", None, Kind.TIME, "-"),
             ("a peer", {"ratio": 0.6, "peer": "numpy-F"}, Kind.TIME, "0.6 of numpy-F (0.25)"),
             ("a peak", {"ratio": 4.0, "peer": None}, Kind.PEAK, "4.00 x and 1 MiB"),
-            ("held", {"ratio": 700, "peer": None}, Kind.HELD, "700 B"),
+            ("a growth", {"ratio": 1.2, "peer": None}, Kind.GROWTH, "1.20 x"),
+            ("held", {"ratio": 560, "peer": None}, Kind.HELD, "560 B"),
         ],
     )
     def test_limit(self, limit, kind, text):
@@ -341,6 +343,13 @@ class TestTableOfLimits:
     def test_small_peaks_have_a_constant_on_top(self, peak, holds):
         case = Case("peak", {}, Limit(4.0), kind=Kind.PEAK, element_bytes=100_000)
         assert run.Result(case, {"velmar": peak}).holds is holds
+
+    @rows("growth, holds", [("within", 1.2, True), ("over", 1.21, False)])
+    def test_growth_has_no_constant_on_top(self, growth, holds):
+        case = Case("growth", {}, Limit(1.2), kind=Kind.GROWTH, element_bytes=100_000)
+        result = run.Result(case, {"velmar": growth})
+        assert result.holds is holds
+        assert result.limit_cell() == "1.20 x"
 
 
 class TestTableOfSizes:
