@@ -378,15 +378,98 @@ class TestFinalisers:
         assert got in (None, NUMBERS)
         assert held == []
 
+
+BLOCKS = grid(10, 20, 2)
+
+
+def unfinished():
+    """An array, a view that is copied row by row, and a function that makes it readable.
+
+    The last rows of the view lie outside the storage until the array has its first shape back.
+    """
+    array = velmar.double(BLOCKS)
+    view = array[9][:]
+    array.reshape(20, 10, 2)
+    return array, view, lambda: array.reshape(10, 20, 2)
+
+
+@collects_anywhere
+class TestFinalisersBetweenRows:
+    """The same for views that are copied through lists of numbers, row by row."""
+
     def test_finalisers_run_between_two_rows(self):
-        """Some of these moments lie between two rows, as the tests above assume."""
+        """Some of these moments lie between two rows, as the tests below assume."""
+        copies = []
+        for after in range(1, 16):
+            _, view, complete = unfinished()
+            with interrupted(complete, after), contextlib.suppress(RuntimeError):
+                copies.append(memoryview(view).tolist())
+        mixed = [copy for copy in copies if copy != BLOCKS[9]]
+        assert mixed
+        for copy in mixed:  # rows of the earlier shape, then of the later; the first is in both
+            are_late = [row == late for row, late in zip(copy, BLOCKS[9], strict=True)]
+            assert are_late[1:] == sorted(are_late[1:])
+
+    def test_between_two_rows_without_elements(self):
         failures = set()
         for after in range(1, 16):
-            array = velmar.double(NUMBERS)
+            array = velmar.double(size=(10, 0))
             view = array[::-1]
-            with interrupted(lambda: array.reshape(20, 5), after):  # noqa: B023 - runs here
+            with interrupted(lambda: array.reshape(0, 20), after):  # noqa: B023 - runs here
                 try:
                     memoryview(view)
                 except RuntimeError as error:
                     failures.add(str(error))
         assert failures == {"null data pointer."}
+
+    @MOMENTS
+    def test_reshapes(self, after):
+        array, view, complete = unfinished()
+        with interrupted(complete, after), contextlib.suppress(RuntimeError):
+            memoryview(view)
+        assert array.size == (10, 20, 2)
+        assert contents(array) == BLOCKS
+        assert memoryview(array[9][:]).tolist() == BLOCKS[9]
+
+    @MOMENTS
+    def test_exports(self, after):
+        _, view, complete = unfinished()
+
+        def action():
+            complete()
+            return memoryview(view)
+
+        outer = None
+        with interrupted(action, after) as results, contextlib.suppress(RuntimeError):
+            outer = memoryview(view)
+        (inner,) = results
+        assert inner.tolist() == memoryview(view).tolist()
+        assert inner.tolist() == BLOCKS[9] or outer is not None
+        assert address_of(inner) == address_of(memoryview(view))
+        if outer is not None:
+            assert outer.tolist() == inner.tolist()
+            assert address_of(inner) == address_of(outer)
+
+    @MOMENTS
+    def test_writes(self, after):
+        array, view, complete = unfinished()
+
+        def action():
+            complete()
+            array[:] = [[[-1.0] * 2] * 20] * 10
+
+        got = []
+        with interrupted(action, after), contextlib.suppress(RuntimeError):
+            got = memoryview(view).tolist()
+        assert {number for line in got for number in line} <= {-1.0, *range(400)}
+        assert contents(array) == [[[-1.0] * 2] * 20] * 10
+
+    @MOMENTS
+    def test_drops_the_storage(self, after):
+        held = [velmar.double(BLOCKS)]
+        plane = list(held[0])[9]
+        held[0].reshape(5, 40, 2)
+        with interrupted(held.clear, after), pytest.raises(RuntimeError):
+            memoryview(plane)
+        churn()
+        assert held == []

@@ -40,8 +40,10 @@ class TestWords:
     def test_of_the_text(self, text, deep_array):
         assert message_of(lambda: text(deep_array)) == EXCEEDED + "making a nested list of an array"
 
-    def test_of_a_comparison(self, deep_array):
-        assert message_of(lambda: deep_array == deep_array) == EXCEEDED + "comparing arrays"
+    def test_of_a_comparison(self):
+        # Without elements: those in memory are compared without recursion.
+        array = velmar.int8(size=(1,) * DEEP + (0,))
+        assert message_of(lambda: array == array) == EXCEEDED + "comparing arrays"
 
 
 # A comparison has its own limit. An interpreter that counts C and Python calls together reaches its
@@ -50,7 +52,7 @@ DEEP_COMPARISONS = """
 import sys, threading, velmar
 
 def compare(dimensions):
-    array = velmar.int8(size=(1,) * (dimensions - 1) + (2,))
+    array = velmar.int8(size=(1,) * (dimensions - 1) + (0,))
     try:
         return array == array
     except RecursionError as error:

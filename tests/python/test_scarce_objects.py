@@ -47,6 +47,9 @@ def real():
 def complex_():
     return velmar.double([[1, 2j], [3, 4]], is_complex=True)
 
+def hollow():  # without elements in memory, each item is asked for
+    return velmar.double(size=(2, 0))
+
 def long():  # lengths and strides are not among the ints that CPython preallocates
     return velmar.double(size=(300, 2))
 
@@ -192,8 +195,9 @@ number = ctypes.c_int()
 """
 CLIENT_ROWS = {
     "adopted": ("real", "adopt(hand_out(a))", {NO_OBJECT, DEATH}),
-    "converted": ("real", "convert(a, number)", {NO_OBJECT, NO_DATA, DEATH}),
-    "converted_complex": ("complex_", "convert(a, number)", {NO_OBJECT, NO_DATA, DEATH}),
+    "converted": ("real", "convert(a, number)", {NO_OBJECT, DEATH}),
+    "converted_complex": ("complex_", "convert(a, number)", {NO_OBJECT, DEATH}),
+    "converted_by_items": ("hollow", "convert(a, number)", {NO_OBJECT, NO_DATA, DEATH}),
 }
 
 
