@@ -55,8 +55,8 @@ MEASURED = """\
 - `n` is a NumPy array of random elements, `data` the same as nested lists, `flat` as one list; `b`
   is equal to `a` and shares nothing with it.
 - "500 ns and 2 ns an element" is the line with the smallest relative errors over all sizes. It is
-  given where every point is within a factor of {rough:g} of the line; otherwise the text has the figures
-  at both ends.
+  given where every point is within a factor of {rough:g} of the line; otherwise the text has the
+  figures at both ends.
 - "About equal" is within a tenth. A difference at only one size is ignored.
 - A column stops at the size whose measurement would have exceeded its share of the time."""
 SIZES_COMMAND = "script/bench --sizes --json bench/results/sizes.json"
