@@ -1,6 +1,7 @@
 // Conversion between numbers of C++ types, by the rules that hold for elements.
 #pragma once
 
+#include <bit>
 #include <cstdint>
 #include <limits>
 #include <type_traits>
@@ -9,13 +10,17 @@ namespace number_rules {
 
 // Rounds to nearest. Deliberate: everything outside the range of float, on either side, becomes
 // positive infinity, which is the one value that programs test for. NaN keeps its sign and the bits
-// of its payload that fit.
+// of its payload that fit, and becomes quiet.
 constexpr float narrow(double value) {
   constexpr double largest = std::numeric_limits<float>::max();
   constexpr double infinity = std::numeric_limits<double>::infinity();
   // Without a branch, so that loops become vectors.
   const bool isOutside = static_cast<int>(value > largest) | static_cast<int>(value < -largest);
-  return static_cast<float>(isOutside ? infinity : value);
+  const auto narrowed = static_cast<float>(isOutside ? infinity : value);
+  // The conversion makes NaN quiet, but the compiler may omit it for a value that was a float.
+  constexpr std::uint32_t quiet = std::uint32_t{1} << 22;
+  const std::uint32_t mask = narrowed != narrowed ? quiet : 0;
+  return std::bit_cast<float>(std::bit_cast<std::uint32_t>(narrowed) | mask);
 }
 
 // The result of truncating NaN, which would otherwise depend on the processor.

@@ -150,9 +150,9 @@ constexpr bool isCertain() {
 
 // --- Loops
 
-// Bits that are set when an integer does not fit: those that the way to To and back changes, and
-// the sign where To has none or reads it as a digit. Without a branch, so that loops become
-// vectors.
+// Bits that are set when an integer does not fit: those that the way to To and back changes, the
+// sign where To has none, and the digits that To reads as signs. Without a branch, so that loops
+// become vectors.
 template <class To, class From>
 std::make_unsigned_t<From> lostBits(From value) {
   using Bits = std::make_unsigned_t<From>;
@@ -160,9 +160,10 @@ std::make_unsigned_t<From> lostBits(From value) {
   Bits lost = static_cast<Bits>(value) ^ static_cast<Bits>(back);
   if constexpr (sizeof(To) >= sizeof(From) && std::is_signed_v<From> && std::is_unsigned_v<To>) {
     lost |= static_cast<Bits>(static_cast<Bits>(value) >> (8 * sizeof(From) - 1));
-  } else if constexpr (sizeof(To) == sizeof(From) && std::is_unsigned_v<From> &&
+  } else if constexpr (sizeof(To) <= sizeof(From) && std::is_unsigned_v<From> &&
                        std::is_signed_v<To>) {
-    lost |= static_cast<Bits>(value >> (8 * sizeof(From) - 1));
+    // Also for a narrower type: the sign of its value would fill the upper digits again.
+    lost |= static_cast<Bits>(value >> (8 * sizeof(To) - 1));
   }
   return lost;
 }
