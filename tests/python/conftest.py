@@ -35,3 +35,10 @@ def pytest_addoption(parser):
     )
     group.addoption("--program-seed", type=int, default=0, help="seed of the random programs")
     group.addoption("--program-log", help="file that gets each line before it runs")
+    is_brief = os.environ.get("HYPOTHESIS_PROFILE") == "brief"
+    parser.getgroup("random elements").addoption(
+        "--element-cases",
+        type=int,
+        default=1000 if is_brief else 7000,
+        help="random cases of test_ways_of_elements.py, beside those of hypothesis",
+    )

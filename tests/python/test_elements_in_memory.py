@@ -25,6 +25,7 @@ from helpers.element_sources import (
     plain,
     reads_equal,
 )
+from helpers.failures import raises
 from helpers.lying_exporter import LyingExporter
 
 # Real single elements and what they become in a copy: NaN keeps its sign and payload and becomes
@@ -178,6 +179,54 @@ class TestEveryPair:
         for a, b in itertools.product(itertools.chain(*sources), repeat=2):
             want = reads_equal(a, b)
             assert ((a == b), (a != b)) == (want, not want), (a, b)
+
+
+class TestLongRows:
+    """One element among many, at both ends of the pieces in which rows are worked through."""
+
+    LENGTH = 70000
+    PLACES = [0, 31, 2047, 2048, 65535, 65536, 69999]
+
+    @pytest.mark.parametrize("place", PLACES)
+    @pytest.mark.parametrize("step", [1, -1])
+    @rows(
+        "source, target, number, shown",
+        [
+            ("signed", velmar.int32, velmar.int16, -32769, "-32769"),
+            ("wrapping", velmar.uint32, velmar.int8, 2**32 - 1, "4294967295"),
+            ("sign", velmar.int64, velmar.uint16, -1, "-1"),
+        ],
+    )
+    def test_a_refusal(self, source, target, number, shown, step, place):
+        text = f"value ({shown}) cannot be stored in a variable of type {target.__name__}."
+        row = source(size=(1, self.LENGTH))[0]
+        row[place] = number
+        with raises(OverflowError, text):
+            target(row[::step])
+        with raises(ValueError, text):
+            target(vector=row[::step])
+        written = target(size=(1, self.LENGTH))
+        with raises(OverflowError, text):
+            written[0] = row[::step]
+        assert written == target(size=(1, self.LENGTH))
+        row[place] = 100
+        written[0] = row[::step]
+        assert written[0][place if step == 1 else -1 - place] == 100
+        assert sum(memoryview(written).cast("B")) == 100
+
+    @pytest.mark.parametrize("place", PLACES)
+    @each_form
+    def test_a_difference(self, row, is_complex, place):
+        a = row.cls(size=(self.LENGTH, 1), is_complex=is_complex)
+        b = row.cls(size=(self.LENGTH, 1), is_complex=is_complex)
+        real = row.cls(size=(self.LENGTH, 1))
+        assert a == b == real == a[::-1]
+        b[place][0] = 1
+        for x, y in ((a, b), (real, b), (a[::-1], b[::-1]), (a[::-1], b)):
+            assert x != y
+            assert y != x
+        assert b == b[:]
+        assert b.clone() == b
 
 
 class TestErrorPending:

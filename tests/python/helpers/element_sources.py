@@ -179,6 +179,8 @@ def memory(choices: Choices, row: ElementClass, count: int) -> bytes:
 
 
 def shape(choices: Choices) -> tuple[int, ...]:
+    if choices.is_rare(20):
+        return choices.pick(((3, 17), (40, 2), (1, 70), (2, 33, 2)))
     count = choices.pick((2, 2, 3, 1, 4))
     return tuple(choices.pick((2, 3, 1, 4, 5, 0)[: 6 if count < 4 else 3]) for _ in range(count))
 
