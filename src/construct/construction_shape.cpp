@@ -12,6 +12,9 @@
 
 namespace {
 
+// Room that is asked for at once; a sequence can say that it is longer than it is.
+constexpr Py_ssize_t usualDimensions = 4;
+
 // One entry of `size`; empty with an error set.
 std::optional<std::int64_t> readDimension(PyObject* size, Py_ssize_t index) {
   const PyRef item = PyRef::steal(PySequence_GetItem(size, index));
@@ -65,6 +68,7 @@ bool ConstructionShape::processSizeKwarg(PyObject* size) {
     return false;
   }
   std::vector<std::int64_t> dimensions;
+  dimensions.reserve(static_cast<std::size_t>(std::min<Py_ssize_t>(length, usualDimensions)));
   for (Py_ssize_t i = 0; i < length; ++i) {
     const std::optional<std::int64_t> dimension = readDimension(size, i);
     if (!dimension) return false;
@@ -72,7 +76,8 @@ bool ConstructionShape::processSizeKwarg(PyObject* size) {
   }
   ::makeTwoDimensional(dimensions);
   ::dropTrailingOnes(dimensions);
-  processSize(dimensions);
+  assert(specifiedDimensions.empty());
+  specifiedDimensions = std::move(dimensions);
   return true;
 }
 

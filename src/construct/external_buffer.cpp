@@ -14,15 +14,15 @@ bool formatMatches(const Py_buffer& view, char outputLetter, bool isComplex) {
   if (view.format == nullptr || *view.format == '\0') {
     return refuse("input 'format' field is null.");
   }
-  const std::string start = std::string("input buffer format ('") + view.format;
+  const auto start = [&view] { return std::string("input buffer format ('") + view.format; };
   if (isComplex && *view.format != 'Z') {
-    return refuse(start + "') does not begin with 'Z', but output type is complex");
+    return refuse(start() + "') does not begin with 'Z', but output type is complex");
   }
   const char letter = view.format[isComplex ? 1 : 0];
   if (letter == outputLetter || areDifferentButCompatible(letter, outputLetter, view.itemsize)) {
     return true;
   }
-  return refuse(start + "') is not compatible with output format ('" + (isComplex ? "Z" : "") +
+  return refuse(start() + "') is not compatible with output format ('" + (isComplex ? "Z" : "") +
                 outputLetter + "'); use a different input or output type");
 }
 

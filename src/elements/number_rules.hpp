@@ -23,6 +23,19 @@ constexpr float narrow(double value) {
   return std::bit_cast<float>(std::bit_cast<std::uint32_t>(narrowed) | mask);
 }
 
+// What a float becomes on the way through double and back, by the same rule: negative infinity
+// becomes positive, and a signaling NaN quiet. On bits, because compilers take the way there and
+// back for no change at all.
+constexpr float throughDouble(float value) {
+  constexpr std::uint32_t sign = 0x80000000;
+  constexpr std::uint32_t infinity = 0x7f800000;
+  constexpr std::uint32_t quiet = 0x00400000;
+  auto bits = std::bit_cast<std::uint32_t>(value);
+  bits = bits == (sign | infinity) ? infinity : bits;
+  bits |= (bits & ~sign) > infinity ? quiet : 0;
+  return std::bit_cast<float>(bits);
+}
+
 // The result of truncating NaN, which would otherwise depend on the processor.
 template <class To>
 constexpr To truncatedNaN() {

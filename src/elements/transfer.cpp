@@ -49,19 +49,33 @@ inline bool convertInteger(From value, P& to) {
   }
 }
 
-// A double to the part type P of a complex element, or to a floating element.
-template <class P>
-inline bool convertDouble(double value, P& to) {
+// A float or double, which Python reads as a double, to the (part) type P.
+template <class P, class From>
+inline bool convertFloating(From value, P& to) {
   if constexpr (std::is_same_v<P, double>) {
-    to = value;
+    to = static_cast<double>(value);
+    return true;
+  } else if constexpr (std::is_same_v<P, float> && std::is_same_v<From, float>) {
+    to = number_rules::throughDouble(value);
     return true;
   } else if constexpr (std::is_same_v<P, float>) {
     to = number_rules::narrow(value);
     return true;
   } else {
-    const bool isHeld = number_rules::fits<P>(value);
-    to = number_rules::truncate<P>(isHeld ? value : 0.0);
+    const auto number = static_cast<double>(value);
+    const bool isHeld = number_rules::fits<P>(number);
+    to = number_rules::truncate<P>(isHeld ? number : 0.0);
     return isHeld;
+  }
+}
+
+// A part of a complex element, which Python reads as a double whatever its type.
+template <class P, class From>
+inline bool convertPart(From part, P& to) {
+  if constexpr (std::is_floating_point_v<From>) {
+    return convertFloating<P>(part, to);
+  } else {
+    return convertFloating<P>(static_cast<double>(part), to);
   }
 }
 
@@ -90,17 +104,17 @@ inline bool convert(const From& from, To& to) {
     P imaginary{};
     bool isAccepted = false;
     if constexpr (isComplexElement<From>) {
-      isAccepted = convertDouble<P>(static_cast<double>(from.real()), real);
-      isAccepted = convertDouble<P>(static_cast<double>(from.imag()), imaginary) && isAccepted;
+      isAccepted = convertPart<P>(from.real(), real);
+      isAccepted &= convertPart<P>(from.imag(), imaginary);
     } else if constexpr (std::is_floating_point_v<From>) {
-      isAccepted = convertDouble<P>(static_cast<double>(from), real);
+      isAccepted = convertFloating<P>(from, real);
     } else {
       isAccepted = convertInteger<P>(from, real);
     }
     to = To(real, imaginary);
     return isAccepted;
   } else if constexpr (std::is_floating_point_v<From>) {
-    return convertDouble<To>(static_cast<double>(from), to);
+    return convertFloating<To>(from, to);
   } else {
     return convertInteger<To>(from, to);
   }

@@ -9,7 +9,8 @@ bool carry(Position& position, std::span<const std::int64_t> shape, const IndexC
   for (auto k = static_cast<std::int64_t>(position.size()) - 1;; --k) {
     // A fixed dimension ends the walk: it never carries into the dimensions before it.
     if (k == 0 || getStepFromShapeDimsAndRestrictingIndices(k, shape, chain) == 0) return false;
-    const Step step = takeStep(k - 1, position, shape, chain);
+    const Step step =
+        takeStep(position[static_cast<std::size_t>(k - 1)], rangeOf(k - 1, shape, chain));
     if (step == Step::Outside) return false;
     if (step == Step::AtEnd) continue;
     for (auto after = static_cast<std::size_t>(k); after < position.size(); ++after) {

@@ -65,11 +65,8 @@ namespace traversal {
 
 enum class Step { Taken, AtEnd, Outside };
 
-// Moves entry k of a position on, if its dimension has a position left.
-inline Step takeStep(std::int64_t k, Position& position, std::span<const std::int64_t> shape,
-                     const IndexChain& chain) {
-  std::int64_t& entry = position[static_cast<std::size_t>(k)];
-  const Range range = rangeOf(k, shape, chain);
+// Moves an entry of a position on, if its range has a position left.
+inline Step takeStep(std::int64_t& entry, const Range& range) {
   if (!indexIsContainedWithinHalfOpenRange(entry, range.start, range.stop, range.step)) {
     return Step::Outside;
   }
@@ -89,7 +86,8 @@ inline bool incrementIndices(Position& position, std::span<const std::int64_t> s
                              const IndexChain& chain) {
   if (position.empty()) return true;
   const auto last = static_cast<std::int64_t>(position.size()) - 1;
-  const traversal::Step step = traversal::takeStep(last, position, shape, chain);
+  const traversal::Step step =
+      traversal::takeStep(position.back(), traversal::rangeOf(last, shape, chain));
   if (step != traversal::Step::AtEnd) return step == traversal::Step::Taken;
   return traversal::carry(position, shape, chain);
 }

@@ -2,6 +2,7 @@
 #include "indexing/element_read.hpp"
 
 #include <complex>
+#include <span>
 #include <string>
 #include <type_traits>
 
@@ -19,19 +20,22 @@ const std::byte* orNullDataPointer(const std::byte* address) {
   return address;
 }
 
+// The element at the positions of the integers and one more index. Null, with no error set, when it
+// lies outside the storage.
+const std::byte* findElementBehind(const MDArrayWrapper& storage,
+                                   std::span<const IntegerIndexItem> integers, std::int64_t index) {
+  return storage.findElement(integers.size() + 1, [&](std::size_t k) {
+    return k < integers.size() ? integers[k].m_index : index;
+  });
+}
+
 // A view of `parent` with one subscript more, which takes the place of a slice at the end of the
 // chain. The item is in coordinates of the storage. Null with RuntimeError set.
 template <class T, class Item>
 PyObject* makeView(const MCppPyArray& parent, const Item& item, bool useWeakPtr) {
   PyRef record = PyRef::steal(allocMCPyArray(typeObjectOf(classOf<T>)));
   if (!record) return nullptr;
-  auto* view = new MCppPyArray(parent, useWeakPtr);
-  getMCPyArrayFromPyObject(record.get())->mcppPyArray = view;
-  if (parent.chain().finalSlice() != nullptr) {
-    view->replaceFinalSlice(item);
-  } else {
-    view->appendIndexItem(item);
-  }
+  getMCPyArrayFromPyObject(record.get())->mcppPyArray = new MCppPyArray(parent, item, useWeakPtr);
   return record.release();
 }
 
@@ -43,16 +47,6 @@ const std::byte* getAddressOfElementFromNormalizedIntIndices(const MCppPyArray& 
   return storage != nullptr ? orNullDataPointer(storage->findElement(position)) : nullptr;
 }
 
-const std::byte* getAddressOfElementFromNewIntIndex(const MCppPyArray& view,
-                                                    std::int64_t newIndex) {
-  const MDArrayWrapper* storage = view.borrowWrapper();
-  if (storage == nullptr) return nullptr;
-  const auto integers = view.chain().integers();
-  return orNullDataPointer(storage->findElement(integers.size() + 1, [&](std::size_t k) {
-    return k < integers.size() ? integers[k].m_index : newIndex;
-  }));
-}
-
 extern "C" Py_ssize_t MCPyArray_NumElemsInFirstDim(PyObject* self) {
   const MCppPyArray* view = getInitializedView(self);
   return view != nullptr ? getLengthOfActiveDimension(*view) : -1;
@@ -62,27 +56,29 @@ template <class T>
 PyObject* MCPyArray_GetItem(PyObject* self, Py_ssize_t index) {
   const MCppPyArray* view = getInitializedView(self);
   if (view == nullptr) return nullptr;
-  const std::int64_t length = getLengthOfActiveDimension(*view);
-  if (length < 0) return nullptr;
-  const std::int64_t fixed = view->getNumberOfIntegerIndicesSoFar();
-  // -1 for storage that has gone. If it has expired, the check below replaces the error; a slice of
-  // a weak view has no storage at all and keeps the error that is set.
-  const int dimensions = view->getNumberOfDimensions();
-  if (dimensions < 0 && !view->hasWeakPtrToWrapper()) return nullptr;
-  if (dimensions <= fixed) {
+  const SliceIndexItem* slice = view->chain().finalSlice();
+  const auto integers = view->chain().integers();
+  const MDArrayWrapper* storage = view->borrowWrapper();
+  // If the storage has expired, the check below replaces the error. Without a slice, and for a
+  // slice of a weak view, which never had storage, the error that is set stays.
+  if (storage == nullptr && (slice == nullptr || !view->hasWeakPtrToWrapper())) return nullptr;
+  const std::size_t dimensions = storage != nullptr ? storage->shape().size() : 0;
+  if (dimensions <= integers.size()) {
     setError(PyExc_RuntimeError, messages::tooManyIndices);
     return nullptr;
   }
+  const std::int64_t length =
+      slice != nullptr ? *slice->m_slice_len : storage->shape()[integers.size()];
   IntegerIndexItem item{index, false};
   if (!item.normalizeAgainstLength(length)) {
     setError(PyExc_IndexError, messages::invalidIndex + std::to_string(index));
     return nullptr;
   }
-  const SliceIndexItem* slice = view->chain().finalSlice();
   if (slice != nullptr && !getReplacementIndexForSliceAndInt(*slice, item)) return nullptr;
   // In the last dimension the element is read without making a view of it.
-  if (fixed == dimensions - 1) {
-    const std::byte* address = getAddressOfElementFromNewIntIndex(*view, item.m_index);
+  if (integers.size() == dimensions - 1) {
+    const std::byte* address = findElementBehind(*storage, integers, item.m_index);
+    if (orNullDataPointer(address) == nullptr) return nullptr;
     if constexpr (!std::is_same_v<T, bool>) {
       if (view->isComplex()) return makeNumberAt<std::complex<T>>(address);
     }

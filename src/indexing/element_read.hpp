@@ -22,8 +22,6 @@ extern "C" Py_ssize_t MCPyArray_NumElemsInFirstDim(PyObject* self);
 // there is no such element. Valid until Python code may run.
 const std::byte* getAddressOfElementFromNormalizedIntIndices(const MCppPyArray& view,
                                                              const Position& position);
-// The same for the position of the chain's integers and one more index.
-const std::byte* getAddressOfElementFromNewIntIndex(const MCppPyArray& view, std::int64_t newIndex);
 
 // New reference to the number of the element at an address; null with the error that is pending for
 // a null address. The element is copied before an object is made, because that can run code that

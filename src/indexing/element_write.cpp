@@ -56,7 +56,7 @@ int setItemViaFinalIntegerIndex(MCppPyArray& view, std::int64_t index, PyObject*
 template <class T>
 int setMultipleElementsFromNonFinalIntegerIndex(MCppPyArray& view, std::int64_t index,
                                                 PyObject* value) {
-  const IndexChain part = view.chain().with(IntegerIndexItem{index, true});
+  const IndexChain part(view.chain(), IntegerIndexItem{index, true});
   if (MDArrayWrapper* storage = view.findWrapper()) {
     if (const auto status = tryStoreArray<T>(*storage, part, value)) return resultOf(*status);
   }
@@ -86,7 +86,7 @@ int setMultipleElementsFromNonFinalSliceIndex(MCppPyArray& view, SliceIndexItem&
   if (const SliceIndexItem* parent = view.chain().finalSlice()) {
     getReplacementIndexForSliceAndSlice(*parent, slice);
   }
-  const IndexChain part = view.chain().with(slice);
+  const IndexChain part(view.chain(), slice);
   // Deliberate: a weak view has no storage to write slices to, as its slices have none to read.
   const MCppPyArray target(view, false);
   if (MDArrayWrapper* storage = target.findWrapper()) {
@@ -118,7 +118,7 @@ template <class T>
 int setIndividualElementsFromFlatSeqOfMultipleIntegerIndices(MCppPyArray& view,
                                                              const SliceIndexItem& slice,
                                                              PyObject* value) {
-  const IndexChain part = view.chain().with(slice);
+  const IndexChain part(view.chain(), slice);
   if (MDArrayWrapper* storage = view.findWrapper()) {
     if (const auto status = tryStoreArray<T>(*storage, part, value)) return resultOf(*status);
   }

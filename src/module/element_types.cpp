@@ -4,6 +4,8 @@
 #include <mutex>
 #include <string>
 
+#include <velmardata/exceptions.hpp>
+
 #include "module/support.hpp"
 
 using foundation::velmardata::ArrayType;
@@ -41,6 +43,17 @@ TypeAndComplexity getTypeAndComplexityFromArrayType(ArrayType type) {
       return invalidType;
   }
   return invalidType;  // a number that names none of the types above
+}
+
+std::int64_t sizeOfElement(ArrayType type) {
+  switch (type) {
+#define X(name, number, element) \
+  case ArrayType::name:          \
+    return sizeof(element);
+    VELMARDATA_FOR_EACH_ARRAY_TYPE(X)
+#undef X
+  }
+  throw foundation::velmardata::EArrayUnknownDataType("");
 }
 
 char* classid2format(ArrayType type) {

@@ -100,6 +100,9 @@ constexpr const char* typeWordOf(SupportedArrayEnum arrayClass) {
 template <class T>
 inline constexpr SupportedArrayEnum classOf = ClassOf<T>::value;
 
+// The bytes of one element. Throws EArrayUnknownDataType for a type without elements here.
+std::int64_t sizeOfElement(foundation::velmardata::ArrayType type);
+
 // What code without templates needs to know of an element type.
 struct ElementFacts {
   foundation::velmardata::ArrayType type;

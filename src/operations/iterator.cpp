@@ -58,15 +58,13 @@ MCppPyIter::MCppPyIter(const MCppPyArray* source)
   if (!storage) return;
   const IndexChain& chain = m_arrayView.chain();
   const std::span<const std::int64_t> shape = storage->shape();
-  m_shape.assign(shape.begin(), shape.end());
   m_currentIndices = getStartElement(shape, chain, m_activeDimension + 1);
+  m_range = traversal::rangeOf(m_activeDimension, shape, chain);
   m_isFinished = !containsElementWithIndices(m_currentIndices, m_activeDimension + 1, shape, chain);
   m_yieldsViews = storage->getNumberOfDimensions() - m_activeDimension > 1;
   if (m_yieldsViews) return;
   m_readNumber = applyVisitor(storage->array(), NumberReaderVisitor{});
-  m_ahead =
-      prefetchDistance(*storage, m_activeDimension,
-                       getStepFromShapeDimsAndRestrictingIndices(m_activeDimension, shape, chain));
+  m_ahead = prefetchDistance(*storage, m_activeDimension, m_range.step);
 }
 
 PyObject* MCppPyIter::makeRow() {
@@ -84,8 +82,7 @@ PyObject* MCppPyIter::increment() {
     return nullptr;
   }
   PyObject* item = m_yieldsViews ? makeRow() : m_readNumber(m_arrayView, m_currentIndices, m_ahead);
-  m_isFinished =
-      !incrementIndices(m_currentIndices, {m_shape.data(), m_shape.size()}, m_arrayView.chain());
+  m_isFinished = traversal::takeStep(m_currentIndices.back(), m_range) != traversal::Step::Taken;
   return item;
 }
 

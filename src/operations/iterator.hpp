@@ -2,14 +2,13 @@
 #pragma once
 
 #include <cstdint>
-#include <vector>
 
+#include "elements/traversal.hpp"
 #include "module/python.hpp"
 #include "storage/mcpp_py_array.hpp"
 
 // Owns a weak view, so it keeps no storage alive; the views that it yields are weak too. Its bounds
-// are those of the moment when it was made: the shape is a copy, and the chain of a view never
-// changes.
+// are those of the moment when it was made.
 class MCppPyIter {
  public:
   // An error is set when the storage has expired.
@@ -27,9 +26,10 @@ class MCppPyIter {
   MCppPyArray m_arrayView;
   std::int64_t m_activeDimension;
   Position m_currentIndices;  // the next item
+  // The range of the walked dimension. The dimensions before it are fixed, so no step carries.
+  traversal::Range m_range = {};
   bool m_isFinished = true;
   bool m_yieldsViews = false;
-  Position m_shape;
   NumberReader m_readNumber = nullptr;  // for the element type; null when views are yielded
   std::int64_t m_ahead = 0;             // bytes to an element that is read soon
 };

@@ -109,7 +109,7 @@ std::unique_ptr<MCppPyArray> cloneAsMCppPyArrayUniquePtr(MCppPyArray& view, Cont
 PyObject* cloneAsMCPyArray(MCppPyArray& view) {
   PyRef record = PyRef::steal(allocMCPyArrayFromMCppPyArray(view));
   if (!record) return nullptr;
-  MCppPyArray* clone = cloneAsMCppPyArrayUniquePtr(view, Contents::Shared).release();
+  MCppPyArray* clone = cloneAsMCppPyArrayUniquePtr(view, Contents::Copied).release();
   if (clone == nullptr && view.caches().indexedArrayAsMDA()) return nullptr;
   getMCPyArrayFromPyObject(record.get())->mcppPyArray = clone;
   return record.release();

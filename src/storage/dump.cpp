@@ -125,11 +125,8 @@ std::ostream& MDArrayWrapper::writeToOstream(std::ostream& os) const {
 
 std::ostream& MCppPyArray::writeToOstream(std::ostream& os) const {
   writeLine(os, "", "MDArrayWrapper: ");
-  if (!m_hasWeakPtrToWrapper && m_wrapper != nullptr) {
-    m_wrapper->writeToOstream(os);
-  } else if (const std::shared_ptr<MDArrayWrapper> locked = m_weakWrapper.lock()) {
-    locked->writeToOstream(os);
-  }
+  const StorageLink locked = m_storage.lock();
+  if (const MDArrayWrapper* storage = locked.find()) storage->writeToOstream(os);
   endLine(os);
   writeLine(os, "m_supportedArrayEnum: ", static_cast<int>(m_supportedArrayEnum));
   writeLine(os, "m_isComplex: ", m_isComplex);

@@ -29,15 +29,15 @@ class IndexChain {
   // Null without a slice.
   const SliceIndexItem* finalSlice() const { return m_slice ? &*m_slice : nullptr; }
 
-  // The chain of a view with one subscript more, in coordinates of the storage: the item takes the
-  // place of a slice at the end.
-  template <class Item>
-  IndexChain with(const Item& item) const {
-    IndexChain chain(*this);
-    chain.m_slice.reset();
-    chain.append(item);
-    return chain;
+  // A chain with one subscript more, in coordinates of the storage: the item takes the place of a
+  // slice at the end.
+  IndexChain(const IndexChain& parent, const IntegerIndexItem& item) {
+    m_integers.reserve(parent.m_integers.size() + 1);
+    for (const IntegerIndexItem& integer : parent.m_integers) m_integers.push_back(integer);
+    m_integers.push_back(item);
   }
+  IndexChain(const IndexChain& parent, const SliceIndexItem& item)
+      : m_integers(parent.m_integers), m_slice(item) {}
 
   // There must not be a slice: a subscript behind one replaces it.
   void append(const IntegerIndexItem& item) {
@@ -46,17 +46,6 @@ class IndexChain {
   }
   void append(const SliceIndexItem& item) {
     assert(!m_slice);
-    m_slice = item;
-  }
-
-  // There must be a slice.
-  void replaceFinalSlice(const IntegerIndexItem& item) {
-    assert(m_slice);
-    m_slice.reset();
-    m_integers.push_back(item);
-  }
-  void replaceFinalSlice(const SliceIndexItem& item) {
-    assert(m_slice);
     m_slice = item;
   }
 

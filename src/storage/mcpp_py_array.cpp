@@ -9,45 +9,30 @@ namespace vd = foundation::velmardata;
 
 MCppPyArray::MCppPyArray(vd::Array&& array, SupportedArrayEnum type, bool isComplex,
                          bool isColumnMajor, Contents contents)
-    : m_wrapper(
-          std::make_shared<MDArrayWrapper>(std::move(array), isColumnMajor ? 'F' : 'C', contents)),
+    : m_storage(StorageLink::make(std::move(array), isColumnMajor ? 'F' : 'C', contents)),
       m_supportedArrayEnum(type),
       m_isComplex(isComplex) {}
 
 MCppPyArray::MCppPyArray(const MCppPyArray& other, bool useWeakPtr)
-    : m_hasWeakPtrToWrapper(useWeakPtr),
+    : m_storage(linkTo(other, useWeakPtr)),
+      m_hasWeakPtrToWrapper(useWeakPtr),
       m_supportedArrayEnum(other.m_supportedArrayEnum),
       m_isComplex(other.m_isComplex),
-      m_indices(other.m_indices) {
-  takePointerOf(other);
-}
+      m_indices(other.m_indices) {}
 
 MCppPyArray::MCppPyArray(const MCppPyArray& other, const Position& positions, bool useWeakPtr)
-    : m_hasWeakPtrToWrapper(useWeakPtr),
+    : m_storage(linkTo(other, useWeakPtr)),
+      m_hasWeakPtrToWrapper(useWeakPtr),
       m_supportedArrayEnum(other.m_supportedArrayEnum),
       m_isComplex(other.m_isComplex),
-      m_indices(positions) {
-  takePointerOf(other);
-}
+      m_indices(positions) {}
 
 MCppPyArray::~MCppPyArray() = default;
 
-void MCppPyArray::takePointerOf(const MCppPyArray& other) {
-  if (!m_hasWeakPtrToWrapper) {
-    m_wrapper = other.m_wrapper;
-  } else if (other.m_hasWeakPtrToWrapper) {
-    m_weakWrapper = other.m_weakWrapper;
-    m_borrowedWrapper = other.m_borrowedWrapper;
-  } else {
-    m_weakWrapper = other.m_wrapper;
-    m_borrowedWrapper = other.m_wrapper.get();
-  }
-}
-
-WrapperAccess MCppPyArray::lockWrapper() const {
-  std::shared_ptr<MDArrayWrapper> locked = m_weakWrapper.lock();
-  if (locked == nullptr) setError(PyExc_RuntimeError, messages::expiredStorage);
-  return WrapperAccess(std::move(locked));
+StorageLink MCppPyArray::lockWrapper() const {
+  StorageLink locked = m_storage.lock();
+  if (locked.find() == nullptr) setError(PyExc_RuntimeError, messages::expiredStorage);
+  return locked;
 }
 
 Position MCppPyArray::getIntegerIndicesSoFar() const {

@@ -14,6 +14,7 @@
 #include "module/support.hpp"
 #include "storage/index_chain.hpp"
 #include "storage/md_array_wrapper.hpp"
+#include "storage/storage_link.hpp"
 #include "storage/view_caches.hpp"
 
 // Access to a view's storage, for a stretch of code that runs no Python code. While it lives it
@@ -21,14 +22,14 @@
 class WrapperAccess {
  public:
   explicit WrapperAccess(MDArrayWrapper* strong) : m_wrapper(strong) {}
-  explicit WrapperAccess(std::shared_ptr<MDArrayWrapper>&& locked)
-      : m_lock(std::move(locked)), m_wrapper(m_lock.get()) {}
+  explicit WrapperAccess(StorageLink&& locked)
+      : m_lock(std::move(locked)), m_wrapper(m_lock.find()) {}
   MDArrayWrapper* operator->() const { return m_wrapper; }
   MDArrayWrapper& operator*() const { return *m_wrapper; }
   explicit operator bool() const { return m_wrapper != nullptr; }
 
  private:
-  std::shared_ptr<MDArrayWrapper> m_lock;  // of a weak view only
+  StorageLink m_lock;  // of a weak view only
   MDArrayWrapper* m_wrapper;
 };
 
@@ -37,9 +38,9 @@ class WrapperAccess {
 // record (MCPyArray) owns the view.
 // Borrowed: whatever wrapper() and borrowWrapper() give is valid until Python code may run.
 //
-// Invariants. At most one of m_wrapper and m_weakWrapper is set; neither is set in a strong copy of
-// a weak view. The chain never changes once Python has the view. Class and complexity agree with
-// the element type of the storage.
+// Invariants. m_storage is strong, weak, or nothing in a strong copy of a weak view. The chain
+// never changes once Python has the view. Class and complexity agree with the element type of the
+// storage.
 //
 // Kept for Python programs: a strong copy of a weak view has no storage (rows from loops take
 // integers, not slices), and the caches are never refreshed, so that what a view has exported does
@@ -53,6 +54,15 @@ class MCppPyArray {
   // A view with other's chain and empty caches. With useWeakPtr false it takes other's strong
   // pointer even if that is empty.
   MCppPyArray(const MCppPyArray& other, bool useWeakPtr);
+  // A view with other's chain and one subscript more, in coordinates of the storage, which takes
+  // the place of a slice at the end.
+  template <class Item>
+  MCppPyArray(const MCppPyArray& other, const Item& item, bool useWeakPtr)
+      : m_storage(linkTo(other, useWeakPtr)),
+        m_hasWeakPtrToWrapper(useWeakPtr),
+        m_supportedArrayEnum(other.m_supportedArrayEnum),
+        m_isComplex(other.m_isComplex),
+        m_indices(other.m_indices, item) {}
   // A view of other's storage at the given positions; other's chain is not used.
   MCppPyArray(const MCppPyArray& other, const Position& positions, bool useWeakPtr);
   MCppPyArray(const MCppPyArray&) = delete;
@@ -69,18 +79,17 @@ class MCppPyArray {
   static void operator delete(void* memory) { PyObject_Free(memory); }
 
   WrapperAccess wrapper() const {
-    return m_wrapper != nullptr ? WrapperAccess(m_wrapper.get()) : lockWrapper();
+    return m_hasWeakPtrToWrapper ? WrapperAccess(lockWrapper()) : WrapperAccess(borrowWrapper());
   }
   // The storage without a hold on it, for one look that ends before Python code can run. Null, with
   // no error set, when the storage has expired.
-  MDArrayWrapper* findWrapper() const {
-    if (m_wrapper != nullptr) return m_wrapper.get();
-    return m_weakWrapper.expired() ? nullptr : m_borrowedWrapper;
-  }
+  MDArrayWrapper* findWrapper() const { return m_storage.find(); }
   // The same with RuntimeError set when the storage has expired.
   MDArrayWrapper* borrowWrapper() const {
     MDArrayWrapper* storage = findWrapper();
-    return storage != nullptr ? storage : lockWrapper().operator->();
+    if (storage == nullptr) [[unlikely]]
+      setError(PyExc_RuntimeError, messages::expiredStorage);
+    return storage;
   }
   bool hasWeakPtrToWrapper() const { return m_hasWeakPtrToWrapper; }
   // -1 with RuntimeError set when the storage has expired.
@@ -100,15 +109,10 @@ class MCppPyArray {
   // The positions that the chain's integers fix.
   Position getIntegerIndicesSoFar() const;
 
-  // Narrow the view, whose chain must not end in a slice (append), or must (replace). For views
-  // that Python does not have yet.
+  // Narrows a view that Python does not have yet, whose chain must not end in a slice.
   template <class Item>
   void appendIndexItem(const Item& item) {
     m_indices.append(item);
-  }
-  template <class Item>
-  void replaceFinalSlice(const Item& item) {
-    m_indices.replaceFinalSlice(item);
   }
 
   // Made at the first use, because most views are never copied. Throws std::bad_alloc.
@@ -124,13 +128,13 @@ class MCppPyArray {
   MODULE_EXPORT std::ostream& writeToOstream(std::ostream& os) const;
 
  private:
-  void takePointerOf(const MCppPyArray& other);
-  WrapperAccess lockWrapper() const;
+  static StorageLink linkTo(const MCppPyArray& other, bool useWeakPtr) {
+    return useWeakPtr ? other.m_storage.weak() : other.m_storage.strong();
+  }
+  StorageLink lockWrapper() const;
 
+  StorageLink m_storage;
   bool m_hasWeakPtrToWrapper = false;
-  std::shared_ptr<MDArrayWrapper> m_wrapper;    // empty in a weak view
-  std::weak_ptr<MDArrayWrapper> m_weakWrapper;  // empty in a strong view
-  MDArrayWrapper* m_borrowedWrapper = nullptr;  // valid until m_weakWrapper expires
   SupportedArrayEnum m_supportedArrayEnum;
   bool m_isComplex;
   IndexChain m_indices;

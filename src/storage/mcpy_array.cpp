@@ -10,11 +10,8 @@
 namespace vd = foundation::velmardata;
 
 PyObject* allocMCPyArray(PyTypeObject* type) {
-  PyObject* record = nullptr;
-  if (type != nullptr) {
-    const auto alloc = reinterpret_cast<allocfunc>(PyType_GetSlot(type, Py_tp_alloc));
-    record = alloc(type, 0);
-  }
+  // The classes have the interpreter's own allocator, since their specs name none.
+  PyObject* record = type != nullptr ? PyType_GenericAlloc(type, 0) : nullptr;
   if (record == nullptr) setError(PyExc_RuntimeError, messages::cannotInitializeObject);
   return record;
 }

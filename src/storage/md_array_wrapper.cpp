@@ -19,13 +19,6 @@ namespace {
 constexpr std::int64_t outOfRangeMarker = -999;
 constexpr std::size_t hugePage = std::size_t{2} << 20;
 
-struct ElementSizeVisitor {
-  template <class T>
-  std::int64_t operator()(const vd::TypedArray<T>&) const {
-    return sizeof(T);
-  }
-};
-
 // The address of the library's elements, which `owner` then keeps alive. Nothing is unshared.
 template <class Owner>
 struct FirstElementVisitor {
@@ -67,12 +60,13 @@ MDArrayWrapper::MDArrayWrapper(vd::Array&& array, char order, Contents contents)
       m_type(m_array.getType()),
       m_contents(contents),
       m_order(order),
-      m_elemSizeInBytes(applyVisitor(m_array, ElementSizeVisitor{})) {
+      m_elemSizeInBytes(sizeOfElement(m_type)) {
   const std::vector<unsigned long> dimensions = m_array.getDimensions();
   static_assert(sizeof(unsigned long) == sizeof(std::int64_t));
   m_firstDescription.assign(
       {reinterpret_cast<const std::int64_t*>(dimensions.data()), dimensions.size()},
       m_elemSizeInBytes, m_order);
+  m_strides = m_firstDescription.strides().data();
   m_nDim = static_cast<std::int32_t>(dimensions.size());
   m_numElems = static_cast<std::int64_t>(m_array.getNumberOfElements());
   m_bufferSizeInBytes = m_numElems * m_elemSizeInBytes;
@@ -88,12 +82,13 @@ MDArrayWrapper::~MDArrayWrapper() {
 
 void MDArrayWrapper::look() const {
   assert(hasMirror());
+  m_showsArray = canShowArray();
   BlockOwner owner;
   std::byte* elements = applyVisitor(m_array, FirstElementVisitor<BlockOwner>{owner});
-  m_showsArray = m_contents != Contents::Shared;
   if (m_showsArray) {
     m_buf = elements;
     m_shown = std::move(owner);
+    std::free(std::exchange(m_mirror, nullptr));  // the snapshot that a clone shared has gone
   } else {
     std::memcpy(m_mirror, elements, static_cast<std::size_t>(m_bufferSizeInBytes));
     m_buf = m_mirror;
@@ -111,7 +106,7 @@ velmar::data::impl::ArrayImpl* MDArrayWrapper::tryHandOut() {
     m_mirror = allocateMirror(static_cast<std::size_t>(m_bufferSizeInBytes));
     if (m_mirror == nullptr) return nullptr;
   }
-  m_contents = Contents::Shared;
+  m_contents = Contents::Client;
   return velmar::data::impl::addReference(m_array.impl());
 }
 

@@ -21,9 +21,10 @@
 // Where the contents of an array come from, which decides whether reads may use the library's
 // block.
 enum class Contents {
-  Own,     // made here: no other handle exists
-  Shared,  // other handles may exist, and somebody may write through them
-  Frozen,  // other handles may exist, but nobody writes
+  Own,     // made here; no other handle exists
+  Copied,  // of a clone, which shares them with the snapshot that it was made of
+  Frozen,  // of an export, which shares them with its snapshot; nobody writes to either
+  Client,  // a native client has or had a handle, and may write
 };
 
 // A library array, its description in the form of the buffer protocol, and the memory that reads
@@ -145,9 +146,18 @@ class MDArrayWrapper {
   bool isSoleOwner() const {
     return m_array.impl()->m_referenceCount.load(std::memory_order_acquire) == 1;
   }
-  // Whether a first look may find that it has to copy.
-  bool needsMirror() const { return m_contents == Contents::Shared || m_numElems == 0; }
+  // Whether the first look may have to copy.
+  bool needsMirror() const {
+    return m_contents == Contents::Client || m_contents == Contents::Copied || m_numElems == 0;
+  }
+  // Whether a first look would show the library's block.
+  bool canShowArray() const {
+    return m_contents == Contents::Own || m_contents == Contents::Frozen ||
+           (m_contents == Contents::Copied && isSoleOwner());
+  }
   void look() const;
+  // Makes a description the current one, beside those that went out. m_later has room.
+  void takeUpDescription(std::unique_ptr<ArrayDescription> description);
   ArrayDescription& currentDescription() {
     return m_later == nullptr ? m_firstDescription : *m_later->current;
   }
@@ -156,7 +166,7 @@ class MDArrayWrapper {
   }
   // Whether writes go to buf() alone. Looks, if that makes it so.
   bool writesInPlace() const {
-    if (m_buf == nullptr && m_contents != Contents::Shared) look();
+    if (m_buf == nullptr && canShowArray()) look();
     return m_showsArray;
   }
 
@@ -174,6 +184,7 @@ class MDArrayWrapper {
   mutable std::byte* m_buf = nullptr;     // null before the first look
   mutable std::byte* m_mirror = nullptr;  // from malloc, owned; null when no mirror is needed
   mutable BlockOwner m_shown;             // the block that was shown
+  const std::int64_t* m_strides;          // of the current description
   ArrayDescription m_firstDescription;
   // Of later shapes, when earlier ones were exported; null while the first one is current.
   struct LaterDescriptions {
@@ -188,10 +199,9 @@ template <class IndexAt>
 bool MDArrayWrapper::findByteOffset(std::size_t count, IndexAt indexAt, std::int64_t& bytes) const {
   if (count > static_cast<std::size_t>(m_nDim)) return false;
   bytes = 0;
-  const std::span<const std::int64_t> strides = bytewiseStrides();
   for (std::size_t i = 0; i < count; ++i) {
     std::int64_t step = 0;
-    if (__builtin_mul_overflow(indexAt(i), strides[i], &step) ||
+    if (__builtin_mul_overflow(indexAt(i), m_strides[i], &step) ||
         __builtin_add_overflow(bytes, step, &bytes)) {
       return false;
     }

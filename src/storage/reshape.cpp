@@ -48,10 +48,16 @@ bool MDArrayWrapper::reshape(std::span<const std::int64_t> dimensions, char orde
   if (!applyVisitor(std::move(m_array), ReshapeVisitor{dimensions, m_array})) return false;
   m_nDim = static_cast<std::int32_t>(dimensions.size());
   m_order = order;
-  if (!m_isDescriptionExported) {
+  if (m_isDescriptionExported) {
+    takeUpDescription(std::move(description));
+  } else {
     currentDescription().swap(*description);
-    return true;
   }
+  m_strides = currentDescription().strides().data();
+  return true;
+}
+
+void MDArrayWrapper::takeUpDescription(std::unique_ptr<ArrayDescription> description) {
   // What went out stays. A shape that comes back uses the numbers that went out before, so that
   // what is kept grows only with the number of different shapes.
   const auto isSame = [&](const ArrayDescription& kept) { return kept == *description; };
@@ -67,5 +73,4 @@ bool MDArrayWrapper::reshape(std::span<const std::int64_t> dimensions, char orde
     m_later->all.push_back(std::move(description));
     m_isDescriptionExported = false;
   }
-  return true;
 }

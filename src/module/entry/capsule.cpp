@@ -35,7 +35,7 @@ PyObject* MCPyArray_MDAImplToMCPyArray(void* impl) {
   PyRef record = PyRef::steal(allocMCPyArray(typeObjectOf(type.supportedArrayEnum)));
   if (!record) return nullptr;
   const MCppPyArray* view = giveNewView(record.get(), std::move(array), type.supportedArrayEnum,
-                                        type.isComplex, Contents::Shared);
+                                        type.isComplex, Contents::Client);
   if (view == nullptr) return nullptr;
   view->wrapper()->buf();  // fills the mirror now, because the client may write to the elements
   return record.release();
