@@ -86,6 +86,7 @@ def of_form(row: Any, is_complex: bool, shape: Shape) -> list[Operation]:
     numbers = [1] * count
     memory = array.array(LETTERS[row.word].replace("?", "B"), [1]) * count
     nested = [[1] * columns for _ in range(rows)]
+    bytes_row = velmar.uint8(nested[0])
     size = (rows, columns)
 
     def make() -> Any:
@@ -112,6 +113,12 @@ def of_form(row: Any, is_complex: bool, shape: Shape) -> list[Operation]:
         ("of a vector and a size", lambda: cls(vector=numbers, size=size, **options)),
         ("of a dictionary", lambda: cls({"size": size, **options}, numbers)),
         ("of an array", lambda: cls(cls(nested, **options), **options)),
+        ("of an array of another class", lambda: cls(velmar.uint8(nested), **options)),
+        ("of rows", lambda: cls([make()[0], make()[1]], **options)),
+        ("of a row as vector", lambda: cls(vector=make()[1], **options)),
+        ("of memory as vector", lambda: cls(vector=memory, **options)),
+        ("a row of another class is written", changed(lambda a: a.__setitem__(0, bytes_row[0]))),
+        ("memory is written", changed(lambda a: a.__setitem__(0, memory[:columns]))),
         ("a slice is written", changed(lambda a: a.__setitem__(slice(None), nested))),
         ("a row is written", changed(lambda a: a.__setitem__(0, nested[0]))),
         ("part of a row is written", changed(lambda a: a[0].__setitem__(slice(0, 2), [1, 0]))),
