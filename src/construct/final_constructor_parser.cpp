@@ -32,7 +32,7 @@ const std::array<PyObject*, numberOfArguments>& argumentNames() {
 // Finds arguments that come as they should, by position or by name. False, with no error set, for
 // all others; the interpreter's own function then decides, and finds the words.
 bool tryParse(PyObject* args, PyObject* keywords, std::array<PyRef, numberOfArguments>& arguments) {
-  const Py_ssize_t given = PyTuple_Size(args);
+  const Py_ssize_t given = args != nullptr ? PyTuple_Size(args) : -1;
   if (given < 0 || given > static_cast<Py_ssize_t>(numberOfArguments)) return false;
   for (Py_ssize_t k = 0; k < given; ++k) {
     arguments[static_cast<std::size_t>(k)] = PyRef::borrow(PyTuple_GetItem(args, k));
