@@ -45,10 +45,13 @@ bool MDArrayWrapper::reshape(std::span<const std::int64_t> dimensions, char orde
     m_later->current = &m_firstDescription;
   }
   if (m_later != nullptr) m_later->all.reserve(m_later->all.size() + 1);
+  const bool isSole = isSoleOwner();
   if (!applyVisitor(std::move(m_array), ReshapeVisitor{dimensions, m_array})) return false;
+  // Contents with another handle were copied: the block that was shown is a mirror from now on.
+  if (!isSole) m_showsArray = false;
   m_nDim = static_cast<std::int32_t>(dimensions.size());
   m_order = order;
-  if (m_isDescriptionExported) {
+  if (m_later != nullptr) {
     takeUpDescription(std::move(description));
   } else {
     currentDescription().swap(*description);
@@ -61,16 +64,22 @@ void MDArrayWrapper::takeUpDescription(std::unique_ptr<ArrayDescription> descrip
   // What went out stays. A shape that comes back uses the numbers that went out before, so that
   // what is kept grows only with the number of different shapes.
   const auto isSame = [&](const ArrayDescription& kept) { return kept == *description; };
-  const auto same = std::find_if(m_later->all.begin(), m_later->all.end(),
-                                 [&](const auto& kept) { return isSame(*kept); });
-  m_isDescriptionExported = true;
-  if (isSame(m_firstDescription)) {
-    m_later->current = &m_firstDescription;
-  } else if (same != m_later->all.end()) {
-    m_later->current = same->get();
-  } else {
+  const auto found = std::find_if(m_later->all.begin(), m_later->all.end(),
+                                  [&](const auto& kept) { return isSame(*kept); });
+  ArrayDescription* same = isSame(m_firstDescription)    ? &m_firstDescription
+                           : found != m_later->all.end() ? found->get()
+                                                         : nullptr;
+  if (same == m_later->current) return;
+  if (same != nullptr) {
+    // The current one is the last of them if it did not go out.
+    if (!m_isDescriptionExported) m_later->all.pop_back();
+    m_later->current = same;
+    m_isDescriptionExported = true;
+  } else if (m_isDescriptionExported) {
     m_later->current = description.get();
     m_later->all.push_back(std::move(description));
     m_isDescriptionExported = false;
+  } else {
+    m_later->current->swap(*description);
   }
 }
