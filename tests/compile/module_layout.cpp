@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string_view>
 #include <type_traits>
 #include <utility>
@@ -131,17 +132,19 @@ static_assert(!isCopiedOrMoved<MCppPyArray>, "the code says whether a copy is we
 static_assert(std::is_constructible_v<MCppPyArray, const MCppPyArray&, bool>);
 static_assert(std::is_constructible_v<MCppPyArray, const MCppPyArray&, const Position&, bool>);
 static_assert(!isCopiedOrMoved<MDArrayWrapper>, "the mirror has one owner");
-static_assert(std::is_constructible_v<MDArrayWrapper, foundation::velmardata::Array&&, char>);
-static_assert(!std::is_constructible_v<MDArrayWrapper, const foundation::velmardata::Array&, char>,
-              "an array is moved into its storage");
+static_assert(
+    std::is_constructible_v<MDArrayWrapper, foundation::velmardata::Array&&, char, Contents>);
+static_assert(
+    !std::is_constructible_v<MDArrayWrapper, const foundation::velmardata::Array&, char, Contents>,
+    "an array is moved into its storage");
 static_assert(isSame<decltype(std::declval<const MCppPyArray&>().chain()), const IndexChain&>,
               "a chain that Python has seen does not change");
 static_assert(isSame<decltype(std::declval<const MCppPyArray&>().wrapper()), WrapperAccess>);
 static_assert(
-    isSame<decltype(std::declval<const MCppPyArray&>().borrowWrapper()), const MDArrayWrapper*>);
+    isSame<decltype(std::declval<const MCppPyArray&>().borrowWrapper()), MDArrayWrapper*>);
 static_assert(isSame<decltype(std::declval<const MCppPyArray&>().getNumberOfDimensions()), int>);
-static_assert(isSame<decltype(std::declval<const MDArrayWrapper&>().shape()),
-                     const std::vector<std::int64_t>&>);
+static_assert(
+    isSame<decltype(std::declval<const MDArrayWrapper&>().shape()), std::span<const std::int64_t>>);
 static_assert(isSame<decltype(std::declval<const MDArrayWrapper&>().getOrder()), char>);
 static_assert(isSame<decltype(std::declval<const MDArrayWrapper&>().isReadOnly()), int>);
 

@@ -139,7 +139,7 @@ TYPED_TEST(ExternalBuffer, BecomesAnArrayOfItsOwnFromEitherOrder) {
   EXPECT_EQ(storedElements<TypeParam>(viewOf(rowsFirst)),
             samplesInStorageOrder<TypeParam>({2, 3}, 'C'));
   for (const PyRef* array : {&columnsFirst, &rowsFirst}) {
-    EXPECT_EQ(viewOf(*array).wrapper()->shape(), (Numbers{2, 3}));
+    EXPECT_EQ(numbersOf(viewOf(*array).wrapper()->shape()), (Numbers{2, 3}));
     EXPECT_EQ(viewOf(*array).isComplex(), isComplexElement<TypeParam>);
   }
 }

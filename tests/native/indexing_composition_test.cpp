@@ -1,10 +1,12 @@
-// Composition of subscripts: each is resolved against a final slice.
+// Composition of subscripts: each is resolved against a final slice. The active dimension of a
+// view.
 #include "indexing/view_composition.hpp"
 
 #include <gtest/gtest.h>
 
 #include <cstdint>
 #include <limits>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -16,10 +18,6 @@ namespace {
 using namespace python_testing;
 
 using Numbers = std::vector<std::int64_t>;
-
-Numbers valuesOf(const SliceIndexItem& item) {
-  return item.getIntegerIndexValues(0).value();
-}
 
 SliceIndexItem sliceOf(const std::string& expression, std::int64_t length) {
   return getSliceData(evaluate(expression).get(), length).value();
@@ -231,12 +229,13 @@ TEST(ViewChain, AnItemReplacesTheFinalSlice) {
   const ViewPointer array = makeArray<double>({4, 5, 6});
   MCppPyArray view(*array, {2}, false);
   view.appendIndexItem(slice(0, 5, 1, 5));
-  view.replaceFinalSlice(slice(1, 3, 1, 2));
-  EXPECT_EQ(describe(view.chain()), "2? 1:3:1/2");
-  EXPECT_EQ(view.getNumberOfIntegerIndicesSoFar(), 1);
-  view.replaceFinalSlice(IntegerIndexItem{1, false});
-  EXPECT_EQ(describe(view.chain()), "2? 1?");
-  EXPECT_EQ(view.getNumberOfIntegerIndicesSoFar(), 2);
+  const MCppPyArray part(view, slice(1, 3, 1, 2), false);
+  EXPECT_EQ(describe(part.chain()), "2? 1:3:1/2");
+  EXPECT_EQ(part.getNumberOfIntegerIndicesSoFar(), 1);
+  const MCppPyArray row(part, IntegerIndexItem{1, false}, false);
+  EXPECT_EQ(describe(row.chain()), "2? 1?");
+  EXPECT_EQ(row.getNumberOfIntegerIndicesSoFar(), 2);
+  EXPECT_EQ(describe(view.chain()), "2? 0:5:1/5");
 }
 
 TEST(IntegersSoFar, AreTheLeadingOnes) {
@@ -284,6 +283,66 @@ TEST(ViewsOfPython, HaveIntegersAndAtMostOneSlice) {
   }
   const PyRef longer = makeRecord(makeArray<double>({16, 2}));
   EXPECT_EQ(describe(viewOf(evaluate("a[::2][::2][::2]", {{"a", longer}})).chain()), "0:16:8/2");
+}
+
+// --- The active dimension
+
+IndexChain chainOf(const Position& integers, const std::optional<SliceIndexItem>& slice = {}) {
+  IndexChain chain(integers);
+  if (slice) chain.append(*slice);
+  return chain;
+}
+
+struct LengthRow {
+  Position integers;
+  std::optional<SliceIndexItem> slice;
+  std::int64_t expected;
+};
+
+TEST(ActiveDimension, IsThatOfAFinalSliceOrTheFirstOpenOne) {
+  const LengthRow rows[] = {
+      {{}, {}, 4},
+      {{2}, {}, 5},
+      {{2, 1}, {}, 6},
+      {{}, slice(1, 3, 1, 2), 2},
+      {{2}, slice(1, 3, 1, 2), 2},
+      {{2}, slice(4, -1, -1, 5), 5},
+      {{2}, slice(0, 0, 1, 0), 0},
+      {{}, slice(0, 3, 1, 99), 99},  // the length of the item, not the number of positions
+  };
+  const ViewPointer array = makeArray<double>({4, 5, 6});
+  for (const LengthRow& row : rows) {
+    SCOPED_TRACE(describe(chainOf(row.integers, row.slice)));
+    for (const bool isWeak : {false, true}) {
+      MCppPyArray view(*array, row.integers, isWeak);
+      if (row.slice) view.appendIndexItem(*row.slice);
+      EXPECT_EQ(getLengthOfActiveDimension(view), row.expected);
+      EXPECT_TRUE(raisedNothing());
+    }
+  }
+}
+
+TEST(ActiveDimension, IsMissingWhenAllAreFixed) {
+  const ViewPointer array = makeArray<double>({4, 5});
+  const MCppPyArray view(*array, {0, 0}, false);
+  EXPECT_EQ(getLengthOfActiveDimension(view), -1);
+  EXPECT_TRUE(raised(PyExc_RuntimeError, "too many indices."));
+}
+
+TEST(ActiveDimension, OfStorageThatHasGoneIsReported) {
+  const ViewPointer views[] = {makeExpiredView<double>({4, 5}),
+                               makeViewWithoutStorage<double>({4, 5})};
+  for (const ViewPointer& view : views) {
+    EXPECT_EQ(getLengthOfActiveDimension(*view), -1);
+    EXPECT_TRUE(raisedExpired());
+  }
+}
+
+TEST(ActiveDimension, OfAFinalSliceNeedsNoStorage) {
+  const ViewPointer view = makeExpiredView<double>({4, 5});
+  view->appendIndexItem(slice(1, 3, 1, 2));
+  EXPECT_EQ(getLengthOfActiveDimension(*view), 2);
+  EXPECT_TRUE(raisedNothing());
 }
 
 }  // namespace

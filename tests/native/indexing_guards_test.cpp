@@ -6,8 +6,8 @@
 #include <optional>
 #include <span>
 
+#include "elements/traversal.hpp"
 #include "indexing/run_writer.hpp"
-#include "indexing/traversal.hpp"
 #include "indexing/view_composition.hpp"
 #include "python_testing.hpp"
 #include "storage_testing.hpp"
@@ -17,7 +17,7 @@ namespace {
 using namespace python_testing;
 
 TEST(WriteGuards, RunWithoutAPosition) {
-  MDArrayWrapper wrapper(velmardata_testing::sampleArray<double>({2, 3}), 'F');
+  MDArrayWrapper wrapper(velmardata_testing::sampleArray<double>({2, 3}), 'F', Contents::Client);
   const double element = 70;
   const RunResult result =
       storeAlong(wrapper, IndexChain(), Position(), std::span<const double>(&element, 1));
@@ -34,8 +34,9 @@ TEST(ItemGuards, StepOfZeroHasNoValues) {
 }
 
 TEST(TraversalGuards, DimensionBehindTheShapeEndsAtZero) {
-  EXPECT_EQ(getStopFromShapeDimsAndRestrictingIndices(1, {4, 5}, IndexChain()), 5);
-  EXPECT_EQ(getStopFromShapeDimsAndRestrictingIndices(2, {4, 5}, IndexChain()), 0);
+  constexpr std::int64_t shape[] = {4, 5};
+  EXPECT_EQ(getStopFromShapeDimsAndRestrictingIndices(1, shape, IndexChain()), 5);
+  EXPECT_EQ(getStopFromShapeDimsAndRestrictingIndices(2, shape, IndexChain()), 0);
 }
 
 TEST(CompositionGuards, SumStopsAtTheLowerEnd) {

@@ -210,7 +210,7 @@ TEST(SliceSubscript, BecomesANormalisedItem) {
         getSliceData(evaluate(row.expression).get(), row.length);
     ASSERT_TRUE(item);
     EXPECT_EQ(describe(*item), row.expected);
-    EXPECT_EQ(item->getIntegerIndexValues(row.length), row.values);
+    EXPECT_EQ(valuesOf(*item), row.values);
     EXPECT_TRUE(raisedNothing());
   }
 }
@@ -239,7 +239,7 @@ TEST(SliceSubscript, HasThePositionsThatPythonFinds) {
         for (std::int64_t length = 0; length < 6; ++length) {
           const std::optional<SliceIndexItem> item = getSliceData(object.get(), length);
           ASSERT_TRUE(item) << expression;
-          const Numbers values = item->getIntegerIndexValues(length).value();
+          const Numbers values = valuesOf(*item);
           ASSERT_EQ(values, positionsByPython(object.get(), length)) << expression << length;
           ASSERT_EQ(*item->m_slice_len, static_cast<std::int64_t>(values.size())) << expression;
           if (values.empty()) {
@@ -334,23 +334,7 @@ TEST(SliceValues, AreComputedFromStartStopAndStep) {
   };
   for (const ValuesRow& row : rows) {
     SCOPED_TRACE(describe(row.item));
-    EXPECT_EQ(row.item.getIntegerIndexValues(7), row.expected);
-    EXPECT_EQ(row.item.numberOfValues(), static_cast<std::int64_t>(row.expected.size()));
-    for (std::size_t k = 0; k < row.expected.size(); ++k) {
-      EXPECT_EQ(row.item.valueAt(static_cast<std::int64_t>(k)), row.expected[k]);
-    }
-  }
-}
-
-TEST(SliceValues, NeedANormalisedItem) {
-  const SliceIndexItem items[] = {{}, {1, 4, 1, 3, false}};
-  for (const SliceIndexItem& item : items) {
-    for (const std::int64_t length : {std::int64_t{7}, std::int64_t{0}, std::int64_t{-1}}) {
-      EXPECT_EQ(item.getIntegerIndexValues(length), std::nullopt);
-      EXPECT_TRUE(raised(PyExc_RuntimeError,
-                         "getIntegerIndexValues(" + std::to_string(length) +
-                             ", &success) was called before the slice item was normalized."));
-    }
+    EXPECT_EQ(valuesOf(row.item), row.expected);
   }
 }
 

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "indexing/traversal.hpp"
+#include "elements/traversal.hpp"
 #include "module/element_to_number.hpp"
 #include "operations/nested_lists.hpp"
 #include "python_testing.hpp"
@@ -33,7 +33,7 @@ using Places = std::vector<std::size_t>;  // the place of each value, in storage
 template <class T>
 PyRef valueList(unsigned long count) {
   const MCppPyArray row(sampleArray<T>({count}, firstValue), classOfElement<T>(),
-                        isComplexElement<T>, true);
+                        isComplexElement<T>, true, Contents::Own);
   return PyRef::steal(getAllContentsAsPyList<T>(row));
 }
 
@@ -127,7 +127,7 @@ TYPED_TEST(WriteElement, OutsideTheStorageIsReportedAndNothingIsWritten) {
 TEST(WriteAnyElement, WithoutMemoryForACopyIsReported) {
   using namespace foundation::velmardata;
   const Array kept = ArrayFactory().createArray(ArrayType::INT8, {256UL << 20, 1});
-  const MCppPyArray view(Array(kept), SupportedArrayEnum::Int8, false, true);
+  const MCppPyArray view(Array(kept), SupportedArrayEnum::Int8, false, true, Contents::Client);
   bool isLimited = false;
   int result = 0;
   {
@@ -222,7 +222,7 @@ TYPED_TEST(Assignment, LeavesOtherHandlesOnTheContentsAlone) {
     const TypedArray<TypeParam> kept = sampleArray<TypeParam>({2, 3, 2});
     const auto viewOfKept = [&kept] {
       return std::make_unique<MCppPyArray>(TypedArray<TypeParam>(kept), classOfElement<TypeParam>(),
-                                           isComplexElement<TypeParam>, true);
+                                           isComplexElement<TypeParam>, true, Contents::Client);
     };
     const PyRef array = makeRecord(viewOfKept());
     const ViewPointer other = viewOfKept();
@@ -257,8 +257,8 @@ class Writers : public ::testing::Test {};
 TYPED_TEST_SUITE(Writers, WritableTypes, TypeWords);
 
 template <class T>
-int setEach(MCppPyArray& view, const std::vector<std::int64_t>& indices, const PyRef& values) {
-  return setIndividualElementsFromFlatSeqOfMultipleIntegerIndices<T>(view, indices, values.get());
+int setEach(MCppPyArray& view, const SliceIndexItem& places, const PyRef& values) {
+  return setIndividualElementsFromFlatSeqOfMultipleIntegerIndices<T>(view, places, values.get());
 }
 
 TYPED_TEST(Writers, KeepElementsStoredBeforeAPlaceOutside) {
@@ -280,7 +280,7 @@ TYPED_TEST(Writers, KeepElementsStoredBeforeAPlaceOutside) {
   holds({1, 3, 5, 2, 4});  // the sixth value has no place
 
   MCppPyArray row(*array, {1}, false);
-  EXPECT_EQ(setEach<TypeParam>(row, {2, 3, 0}, three), -1);
+  EXPECT_EQ(setEach<TypeParam>(row, slice(2, 5, 1, 3), three), -1);
   holds({5});
   const PyRef number = evaluate("s[0]", {{"s", values}});
   for (const std::int64_t index : {3, -1}) {
@@ -296,7 +296,7 @@ TYPED_TEST(Writers, RefusePositionsWithTooManyEntries) {
   MCppPyArray fixed(*array, {0, 0}, false);
   EXPECT_EQ(setItemViaFinalIntegerIndex<TypeParam>(fixed, 0, number.get()), -1);
   EXPECT_TRUE(raised(PyExc_RuntimeError, cannotSet));
-  EXPECT_EQ(setEach<TypeParam>(fixed, {0, 1}, values), -1);
+  EXPECT_EQ(setEach<TypeParam>(fixed, slice(0, 2, 1, 2), values), -1);
   EXPECT_TRUE(raised(PyExc_RuntimeError, cannotSet));
   EXPECT_EQ(setMultipleElementsFromNonFinalIntegerIndex<TypeParam>(fixed, 0, number.get()), -1);
   EXPECT_TRUE(raised(PyExc_ValueError, messages::unequalShapes));
@@ -310,11 +310,11 @@ TYPED_TEST(Writers, TakeMissingTrailingEntriesAsZero) {
   MCppPyArray plane(viewOf(array), {1}, false);
   EXPECT_EQ(setItemViaFinalIntegerIndex<TypeParam>(plane, 2, number.get()), 0);
   EXPECT_EQ(storedElements<TypeParam>(viewOf(array)), samplesWithValuesAt<TypeParam>(12, {5}));
-  EXPECT_EQ(setEach<TypeParam>(plane, {2, 0, 1}, values), 0);
+  EXPECT_EQ(setEach<TypeParam>(plane, slice(2, -1, -1, 3), values), 0);
   EXPECT_EQ(storedElements<TypeParam>(viewOf(array)),
-            samplesWithValuesAt<TypeParam>(12, {5, 1, 3}));
+            samplesWithValuesAt<TypeParam>(12, {5, 3, 1}));
   EXPECT_EQ(setItemViaFinalIntegerIndex<TypeParam>(viewOf(array), 0, number.get()), 0);
-  std::vector<TypeParam> expected = samplesWithValuesAt<TypeParam>(12, {5, 1, 3});
+  std::vector<TypeParam> expected = samplesWithValuesAt<TypeParam>(12, {5, 3, 1});
   expected[0] = sample<TypeParam>(firstValue);
   EXPECT_EQ(storedElements<TypeParam>(viewOf(array)), expected);
 }
@@ -345,7 +345,7 @@ TYPED_TEST(Writers, ReportStorageThatHasGone) {
     SliceIndexItem run = slice(0, 1, 1, 1);
     EXPECT_EQ(setMultipleElementsFromNonFinalSliceIndex<TypeParam>(*view, run, values.get()), -1);
     EXPECT_TRUE(raisedExpired());
-    EXPECT_EQ(setEach<TypeParam>(*view, {0, 1, 2}, values), -1);
+    EXPECT_EQ(setEach<TypeParam>(*view, slice(0, 3, 1, 3), values), -1);
     EXPECT_TRUE(raisedExpired());
   }
 }

@@ -114,7 +114,7 @@ TYPED_TEST(ComparisonOf, DifferentClassesIsFalseWhateverTheElementsAre) {
   const ViewPointer x = makeArray<TypeParam>({0, 0});
   for (std::size_t i = 0; i < numberOfArrayClasses; ++i) {
     const auto arrayClass = static_cast<SupportedArrayEnum>(i);
-    MCppPyArray other(sampleArray<TypeParam>({0, 0}), arrayClass, false, true);
+    MCppPyArray other(sampleArray<TypeParam>({0, 0}), arrayClass, false, true, Contents::Own);
     EXPECT_EQ(areEqual(*x, other), arrayClass == classOfElement<TypeParam>());
   }
 }
@@ -153,8 +153,11 @@ TEST(ComparisonFailure, ElementOutOfReachIsTheEnd) {
 }
 
 TEST(ComparisonFailure, RowsThatCannotBeMadeAreTheEnd) {
-  const ViewPointer x = makeArray<double>({2, 3});
-  const ViewPointer y = makeArray<double>({4, 5});
+  // With elements outside the storage, the arrays are not compared in memory.
+  const ViewPointer planes = makeArray<double>({2, 3, 4});
+  const auto x = std::make_unique<MCppPyArray>(*planes, Position{23}, false);
+  const ViewPointer others = makeArray<double>({2, 5, 4});
+  const auto y = std::make_unique<MCppPyArray>(*others, Position{39}, false);
   PyTypeObject* const type = std::exchange(TypeObjectPointers[0], nullptr);
   const std::optional<bool> result = isEqualTo(*x, *y);
   TypeObjectPointers[0] = type;
@@ -175,7 +178,8 @@ TEST(ComparisonFailure, StorageThatHasGone) {
         EXPECT_TRUE(raisedExpired());
       }
     }
-    const MCppPyArray single(sampleArray<float>({1, 1}), SupportedArrayEnum::Single, false, true);
+    const MCppPyArray single(sampleArray<float>({1, 1}), SupportedArrayEnum::Single, false, true,
+                             Contents::Own);
     EXPECT_EQ(isEqualTo(viewOf(other), single), false) << "classes are compared first";
     EXPECT_TRUE(raisedNothing());
   }
@@ -196,7 +200,7 @@ class CapturedOutput {
 };
 
 struct RecursionRow {
-  const char* part;  // of a 2 by 3 array
+  const char* part;
   int levels;
   std::optional<bool> expected;
   const char* output;
@@ -207,19 +211,25 @@ struct RecursionRow {
 // makes it fail.
 TEST(ComparisonFailure, GoesUpOneLevelOnly) {
   const RecursionRow rows[] = {
-      {"a[0]", 0, std::nullopt, "", true},
-      {"a[0]", 1, std::nullopt, outputOfFailure, true},
-      {"a[0]", 2, true, "", false},
-      {"a", 0, std::nullopt, "", true},
+      {"numbers", 0, std::nullopt, "", true},
+      {"numbers", 1, std::nullopt, outputOfFailure, true},
+      {"numbers", 2, true, "", false},
+      {"rows", 0, std::nullopt, "", true},
       // Deliberate: an error in the rows makes the arrays unequal.
-      {"a", 1, false, "", true},
-      {"a", 2, false, outputOfFailure, true},
-      {"a", 3, true, "", false},
+      {"rows", 1, false, "", true},
+      {"rows", 3, true, "", false},
   };
-  const PyRef array = makeRecord(makeArray<double>({2, 3}));
+  // Neither is compared in memory: one has a slice whose length is not the number of positions, the
+  // other has elements outside the storage.
+  const PyRef array = makeRecord(makeArray<double>({2, 3, 4}));
+  const PyRef numbers =
+      makeRecord(std::make_unique<MCppPyArray>(viewOf(array), Position{0, 0}, false));
+  viewOf(numbers).appendIndexItem(slice(0, 3, 1, 4));
+  const PyRef outside =
+      makeRecord(std::make_unique<MCppPyArray>(viewOf(array), Position{23}, false));
   for (const RecursionRow& row : rows) {
     SCOPED_TRACE(row.part + std::string(" with levels: ") + std::to_string(row.levels));
-    const PyRef part = evaluate(row.part, {{"a", array}});
+    const PyRef& part = row.part == std::string("rows") ? outside : numbers;
     std::optional<bool> result;
     std::string output;
     {

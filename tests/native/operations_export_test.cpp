@@ -99,7 +99,7 @@ TYPED_TEST(Export, FieldsAreThoseOfTheStorage) {
         EXPECT_EQ(buffer.format, nullptr);
       }
       EXPECT_EQ(buffer.shape, storage.shape().data());
-      EXPECT_EQ(buffer.strides, storage.bytewiseStrides());
+      EXPECT_EQ(buffer.strides, storage.bytewiseStrides().data());
       EXPECT_EQ(request.shape(), (Numbers{2, 3}));
       EXPECT_EQ(request.strides(), (Numbers{size, 2 * size}));
       EXPECT_EQ(buffer.suboffsets, nullptr);
@@ -156,8 +156,9 @@ TEST(ExportOf, PartsAndOrders) {
   };
   for (const ShapeRow& row : rows) {
     SCOPED_TRACE(testing::PrintToString(row.array) + row.part);
-    const PyRef array = makeRecord(std::make_unique<MCppPyArray>(
-        sampleArray<double>(row.array), SupportedArrayEnum::Double, false, row.isColumnMajor));
+    const PyRef array = makeRecord(std::make_unique<MCppPyArray>(sampleArray<double>(row.array),
+                                                                 SupportedArrayEnum::Double, false,
+                                                                 row.isColumnMajor, Contents::Own));
     const PyRef part = evaluate(row.part, {{"a", array}});
     const Request request(part, PyBUF_FULL_RO);
     ASSERT_EQ(request.result, 0);

@@ -135,7 +135,7 @@ TYPED_TEST(ExtractionOf, AViewIsThatOfTheStorageOrAnError) {
   ViewPointer owner = makeArray<TypeParam>({2, 3});
   MCppPyArray weakRow(*owner, Position{1}, true);
   const MCppPyArray rowsFirst(sampleArray<TypeParam>({2, 3}), classOfElement<TypeParam>(),
-                              isComplexElement<TypeParam>, false);
+                              isComplexElement<TypeParam>, false, Contents::Own);
   const MCppPyArray* const views[] = {owner.get(), &weakRow, &rowsFirst};
   for (const MCppPyArray* view : views) {
     const auto check = [](const std::optional<Array>& array, OutputEnum output, const char* text) {
@@ -182,7 +182,7 @@ TYPED_TEST(ExtractionOf, AnObjectIsTheViewOfTheRow) {
       EXPECT_FALSE(view.isComplex());
       EXPECT_FALSE(view.hasWeakPtrToWrapper());
       EXPECT_EQ(view.getNumberOfIntegerIndicesSoFar(), 1);
-      EXPECT_EQ(view.wrapper()->shape(), (std::vector<std::int64_t>{1, 6}));
+      EXPECT_EQ(numbersOf(view.wrapper()->shape()), (std::vector<std::int64_t>{1, 6}));
       EXPECT_EQ(view.wrapper()->getOrder(), 'F');
       EXPECT_EQ(storedElements<Part<TypeParam>>(view), sampleParts<TypeParam>(6, output));
       EXPECT_EQ(reprOf(PyRef::steal(MCPyArray_GetArraySize(row.get(), nullptr))), "(6,)");
@@ -227,7 +227,7 @@ TEST(ExtractionFailure, ShortMemoryIsReportedWithTheNumberOfElements) {
   constexpr unsigned long bytes = 256UL << 20;
   const PyRef array = makeRecord(
       std::make_unique<MCppPyArray>(ArrayFactory().createArray(ArrayType::INT8, {bytes, 1}),
-                                    SupportedArrayEnum::Int8, false, true));
+                                    SupportedArrayEnum::Int8, false, true, Contents::Own));
   PyObject* row = array.get();
   bool isLimited = false;
   {
@@ -372,7 +372,7 @@ TEST(BytewiseStrides, AreThoseOfTheWholeStorage) {
   }
   EXPECT_EQ(stridesOf(makeRecord(makeArray<double>({}))), "()");
   const PyRef rowsFirst = makeRecord(std::make_unique<MCppPyArray>(
-      sampleArray<std::int16_t>({2, 3}), SupportedArrayEnum::Int16, false, false));
+      sampleArray<std::int16_t>({2, 3}), SupportedArrayEnum::Int16, false, false, Contents::Own));
   EXPECT_EQ(stridesOf(rowsFirst), "(6, 2)");
 }
 

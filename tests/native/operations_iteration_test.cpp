@@ -196,7 +196,8 @@ TEST(Iterator, YieldsTheErrorOfARowThatCannotBeMadeAndGoesOn) {
 
 TEST(IteratorLifetime, KeepsNoStorageAlive) {
   const Array kept = sampleArray<double>({2, 3});
-  auto owner = std::make_unique<MCppPyArray>(Array(kept), SupportedArrayEnum::Double, false, true);
+  auto owner = std::make_unique<MCppPyArray>(Array(kept), SupportedArrayEnum::Double, false, true,
+                                             Contents::Client);
   MCppPyIter iterator(owner.get());
   const PyRef first = PyRef::steal(iterator.increment());
   const PyRef ofFirst = PyRef::steal(MCPyArray_GetIter(first.get()));

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <type_traits>
 #include <vector>
@@ -61,11 +62,11 @@ constexpr SupportedArrayEnum classOfElement() {
 
 using ViewPointer = std::unique_ptr<MCppPyArray>;
 
-// A new array of samples in storage order, for double 1.0, 2.0, 3.0 ...
+// A new array of samples in storage order, for double 1.0, 2.0, 3.0 ..., as Python makes arrays.
 template <class T>
 ViewPointer makeArray(const Dimensions& dimensions) {
   return std::make_unique<MCppPyArray>(sampleArray<T>(dimensions), classOfElement<T>(),
-                                       isComplexElement<T>, true);
+                                       isComplexElement<T>, true, Contents::Own);
 }
 
 // A weak view whose storage has expired.
@@ -126,6 +127,16 @@ inline std::string describe(const IndexChain& chain) {
 
 inline std::vector<std::int64_t> entriesOf(const Position& position) {
   return {position.begin(), position.end()};
+}
+// Lengths or strides of an array.
+inline std::vector<std::int64_t> numbersOf(std::span<const std::int64_t> numbers) {
+  return {numbers.begin(), numbers.end()};
+}
+// The positions of a normalised slice.
+inline std::vector<std::int64_t> valuesOf(const SliceIndexItem& item) {
+  std::vector<std::int64_t> values;
+  for (std::int64_t k = 0; k < item.numberOfValues(); ++k) values.push_back(item.valueAt(k));
+  return values;
 }
 
 }  // namespace python_testing

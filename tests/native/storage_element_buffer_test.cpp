@@ -3,10 +3,13 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <limits>
 #include <string>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -67,6 +70,55 @@ TYPED_TEST(Buffers, CanBeMadeByTheNumberOfTheType) {
   const Array array = makeArrayFromBuffer(arrayTypeOf<TypeParam>, std::move(buffer), Numbers{3, 2});
   EXPECT_EQ(array.getDimensions(), (Dimensions{3, 2}));
   EXPECT_EQ(elementsOf(TypedArray<TypeParam>(array)), samples<TypeParam>(6));
+}
+
+// --- Zeros
+
+TYPED_TEST(Buffers, OfZerosAreZeroOfAnySize) {
+  if constexpr (!std::is_same_v<TypeParam, char16_t>) {
+    const std::uint64_t large = largeZeros / sizeof(TypeParam);
+    for (const std::uint64_t count : {std::uint64_t{0}, std::uint64_t{6}, large - 1, large}) {
+      SCOPED_TRACE(count);
+      {
+        const ElementBuffer<TypeParam> dirty = tryCreateElementBuffer<TypeParam>(count);
+        ASSERT_NE(dirty, nullptr);
+        std::memset(static_cast<void*>(dirty.get()), 0x5a, count * sizeof(TypeParam));
+      }
+      const ElementBuffer<TypeParam> zeros = tryCreateZeros<TypeParam>(count);
+      ASSERT_NE(zeros, nullptr);
+      const auto* const first = reinterpret_cast<const unsigned char*>(zeros.get());
+      EXPECT_EQ(std::count(first, first + count * sizeof(TypeParam), 0),
+                static_cast<std::ptrdiff_t>(count * sizeof(TypeParam)));
+    }
+  }
+}
+
+TYPED_TEST(Buffers, OfZerosAreNullWithoutAnErrorWhenMemoryIsShort) {
+  if constexpr (!std::is_same_v<TypeParam, char16_t>) {
+    constexpr std::uint64_t most = std::numeric_limits<std::uint64_t>::max();
+    // The size in bytes of the last one wraps around to a small number.
+    for (const std::uint64_t count :
+         {most, most / sizeof(TypeParam), most / sizeof(TypeParam) + 1}) {
+      if (count != 0) {
+        EXPECT_EQ(tryCreateZeros<TypeParam>(count), nullptr) << count;
+      }
+    }
+    EXPECT_TRUE(raisedNothing());
+  }
+}
+
+TYPED_TEST(Buffers, OfZerosBecomeArraysInPlace) {
+  if constexpr (!std::is_same_v<TypeParam, char16_t>) {
+    const std::uint64_t count = largeZeros / sizeof(TypeParam);
+    ElementBuffer<TypeParam> zeros = tryCreateZeros<TypeParam>(count);
+    ASSERT_NE(zeros, nullptr);
+    zeros[count - 1] = sample<TypeParam>(0);
+    const void* const block = zeros.get();
+    const TypedArray<TypeParam> array(
+        makeArrayFromBuffer(std::move(zeros), Numbers{1, static_cast<std::int64_t>(count)}));
+    EXPECT_EQ(addressOf(array), block);
+    EXPECT_EQ(array.begin()[static_cast<std::ptrdiff_t>(count) - 1], sample<TypeParam>(0));
+  }
 }
 
 TEST(NoBuffer, IsNull) {

@@ -38,7 +38,7 @@ TYPED_TEST_SUITE(ElementWriterOf, WritableTypes, TypeWords);
 TYPED_TEST(ElementWriterOf, StoresInTheArrayAndInTheMirror) {
   for (const bool isMirrorFilled : {false, true}) {
     SCOPED_TRACE(isMirrorFilled);
-    MDArrayWrapper wrapper(sampleArray<TypeParam>({2, 3}), 'F');
+    MDArrayWrapper wrapper(sampleArray<TypeParam>({2, 3}), 'F', Contents::Client);
     if (isMirrorFilled) wrapper.buf();
     std::vector<TypeParam> expected = samples<TypeParam>(6);
     for (const std::size_t place : {0U, 5U, 2U, 1U, 4U, 3U}) {
@@ -60,7 +60,7 @@ TYPED_TEST(ElementWriterOf, StoresInTheArrayAndInTheMirror) {
 TYPED_TEST(ElementWriterOf, ServesManyElements) {
   for (const bool isMirrorFilled : {false, true}) {
     SCOPED_TRACE(isMirrorFilled);
-    MDArrayWrapper wrapper(sampleArray<TypeParam>({50, 40}), 'F');
+    MDArrayWrapper wrapper(sampleArray<TypeParam>({50, 40}), 'F', Contents::Client);
     if (isMirrorFilled) wrapper.buf();
     {
       ElementWriter<TypeParam> writer(wrapper);
@@ -77,7 +77,7 @@ TYPED_TEST(ElementWriterOf, ServesManyElements) {
 TYPED_TEST(ElementWriterOf, StoresNothingOutside) {
   for (const bool isMirrorFilled : {false, true}) {
     SCOPED_TRACE(isMirrorFilled);
-    MDArrayWrapper wrapper(sampleArray<TypeParam>({2, 3}), 'F');
+    MDArrayWrapper wrapper(sampleArray<TypeParam>({2, 3}), 'F', Contents::Client);
     if (isMirrorFilled) wrapper.buf();
     for (const std::int64_t place :
          {std::int64_t{-1}, std::int64_t{6}, std::int64_t{7},
@@ -92,14 +92,14 @@ TYPED_TEST(ElementWriterOf, StoresNothingOutside) {
     }
     EXPECT_EQ(mirrorElements<TypeParam>(wrapper), samples<TypeParam>(6));
   }
-  MDArrayWrapper empty(sampleArray<TypeParam>({0, 3}), 'F');
+  MDArrayWrapper empty(sampleArray<TypeParam>({0, 3}), 'F', Contents::Client);
   EXPECT_EQ(ElementWriter<TypeParam>(empty).write(0, otherThanSample<TypeParam>(0)),
             WriteStatus::OutsideStorage);
   EXPECT_TRUE(raisedNothing()) << "the caller reports";
 }
 
 TYPED_TEST(ElementWriterOf, WritesAfterAPlaceOutside) {
-  MDArrayWrapper wrapper(sampleArray<TypeParam>({2, 3}), 'F');
+  MDArrayWrapper wrapper(sampleArray<TypeParam>({2, 3}), 'F', Contents::Client);
   {
     ElementWriter<TypeParam> writer(wrapper);
     EXPECT_EQ(writer.write(6, otherThanSample<TypeParam>(5)), WriteStatus::OutsideStorage);
@@ -112,8 +112,8 @@ TYPED_TEST(ElementWriterOf, WritesAfterAPlaceOutside) {
 
 TYPED_TEST(ElementWriterOf, UnsharesTheContentsOnce) {
   const TypedArray<TypeParam> kept = sampleArray<TypeParam>({2, 3});
-  MDArrayWrapper wrapper(copyOf(kept), 'F');
-  MDArrayWrapper other(copyOf(kept), 'F');
+  MDArrayWrapper wrapper(copyOf(kept), 'F', Contents::Client);
+  MDArrayWrapper other(copyOf(kept), 'F', Contents::Client);
   ASSERT_EQ(referenceCount(kept), 3U);
   ElementWriter<TypeParam>(wrapper).write(0, otherThanSample<TypeParam>(0));
   EXPECT_EQ(referenceCount(kept), 2U);
@@ -135,7 +135,7 @@ TYPED_TEST(ElementWriterOf, UnsharesTheContentsOnce) {
 }
 
 TYPED_TEST(ElementWriterOf, WritesUnsharedContentsInPlace) {
-  MDArrayWrapper wrapper(sampleArray<TypeParam>({2, 3}), 'F');
+  MDArrayWrapper wrapper(sampleArray<TypeParam>({2, 3}), 'F', Contents::Client);
   const void* const address = addressOfElements<TypeParam>(wrapper);
   const auto* const impl = wrapper.array().impl();
   ElementWriter<TypeParam>(wrapper).write(3, otherThanSample<TypeParam>(3));
@@ -146,7 +146,7 @@ TYPED_TEST(ElementWriterOf, WritesUnsharedContentsInPlace) {
 
 // Contents that an earlier write unshared can be shared again.
 TYPED_TEST(ElementWriterOf, UnsharesContentsAgainThatWereSharedMeanwhile) {
-  MDArrayWrapper wrapper(sampleArray<TypeParam>({2, 3}), 'F');
+  MDArrayWrapper wrapper(sampleArray<TypeParam>({2, 3}), 'F', Contents::Client);
   ElementWriter<TypeParam>(wrapper).write(0, otherThanSample<TypeParam>(0));
   std::vector<TypeParam> expected = samples<TypeParam>(6);
   expected[0] = otherThanSample<TypeParam>(0);
@@ -164,7 +164,7 @@ TYPED_TEST(ElementWriterOf, UnsharesContentsAgainThatWereSharedMeanwhile) {
 }
 
 TYPED_TEST(ElementWriterOf, FindsTheElementsAfterAReshape) {
-  MDArrayWrapper wrapper(sampleArray<TypeParam>({2, 3}), 'F');
+  MDArrayWrapper wrapper(sampleArray<TypeParam>({2, 3}), 'F', Contents::Client);
   std::vector<TypeParam> expected = samples<TypeParam>(6);
   for (std::size_t k = 0; k < expected.size(); ++k) {
     using Numbers = std::vector<std::int64_t>;
@@ -176,80 +176,13 @@ TYPED_TEST(ElementWriterOf, FindsTheElementsAfterAReshape) {
 }
 
 TYPED_TEST(ElementWriterOf, PutsTheArrayBack) {
-  MDArrayWrapper wrapper(sampleArray<TypeParam>({2, 3}), 'F');
+  MDArrayWrapper wrapper(sampleArray<TypeParam>({2, 3}), 'F', Contents::Client);
   {
     const ElementWriter<TypeParam> writer(wrapper);
   }
   EXPECT_EQ(wrapper.array().getType(), arrayTypeOf<TypeParam>);
   EXPECT_EQ(wrapper.array().getDimensions(), (Dimensions{2, 3}));
   EXPECT_EQ(arrayElements<TypeParam>(wrapper), samples<TypeParam>(6));
-}
-
-// --- Another element type
-
-// Deliberate: the array is not changed. The mirror gets the bytes of the element, but not more than
-// one of its own elements has.
-TEST(ElementWriter, OfAnotherTypeReachesOnlyTheMirror) {
-  const TypedArray<double> kept = sampleArray<double>({2, 3});
-  MDArrayWrapper wrapper(copyOf(kept), 'F');
-  const std::byte* const mirror = wrapper.buf();
-  EXPECT_EQ(ElementWriter<std::int64_t>(wrapper).write(1, 0x0102030405060708), WriteStatus::Stored);
-  EXPECT_EQ(ElementWriter<std::uint8_t>(wrapper).write(2, 0x7f), WriteStatus::Stored);
-  EXPECT_EQ(ElementWriter<std::complex<double>>(wrapper).write(5, {9.0, 99.0}),
-            WriteStatus::Stored);
-  EXPECT_EQ(ElementWriter<std::int64_t>(wrapper).write(6, 1), WriteStatus::OutsideStorage);
-
-  EXPECT_EQ(wrapper.array().impl(), kept.impl());
-  EXPECT_EQ(elementsOf(kept), samples<double>(6));
-  std::int64_t number = 0;
-  std::memcpy(&number, mirror + 8, sizeof(number));
-  EXPECT_EQ(number, 0x0102030405060708);
-  EXPECT_EQ(mirror[16], std::byte{0x7f});
-  const double third = 3.0;
-  EXPECT_EQ(std::memcmp(mirror + 17, reinterpret_cast<const std::byte*>(&third) + 1, 7), 0);
-  double last = 0;
-  std::memcpy(&last, mirror + 40, sizeof(last));
-  EXPECT_EQ(last, 9.0) << "the real part only; the imaginary part would lie behind the block";
-}
-
-// The same after a write of the array's own type.
-TEST(ElementWriter, OfAnotherTypeAfterAWriteOfItsOwn) {
-  MDArrayWrapper wrapper(sampleArray<double>({2, 3}), 'F');
-  ElementWriter<double>(wrapper).write(0, 70.0);
-  EXPECT_EQ(ElementWriter<std::int64_t>(wrapper).write(1, 80), WriteStatus::Stored);
-  EXPECT_EQ(storedElements<double>(wrapper), (std::vector<double>{70, 2, 3, 4, 5, 6}));
-}
-
-// The first writer has taken the contents out of the wrapper.
-TEST(ElementWriter, SecondOneMeanwhileDoesNotReachTheArray) {
-  MDArrayWrapper wrapper(sampleArray<double>({2, 3}), 'F');
-  {
-    ElementWriter<double> first(wrapper);
-    EXPECT_EQ(ElementWriter<double>(wrapper).write(1, 80.0), WriteStatus::Stored);
-    EXPECT_EQ(first.write(0, 70.0), WriteStatus::Stored);
-  }
-  EXPECT_EQ(storedElements<double>(wrapper), (std::vector<double>{70, 2, 3, 4, 5, 6}));
-}
-
-// A wrapper that was made when memory was short has no mirror.
-TEST(ElementWriter, WritesToAWrapperWithoutMirror) {
-  constexpr unsigned long bytes = 256UL << 20;
-  Array array = ArrayFactory().createArray(ArrayType::INT8, {bytes, 1});
-  std::optional<MDArrayWrapper> wrapper;
-  bool isLimited = false;
-  {
-    const MemoryLimit limit;
-    isLimited = limit.isSet();
-    if (isLimited) wrapper.emplace(std::move(array), 'F');
-  }
-  if (!isLimited) GTEST_SKIP() << "memory cannot be limited here";
-  ASSERT_FALSE(wrapper->hasMirror());
-  EXPECT_EQ(ElementWriter<std::int8_t>(*wrapper).write(1, 80), WriteStatus::Stored);
-  EXPECT_EQ(wrapper->buf(), nullptr);
-  const TypedArray<std::int8_t> elements(wrapper->array());
-  EXPECT_EQ(elements.begin()[0], 0);
-  EXPECT_EQ(elements.begin()[1], 80);
-  EXPECT_EQ(elements.begin()[2], 0);
 }
 
 // --- Reports
@@ -266,7 +199,7 @@ TEST(WriteReport, NamesTheFailure) {
 TEST(ElementWriter, StoresNothingWithoutMemoryForACopy) {
   constexpr unsigned long bytes = 256UL << 20;
   const Array kept = ArrayFactory().createArray(ArrayType::INT8, {bytes, 1});
-  MCppPyArray view(copyOf(kept), SupportedArrayEnum::Int8, false, true);
+  MCppPyArray view(copyOf(kept), SupportedArrayEnum::Int8, false, true, Contents::Client);
   const WrapperAccess storage = view.wrapper();
   std::vector<WriteStatus> statuses;
   bool isLimited = false;

@@ -63,20 +63,21 @@ TEST(Chain, OfASliceAloneIsNotEmpty) {
 TEST(Chain, FinalSliceIsReplaced) {
   IndexChain chain(Position{4});
   chain.append(slice(0, 8, 1, 8));
-  chain.replaceFinalSlice(slice(0, 8, 2, 4));
-  EXPECT_EQ(describe(chain), "4? 0:8:2/4");
-  chain.replaceFinalSlice(IntegerIndexItem{6, true});
-  EXPECT_EQ(describe(chain), "4? 6");
-  EXPECT_EQ(chain.finalSlice(), nullptr);
-  chain.append(slice(1, 2, 1, 1));
-  EXPECT_EQ(describe(chain), "4? 6 1:2:1/1") << "there is room for a slice again";
+  const IndexChain shorter(chain, slice(0, 8, 2, 4));
+  EXPECT_EQ(describe(shorter), "4? 0:8:2/4");
+  IndexChain fixed(shorter, IntegerIndexItem{6, true});
+  EXPECT_EQ(describe(fixed), "4? 6");
+  EXPECT_EQ(fixed.finalSlice(), nullptr);
+  fixed.append(slice(1, 2, 1, 1));
+  EXPECT_EQ(describe(fixed), "4? 6 1:2:1/1") << "there is room for a slice again";
+  EXPECT_EQ(describe(chain), "4? 0:8:1/8");
 }
 
 TEST(Chain, CopiesAreIndependent) {
   IndexChain chain(Position{4, 5});
   chain.append(slice(0, 8, 1, 8));
   IndexChain copy = chain;
-  copy.replaceFinalSlice(IntegerIndexItem{6, true});
+  copy = IndexChain(copy, IntegerIndexItem{6, true});
   EXPECT_EQ(describe(copy), "4? 5? 6");
   EXPECT_EQ(describe(chain), "4? 5? 0:8:1/8");
 }

@@ -28,8 +28,9 @@ TYPED_TEST(FreshView, HasStorageOfItsOwnAndNoChain) {
   constexpr SupportedArrayEnum type = classOf<TypeParam>;
   for (const bool isColumnMajor : {true, false}) {
     const Array kept = sampleArray<TypeParam>({2, 3});
-    const MCppPyArray views[] = {MCppPyArray(copyOf(kept), type, false, isColumnMajor),
-                                 MCppPyArray(copyOf(kept), type, true, isColumnMajor)};
+    const MCppPyArray views[] = {
+        MCppPyArray(copyOf(kept), type, false, isColumnMajor, Contents::Client),
+        MCppPyArray(copyOf(kept), type, true, isColumnMajor, Contents::Client)};
     EXPECT_EQ(referenceCount(kept), 3U);
     for (const MCppPyArray& view : views) {
       EXPECT_EQ(view.getSupportedArrayEnum(), type);
@@ -47,8 +48,9 @@ TYPED_TEST(FreshView, HasStorageOfItsOwnAndNoChain) {
 
 TEST(FreshViewFailure, UnknownTypeLeavesNothingBehind) {
   const Array unknown = ArrayFactory().createArray(static_cast<ArrayType>(24), {0, 0});
-  EXPECT_THROW(MCppPyArray(copyOf(unknown), SupportedArrayEnum::Double, false, true),
-               EArrayUnknownDataType);
+  EXPECT_THROW(
+      MCppPyArray(copyOf(unknown), SupportedArrayEnum::Double, false, true, Contents::Client),
+      EArrayUnknownDataType);
   EXPECT_EQ(referenceCount(unknown), 1U);
 }
 
@@ -79,10 +81,13 @@ TEST(CopiedView, HasAChainOfItsOwnAndTheType) {
     EXPECT_FALSE(copy.isComplex());
     EXPECT_EQ(copy.borrowWrapper(), family.array->borrowWrapper());
 
-    copy.replaceFinalSlice(IntegerIndexItem{1, true});
-    copy.appendIndexItem(slice(0, 4, 2, 2));
-    EXPECT_EQ(describe(copy.chain()), "2 1 0:4:2/2");
-    EXPECT_EQ(entriesOf(copy.getIntegerIndicesSoFar()), (std::vector<std::int64_t>{2, 1}));
+    MCppPyArray row(copy, IntegerIndexItem{1, true}, useWeakPtr);
+    row.appendIndexItem(slice(0, 4, 2, 2));
+    EXPECT_EQ(describe(row.chain()), "2 1 0:4:2/2");
+    EXPECT_EQ(entriesOf(row.getIntegerIndicesSoFar()), (std::vector<std::int64_t>{2, 1}));
+    EXPECT_EQ(row.hasWeakPtrToWrapper(), useWeakPtr);
+    EXPECT_EQ(row.borrowWrapper(), family.array->borrowWrapper());
+    EXPECT_EQ(describe(copy.chain()), "2 1:3:1/2");
     EXPECT_EQ(describe(family.view->chain()), "2 1:3:1/2");
   }
 }
@@ -162,7 +167,8 @@ TEST(Sharing, DependsOnTheParentAndTheFlag) {
 
 TEST(Sharing, StorageIsFreedWithTheLastStrongView) {
   const Array kept = sampleArray<double>({2, 3});
-  auto owner = std::make_unique<MCppPyArray>(copyOf(kept), SupportedArrayEnum::Double, false, true);
+  auto owner = std::make_unique<MCppPyArray>(copyOf(kept), SupportedArrayEnum::Double, false, true,
+                                             Contents::Client);
   auto strong = std::make_unique<MCppPyArray>(*owner, false);
   const MCppPyArray weak(*owner, true);
   EXPECT_EQ(referenceCount(kept), 2U) << "the views share one storage";
@@ -254,7 +260,8 @@ TEST(CachedView, FirstOneIsKept) {
   const Array first = sampleArray<double>({1, 2});
   const Array second = sampleArray<double>({1, 3});
   const auto makeViewOf = [](const Array& array) {
-    return std::make_unique<MCppPyArray>(copyOf(array), SupportedArrayEnum::Double, false, true);
+    return std::make_unique<MCppPyArray>(copyOf(array), SupportedArrayEnum::Double, false, true,
+                                         Contents::Client);
   };
   {
     ViewCaches caches;

@@ -1,5 +1,5 @@
-// Traversal: ranges of dimensions, walks through them, and the active dimension of a view.
-#include "indexing/traversal.hpp"
+// Traversal: ranges of dimensions, and walks through them.
+#include "elements/traversal.hpp"
 
 #include <gtest/gtest.h>
 
@@ -8,7 +8,6 @@
 #include <optional>
 #include <vector>
 
-#include "indexing/view_composition.hpp"
 #include "python_testing.hpp"
 
 namespace {
@@ -175,7 +174,7 @@ TEST(Walk, MovesTheLastEntryFastest) {
 
 TEST(Walk, OfNoEntriesMovesForEver) {
   Position position;
-  EXPECT_TRUE(incrementIndices(position, {2, 3}, {}));
+  EXPECT_TRUE(incrementIndices(position, Numbers{2, 3}, {}));
   EXPECT_TRUE(position.empty());
 }
 
@@ -288,7 +287,7 @@ TEST(Walk, CoversWhatAViewLeavesOpen) {
   const ViewPointer array = makeArray<double>({4, 5, 6});
   MCppPyArray view(*array, {2}, false);
   view.appendIndexItem(slice(4, -1, -1, 5));
-  const Numbers& shape = view.borrowWrapper()->shape();
+  const Numbers shape = numbersOf(view.borrowWrapper()->shape());
   Position position = getStartElement(shape, view.chain(), 3);
   EXPECT_EQ(entriesOf(position), (Numbers{2, 4, 0}));
   int count = 1;
@@ -297,58 +296,6 @@ TEST(Walk, CoversWhatAViewLeavesOpen) {
   EXPECT_EQ(entriesOf(position), (Numbers{2, 0, 5}));
   EXPECT_TRUE(containsElementWithIndices(position, 3, shape, view.chain()));
   EXPECT_FALSE(containsElementWithIndices({1, 0, 0}, 3, shape, view.chain()));
-}
-
-struct LengthRow {
-  Position integers;
-  std::optional<SliceIndexItem> slice;
-  std::int64_t expected;
-};
-
-TEST(ActiveDimension, IsThatOfAFinalSliceOrTheFirstOpenOne) {
-  const LengthRow rows[] = {
-      {{}, {}, 4},
-      {{2}, {}, 5},
-      {{2, 1}, {}, 6},
-      {{}, slice(1, 3, 1, 2), 2},
-      {{2}, slice(1, 3, 1, 2), 2},
-      {{2}, slice(4, -1, -1, 5), 5},
-      {{2}, slice(0, 0, 1, 0), 0},
-      {{}, slice(0, 3, 1, 99), 99},  // the length of the item, not the number of positions
-  };
-  const ViewPointer array = makeArray<double>({4, 5, 6});
-  for (const LengthRow& row : rows) {
-    SCOPED_TRACE(describe(chainOf(row.integers, row.slice)));
-    for (const bool isWeak : {false, true}) {
-      MCppPyArray view(*array, row.integers, isWeak);
-      if (row.slice) view.appendIndexItem(*row.slice);
-      EXPECT_EQ(getLengthOfActiveDimension(view), row.expected);
-      EXPECT_TRUE(raisedNothing());
-    }
-  }
-}
-
-TEST(ActiveDimension, IsMissingWhenAllAreFixed) {
-  const ViewPointer array = makeArray<double>({4, 5});
-  const MCppPyArray view(*array, {0, 0}, false);
-  EXPECT_EQ(getLengthOfActiveDimension(view), -1);
-  EXPECT_TRUE(raised(PyExc_RuntimeError, "too many indices."));
-}
-
-TEST(ActiveDimension, OfStorageThatHasGoneIsReported) {
-  const ViewPointer views[] = {makeExpiredView<double>({4, 5}),
-                               makeViewWithoutStorage<double>({4, 5})};
-  for (const ViewPointer& view : views) {
-    EXPECT_EQ(getLengthOfActiveDimension(*view), -1);
-    EXPECT_TRUE(raisedExpired());
-  }
-}
-
-TEST(ActiveDimension, OfAFinalSliceNeedsNoStorage) {
-  const ViewPointer view = makeExpiredView<double>({4, 5});
-  view->appendIndexItem(slice(1, 3, 1, 2));
-  EXPECT_EQ(getLengthOfActiveDimension(*view), 2);
-  EXPECT_TRUE(raisedNothing());
 }
 
 }  // namespace
