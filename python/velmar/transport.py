@@ -278,8 +278,8 @@ def unregister_dask(client: Any = None) -> None:
 
 
 def _bytes_held(array: Any) -> int:
-    # The whole storage, because a view keeps all of it alive. It holds each element twice.
-    return int(2 * array.itemsize * array.buffer_info()[1])
+    # The whole storage, because a view keeps all of it alive.
+    return int(array.itemsize * array.buffer_info()[1])
 
 
 def _token(array: Any) -> Any:

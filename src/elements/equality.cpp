@@ -11,8 +11,6 @@
 #include "elements/walk.hpp"
 #include "module/element_types.hpp"
 
-namespace vd = foundation::velmardata;
-
 namespace {
 
 template <class T>
@@ -35,8 +33,8 @@ template <class A, class B>
 bool isEqual(const Stored<A>& a, const Stored<B>& b) {
   if constexpr (isComplexElement<A> && isComplexElement<B>) {
     // A complex number is read as two doubles.
-    return (static_cast<double>(a.real()) == static_cast<double>(b.real())) &
-           (static_cast<double>(a.imag()) == static_cast<double>(b.imag()));
+    return static_cast<double>(a.real()) == static_cast<double>(b.real()) &&
+           static_cast<double>(a.imag()) == static_cast<double>(b.imag());
   } else if constexpr (isComplexElement<A>) {
     return isEqual<B, A>(b, a);
   } else if constexpr (isComplexElement<B>) {

@@ -16,11 +16,7 @@ constexpr float narrow(double value) {
   constexpr double infinity = std::numeric_limits<double>::infinity();
   // Without a branch, so that loops become vectors.
   const bool isOutside = static_cast<int>(value > largest) | static_cast<int>(value < -largest);
-  const auto narrowed = static_cast<float>(isOutside ? infinity : value);
-  // The conversion makes NaN quiet, but the compiler may omit it for a value that was a float.
-  constexpr std::uint32_t quiet = std::uint32_t{1} << 22;
-  const std::uint32_t mask = narrowed != narrowed ? quiet : 0;
-  return std::bit_cast<float>(std::bit_cast<std::uint32_t>(narrowed) | mask);
+  return static_cast<float>(isOutside ? infinity : value);
 }
 
 // What a float becomes on the way through double and back, by the same rule: negative infinity

@@ -140,25 +140,30 @@ inline T loaded(const Stored<T>& stored) {
   }
 }
 
+// Whether the integer type P holds every value of From; not asked for floats.
+template <class P, class From>
+constexpr bool holdsAll() {
+  if constexpr (isComplexElement<From> || std::is_floating_point_v<From>) {
+    return false;
+  } else {
+    return number_rules::fits<P>(std::numeric_limits<From>::min()) &&
+           number_rules::fits<P>(std::numeric_limits<From>::max());
+  }
+}
+
 // Whether no value of From is refused.
 template <class From, class To>
 constexpr bool isCertain() {
+  using P = Part<To>;
+  constexpr bool isCopy = std::is_same_v<From, To> && isCopied<From>;
   if constexpr (!isPossible<From, To> || isOnlyConstruction<From, To>) {
     return false;
-  } else if constexpr (std::is_same_v<From, To> && isCopied<From>) {
+  } else if constexpr (isCopy || std::is_same_v<P, float> || std::is_same_v<From, bool>) {
     return true;
-  } else if constexpr (std::is_same_v<Part<To>, float>) {
-    return true;
-  } else if constexpr (std::is_same_v<Part<To>, double> || std::is_same_v<To, bool>) {
-    return isComplexElement<From> || !std::is_same_v<From, std::uint64_t>;
-  } else if constexpr (isComplexElement<From> || std::is_floating_point_v<From>) {
-    return false;
-  } else if constexpr (std::is_same_v<From, bool>) {
-    return true;
+  } else if constexpr (std::is_same_v<P, double> || std::is_same_v<To, bool>) {
+    return !std::is_same_v<From, std::uint64_t>;
   } else {
-    using P = Part<To>;
-    return number_rules::fits<P>(std::numeric_limits<From>::min()) &&
-           number_rules::fits<P>(std::numeric_limits<From>::max());
+    return holdsAll<P, From>();
   }
 }
 

@@ -13,9 +13,8 @@ WalkPlan planWalk(const Lanes& a, const Lanes& b) {
     assert(a[k].count == b[k].count);
     if (a[k].count != 1) pairs.push_back({a[k].count, a[k].stride, b[k].stride});
   }
-  std::stable_sort(pairs.begin(), pairs.end(), [](const auto& x, const auto& y) {
-    return std::abs(x.strideB) < std::abs(y.strideB);
-  });
+  std::sort(pairs.begin(), pairs.end(),
+            [](const auto& x, const auto& y) { return std::abs(x.strideB) < std::abs(y.strideB); });
   std::size_t last = 0;
   for (std::size_t k = 1; k < pairs.size(); ++k) {
     auto& inner = pairs[last];

@@ -31,7 +31,8 @@ class ElementWriter {
     m_array.emplace(std::move(wrapper.m_array));
     try {
       m_elements = &*m_array->begin();
-    } catch (const std::bad_alloc&) {  // there is no memory to copy the shared contents
+    } catch (const std::bad_alloc&) {
+      m_elements = nullptr;  // there is no memory to copy the shared contents
     }
     m_mirror = reinterpret_cast<T*>(wrapper.m_buf);
   }

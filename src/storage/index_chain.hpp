@@ -36,8 +36,9 @@ class IndexChain {
     for (const IntegerIndexItem& integer : parent.m_integers) m_integers.push_back(integer);
     m_integers.push_back(item);
   }
-  IndexChain(const IndexChain& parent, const SliceIndexItem& item)
-      : m_integers(parent.m_integers), m_slice(item) {}
+  IndexChain(const IndexChain& parent, const SliceIndexItem& item) : m_integers(parent.m_integers) {
+    append(item);
+  }
 
   // There must not be a slice: a subscript behind one replaces it.
   void append(const IntegerIndexItem& item) {
