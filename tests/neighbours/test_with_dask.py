@@ -109,7 +109,7 @@ class TestArgumentsAndResults:
             return header["serializer"], sum(memoryview(frame).nbytes for frame in frames)
 
         assert set(client.run(how).values()) == {("dask", 8000)}
-        assert sizeof(a) == 16000
+        assert sizeof(a) == 8000
 
 
 class TestBlocks:
