@@ -44,7 +44,7 @@ PyObject* makeView(const MCppPyArray& parent, const Item& item, bool useWeakPtr)
 const std::byte* getAddressOfElementFromNormalizedIntIndices(const MCppPyArray& view,
                                                              const Position& position) {
   const MDArrayWrapper* storage = view.borrowWrapper();
-  return storage != nullptr ? orNullDataPointer(storage->findElement(position)) : nullptr;
+  return storage != nullptr ? orNullDataPointer(findElement(*storage, position)) : nullptr;
 }
 
 extern "C" Py_ssize_t MCPyArray_NumElemsInFirstDim(PyObject* self) {

@@ -1,6 +1,7 @@
 // Exports of memory: the buffer protocol, memoryviews, addresses.
 #include <cstdint>
 
+#include "module/element_types.hpp"
 #include "module/py_ref.hpp"
 #include "module/support.hpp"
 #include "operations/handlers.hpp"
@@ -51,7 +52,7 @@ int MCPyArray_GetBuffer(PyObject* self, Py_buffer* buffer, int flags) {
     return refuse(buffer, PyExc_ValueError, "underlying buffer is not writable.");
   }
   buffer->readonly = storage->isReadOnly();
-  buffer->format = has(flags, PyBUF_FORMAT) ? storage->format() : nullptr;
+  buffer->format = has(flags, PyBUF_FORMAT) ? classid2format(storage->getType()) : nullptr;
   if (has(flags, PyBUF_FORMAT) && buffer->format == nullptr) {
     return refuse(buffer, PyExc_ValueError, "format field is null.");
   }

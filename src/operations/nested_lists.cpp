@@ -34,9 +34,9 @@ bool tryCopyRun(const MCppPyArray& view, Position& fixed, const Run& run, T* ele
   const WrapperAccess storage = view.wrapper();
   if (!storage) return false;
   fixed.push_back(run.start);
-  const std::byte* first = storage->findElement(fixed);
+  const std::byte* first = findElement(*storage, fixed);
   fixed.back() = run.start + (run.count - 1) * run.step;
-  const std::byte* last = storage->findElement(fixed);
+  const std::byte* last = findElement(*storage, fixed);
   const std::size_t dimension = fixed.size() - 1;
   fixed.pop_back();
   if (first == nullptr || last == nullptr) return false;

@@ -110,10 +110,6 @@ velmar::data::impl::ArrayImpl* MDArrayWrapper::tryHandOut() {
   return velmar::data::impl::addReference(m_array.impl());
 }
 
-char* MDArrayWrapper::format() const {
-  return classid2format(m_type);
-}
-
 std::int64_t MDArrayWrapper::normalizedIndex(std::int64_t index, std::int64_t dimension) const {
   assert(dimension >= 0 && dimension < m_nDim);
   const std::int64_t length = shape()[static_cast<std::size_t>(dimension)];

@@ -86,8 +86,6 @@ class MDArrayWrapper {
   std::span<const std::int64_t> shape() const { return currentDescription().shape(); }
   std::span<const std::int64_t> bytewiseStrides() const { return currentDescription().strides(); }
   char getOrder() const { return m_order; }
-  // The format string of the buffer protocol, valid for the life of the process.
-  char* format() const;
   // Shape and strides at addresses that stay good as long as the wrapper lives, reshaped or not.
   // What is kept grows with the number of different shapes that were exported.
   ArrayDescription& exportedDescription() {
@@ -115,9 +113,6 @@ class MDArrayWrapper {
   // no error set, when there is no such element.
   template <class IndexAt>
   const std::byte* findElement(std::size_t count, IndexAt indexAt) const;
-  const std::byte* findElement(const Position& position) const {
-    return findElement(position.size(), [&](std::size_t i) { return position[i]; });
-  }
   // A Python number made of element `offset` of the library array. Null, with no error set, when
   // there is no such element. Kept as part of the interface.
   PyObject* getElementAsPyObjectFromElementOffset(std::int64_t offset) const;
@@ -216,4 +211,9 @@ const std::byte* MDArrayWrapper::findElement(std::size_t count, IndexAt indexAt)
   if (elements == nullptr || !findByteOffset(count, indexAt, offset)) return nullptr;
   if (offset < 0 || offset > m_bufferSizeInBytes - m_elemSizeInBytes) return nullptr;
   return elements + offset;
+}
+
+// The same for the element at a position.
+inline const std::byte* findElement(const MDArrayWrapper& storage, const Position& position) {
+  return storage.findElement(position.size(), [&](std::size_t i) { return position[i]; });
 }

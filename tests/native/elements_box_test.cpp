@@ -147,7 +147,7 @@ std::vector<const std::byte*> addressesOfReads(const MCppPyArray& view) {
   Position position = getStartElement(storage.shape(), view.chain(),
                                       static_cast<std::int64_t>(storage.shape().size()));
   do {
-    addresses.push_back(storage.findElement(position));
+    addresses.push_back(findElement(storage, position));
   } while (incrementIndices(position, storage.shape(), view.chain()));
   return addresses;
 }
