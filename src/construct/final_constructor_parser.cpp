@@ -202,23 +202,24 @@ ElementBuffer<T> FinalConstructorParser<T>::processVectorKwarg(PyObject* vector)
   return fillFromVector(vector, length, buffer.get()) ? std::move(buffer) : noElementBuffer<T>();
 }
 
+namespace {
+
 // False, with no error set, when the items have to be converted one by one.
-template <class T>
-bool FinalConstructorParser<T>::tryFillFromMemory(PyObject* vector, std::int64_t length,
-                                                  T* elements) {
+bool tryFillFromMemory(PyObject* vector, std::int64_t length, const ElementFacts& element,
+                       void* elements) {
   Source source;
-  if (!source.find(vector)) return false;
+  if (PlainSequence::matches(vector) || !source.find(vector)) return false;
   const Box& box = source.box();
   return box.lanes.size() == 1 && box.count == length &&
-         tryTransfer(box, Purpose::Construction, foundation::velmardata::arrayTypeOf<T>,
-                     denseLanes(box.lanes, sizeof(T), true),
-                     reinterpret_cast<std::byte*>(elements));
+         tryTransferDense(box, Purpose::Construction, element, Order::Storage, elements);
 }
+
+}  // namespace
 
 template <class T>
 bool FinalConstructorParser<T>::fillFromVector(PyObject* vector, std::int64_t length, T* elements) {
   const bool isPlain = PlainSequence::matches(vector);
-  if (!isPlain && tryFillFromMemory(vector, length, elements)) return true;
+  if (tryFillFromMemory(vector, length, factsOf<T>, elements)) return true;
   const PlainSequence sequence(vector);
   for (std::int64_t i = 0; i < length; ++i) {
     // Items of a plain sequence can be borrowed, because no conversion runs Python code.

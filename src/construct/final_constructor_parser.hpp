@@ -79,7 +79,6 @@ class FinalConstructorParser {
   // vector
   ElementBuffer<T> processVectorKwarg(PyObject* vector);
   bool fillFromVector(PyObject* vector, std::int64_t length, T* elements);
-  static bool tryFillFromMemory(PyObject* vector, std::int64_t length, T* elements);
 
   ConstructionShape m_shape;
   bool bufferReserved = false;  // a reservation is made at most once

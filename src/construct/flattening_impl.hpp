@@ -120,9 +120,8 @@ bool FinalConstructorParser<T>::tryFlattenMemory(PyObject* value, bool allowFloa
   const auto count = static_cast<std::uint64_t>(box.count);
   for (const Lane& lane : lanes) m_shape.enterLevel(lane.count);
   if (prepareForLeaves(count) &&
-      tryTransfer(box, allowFloatingPoint ? Purpose::Construction : Purpose::Assignment,
-                  foundation::velmardata::arrayTypeOf<T>, denseLanes(box.lanes, sizeof(T), false),
-                  reinterpret_cast<std::byte*>(flattenedElements.extend(count)))) {
+      tryTransferDense(box, allowFloatingPoint ? Purpose::Construction : Purpose::Assignment,
+                       factsOf<T>, Order::Nesting, flattenedElements.extend(count))) {
     for (std::size_t k = 0; k < lanes.size(); ++k) m_shape.leaveLevel();  // cannot fail: see above
     return true;
   }
@@ -141,9 +140,8 @@ bool FinalConstructorParser<T>::tryTakeArray(PyObject* initializer) {
   const Box& box = source.box();
   const auto count = static_cast<std::uint64_t>(box.count);
   if (flattenedElements.tryReserve(count) &&
-      tryTransfer(box, Purpose::Construction, foundation::velmardata::arrayTypeOf<T>,
-                  denseLanes(box.lanes, sizeof(T), true),
-                  reinterpret_cast<std::byte*>(flattenedElements.replace(count)))) {
+      tryTransferDense(box, Purpose::Construction, factsOf<T>, Order::Storage,
+                       flattenedElements.replace(count))) {
     m_shape.takeDimensionsOf(std::span<const Lane>(box.lanes.data(), box.lanes.size()));
     m_shape.setBufferInStorageOrder();
     return true;

@@ -37,6 +37,10 @@ bool isAligned(const Py_buffer& view) {
 
 }  // namespace
 
+// Here, so that the release of a buffer is compiled once.
+Source::Source() = default;
+Source::~Source() = default;
+
 bool Source::find(PyObject* object) {
   PyTypeObject* type = Py_TYPE(object);
   if (PyErr_Occurred() != nullptr) return false;

@@ -10,6 +10,9 @@
 // the caller.
 class Source {
  public:
+  Source();
+  ~Source();
+
   // Looks for exactly those elements that the items of the object give one by one. False, with no
   // error set, when they cannot be had so: for other objects, without elements, with an error
   // pending, and when a program has redefined the items of the class.

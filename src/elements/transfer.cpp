@@ -323,6 +323,13 @@ bool tryTransfer(const Box& from, Purpose purpose, vd::ArrayType to, const Lanes
   return walkPlanes(planWalk(from.lanes, lanes), from.first, target, conversion.kernel);
 }
 
+bool tryTransferDense(const Box& from, Purpose purpose, const ElementFacts& to, Order order,
+                      void* target) {
+  return tryTransfer(from, purpose, to.type,
+                     denseLanes(from.lanes, to.size, order == Order::Storage),
+                     static_cast<std::byte*>(target));
+}
+
 void copyElements(const std::byte* from, const Lanes& fromLanes, std::size_t elementSize,
                   const Lanes& lanes, std::byte* target) {
   walkPlanes(planWalk(fromLanes, lanes), from, target, copyKernel(elementSize));

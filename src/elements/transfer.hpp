@@ -4,10 +4,15 @@
 #include <cstddef>
 
 #include "elements/box.hpp"
+#include "module/element_types.hpp"
 
 // What a conversion is for. Logical elements can be constructed of floats and complex numbers, but
 // not assigned.
 enum class Purpose { Construction, Assignment };
+
+// Which dimension of contiguous memory is the densest: the first, as in the storage, or the last,
+// as in nested sequences.
+enum class Order { Storage, Nesting };
 
 // Whether every element of type `from` becomes an element of type `to` without a remark.
 bool alwaysConverts(foundation::velmardata::ArrayType from, foundation::velmardata::ArrayType to);
@@ -19,6 +24,10 @@ bool alwaysConverts(foundation::velmardata::ArrayType from, foundation::velmarda
 // Python numbers then finds the element and the words. Linear in the number of elements.
 bool tryTransfer(const Box& from, Purpose purpose, foundation::velmardata::ArrayType to,
                  const Lanes& lanes, std::byte* target);
+
+// The same into contiguous memory for elements of another type.
+bool tryTransferDense(const Box& from, Purpose purpose, const ElementFacts& to, Order order,
+                      void* target);
 
 // Moves elements of one type from one place to another, all bits as they are. The memories must not
 // overlap.
