@@ -270,7 +270,10 @@ class TestLeaks:
                 fit_if_possible(arguments)
             assert [sys.getrefcount(argument) for argument in arguments] == before
 
-    @pytest.mark.skipif("libasan" in os.environ.get("LD_PRELOAD", ""), reason="frees are delayed")
+    @pytest.mark.skipif(
+        "libasan" in os.environ.get("LD_PRELOAD", ""),
+        reason="AddressSanitizer keeps freed memory for a while, so use does not fall at once",
+    )
     @pytest.mark.parametrize("argument", [lambda a: a, memoryview], ids=["array", "buffer"])
     @pytest.mark.parametrize("fits", [True, False], ids=["fits", "fails"])
     def test_memory_of_elements(self, argument, fits):

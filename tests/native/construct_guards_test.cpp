@@ -106,7 +106,7 @@ TEST(ReorderingGuards, FewLevelsForAListOfElements) {
       std::optional<Array> array;
       {
         const RecursionLimit limit(levels);
-        if (!limit.isSet()) GTEST_SKIP() << "this interpreter counts no levels";
+        if (!limit.isSet()) GTEST_SKIP() << "this interpreter does not count levels";
         array = convertRowMajorBufferToColumnMajor(factsOf<std::int16_t>, source.data(),
                                                    row.dimensions, 1024);
       }
@@ -126,7 +126,7 @@ TEST(ReorderingGuards, FewLevelsForABuffer) {
     FinalConstructorParser<std::int16_t> parser;
     {
       const RecursionLimit limit(levels);
-      if (!limit.isSet()) GTEST_SKIP() << "this interpreter counts no levels";
+      if (!limit.isSet()) GTEST_SKIP() << "this interpreter does not count levels";
       const auto buffer = parser.processConstructorArgsAndKwargs(arguments);
       EXPECT_EQ(buffer != nullptr, levels == 5);
     }

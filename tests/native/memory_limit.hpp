@@ -9,7 +9,8 @@
 
 namespace python_testing {
 
-// While it lives, the process can take only 16 MiB more.
+// While it lives, the process can take only 16 MiB more. It is not set where the process cannot
+// read its own size from /proc or may not set the limit; the tests that need it are skipped there.
 class MemoryLimit {
  public:
   MemoryLimit() {

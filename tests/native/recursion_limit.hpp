@@ -5,7 +5,8 @@
 
 namespace python_testing {
 
-// While it lives, only this many more levels of recursion can be entered.
+// While it lives, only this many more levels of recursion can be entered. It is not set where the
+// interpreter lets a million levels through; the tests that need it are skipped there.
 class RecursionLimit {
  public:
   explicit RecursionLimit(int levels) {

@@ -152,8 +152,8 @@ constexpr const char* expiredViews[] = {
 // --- Leaks
 
 // The number of the interpreter's memory blocks that a call leaves allocated; empty if the
-// interpreter does not count them. The smallest result of several rounds, because its own caches do
-// not grow in every round.
+// interpreter does not count them, as with PYTHONMALLOC=malloc. The smallest result of several
+// rounds, because its own caches do not grow in every round.
 template <class Action>
 std::optional<double> blocksPerCall(Action action) {
   const auto allocatedBlocks = [] {
