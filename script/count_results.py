@@ -1,4 +1,6 @@
-"""Prints the total of the suites in result folders, `N passed, M failed`; status 0 if all passed.
+"""Prints what failed in the suites of result folders, then the total, `N passed, M failed`.
+
+The status is 0 if all passed.
 
 A suite is three files: NAME.status has the exit status of its runner, NAME.xml the results in
 JUnit format, NAME.log the output. A suite counts as one failure if it has no results, or no failed
@@ -11,11 +13,13 @@ import xml.etree.ElementTree as ElementTree
 from pathlib import Path
 
 REPORTS = ("ERROR: AddressSanitizer", "runtime error:", "AddressSanitizer:DEADLYSIGNAL")
+LAST_LINES = 15  # of the log of a suite that ended without a failed test
 
 
 def count_suite(status_file):
-    """Returns how many tests of a suite passed and how many failed."""
+    """Returns how many tests of a suite passed, how many failed, and lines that say what failed."""
     passed = failed = 0
+    lines = []
     results = status_file.with_suffix(".xml")
     if results.exists():
         for suite in ElementTree.parse(results).getroot().iter("testsuite"):
@@ -23,10 +27,16 @@ def count_suite(status_file):
             left_out = int(suite.get("skipped", 0)) + int(suite.get("disabled", 0))
             passed += int(suite.get("tests")) - bad - left_out
             failed += bad
-    ended_well = status_file.read_text().strip() == "0"
-    if failed == 0 and (passed == 0 or not ended_well):
+            for case in suite.iterfind("testcase"):
+                if case.find("failure") is not None or case.find("error") is not None:
+                    lines.append(f"{case.get('classname')}::{case.get('name')}")
+    status = status_file.read_text().strip()
+    if failed == 0 and (passed == 0 or status != "0"):
         failed = 1
-    return passed, failed
+        lines.append(f"ended with status {status}; its last lines:")
+        log = status_file.with_suffix(".log").read_text(errors="replace")
+        lines += log.splitlines()[-LAST_LINES:]
+    return passed, failed, lines
 
 
 def sanitizer_reports(folder):
@@ -42,9 +52,11 @@ def main():
     parser.add_argument("--logs", action="store_true", help="print the output of each suite")
     arguments = parser.parse_args()
     total_passed = total_failed = 0
+    what_failed = []
     for folder in arguments.folders:
         for status_file in sorted(folder.glob("*.status")):
-            passed, failed = count_suite(status_file)
+            passed, failed, lines = count_suite(status_file)
+            what_failed += [f"{folder.name}/{status_file.stem}: {line}" for line in lines]
             total_passed += passed
             total_failed += failed
             if arguments.logs:
@@ -52,8 +64,10 @@ def main():
                 print(status_file.with_suffix(".log").read_text(errors="replace").rstrip())
         for report in sanitizer_reports(folder):
             total_failed += 1
+            what_failed += [f"{folder.name}: {line}" for line in report.splitlines()[:LAST_LINES]]
             if arguments.logs:
                 print(report)
+    print(*what_failed, sep="\n", end="\n" if what_failed else "")
     print(f"{total_passed} passed, {total_failed} failed")
     return 1 if total_failed or not total_passed else 0
 

@@ -68,8 +68,10 @@ def test_what_is_taken_is_a_copy():
 
 def test_another_process():
     pool = multiprocessing.get_context("spawn").Pool(1)
-    with shared(velmar.double([[1, 20], [3, 2]])) as description, pool:
+    with shared(velmar.double([[1, 20], [3, 2]])) as description:
         assert pool.apply(largest, (description, (0, 2))) == [3.0, 20.0]
+        pool.close()
+        pool.join()
 
 
 def test_nothing_is_left():

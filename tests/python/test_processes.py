@@ -13,6 +13,9 @@ from helpers.arrays import FORMS, contents, exact, grid
 from helpers.failures import STORAGE_GONE, raises
 from helpers.view_states import expired_row
 
+# A worker of pytest-xdist has several threads. A process that is forked from one of them can hang.
+pytestmark = pytest.mark.processes
+
 PROCESSES = 2
 SECONDS = 60  # the longest wait for a result
 

@@ -84,6 +84,7 @@ class TestMultiprocessing:
         with raises(*STORAGE_GONE):
             ForkingPickler.dumps(make())
 
+    @pytest.mark.processes
     @pytest.mark.parametrize("method", ["spawn", "fork"])
     def test_pool(self, registered, method):
         arrays = [row.cls([[1, 0], [0, 1]], is_complex=is_complex) for row, is_complex in FORMS]
@@ -97,15 +98,20 @@ class TestMultiprocessing:
             assert (type(back), back.size) == (type(array), array.size)
             assert memoryview(back).tobytes("A") == memoryview(array).tobytes("A")
 
+    @pytest.mark.processes
     def test_spawned_processes_answer_in_pickles_if_not_told(self, registered):
         with executor("spawn") as pool:
             back = pool.submit(workers.same, velmar.double(size=(0, 3))).result(SECONDS)
         assert back.size == (0, 0)
 
+    @pytest.mark.processes
     def test_pool_of_multiprocessing(self, registered):
         context = multiprocessing.get_context("spawn")
-        with context.Pool(1, transport.register_multiprocessing) as pool:
-            back = pool.apply_async(workers.same, (fills_64_bits(),)).get(SECONDS)
+        pool = context.Pool(1, transport.register_multiprocessing)
+        back = pool.apply_async(workers.same, (fills_64_bits(),)).get(SECONDS)
+        # Not `with`, whose end kills a worker that can hold a lock of the pool.
+        pool.close()
+        pool.join()
         assert memoryview(back).tobytes("A") == memoryview(fills_64_bits()).tobytes("A")
 
 
