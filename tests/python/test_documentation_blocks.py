@@ -244,6 +244,10 @@ class TestIndex:
         there = {f"drawings/{path.name}" for path in (ROOT / "docs/drawings").glob("*.svg")}
         assert shown - {"drawings/README.md"} == there
 
+    def test_a_page_that_is_said_to_have_a_drawing_has_one(self):
+        said = re.findall(r"\]\((\w+\.md)\) has a\s+drawing", "".join(PAGES.values()))
+        assert said and all("](drawings/" in PAGES[name] for name in said)
+
 
 class TestReference:
     def test_every_method_and_attribute_has_a_place(self):
