@@ -18,9 +18,7 @@ namespace vd = foundation::velmardata;
 
 namespace {
 
-// Set once, when the module is imported.
-std::optional<velmar::Client> client;
-PyObject* doubleClass = nullptr;  // velmar.double; kept for the life of the process
+std::optional<velmar::Client> client;  // set once, when the module is imported
 
 // A matrix stored column by column, as arrays and LAPACK store it.
 struct Matrix {
@@ -41,12 +39,10 @@ class WithoutInterpreterLock {
   PyThreadState* m_state;
 };
 
-// Returns the library array of a velmar.double, or of an array made from another object's buffer.
-// Empty with the Python error set on failure.
+// Returns the library array of an array, or of an array made from another object's buffer. Empty
+// with the Python error set on failure.
 vd::Array takeArray(PyObject* object, const char* name) {
-  if (PyObject_TypeCheck(object, reinterpret_cast<PyTypeObject*>(doubleClass))) {
-    return client->fromPython(object);
-  }
+  if (client->isArray(object)) return client->fromPython(object);
   if (!client->hasBuffer(object)) {
     PyErr_Format(PyExc_TypeError,
                  "%s must be a velmar.double or have a buffer of doubles; it is %R", name,
@@ -223,9 +219,5 @@ PyModuleDef definition = {PyModuleDef_HEAD_INIT,
 PyMODINIT_FUNC PyInit_least_squares() {
   client = velmar::Client::load();
   if (!client) return nullptr;
-  const velmar::Reference arrays(PyImport_ImportModule("velmarmultidimarrayforpython"));
-  if (!arrays) return nullptr;
-  doubleClass = PyObject_GetAttrString(arrays.get(), "double");
-  if (doubleClass == nullptr) return nullptr;
   return PyModule_Create(&definition);
 }

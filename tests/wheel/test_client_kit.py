@@ -112,7 +112,17 @@ class TestGuide:
         "argument, error",
         [
             ("velmar.int8(1)", "TypeError: real doubles wanted"),
-            ("[1.0]", "RuntimeError: object not initialized."),
+            ("[1.0]", "TypeError: expected a velmar array, got <class 'list'>"),
+            ("None", "TypeError: expected a velmar array, got <class 'NoneType'>"),
+            ("velmar.double", "TypeError: expected a velmar array, got <class 'type'>"),
+            (
+                "memoryview(velmar.double(1))",
+                "TypeError: expected a velmar array, got <class 'memoryview'>",
+            ),
+            (
+                "iter(velmar.double(1))",
+                "TypeError: expected a velmar array, got <class 'velmar.MCPyIter'>",
+            ),
             ("list(velmar.double([[1], [2]]))[0]", "RuntimeError: locked shared pointer is null."),
         ],
     )
@@ -121,3 +131,15 @@ class TestGuide:
         run = run_python(unpacked, "-c", program, folder=folder)
         assert run.returncode == 1
         assert run.stderr.splitlines()[-1] == error
+
+    def test_arrays_of_all_classes_are_arrays(self, unpacked, folder):
+        program = f"""{IMPORTS}
+names = "single int8 uint8 int16 uint16 int32 uint32 int64 uint64 logical".split()
+for name in names:
+    try:
+        doubled(getattr(velmar, name)(1))
+    except TypeError as error:
+        assert str(error) == "real doubles wanted", error
+print(len(names))"""
+        run = run_python(unpacked, "-c", program, folder=folder)
+        assert (run.stdout, run.stderr, run.returncode) == ("10\n", "", 0)

@@ -15,6 +15,9 @@
 
 #include <Python.h>
 
+#include <algorithm>
+#include <array>
+#include <cstddef>
 #include <optional>
 #include <utility>
 #include <velmar/capsule_table.hpp>
@@ -50,12 +53,20 @@ class Reference {
 // The capsule's functions. Copies are cheap and stay valid for the life of the process.
 class Client {
  public:
-  // Imports the extension module, if necessary, and its capsule. Empty with a Python error set on
-  // failure: ImportError if the module is not installed.
+  // Imports the extension module, if necessary, and its capsule and classes. Empty with a Python
+  // error set on failure: ImportError if the module is not installed.
   static std::optional<Client> load() {
     const void* table = PyCapsule_Import(capsuleName, 0);
     if (table == nullptr) return std::nullopt;
-    return Client(static_cast<const MCPyArrayAPITable*>(table));
+    const Reference module(PyImport_ImportModule("velmarmultidimarrayforpython"));
+    if (!module) return std::nullopt;
+    Classes classes{};
+    for (std::size_t i = 0; i < classes.size(); ++i) {
+      // The reference is kept: the classes live as long as the process.
+      classes[i] = PyObject_GetAttrString(module.get(), classNames[i]);
+      if (classes[i] == nullptr) return std::nullopt;
+    }
+    return Client(static_cast<const MCPyArrayAPITable*>(table), classes);
   }
 
   // Returns a new reference to a Python array that shares the contents of `array`. Python does not
@@ -71,10 +82,15 @@ class Client {
   // at least two dimensions, in linear time; the view keeps the copy and returns it again in the
   // next call. Only an array that was reshaped to one dimension has one.
   //
-  // On failure the handle is empty (impl() is null), with RuntimeError for an object that is not an
-  // array ("object not initialized.") and for a view whose storage no longer exists ("locked shared
-  // pointer is null.").
+  // On failure the handle is empty (impl() is null), with TypeError for an object that is not an
+  // array ("expected a velmar array, got <class 'list'>"), and RuntimeError for null ("object not
+  // initialized.") and for a view whose storage no longer exists ("locked shared pointer is
+  // null.").
   [[nodiscard]] foundation::velmardata::Array fromPython(PyObject* object) const {
+    if (object != nullptr && !isArray(object)) {
+      PyErr_Format(PyExc_TypeError, "expected a velmar array, got %R", Py_TYPE(object));
+      return foundation::velmardata::Array();
+    }
     return foundation::velmardata::Array(
         static_cast<data::impl::ArrayImpl*>(m_table->MCPyArrayToMDAImpl(object)));
   }
@@ -88,6 +104,14 @@ class Client {
     return m_table->BufferObjectToMCPyArray(object, type);
   }
 
+  // Whether the object is an array or a view of one. False for null. Never sets an error.
+  bool isArray(PyObject* object) const noexcept {
+    if (object == nullptr) return false;
+    // The classes have no subclasses.
+    const auto* type = reinterpret_cast<const PyObject*>(Py_TYPE(object));
+    return std::find(m_classes.begin(), m_classes.end(), type) != m_classes.end();
+  }
+
   // Whether the object supports the buffer protocol, as arrays and views do. Never sets an error.
   bool hasBuffer(PyObject* object) const { return m_table->SatisfiesBufferProtocol(object); }
 
@@ -96,9 +120,16 @@ class Client {
   const MCPyArrayAPITable& table() const noexcept { return *m_table; }
 
  private:
-  explicit Client(const MCPyArrayAPITable* table) noexcept : m_table(table) {}
+  static constexpr std::array<const char*, 11> classNames = {"double", "single", "int8",   "uint8",
+                                                             "int16",  "uint16", "int32",  "uint32",
+                                                             "int64",  "uint64", "logical"};
+  using Classes = std::array<PyObject*, classNames.size()>;
+
+  Client(const MCPyArrayAPITable* table, const Classes& classes) noexcept
+      : m_table(table), m_classes(classes) {}
 
   const MCPyArrayAPITable* m_table;
+  Classes m_classes;
 };
 
 }  // namespace velmar
