@@ -11,6 +11,8 @@ from typing import Any, Generic, Literal, Self, final, overload
 
 from typing_extensions import Buffer, TypeVar
 
+from velmar import look as look
+from velmar import transport as transport
 from velmar._array import Array, Flat, HasArrayMethod, Nested, SequenceLike, TwoDimensions, UpToTwo
 from velmar.look import html as html
 from velmar.look import summary as summary
@@ -29,6 +31,8 @@ __all__ = [
     "uint32",
     "uint64",
 ]
+
+__version__: str
 
 _Item = TypeVar("_Item", default=Any)
 
