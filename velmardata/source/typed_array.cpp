@@ -69,8 +69,9 @@ ElementReference<T> TypedArray<T>::operator[](unsigned long index)
   BlockHeader* const block = recordOf(m_impl)->m_block.get();
   void* const element = static_cast<T*>(elementsOf(block)) + index;
   using velmar::data::detail::ReferenceImpl;
+  // Braces, because clang++ before 16 cannot initialise an aggregate with parentheses.
   return ElementReference<T>(
-      std::make_shared<ReferenceImpl>(arrayTypeOf<T>, element, BlockHold(block)));
+      std::make_shared<ReferenceImpl>(ReferenceImpl{arrayTypeOf<T>, element, BlockHold(block)}));
 }
 
 template <ArrayElement T>
