@@ -22,6 +22,7 @@ INCLUDE = re.compile(r'^\s*#\s*include\s+(["<])([^">]+)[">]', re.MULTILINE)
 COMMENT_OR_TEXT = re.compile(r'//[^\n]*|/\*.*?\*/|"(?:\\.|[^"\\\n])*"', re.DOTALL)
 # Out-parameters for failure; the result of a function says whether it failed.
 BOOL_OUT_PARAMETER = re.compile(r"[(,]\s*(bool\s*&(?!&)\s*\w*)")
+USING = re.compile(r"^\s*using (?:\w+::)+(\w+);", re.MULTILINE)
 LONGEST_FILE = {"src": 400, "velmardata": 400, "tests": 500}
 
 
@@ -61,6 +62,10 @@ def check_file(file):
     code = COMMENT_OR_TEXT.sub(" ", text)
     for name in sorted(set(BANNED.findall(code))):
         yield f"uses {name}, which is banned"
+    # A using declaration of a header is for the files that include it.
+    for name in USING.findall(code) if file.suffix == ".cpp" else ():
+        if not re.search(rf"(?<!::)\b{name}\b", code):
+            yield f"has a using declaration for {name} and does not use it"
     if file.parts[0] == "src" and file.name != "py_ref.hpp":
         for name in sorted(set(COUNTING.findall(code))):
             yield f"uses {name}; only PyRef may"

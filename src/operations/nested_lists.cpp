@@ -48,7 +48,7 @@ bool tryCopyRun(const MCppPyArray& view, Position& fixed, const Run& run, T* ele
 }
 
 // Takes the item. False with RuntimeError set.
-bool setItem(PyObject* list, std::int64_t place, PyObject* item) {
+bool setListItem(PyObject* list, std::int64_t place, PyObject* item) {
   if (PyList_SetItem(list, place, item) == 0) return true;
   setError(PyExc_RuntimeError, "unable to set list item.");
   return false;
@@ -75,7 +75,7 @@ bool fillWithElements(const MCppPyArray& view, Position& fixed, Run run, OnNull 
         fixed.pop_back();
       }
       if (item == nullptr && onNull == OnNull::Stop) return false;
-      if (!setItem(list, place, item)) return false;
+      if (!setListItem(list, place, item)) return false;
     }
     run.start += block.count * run.step;
     run.count -= block.count;
@@ -119,7 +119,7 @@ PyObject* getContentsAsPyList(const MCppPyArray& view, Position& indices, std::u
     indices.push_back(i);
     PyObject* item = getContentsAsPyList<T>(view, indices, dimension + 1);
     indices.pop_back();
-    if (item == nullptr || !setItem(list.get(), i, item)) return nullptr;
+    if (item == nullptr || !setListItem(list.get(), i, item)) return nullptr;
   }
   return list.release();
 }
@@ -146,7 +146,7 @@ PyObject* getAllContentsAsPyList(const MCppPyArray& view) {
       indices.push_back(run.start + k * run.step);
       PyObject* item = getContentsAsPyList<T>(view, indices, next);
       indices.pop_back();
-      success = item != nullptr && setItem(list.get(), k, item);
+      success = item != nullptr && setListItem(list.get(), k, item);
     }
   }
   if (success) return list.release();
