@@ -22,7 +22,6 @@ namespace {
 using namespace python_testing;
 using namespace foundation::velmardata;
 using velmardata_testing::addressOf;
-using velmardata_testing::copyOf;
 using velmardata_testing::elementsOf;
 using velmardata_testing::referenceCount;
 
