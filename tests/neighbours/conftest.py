@@ -7,7 +7,10 @@ from pathlib import Path
 ROOT = Path(__file__).resolve().parents[2]
 sys.path.insert(0, str(ROOT / "examples" / "neighbours"))
 sys.path.insert(0, str(ROOT / "tests" / "python"))  # for the package of helpers
-NEIGHBOURS = ["numpy", "pandas", "pyarrow", "matplotlib", "pillow", "h5py", "dask", "distributed"]
+NEIGHBOURS = [
+    *("numpy", "scipy", "pandas", "polars", "pyarrow", "xarray", "zarr", "h5py", "matplotlib"),
+    *("pillow", "scikit-learn", "joblib", "dask", "distributed"),
+]
 
 
 def pytest_report_header():

@@ -3,15 +3,22 @@
 import h5py
 import numpy as np
 import pandas as pd
+import polars as pl
 import pyarrow as pa
+import xarray as xr
+import zarr
 from matplotlib.image import AxesImage
 from PIL import Image
 
 
 def as_numpy(result):
     """The result as NumPy sees its memory; plain bytes are flat."""
-    if isinstance(result, pd.DataFrame | pd.Series | pa.Tensor | pa.Array):
+    if isinstance(result, pd.DataFrame | pd.Series | pl.DataFrame | pa.Tensor | pa.Array):
         return result.to_numpy()
+    if isinstance(result, xr.DataArray):
+        return result.values
+    if isinstance(result, zarr.Array):
+        return result[...]
     if isinstance(result, AxesImage):
         return result.get_array()
     if isinstance(result, h5py.Dataset):
@@ -40,7 +47,7 @@ def in_memory(result, dtype):
 
 
 def may_write(result):
-    if isinstance(result, h5py.Dataset):
+    if isinstance(result, h5py.Dataset | zarr.Array):
         return True
     if isinstance(result, Image.Image):
         return not result.readonly

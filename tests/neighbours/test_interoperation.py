@@ -9,12 +9,16 @@ from pathlib import Path
 import h5py
 import numpy
 import pandas
+import polars
 import pyarrow
 import pytest
 import velmar
+import xarray
+import zarr
 from matplotlib.figure import Figure
 from physical import as_numpy, in_memory, may_write
 from PIL import Image
+from scipy.io import loadmat, savemat
 
 PAGE = Path(__file__).resolve().parents[2] / "docs" / "neighbours.md"
 
@@ -55,6 +59,15 @@ OUT = [
     (
         "pyarrow.Tensor.from_numpy(numpy.asarray(a))",
         *("columns", "itself", "no", "ArrowNotImplementedError", "RuntimeError"),
+    ),
+    ("polars.DataFrame(a)", "TypeError", "-", "-", "TypeError", "TypeError"),
+    ("polars.Series(a[0])", "TypeError", "-", "-", "TypeError", "TypeError"),
+    ("polars.from_numpy(numpy.asarray(a))", "columns", "itself", "no", "yes", "RuntimeError"),
+    ("xarray.DataArray(a)", "columns", "itself", "no", "yes", "RuntimeError"),
+    ("zarr.array(a)", "rows", "copy", "yes", "yes", "RuntimeError"),
+    (
+        "zarr.create_array({}, data=a)",
+        *("AttributeError", "-", "-", "AttributeError", "AttributeError"),
     ),
     ("axes.imshow(a)", "columns", "copy", "-", "TypeError", "RuntimeError"),
     ("axes.plot(a)", "columns", "copy", "-", "real parts", "RuntimeError"),
@@ -111,6 +124,11 @@ IN = [
         "velmar.double([numpy.complex64(7).item()], is_complex=True)",
     ),
     ("velmar.double(f)", "[[1.0,4.0],[2.0,5.0]]", "velmar.double(f.to_numpy())"),
+    (
+        "velmar.double(f.rename(columns=str))",
+        "RuntimeError: null data pointer.",
+        "velmar.double(f.to_numpy())",
+    ),
     ("velmar.double(s)", "[[8.0,7.0]]", "velmar.double(s.to_numpy())"),
     (
         "velmar.double(f[[0, 2]].to_numpy())",
@@ -144,6 +162,30 @@ IN = [
         "[[1,3,5],[2,4,6]]",
         'velmar.uint8(memoryview(image.tobytes()).cast("B", (2, 3)))',
     ),
+    ("velmar.double(p)", "RuntimeError: null data pointer.", "velmar.double(p.to_numpy())"),
+    ('velmar.double(p["x"])', "[[1.0,4.0]]", ""),
+    (
+        "velmar.double(x)",
+        "TypeError: len() of unsized object",
+        "velmar.double(x.values)",
+    ),
+    (
+        "velmar.double(z)",
+        "TypeError: object of type 'Array' has no len()",
+        'velmar.double(z[...].astype("float64"))',
+    ),
+    (
+        "velmar.double(z[...])",
+        "BufferError: input buffer format ('<d') is not compatible with output format ('d'); "
+        "use a different input or output type",
+        'velmar.double(z[...].astype("float64"))',
+    ),
+    (
+        'velmar.double(loadmat(mat)["n"])',
+        "BufferError: input buffer format ('<d') is not compatible with output format ('d'); "
+        "use a different input or output type",
+        'velmar.double(loadmat(mat)["n"].astype("float64"))',
+    ),
     ("velmar.double(dataset)", "[[1.0,2.0,3.0],[4.0,5.0,6.0]]", "velmar.double(dataset[...])"),
     (
         "velmar.double(block.buf[:16])",
@@ -171,10 +213,14 @@ INSTEAD = {
     "velmar.double(t[1:].to_numpy())": "[[8.0]]",
     "velmar.uint8(numpy.asarray(image))": "[[1,2,3],[4,5,6]]",
     'velmar.uint8(memoryview(image.tobytes()).cast("B", (2, 3)))': "[[1,2,3],[4,5,6]]",
+    "velmar.double(p.to_numpy())": "[[1.0,2.0,3.0],[4.0,5.0,6.0]]",
+    "velmar.double(x.values)": "[[1.0,2.0,3.0],[4.0,5.0,6.0]]",
+    'velmar.double(z[...].astype("float64"))': "[[1.0,2.0,3.0],[4.0,5.0,6.0]]",
+    'velmar.double(loadmat(mat)["n"].astype("float64"))': "[[1.0,2.0,3.0],[4.0,5.0,6.0]]",
     "velmar.double(dataset[...])": "[[1.0,2.0,3.0],[4.0,5.0,6.0]]",
     'velmar.double(block.buf[:16].cast("d"))': "[[7.0,8.0]]",
 }
-MODULES = [hashlib, io, numpy, pandas, pickle, pyarrow, velmar]
+MODULES = [hashlib, io, numpy, pandas, pickle, polars, pyarrow, velmar, xarray, zarr]
 BY_COLUMNS, BY_ROWS = [1, 4, 2, 5, 3, 6], [1, 2, 3, 4, 5, 6]
 
 
@@ -182,6 +228,7 @@ BY_COLUMNS, BY_ROWS = [1, 4, 2, 5, 3, 6], [1, 2, 3, 4, 5, 6]
 def names(tmp_path):
     """The names in the expressions, except the array."""
     numbers = numpy.array([[1.0, 2, 3], [4, 5, 6]])
+    savemat(tmp_path / "file.mat", {"n": numbers})
     block = SharedMemory(create=True, size=64)
     block.buf[:16] = numpy.array([7.0, 8.0]).tobytes()
     with h5py.File(tmp_path / "file.h5", "w") as group, open(tmp_path / "file.bin", "wb") as file:
@@ -197,6 +244,11 @@ def names(tmp_path):
             "dataset": group.create_dataset("numbers", data=numbers),
             "file": file,
             "axes": Figure().subplots(),
+            "p": polars.from_numpy(numbers, schema=["x", "y", "z"]),
+            "x": xarray.DataArray(numbers),
+            "z": zarr.array(numbers),
+            "loadmat": loadmat,
+            "mat": tmp_path / "file.mat",
             "block": block,
         }
     block.close()
@@ -275,7 +327,7 @@ class TestIn:
         assert str(eval(call, names)) == expected
 
     def test_every_call_to_write_is_tested(self):
-        assert [row[2] for row in IN if row[2]] == list(INSTEAD)
+        assert list(dict.fromkeys(row[2] for row in IN if row[2])) == list(INSTEAD)
 
 
 def table_of_page(heading):

@@ -57,7 +57,13 @@ class TestPins:
     "library, name",
     [
         ("NumPy", "numpy"),
+        ("SciPy", "scipy"),
+        ("scikit-learn", "scikit-learn"),
+        ("joblib", "joblib"),
         ("pandas", "pandas"),
+        ("polars", "polars"),
+        ("xarray", "xarray"),
+        ("zarr", "zarr"),
         ("PyArrow", "pyarrow"),
         ("Matplotlib", "matplotlib"),
         ("Pillow", "pillow"),
