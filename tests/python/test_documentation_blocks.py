@@ -194,7 +194,10 @@ def test_commands_name_what_exists(line):
     presets = json.loads((ROOT / "CMakePresets.json").read_text())["configurePresets"]
     lists = [ROOT / "CMakeLists.txt", *ROOT.glob("cmake/*"), *ROOT.glob("*/CMakeLists.txt")]
     settings = "".join(path.read_text() for path in lists)
-    assert line.split()[0] in ("cmake", "pip", "python") or (ROOT / line.split()[0]).is_file()
+    assert (
+        line.split()[0] in ("apt-get", "cmake", "pip", "python")
+        or (ROOT / line.split()[0]).is_file()
+    )
     for script in re.findall(r"\bscript/\w+", line):
         assert (ROOT / script).is_file()
     for preset in re.findall(r"--preset (\S+)", line):
@@ -208,7 +211,8 @@ def test_commands_name_what_exists(line):
 
 LINK = re.compile(r"(?<!!)\[[^\]]*\]\(([^)#:\s]*)(?:#([^)\s]+))?\)")
 LINKED = {ROOT / "docs" / name: text for name, text in PAGES.items()}
-LINKED[ROOT / "README.md"] = (ROOT / "README.md").read_text(encoding="utf-8")
+for name in ("README.md", "CHANGELOG.md", "CONTRIBUTING.md", "SECURITY.md"):
+    LINKED[ROOT / name] = (ROOT / name).read_text(encoding="utf-8")
 
 
 def anchors_of(text):
