@@ -34,10 +34,12 @@ __all__ = [
 # Helpers and the modules that have them. They are imported on first use, because most programs do
 # not need them.
 _HELPERS = {
+    "asarray": "conversion",
+    "asnumpy": "conversion",
     "html": "look",
     "summary": "look",
 }
-_SUBMODULES = ("look", "transport")
+_SUBMODULES = ("conversion", "look", "transport")
 
 
 def _version() -> str:

@@ -11,9 +11,12 @@ from typing import Any, Generic, Literal, Self, final, overload
 
 from typing_extensions import Buffer, TypeVar
 
+from velmar import conversion as conversion
 from velmar import look as look
 from velmar import transport as transport
 from velmar._array import Array, Flat, HasArrayMethod, Nested, SequenceLike, TwoDimensions, UpToTwo
+from velmar.conversion import asarray as asarray
+from velmar.conversion import asnumpy as asnumpy
 from velmar.look import html as html
 from velmar.look import summary as summary
 

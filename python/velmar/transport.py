@@ -5,16 +5,14 @@ multiprocessing, Dask and Ray use them instead of pickles. Importing this module
 and plain pickle does not change.
 """
 
-import ctypes
 import math
-import struct
 import sys
 from importlib import import_module
 from multiprocessing.reduction import ForkingPickler
 from pickle import PickleBuffer
 from typing import Any
 
-import velmar
+from velmar._memory import LETTERS, array_from_bytes, frame_of, size_of_element
 
 __all__ = [
     "VERSION",
@@ -30,52 +28,8 @@ __all__ = [
 
 VERSION = 1  # of the header and of the contents of the frames
 
-_LETTERS: dict[Any, Any] = {
-    velmar.double: "d",
-    velmar.single: "f",
-    velmar.int8: "b",
-    velmar.uint8: "B",
-    velmar.int16: "h",
-    velmar.uint16: "H",
-    velmar.int32: "i",
-    velmar.uint32: "I",
-    velmar.int64: "q",
-    velmar.uint64: "Q",
-    velmar.logical: "?",
-}
-_CLASSES = {cls.__name__: cls for cls in _LETTERS}
-_MOST_DIMENSIONS_OF_A_MEMORYVIEW = 64
+_CLASSES = {cls.__name__: cls for cls in LETTERS}
 _PLUGIN = "velmar.transport"  # the name of the Dask plugin that registers its workers
-
-
-class _Buffer(ctypes.Structure):
-    """Py_buffer, whose layout is part of the stable interface."""
-
-    _fields_ = [
-        ("buf", ctypes.c_void_p),
-        ("obj", ctypes.c_void_p),
-        ("len", ctypes.c_ssize_t),
-        ("itemsize", ctypes.c_ssize_t),
-        ("readonly", ctypes.c_int),
-        ("ndim", ctypes.c_int),
-        ("format", ctypes.c_char_p),
-        ("shape", ctypes.POINTER(ctypes.c_ssize_t)),
-        ("strides", ctypes.POINTER(ctypes.c_ssize_t)),
-        ("suboffsets", ctypes.POINTER(ctypes.c_ssize_t)),
-        ("internal", ctypes.c_void_p),
-    ]
-
-
-def _function(name: str, result: Any, *parameters: Any) -> Any:
-    # A separate prototype, because the function objects of ctypes.pythonapi are shared.
-    return ctypes.PYFUNCTYPE(result, *parameters)((name, ctypes.pythonapi))
-
-
-_get_buffer = _function(
-    "PyObject_GetBuffer", ctypes.c_int, ctypes.py_object, ctypes.POINTER(_Buffer), ctypes.c_int
-)
-_release_buffer = _function("PyBuffer_Release", None, ctypes.POINTER(_Buffer))
-_memoryview_of = _function("PyMemoryView_FromBuffer", ctypes.py_object, ctypes.POINTER(_Buffer))
 
 
 def pack(array: Any) -> tuple[dict[str, Any], list[memoryview]]:
@@ -85,47 +39,20 @@ def pack(array: Any) -> tuple[dict[str, Any], list[memoryview]]:
     for a view a copy of the current elements.
     """
     cls = type(array)
-    if cls not in _LETTERS:
+    if cls not in LETTERS:
         raise TypeError(f"pack() takes an array of velmar, not {cls.__name__}.")
-    size, is_complex = array.size, array._is_complex
-    count = math.prod(size)
-    if not count:
-        frame = memoryview(b"")
-    else:
-        if not _exports_its_storage(array) or len(size) > _MOST_DIMENSIONS_OF_A_MEMORYVIEW:
-            array = cls(array, is_complex=is_complex)
-            array.reshape([count])
-        frame = PickleBuffer(array).raw()
+    size = array.size
+    frame = frame_of(array)
     if len(size) == 1:
-        size = (1, count) if count else (0, 0)
+        size = (1, *size) if size[0] else (0, 0)
     header = {
         "transport": VERSION,
         "class": cls.__name__,
-        "is_complex": is_complex,
+        "is_complex": array._is_complex,
         "size": size,
         "byteorder": sys.byteorder,
     }
     return header, [frame]
-
-
-def _exports_its_storage(array: Any) -> bool:
-    """Whether array is a whole array and not a view.
-
-    A view exports a copy that is made only once, so a later write makes it out of date. Only the
-    address of the export distinguishes a slice of all elements from its array, so this function
-    exports such a slice.
-    """
-    address, count = array.buffer_info()
-    size = array.size
-    if math.prod(size) != count or len(size) != len(array.get_bytewise_strides()):
-        return False
-    exported = _Buffer()
-    try:
-        _get_buffer(array, exported, 0)
-    except RuntimeError:
-        return False  # a view that cannot be copied; pack() then raises the error
-    _release_buffer(exported)
-    return bool(exported.buf == address)
 
 
 def unpack(header: dict[str, Any], frames: list[Any] | tuple[Any, ...]) -> Any:
@@ -136,15 +63,10 @@ def unpack(header: dict[str, Any], frames: list[Any] | tuple[Any, ...]) -> Any:
     if len(frames) != 1:
         raise ValueError(f"one frame expected, not {len(frames)}.")
     raw = PickleBuffer(frames[0]).raw()
-    itemsize = struct.calcsize(_LETTERS[cls]) * (2 if is_complex else 1)
-    expected = math.prod(size) * itemsize
+    expected = math.prod(size) * size_of_element(cls, is_complex)
     if raw.nbytes != expected:
         raise ValueError(f"frame has {raw.nbytes} bytes; {expected} expected.")
-    if not expected:
-        return cls(size=size, is_complex=is_complex)
-    if is_complex:
-        return _complex_from_bytes(cls, raw, size, itemsize)
-    return cls(raw.cast(_LETTERS[cls]), size=size)
+    return array_from_bytes(cls, is_complex, raw, size)
 
 
 def _checked(header: dict[str, Any]) -> tuple[Any, tuple[int, ...], bool]:
@@ -174,40 +96,19 @@ def _checked(header: dict[str, Any]) -> tuple[Any, tuple[int, ...], bool]:
     return _CLASSES[word], tuple(size), is_complex
 
 
-def _complex_from_bytes(cls: Any, raw: memoryview, size: tuple[int, ...], itemsize: int) -> Any:
-    # memoryview.cast() does not support complex formats; PyMemoryView_FromBuffer does.
-    exported = _Buffer()
-    _get_buffer(raw, exported, 0)
-    try:
-        elements = _Buffer(
-            buf=exported.buf,
-            len=raw.nbytes,
-            itemsize=itemsize,
-            readonly=1,
-            ndim=1,
-            format=b"Z" + _LETTERS[cls].encode(),
-            shape=ctypes.pointer(ctypes.c_ssize_t(raw.nbytes // itemsize)),
-            strides=ctypes.pointer(ctypes.c_ssize_t(itemsize)),
-        )
-        with _memoryview_of(elements) as buffer:
-            return cls(buffer, size=size, is_complex=True)
-    finally:
-        _release_buffer(exported)
-
-
 def register_multiprocessing() -> None:
     """Makes multiprocessing and concurrent.futures send arrays packed.
 
     This applies to what this process sends. Spawned processes send packed results if they call this
     function too: pass it to the pool as its initializer.
     """
-    for cls in _LETTERS:
+    for cls in LETTERS:
         ForkingPickler.register(cls, _reduce)
 
 
 def unregister_multiprocessing() -> None:
     """Undoes register_multiprocessing(): arrays are sent as pickles again."""
-    for cls in _LETTERS:
+    for cls in LETTERS:
         ForkingPickler._extra_reducers.pop(cls, None)  # type: ignore[attr-defined]
 
 
@@ -242,7 +143,7 @@ def register_dask(client: Any = None) -> None:
     client's workers, including those that start later.
     """
     protocol = _module("register_dask", "distributed.protocol")
-    for cls in _LETTERS:
+    for cls in LETTERS:
         protocol.dask_serialize.register(cls, _pack_for_pickling)
         protocol.dask_deserialize.register(cls, unpack)
         _module("register_dask", "dask.sizeof").sizeof.register(cls, _bytes_held)
@@ -273,7 +174,7 @@ def unregister_dask(client: Any = None) -> None:
         _module("unregister_dask", "dask.sizeof").sizeof,
         _module("unregister_dask", "dask.base").normalize_token,
     ):
-        for cls in _LETTERS:
+        for cls in LETTERS:
             table._lookup.pop(cls, None)
 
 
@@ -295,14 +196,14 @@ def register_ray() -> None:
     too: pass it to ray.init() as their setup hook.
     """
     register_serializer = _module("register_ray", "ray.util").register_serializer
-    for cls in _LETTERS:
+    for cls in LETTERS:
         register_serializer(cls, serializer=_pack_for_pickling, deserializer=_unpack_pair)
 
 
 def unregister_ray() -> None:
     """Undoes register_ray(): arrays from this process are sent as pickles again."""
     deregister_serializer = _module("unregister_ray", "ray.util").deregister_serializer
-    for cls in _LETTERS:
+    for cls in LETTERS:
         deregister_serializer(cls)
 
 

@@ -150,6 +150,14 @@ error: vlexceptions.SizeError = module.SizeError("text")
 assert_type(velmar.html(m, title="m", rows=3, digits=None), look.Html)
 assert_type(velmar.summary(m[0]), str)
 
+# Conversion.
+assert_type(velmar.asarray(m), "velmar.double[velmar.double[float]]")
+assert_type(velmar.asarray(m[0]), "velmar.double[float]")
+assert_type(velmar.asarray(b"ab"), Any)
+assert_type(velmar.asarray([1, 2], velmar.int8), "velmar.int8[Any]")
+assert_type(velmar.asarray(m, cls=velmar.single), "velmar.single[Any]")
+assert_type(velmar.__version__, str)
+
 
 # Annotations. A name without brackets stands for arrays of any kind and dimensions.
 def total(rows: "velmar.double[velmar.double[float]]") -> float:

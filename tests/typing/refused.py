@@ -78,3 +78,7 @@ class Derived(velmar.double):  # type: ignore[misc]  # pyright: ignore[reportGen
 velmar.html([[1, 2]])  # type: ignore[arg-type]  # pyright: ignore[reportArgumentType]
 velmar.summary(m, 3)  # type: ignore[arg-type, call-arg]  # pyright: ignore[reportCallIssue]
 velmar.summary(m, rows="3")  # type: ignore[arg-type]  # pyright: ignore[reportArgumentType]
+
+# Conversion.
+velmar.asarray([1], float)  # type: ignore[type-var]  # pyright: ignore[reportArgumentType, reportCallIssue]
+velmar.asnumpy([1])  # type: ignore[arg-type]  # pyright: ignore[reportArgumentType]
