@@ -2,16 +2,12 @@
 
 from __future__ import annotations
 
-import os
-
 import pytest
 from helpers.cases import some_of
 from helpers.child_interpreter import run_script
+from helpers.memory_limit import needs_memory_limit
 
-# The sanitizer reserves terabytes of address space, so it cannot run under a limit.
-pytestmark = pytest.mark.skipif(
-    "asan" in os.environ.get("LD_PRELOAD", ""), reason="the sanitizer needs unlimited address space"
-)
+pytestmark = needs_memory_limit
 
 # Each attempt is a process with a limit on its address space, in megabytes.
 SCRIPT = """
