@@ -18,7 +18,6 @@
 namespace {
 
 using namespace python_testing;
-using boundary_values::Bytes;
 using boundary_values::Kind;
 using boundary_values::kinds;
 using foundation::velmardata::ArrayType;
