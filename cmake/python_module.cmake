@@ -1,11 +1,32 @@
 # Functions for the targets of src and tests/native.
 
-# add_room(<folder> <source>...): adds the object library <folder>_objects for one folder of src.
+# add_room(<folder> <source>...): adds the object library <folder>_objects for one folder of src. The
+# first room precompiles the headers outside the project that nearly every source includes.
 function(add_room folder)
   add_library(${folder}_objects OBJECT ${ARGN})
   target_link_libraries(
     ${folder}_objects PUBLIC build_flags python_limited_api zrfoundation_velmardata
                              zrfoundation_velmardata_standalone)
+  if(CMAKE_DISABLE_PRECOMPILE_HEADERS)
+    return()
+  endif()
+  if(folder STREQUAL module)
+    target_precompile_headers(
+      ${folder}_objects
+      PRIVATE
+      "${PROJECT_SOURCE_DIR}/src/module/python.hpp"
+      <algorithm>
+      <complex>
+      <memory>
+      <optional>
+      <span>
+      <string>
+      <vector>
+      <boost/container/small_vector.hpp>
+      <velmardata/velmardata.hpp>)
+  else()
+    target_precompile_headers(${folder}_objects REUSE_FROM module_objects)
+  endif()
 endfunction()
 
 # add_abi3_module(<target> <exports> <source>...): adds a loadable <target>.abi3.so that exports only

@@ -71,6 +71,7 @@ def build_all():
         [
             *("cmake", "-G", "Ninja", "-S", str(ROOT), "-B", str(BUILD), "--log-level=ERROR"),
             *("-DCMAKE_CXX_COMPILER=g++", "-DCMAKE_BUILD_TYPE=Debug"),
+            "-DCMAKE_DISABLE_PRECOMPILE_HEADERS=ON",  # each source has to include what it needs
             f"-DCMAKE_CXX_FLAGS_DEBUG={FLAGS}",
             f"-DCMAKE_SHARED_LINKER_FLAGS={LINK_FLAGS}",
             f"-DCMAKE_MODULE_LINKER_FLAGS={LINK_FLAGS}",
