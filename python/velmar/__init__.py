@@ -37,9 +37,11 @@ _HELPERS = {
     "asarray": "conversion",
     "asnumpy": "conversion",
     "html": "look",
+    "load": "npy",
+    "save": "npy",
     "summary": "look",
 }
-_SUBMODULES = ("conversion", "look", "transport")
+_SUBMODULES = ("conversion", "look", "npy", "transport")
 
 
 def _version() -> str:

@@ -13,12 +13,15 @@ from typing_extensions import Buffer, TypeVar
 
 from velmar import conversion as conversion
 from velmar import look as look
+from velmar import npy as npy
 from velmar import transport as transport
 from velmar._array import Array, Flat, HasArrayMethod, Nested, SequenceLike, TwoDimensions, UpToTwo
 from velmar.conversion import asarray as asarray
 from velmar.conversion import asnumpy as asnumpy
 from velmar.look import html as html
 from velmar.look import summary as summary
+from velmar.npy import load as load
+from velmar.npy import save as save
 
 __all__ = [
     "MCPyIter",

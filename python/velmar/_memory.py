@@ -3,6 +3,8 @@
 import ctypes
 import math
 import struct
+import sys
+from array import array
 from pickle import PickleBuffer
 from typing import Any
 
@@ -22,6 +24,9 @@ LETTERS: dict[Any, Any] = {
     velmar.logical: "?",
 }
 MOST_DIMENSIONS_OF_A_MEMORYVIEW = 64
+# Elements of each size, to reverse the bytes of.
+_TO_SWAP = {2: "H", 4: "I", 8: "Q"}
+_HALVES_AT_A_TIME = 1 << 16
 
 
 class _Buffer(ctypes.Structure):
@@ -59,35 +64,35 @@ def size_of_element(cls: Any, is_complex: bool) -> int:
     return struct.calcsize(LETTERS[cls]) * (2 if is_complex else 1)
 
 
-def frame_of(array: Any) -> memoryview:
+def frame_of(a: Any) -> memoryview:
     """The current elements in storage order, as flat bytes.
 
     For a whole array it is the memory of the array, for a view a copy.
     """
-    size, is_complex = array.size, array._is_complex
+    size, is_complex = a.size, a._is_complex
     count = math.prod(size)
     if not count:
         return memoryview(b"")
-    if not exports_its_storage(array) or len(size) > MOST_DIMENSIONS_OF_A_MEMORYVIEW:
-        array = type(array)(array, is_complex=is_complex)
-        array.reshape([count])
-    return PickleBuffer(array).raw()
+    if not exports_its_storage(a) or len(size) > MOST_DIMENSIONS_OF_A_MEMORYVIEW:
+        a = type(a)(a, is_complex=is_complex)
+        a.reshape([count])
+    return PickleBuffer(a).raw()
 
 
-def exports_its_storage(array: Any) -> bool:
-    """Whether array is a whole array and not a view.
+def exports_its_storage(a: Any) -> bool:
+    """Whether `a` is a whole array and not a view.
 
     A view exports a copy that is made only once, so a later write makes it out of date. Only the
     address of the export distinguishes a slice of all elements from its array, so this function
     exports such a slice.
     """
-    address, count = array.buffer_info()
-    size = array.size
-    if math.prod(size) != count or len(size) != len(array.get_bytewise_strides()):
+    address, count = a.buffer_info()
+    size = a.size
+    if math.prod(size) != count or len(size) != len(a.get_bytewise_strides()):
         return False
     exported = _Buffer()
     try:
-        _get_buffer(array, exported, 0)
+        _get_buffer(a, exported, 0)
     except RuntimeError:
         return False  # a view that cannot be copied; the caller then gets the error
     _release_buffer(exported)
@@ -135,3 +140,26 @@ def _complex_from_bytes(cls: Any, raw: memoryview, size: tuple[int, ...], row_ma
             return cls(buffer, size=size, is_complex=True)
     finally:
         _release_buffer(exported)
+
+
+def swapped(raw: memoryview, itemsize: int) -> memoryview:
+    """A copy of flat bytes with the bytes of each item reversed."""
+    if itemsize == 1:
+        return raw
+    items = array(_TO_SWAP[itemsize])
+    items.frombytes(raw)
+    items.byteswap()
+    return memoryview(items).cast("B")
+
+
+def singles_of(raw: memoryview, is_swapped: bool) -> memoryview:
+    """Flat bytes of elements of half precision as bytes of single precision, which is exact."""
+    order = "<" if (sys.byteorder == "little") != is_swapped else ">"
+    numpy = sys.modules.get("numpy")
+    if numpy is not None:  # a hundred times faster
+        return PickleBuffer(numpy.frombuffer(raw, f"{order}e").astype("f")).raw()
+    singles = array("f")
+    for start in range(0, raw.nbytes, 2 * _HALVES_AT_A_TIME):
+        part = raw[start : start + 2 * _HALVES_AT_A_TIME]
+        singles.extend(struct.unpack(f"{order}{part.nbytes // 2}e", part))
+    return memoryview(singles).cast("B")

@@ -3,14 +3,12 @@
 import functools
 import math
 import re
-import struct
 import sys
-from array import array
 from pickle import PickleBuffer
 from typing import Any, NamedTuple
 
 import velmar
-from velmar._memory import LETTERS, array_from_bytes, exports_its_storage
+from velmar._memory import LETTERS, array_from_bytes, exports_its_storage, singles_of, swapped
 
 __all__ = ["asarray", "asnumpy"]
 
@@ -25,10 +23,7 @@ _SIGNED = {1: velmar.int8, 2: velmar.int16, 4: velmar.int32, 8: velmar.int64}
 _UNSIGNED = {1: velmar.uint8, 2: velmar.uint16, 4: velmar.uint32, 8: velmar.uint64}
 _OTHERS = {("?", 1): velmar.logical, ("f", 4): velmar.single, ("d", 8): velmar.double}
 _HALF = ("e", 2)
-# Elements of each size, to reverse the bytes of.
-_TO_SWAP = {2: "H", 4: "I", 8: "Q"}
 _NUMPY_ATTRIBUTES = ("__array__", "__array_interface__", "__array_struct__")
-_HALVES_AT_A_TIME = 1 << 16
 
 
 class _Elements(NamedTuple):
@@ -172,32 +167,10 @@ def _array_of_buffer(buffer: memoryview, x: Any) -> Any:
     row_major = not buffer.f_contiguous
     raw = PickleBuffer(buffer if buffer.contiguous else buffer.tobytes()).raw()
     if elements.is_half:
-        raw = _singles_of(raw, elements.is_swapped)
+        raw = singles_of(raw, elements.is_swapped)
     elif elements.is_swapped:
         raw = swapped(raw, buffer.itemsize // (2 if is_complex else 1))
     return array_from_bytes(cls, is_complex, raw, size, row_major)
-
-
-def swapped(raw: memoryview, itemsize: int) -> memoryview:
-    """A copy of flat bytes with the bytes of each item reversed."""
-    if itemsize == 1:
-        return raw
-    items = array(_TO_SWAP[itemsize])
-    items.frombytes(raw)
-    items.byteswap()
-    return memoryview(items).cast("B")
-
-
-def _singles_of(raw: memoryview, is_swapped: bool) -> memoryview:
-    order = "<" if (sys.byteorder == "little") != is_swapped else ">"
-    numpy = sys.modules.get("numpy")
-    if numpy is not None:  # a hundred times faster
-        return PickleBuffer(numpy.frombuffer(raw, f"{order}e").astype("f")).raw()
-    singles = array("f")
-    for start in range(0, raw.nbytes, 2 * _HALVES_AT_A_TIME):
-        part = raw[start : start + 2 * _HALVES_AT_A_TIME]
-        singles.extend(struct.unpack(f"{order}{part.nbytes // 2}e", part))
-    return memoryview(singles).cast("B")
 
 
 @functools.lru_cache(maxsize=256)

@@ -218,10 +218,10 @@ class TestFormats:
 
     def test_half_precision_without_numpy(self):
         outcome = run_script("""
-            import struct, sys, velmar
+            import struct, sys, velmar._memory
             sys.modules["numpy"] = None
             halves = [struct.pack("<H", i) for i in range(0x7C01)]
-            a = velmar.conversion._singles_of(memoryview(b"".join(halves)), sys.byteorder == "big")
+            a = velmar._memory.singles_of(memoryview(b"".join(halves)), sys.byteorder == "big")
             expected = [struct.unpack("<e", half)[0] for half in halves]
             report(a.cast("f").tolist() == expected)
         """)

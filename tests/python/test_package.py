@@ -12,8 +12,8 @@ from helpers.failures import raises
 
 ROOT = Path(__file__).resolve().parents[2]
 VERSION = tomllib.loads((ROOT / "pyproject.toml").read_text(encoding="utf-8"))["project"]["version"]
-HELPERS = ["asarray", "asnumpy", "html", "summary"]
-SUBMODULES = ["conversion", "look", "transport"]
+HELPERS = ["asarray", "asnumpy", "html", "load", "save", "summary"]
+SUBMODULES = ["conversion", "look", "npy", "transport"]
 
 
 class TestNames:

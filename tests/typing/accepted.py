@@ -2,6 +2,7 @@
 
 import array
 import copy
+import io
 import mmap
 import pickle
 from fractions import Fraction
@@ -156,6 +157,9 @@ assert_type(velmar.asarray(m[0]), "velmar.double[float]")
 assert_type(velmar.asarray(b"ab"), Any)
 assert_type(velmar.asarray([1, 2], velmar.int8), "velmar.int8[Any]")
 assert_type(velmar.asarray(m, cls=velmar.single), "velmar.single[Any]")
+velmar.save(stored := io.BytesIO(), m)
+stored.seek(0)
+assert_type(velmar.load(stored), Any)
 assert_type(velmar.__version__, str)
 
 

@@ -82,3 +82,5 @@ velmar.summary(m, rows="3")  # type: ignore[arg-type]  # pyright: ignore[reportA
 # Conversion.
 velmar.asarray([1], float)  # type: ignore[type-var]  # pyright: ignore[reportArgumentType, reportCallIssue]
 velmar.asnumpy([1])  # type: ignore[arg-type]  # pyright: ignore[reportArgumentType]
+velmar.save("/", [1])  # type: ignore[arg-type]  # pyright: ignore[reportArgumentType]
+velmar.load(3)  # type: ignore[arg-type]  # pyright: ignore[reportArgumentType]
