@@ -1,4 +1,5 @@
-# Draws the times of each operation against size; both axes are logarithmic.
+# Draws the times of each operation against size, and the ratios to NumPy for each group. The axes
+# of numbers are logarithmic.
 """plots.py RESULTS FOLDER draws the results of a run of sizes.py."""
 
 import json
@@ -6,7 +7,8 @@ import math
 import sys
 from pathlib import Path
 
-from operation import ARROW
+from fits import ratios
+from operation import ARROW, FAIREST
 from rows import ARRAY, LIST, NUMPY, NUMPY_F, OURS
 
 # Colours that colour-blind readers can tell apart, each with its own marker.
@@ -28,6 +30,7 @@ SETTINGS = {
     "lines.linewidth": 1.2,
 }
 INCHES = (4.8, 3.4)
+GROUP_INCHES, GROUP_INCHES_PER_ROW = 0.6, 0.2
 UNITS = {-12: "ps", -9: "ns", -6: "us", -3: "ms", 0: "s", 3: "ks"}  # by power of ten
 
 
@@ -69,12 +72,86 @@ def picture_name(row):
     return f"{row['key']}.svg"
 
 
+def group_picture_name(group):
+    return f"group_{group.lower().replace(' ', '_')}.svg"
+
+
+def times_of(row, column):
+    return dict(zip(*points_of(row, column), strict=True))
+
+
+def fairest_peer(row):
+    return next((column for column in FAIREST if times_of(row, column)), None)
+
+
+def ratios_of(row):
+    """Our time divided by that of the fairest peer, by size; empty without a peer."""
+    peer = fairest_peer(row)
+    return ratios(times_of(row, OURS), times_of(row, peer)) if peer else {}
+
+
+def ratio_tick(ratio, _position):
+    return f"1/{1 / ratio:g}" if ratio < 1 else f"{ratio:g}"
+
+
+def draw_group(rows, file):
+    """One line for each operation: a dot for each size, darker for larger ones, over the ratio."""
+    from matplotlib import colormaps, rc_context
+    from matplotlib.figure import Figure
+    from matplotlib.ticker import FuncFormatter, LogLocator, NullLocator
+
+    with rc_context(SETTINGS):
+        height = GROUP_INCHES + GROUP_INCHES_PER_ROW * len(rows)
+        figure = Figure(figsize=(INCHES[0], height), layout="constrained", facecolor="white")
+        axes = figure.subplots()
+        axes.axvspan(1e-3, 1, color="#e8f3ea", zorder=0)
+        axes.axvline(1, color="#333333", linewidth=1)
+        every = [ratio for row in rows for ratio in ratios_of(row).values()]
+        for place, row in enumerate(rows):
+            found = ratios_of(row)
+            axes.plot([min(found.values()), max(found.values())], [place] * 2, color="#999999")
+            shades = [0.25 + 0.75 * math.log10(size) / 7 for size in found]
+            colors = [colormaps["Blues"](min(1.0, shade)) for shade in shades]
+            axes.scatter(
+                *(list(found.values()), [place] * len(found)),
+                s=26,
+                color=colors,
+                edgecolors="#08306b",
+                linewidths=0.5,
+                zorder=3,
+            )
+        axes.set_xscale("log")
+        axes.set_xlim(min([0.5, *every]) / 1.3, max([2, *every]) * 1.3)
+        axes.set_ylim(len(rows) - 0.4, -0.6)
+        axes.set_yticks(range(len(rows)), [row["title"] for row in rows])
+        axes.xaxis.set_major_locator(LogLocator(numticks=8))
+        axes.xaxis.set_major_formatter(FuncFormatter(ratio_tick))
+        axes.xaxis.set_minor_locator(NullLocator())
+        axes.set_xlabel("our time / time of NumPy")
+        axes.grid(axis="y", color="#dddddd", linewidth=0.6)
+        axes.spines[["top", "right"]].set_visible(False)
+        title = f"{rows[0]['group']}: ratios to NumPy"
+        figure.savefig(file, metadata={"Date": None, "Creator": None, "Title": title})
+
+
+def drawn_groups(rows):
+    """The rows with a ratio by group, in their order; groups without any are left out."""
+    groups = {}
+    for row in rows:
+        if ratios_of(row):
+            groups.setdefault(row["group"], []).append(row)
+    return groups
+
+
 def draw_all(results, folder):
     folder.mkdir(parents=True, exist_ok=True)
     drawn = [row for row in results["operations"] if row["points"]]
     for row in drawn:
         draw(row, folder / picture_name(row))
-    print(f"{len(drawn)} pictures in {folder}")
+    groups = drawn_groups(drawn)
+    for group, rows in groups.items():
+        draw_group(rows, folder / group_picture_name(group))
+    print(f"{len(drawn) + len(groups)} pictures in {folder}")
 
 
 if __name__ == "__main__":

@@ -12,8 +12,14 @@ from pathlib import Path
 
 from figure_text import count_text, figure, ratio_text, time_text
 from fits import crossings, decided, fit_line, one_digit, ratios
-from operation import FAIREST
-from plots import draw_all, picture_name
+from plots import (
+    draw_all,
+    drawn_groups,
+    fairest_peer,
+    group_picture_name,
+    picture_name,
+    times_of,
+)
 from rows import NUMPY, NUMPY_F, OURS, Kind
 from sweep import LONG_REPEATS, LONG_SECONDS, REPEATS
 
@@ -31,16 +37,31 @@ START = (
     " from them. Absolute times depend on the machine; compare the ratios."
 )
 OVERVIEW = (
-    "Our time divided by that of NumPy in column-major order, which is our order as well: below 1"
-    " we are quicker. Where NumPy does not have the operation, the column used instead is named."
+    "The table shows our time divided by that of NumPy in column-major order, which is our order"
+    " as well. Below 1 we are quicker. Where NumPy does not have the operation, the row names the"
+    " column that is used instead. The first line of the table has the numbers of elements."
 )
+GROUP = (
+    "A dot for each size, darker for more elements: our time divided by that of NumPy in"
+    " column-major order. In the green part we are quicker."
+)
+FOLDED = "Calls and diagram"
+
+
+def fold(summary, *lines):
+    """Text that a click on the summary shows. Markdown inside HTML begins after an empty line."""
+    return "\n".join([f"<details><summary>{summary}</summary>", "", *lines, "</details>"])
+
+
 JOBS = (
-    "`script/bench --check` fails when one of these limits is exceeded. In brackets is our figure"
-    " divided by that of the column. An import is timed alone in a fresh process. A peak is the"
-    " most that a statement adds to the resident memory, in sizes of the elements. Held is the"
-    " memory of an array that was read and exported. `bytearray` is plain memory of the same size."
-    " `ours otherwise` is our array of ten elements for the reshapes, finite values for the"
-    " infinities, and in other rows the steps of the statement as separate calls: nested lists,"
+    "`script/bench --check` fails if one of these limits is exceeded. The brackets contain our"
+    " figure divided by that of the column.\n\n"
+    "- An import is timed alone in a fresh process.\n"
+    "- A peak is the most that a statement adds to the resident memory, in sizes of the elements.\n"
+    "- Held is the memory of an array that was read and exported.\n"
+    "- `bytearray` is plain memory of the same size.\n"
+    "- `ours otherwise` is our array of ten elements for the reshapes, and finite values for the"
+    " infinities. In other rows it is the steps of the statement as separate calls: nested lists,"
     " their pickle, a construction."
 )
 MEASURED = """\
@@ -54,11 +75,11 @@ MEASURED = """\
   list array, or a flat one.
 - `n` is a NumPy array of random elements, `data` the same as nested lists, `flat` as one list; `b`
   is equal to `a` and shares nothing with it.
-- "500 ns and 2 ns an element" is the line with the smallest relative errors over all sizes. It is
-  given where every point is within a factor of {rough:g} of the line; otherwise the text has the
-  figures at both ends.
+- "500 ns and 2 ns an element" is the line with the smallest relative errors over all sizes. The
+  text gives it if every point is within a factor of {rough:g} of the line. Otherwise the text has
+  the figures at both ends.
 - "About equal" is within a tenth. A difference at only one size is ignored.
-- A column stops at the size whose measurement would have exceeded its share of the time."""
+- A column ends where the next size would have taken more than its share of the time."""
 SIZES_COMMAND = "script/bench --sizes --json bench/results/sizes.json"
 TABLE_COMMAND = "script/bench --json bench/results/table.json"
 REPORT_COMMAND = (
@@ -68,18 +89,6 @@ REPORT_COMMAND = (
 
 
 # --- Words and cells.
-
-
-def times_of(row, column):
-    return {
-        point["size"]: point["medians"][column]
-        for point in row["points"]
-        if column in point["medians"]
-    }
-
-
-def fairest_peer(row):
-    return next((column for column in FAIREST if times_of(row, column)), None)
 
 
 def fit_text(times):
@@ -187,16 +196,21 @@ def section(row, plots):
         words.append(f"{OURS}: {fit_text(ours)}; {peer}: {fit_text(theirs)}.")
     words.append(row["note"])
     picture = f"![Time against size, {row['title']}]({plots}/{picture_name(row)})"
-    return [f"### {title_of(row)}", statements + ".", picture, " ".join(filter(None, words))]
+    head = [f"### {title_of(row)}", *filter(None, [" ".join(filter(None, words))])]
+    return "\n".join([*head, fold(FOLDED, statements + ".", picture)])
 
 
 def sections(rows, plots):
     group = None
+    drawn = drawn_groups(rows)
     for row in rows:
         if row["group"] != group:
             group = row["group"]
             yield f"## {group}"
-        yield from section(row, plots)
+            if group in drawn:
+                yield f"![{group}, ratios to NumPy]({plots}/{group_picture_name(group)})"
+                yield GROUP
+        yield section(row, plots)
 
 
 def job_rows(results):
@@ -241,10 +255,14 @@ def page_of(sizes, jobs=None, plots="plots"):
     head = ["operation", *map(count_text, shown)]
     overview = table(head, overview_rows(rows, shown), len(shown))
     parts = [WRITTEN, "# Performance", START, machine_text(sizes["machine"])]
-    parts += ["## In short", judgement(rows), OVERVIEW, overview]
+    parts += ["## In short", judgement(rows), OVERVIEW, fold("Table of ratios", overview, "")]
     if jobs:
         head = ["job", "here", NUMPY, NUMPY_F, "at most", ""]
-        parts += ["## Jobs with a limit", JOBS, table(head, job_rows(jobs))]
+        parts += [
+            "## Jobs with a limit",
+            JOBS,
+            fold("Table of jobs", table(head, job_rows(jobs)), ""),
+        ]
     parts += sections(rows, plots)
     peak = max(row["peak_bytes"] for row in sizes["operations"])
     measured = MEASURED.format(

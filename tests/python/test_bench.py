@@ -280,6 +280,8 @@ class TestPage:
             ("job", "| 10x10 | 1 us | - | 4 us (0.25) | 0.6 of numpy-F (0.25) | holds |"),
             ("statements", "velmar: `f(data)`; numpy, list: `g(data)`."),
             ("picture", "![Time against size, from floats](plots/floats.svg)"),
+            ("group", "![Making arrays, ratios to NumPy](plots/group_making_arrays.svg)"),
+            ("fold", "<details><summary>Calls and diagram</summary>"),
             (
                 "words",
                 "Quicker than numpy at every size where the two differ."

@@ -248,6 +248,12 @@ class TestIndex:
         there = {f"drawings/{path.name}" for path in (ROOT / "docs/drawings").glob("*.svg")}
         assert shown - {"drawings/README.md"} == there
 
+    def test_every_example_is_linked(self):
+        programs = [*ROOT.glob("examples/*.py"), *ROOT.glob("examples/neighbours/*.py")]
+        links = {file for file, _ in LINK.findall(PAGES["examples.md"])}
+        assert programs
+        assert {f"../{program.relative_to(ROOT)}" for program in programs} <= links
+
     def test_a_page_that_is_said_to_have_a_drawing_has_one(self):
         said = re.findall(r"\]\((\w+\.md)\) has a\s+drawing", "".join(PAGES.values()))
         assert said and all("](drawings/" in PAGES[name] for name in said)
