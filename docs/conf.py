@@ -36,7 +36,7 @@ pygments_dark_style = "github-dark"
 
 # Files outside of this folder that become pages, so that links to them work. The copies are written
 # to FILES at the start of a build.
-FILES = Path(__file__).resolve().parent / "files"
+FILES = Path(__file__).resolve().parent / "sources"
 LANGUAGES = {
     ".py": "python",
     ".cpp": "cpp",
@@ -66,7 +66,7 @@ PAGES_OF_FILES = list(files_that_become_pages())
 
 def page_name(file):
     """The name of the page of a file, without its suffix .md."""
-    return f"files/{file.relative_to(ROOT).as_posix().removesuffix('.md')}"
+    return f"sources/{file.relative_to(ROOT).as_posix().removesuffix('.md')}"
 
 
 def with_links_of_pages(text, folder, page):
@@ -108,8 +108,8 @@ def write_files(_app):
 def adapt(_app, page, source):
     text = source[0]
     folder = FILES.parent
-    if page.startswith("files/"):
-        folder = (ROOT / page.removeprefix("files/")).parent
+    if page.startswith("sources/"):
+        folder = (ROOT / page.removeprefix("sources/")).parent
     if not language_of(Path(page)):
         text = with_links_of_pages(text, folder, page)
     # Doctest ends the output of an example at a blank line.
