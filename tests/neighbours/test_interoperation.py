@@ -344,8 +344,8 @@ def table_of_page(heading):
 
 class TestPage:
     def test_out(self):
-        assert table_of_page("What they see of an array") == OUT
+        assert table_of_page("What libraries get from an array") == OUT
 
     def test_in(self):
-        page = table_of_page("What an array takes of them")
+        page = table_of_page("What an array accepts from libraries")
         assert page == [(call, expected, instead or "-") for call, expected, instead in IN]
