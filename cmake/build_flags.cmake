@@ -43,6 +43,8 @@ endif()
 
 find_package(Boost 1.71 REQUIRED)
 target_include_directories(build_flags SYSTEM INTERFACE ${Boost_INCLUDE_DIRS})
+# Newer versions of Boost otherwise report lack of memory with classes of their own.
+target_compile_definitions(build_flags INTERFACE BOOST_CONTAINER_USE_STD_EXCEPTIONS)
 
 # Headers only: Python's names are resolved by the interpreter that loads the module, so that one
 # file works with all versions. 0x030B0000 is 3.11, the first version whose stable interface has the

@@ -28,7 +28,7 @@ extern "C" {
 PyObject* MCPyArray_GetIter(PyObject* self);
 PyObject* MCPyIter_GetIter(PyObject* self);  // an iterator is its own iterator
 PyObject* MCPyIter_GetIterNext(PyObject* self);
-void MCPyIter_Delete(PyObject* self);
+void MCPyIter_Delete(PyObject* self) noexcept;
 
 // --- Memory
 
@@ -37,7 +37,7 @@ void MCPyIter_Delete(PyObject* self);
 // error set and no owner in the Py_buffer. What goes out stays readable until it is released.
 int MCPyArray_GetBuffer(PyObject* self, Py_buffer* buffer, int flags);
 // No-op: an export allocates nothing and is not counted.
-void MCPyArray_ReleaseBuffer(PyObject* self, Py_buffer* buffer);
+void MCPyArray_ReleaseBuffer(PyObject* self, Py_buffer* buffer) noexcept;
 PyObject* MCPyArray_ToMemoryView(PyObject* self, PyObject* ignored);
 // (address, number of elements) of the whole storage, for a view too. Constant time after the first
 // look at the elements.

@@ -116,7 +116,7 @@ PyObject* MCPyIter_GetIterNext(PyObject* self) {
 }
 
 // Deliberate: the reference on the class is not given back, as for arrays.
-void MCPyIter_Delete(PyObject* self) {
+void MCPyIter_Delete(PyObject* self) noexcept {
   delete reinterpret_cast<MCPyIter*>(self)->mcppPyIter;
   PyObject_Free(self);
 }

@@ -46,7 +46,7 @@ MCppPyArray* giveNewView(PyObject* record, vd::Array&& array, SupportedArrayEnum
 
 // Deliberate: PyObject_Free does not give back the record's reference on its class, because
 // programs that count those references have always seen them stay.
-void MCPyArray_Delete(PyObject* object) {
+void MCPyArray_Delete(PyObject* object) noexcept {
   delete getMCPyArrayFromPyObject(object)->mcppPyArray;
   PyObject_Free(object);
 }

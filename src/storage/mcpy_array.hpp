@@ -49,4 +49,4 @@ MCppPyArray* giveNewView(PyObject* record, foundation::velmardata::Array&& array
                          SupportedArrayEnum type, bool isComplex, Contents contents);
 
 // The destructor slot of the classes, and thereby the mark by which MCPyArray_Check knows them.
-extern "C" void MCPyArray_Delete(PyObject* object);
+extern "C" void MCPyArray_Delete(PyObject* object) noexcept;

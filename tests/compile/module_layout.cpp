@@ -178,9 +178,12 @@ static_assert(isSame<decltype(ConversionResult<bool>::value), std::optional<bool
 static_assert(isSame<decltype(ConversionResult<bool>::failure), std::optional<ConversionFailure>>);
 static_assert(isSame<decltype(convertDoubleToFloat(1.0)), float>);
 
-// --- Handlers are not noexcept: an exception that no handler catches must leave them.
+// --- Handlers are not noexcept: exceptions leave them for the guard around the functions of the
+// tables. Those that cannot fail have no guard.
 
-static_assert(!noexcept(MCPyArray_Delete(nullptr)));
+static_assert(noexcept(MCPyArray_Delete(nullptr)));
+static_assert(noexcept(MCPyIter_Delete(nullptr)));
+static_assert(noexcept(MCPyArray_ReleaseBuffer(nullptr, nullptr)));
 static_assert(!noexcept(MCPyArray_NumElemsInFirstDim(nullptr)));
 static_assert(!noexcept(MCPyIter_GetIter(nullptr)));
 #define X(name, number, enumerator, type, ...)                                      \

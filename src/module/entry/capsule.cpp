@@ -5,6 +5,7 @@
 #include <utility>
 #include <velmar/capsule_table.hpp>
 
+#include "module/entry/guarded.hpp"
 #include "module/py_ref.hpp"
 #include "module/support.hpp"
 #include "module/type_objects.hpp"
@@ -96,8 +97,9 @@ bool MCPyArray_SatisfiesBufferProtocol(PyObject* object) {
 }
 
 const velmar::MCPyArrayAPITable table = {
-    MCPyArray_MDAImplToMCPyArray, MCPyArray_MCPyArrayToMDAImpl, MCPyArray_BufferObjectToMCPyArray,
-    MCPyArray_DestroyMCPyArray, MCPyArray_SatisfiesBufferProtocol};
+    guarded<MCPyArray_MDAImplToMCPyArray>, guarded<MCPyArray_MCPyArrayToMDAImpl>,
+    guarded<MCPyArray_BufferObjectToMCPyArray>, guarded<MCPyArray_DestroyMCPyArray>,
+    guarded<MCPyArray_SatisfiesBufferProtocol>};
 
 }  // namespace
 }  // namespace MCPyArrayAPI

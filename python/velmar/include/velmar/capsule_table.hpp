@@ -12,8 +12,7 @@ inline constexpr const char* capsuleName = "velmarmultidimarrayforpython._capi";
 
 // `impl` is an untyped pointer to a velmar::data::impl::ArrayImpl of the data library. Call all
 // functions with the interpreter's lock held and no error pending. A null result has a Python error
-// set unless stated otherwise. C++ exceptions of the data library, such as std::bad_alloc, are not
-// caught.
+// set unless stated otherwise. No function throws: C++ exceptions become Python errors.
 struct MCPyArrayAPITable {
   // Returns a new reference to a Python array with the contents `impl`. Takes over the caller's
   // reference to `impl`, also on failure. Null with RuntimeError for a null pointer ("null data

@@ -9,8 +9,8 @@
 //   return client->toPython(std::move(array));
 //
 // Call everything here with the interpreter's lock held. On failure, functions return null with a
-// Python error set. Any function may also throw std::bad_alloc; its arguments and all existing
-// objects then stay valid.
+// Python error set: MemoryError if memory is short. They throw nothing, and all existing objects
+// stay valid.
 #pragma once
 
 #include <Python.h>
