@@ -1,6 +1,7 @@
 # Compares packed and pickled arrays between processes; prints Markdown tables.
 
 import argparse
+import copy
 import importlib.util
 import os
 import pickle
@@ -105,6 +106,83 @@ def in_a_pool(side, repeats):
     return table("ProcessPoolExecutor, one spawned process", [(name, *took[name]) for name in took])
 
 
+def both_ways(jobs, repeats):
+    """Rows of jobs, before and after register_pickle(). A job gets the function for the workers."""
+    took = {name: [] for name, _ in jobs}
+    for register in (None, transport.register_pickle):
+        if register is not None:
+            register()
+        for name, job in jobs:
+            took[name].append(seconds_of(lambda job=job, told=register: job(told), repeats))
+    transport.unregister_pickle()
+    return [(name, *took[name]) for name in took]
+
+
+def after_register_pickle(side, repeats):
+    array = velmar.double(vector=range(side * side), size=(side, side))
+
+    def in_executor(register):
+        with ProcessPoolExecutor(1, get_context("fork"), register) as pool:
+            return pool.submit(identity, array).result(SECONDS)
+
+    def in_pool(register):
+        with get_context("fork").Pool(1, register) as pool:
+            return pool.apply_async(identity, (array,)).get(SECONDS)
+
+    jobs = [
+        ("pickle, there and back", lambda register: through_pickle(array)),
+        ("copy.copy", lambda register: copy.copy(array)),
+        ("multiprocessing.Pool, forked", in_pool),
+        ("ProcessPoolExecutor, forked", in_executor),
+    ]
+    title = f"register_pickle(), {side} by {side}; processes are started in this time"
+    return table(title, both_ways(jobs, repeats))
+
+
+def in_joblib(side, repeats):
+    import joblib
+
+    array = velmar.double(vector=range(side * side), size=(side, side))
+
+    def in_backend(backend, **told):
+        with joblib.parallel_config(backend, n_jobs=2, **told):
+            joblib.Parallel()(joblib.delayed(identity)(a) for a in (array, array))
+
+    def in_loky(register):
+        in_backend("loky", initializer=register)
+
+    jobs = [
+        ("backend loky", in_loky),
+        ("backend multiprocessing", lambda register: in_backend("multiprocessing")),
+        ("backend threading", lambda register: in_backend("threading")),
+        ("joblib.hash", lambda register: joblib.hash(array)),
+    ]
+    return table(
+        f"joblib, two arrays to two jobs and back, {side} by {side}", both_ways(jobs, repeats)
+    )
+
+
+def in_dask_after_register_pickle(side, repeats):
+    from dask.tokenize import tokenize
+    from distributed import Client, LocalCluster
+
+    array = velmar.double(vector=range(side * side), size=(side, side))
+    options = {"n_workers": 1, "threads_per_worker": 1, "dashboard_address": None}
+    with LocalCluster(**options) as cluster, Client(cluster) as client:
+
+        def in_submit(register):
+            if register is not None:
+                client.run(register)
+            return client.submit(identity, array, pure=False).result(SECONDS)
+
+        jobs = [
+            ("token", lambda register: tokenize(array)),
+            ("argument of submit, result fetched", in_submit),
+        ]
+        rows = both_ways(jobs, repeats)
+    return table(f"Dask after register_pickle(), {side} by {side}", rows)
+
+
 def under_dask(side, repeats):
     from dask.tokenize import tokenize
     from distributed import Client, LocalCluster, wait
@@ -178,6 +256,7 @@ def main():
     )
     parser.add_argument("--side", type=int, default=1000, help="rows and columns of the arrays")
     parser.add_argument("--repeats", type=int, default=9)
+    parser.add_argument("--only", nargs="+", help="the functions of this file that measure")
     parser.add_argument("--page", type=Path, help="a page to write the results into")
     options = parser.parse_args()
     figures = [
@@ -188,9 +267,14 @@ def main():
     for package, measure in (
         ("velmar", in_one_process),
         ("velmar", in_a_pool),
+        ("velmar", after_register_pickle),
+        ("joblib", in_joblib),
+        ("distributed", in_dask_after_register_pickle),
         ("distributed", under_dask),
         ("ray", under_ray),
     ):
+        if options.only and measure.__name__ not in options.only:
+            continue
         if importlib.util.find_spec(package) is None:
             figures.append(f"{package} is not installed.")
         else:

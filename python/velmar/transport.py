@@ -1,10 +1,10 @@
 """Transfers arrays between processes as a small header and their exported memory.
 
 pack() and unpack() work with any transport that carries bytes. The register_...() functions make
-multiprocessing, Dask and Ray use them instead of pickles. Importing this module registers nothing,
-and plain pickle does not change.
+multiprocessing, pickle, Dask and Ray use them. Importing this module registers nothing.
 """
 
+import copyreg
 import math
 import sys
 from importlib import import_module
@@ -19,10 +19,12 @@ __all__ = [
     "pack",
     "register_dask",
     "register_multiprocessing",
+    "register_pickle",
     "register_ray",
     "unpack",
     "unregister_dask",
     "unregister_multiprocessing",
+    "unregister_pickle",
     "unregister_ray",
 ]
 
@@ -110,6 +112,24 @@ def unregister_multiprocessing() -> None:
     """Undoes register_multiprocessing(): arrays are sent as pickles again."""
     for cls in LETTERS:
         ForkingPickler._extra_reducers.pop(cls, None)  # type: ignore[attr-defined]
+
+
+def register_pickle() -> None:
+    """Makes everything in this process that pickles or copies arrays use packed arrays.
+
+    This includes pickle, copy, shelve, multiprocessing, concurrent.futures, joblib and cloudpickle.
+    Such pickles need velmar.transport where they are read, and machines of the same byte order.
+    Pickles that were made before can still be read.
+    """
+    for cls in LETTERS:
+        copyreg.pickle(cls, _reduce)
+
+
+def unregister_pickle() -> None:
+    """Undoes register_pickle(): the classes pickle themselves again."""
+    for cls in LETTERS:
+        if copyreg.dispatch_table.get(cls) is _reduce:
+            del copyreg.dispatch_table[cls]
 
 
 def _reduce(array: Any) -> tuple[Any, tuple[dict[str, Any], list[bytes]]]:
