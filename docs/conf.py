@@ -97,9 +97,9 @@ def write_files(_app):
     shutil.rmtree(FILES, ignore_errors=True)
     for file in PAGES_OF_FILES:
         text = file.read_text(encoding="utf-8")
-        title = file.relative_to(ROOT).as_posix()
         if file.suffix != ".md":
-            text = f"# {title}\n\n``````{language_of(file)}\n{text}``````\n"
+            path = file.relative_to(ROOT).as_posix()
+            text = f"# {file.name}\n\n`{path}`\n\n``````{language_of(file)}\n{text}``````\n"
         page = FILES.parent / f"{page_name(file)}.md"
         page.parent.mkdir(parents=True, exist_ok=True)
         page.write_text(f"---\norphan: true\n---\n{text}", encoding="utf-8")

@@ -248,6 +248,22 @@ class TestIndex:
         there = {f"drawings/{path.name}" for path in (ROOT / "docs/drawings").glob("*.svg")}
         assert shown - {"drawings/README.md"} == there
 
+    @pytest.mark.parametrize(
+        "word, page",
+        [
+            ("install", "installation.md"),
+            ("jupyter", "cookbook.md"),
+            ("csv", "cookbook.md"),
+            ("fortran", "memory_order.md"),
+            ("transpose", "cookbook.md"),
+            ("fromfile", "cookbook.md"),
+            ("matlab", "cookbook.md"),
+        ],
+    )
+    def test_words_that_readers_search_for_are_in_headings(self, word, page):
+        headings = re.findall(r"^#+ .+$", FENCE.sub("", PAGES[page]), re.MULTILINE)
+        assert any(word in heading.lower() for heading in headings)
+
     def test_every_example_is_linked(self):
         programs = [*ROOT.glob("examples/*.py"), *ROOT.glob("examples/neighbours/*.py")]
         links = {file for file, _ in LINK.findall(PAGES["examples.md"])}
