@@ -117,12 +117,13 @@ std::optional<Offsets> makeOffsets(const std::vector<std::int64_t>& extents,
 }
 
 // Walks in tiles of one cache line by a few rows: a walk down whole columns would fetch a line of
-// the source for every element. Lines of later rows are fetched ahead, because the processor does
-// not predict steps of a whole row.
+// the source for every element. Lines of later rows are fetched ahead on both sides, because the
+// processor does not predict steps of a whole row or column.
 template <std::size_t Size>
 void transposeElements(const Transposition& plan, const std::byte* source, std::byte* target) {
   constexpr auto size = static_cast<std::int64_t>(Size);
   constexpr std::int64_t rowsAhead = 32;
+  constexpr std::int64_t targetBytesAhead = 256;
   constexpr std::int64_t tileRows = 8;
   constexpr std::int64_t tileColumns = std::max<std::int64_t>(64 / size, 8);
   std::array<std::int64_t, static_cast<std::size_t>(tileRows)> rowOffsets;
@@ -143,6 +144,10 @@ void transposeElements(const Transposition& plan, const std::byte* source, std::
       }
       for (std::int64_t c = 0; c < columns; ++c) {
         std::byte* to = target + (row + columnOffsets[static_cast<std::size_t>(c)]) * size;
+        // Without a test for the end of the target: a fetch past it does nothing.
+        for (std::int64_t k = 0; k < tileRows * size; k += 64) {
+          __builtin_prefetch(to + targetBytesAhead + k, 1);
+        }
         for (std::int64_t r = 0; r < rows; ++r) {
           std::memcpy(to + r * size, source + (rowOffsets[static_cast<std::size_t>(r)] + c) * size,
                       Size);
