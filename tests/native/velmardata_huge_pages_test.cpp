@@ -49,8 +49,8 @@ class HugePages : public ::testing::Test {
     GTEST_SKIP() << "no block is on huge pages under the sanitizer";
 #endif
     addressSpaceInUse();  // the first call allocates memory of its own
-    for (const std::size_t bytes : {6UL, 8UL, 10UL, 12UL, 14UL, 16UL}) {
-      m_ofEachSize.push_back(blockOfRegion(bytes * megabyte));
+    for (std::size_t bytes = 4 * megabyte; bytes <= 32 * megabyte; bytes += hugePage) {
+      m_ofEachSize.push_back(blockOfRegion(bytes));
     }
   }
 
@@ -81,10 +81,10 @@ TEST_F(HugePages, TakeTheRoundedSize) {
   const struct {
     std::size_t bytes;
     std::size_t rounded;
-  } rows[] = {{22 * megabyte, 22 * megabyte},
-              {22 * megabyte + 1, 24 * megabyte},
-              {24 * megabyte - 1, 24 * megabyte},
-              {18 * megabyte + 2, 20 * megabyte}};
+  } rows[] = {{38 * megabyte, 38 * megabyte},
+              {38 * megabyte + 1, 40 * megabyte},
+              {40 * megabyte - 1, 40 * megabyte},
+              {34 * megabyte + 2, 36 * megabyte}};
   for (const auto& row : rows) {
     SCOPED_TRACE(row.bytes);
     const std::size_t before = addressSpaceInUse();
@@ -99,7 +99,7 @@ TEST_F(HugePages, TakeTheRoundedSize) {
 }
 
 TEST_F(HugePages, TheLastRegionIsKept) {
-  for (const std::size_t bytes : {6 * megabyte, 16 * megabyte}) {
+  for (const std::size_t bytes : {6 * megabyte, 16 * megabyte, 32 * megabyte}) {
     SCOPED_TRACE(bytes);
     leaveMarked(bytes);
     const UntypedBuffer again = blockOfRegion(bytes - 5);  // the same size after rounding
@@ -110,9 +110,9 @@ TEST_F(HugePages, TheLastRegionIsKept) {
 
 TEST_F(HugePages, LargerOnesAreNotKept) {
   const std::size_t before = addressSpaceInUse();
-  leaveMarked(16 * megabyte + 1);
+  leaveMarked(32 * megabyte + 1);
   EXPECT_EQ(addressSpaceInUse(), before);
-  EXPECT_FALSE(isMarked(blockOfRegion(18 * megabyte)));
+  EXPECT_FALSE(isMarked(blockOfRegion(34 * megabyte)));
 }
 
 TEST_F(HugePages, BlockOfAnotherSizeDoesNotUseTheKeptRegion) {
@@ -121,7 +121,7 @@ TEST_F(HugePages, BlockOfAnotherSizeDoesNotUseTheKeptRegion) {
     const UntypedBuffer other = blockOfRegion(12 * megabyte);
     EXPECT_FALSE(isMarked(other));
     EXPECT_TRUE(isMarked(blockOfRegion(8 * megabyte)));
-    const UntypedBuffer larger = blockOfRegion(30 * megabyte);
+    const UntypedBuffer larger = blockOfRegion(46 * megabyte);
     EXPECT_FALSE(isMarked(larger));
     EXPECT_TRUE(isMarked(blockOfRegion(8 * megabyte)));
   }
@@ -153,7 +153,7 @@ void leaveDirty(std::size_t bytes) {
 
 TEST_F(HugePages, ZerosAreZeroInNewAndInKeptRegions) {
   for (const std::size_t bytes :
-       {4 * megabyte, 5 * megabyte + 3, 16 * megabyte, 16 * megabyte + 1}) {
+       {4 * megabyte, 5 * megabyte + 3, 16 * megabyte, 16 * megabyte + 1, 32 * megabyte}) {
     SCOPED_TRACE(bytes);
     for (const bool isDirty : {false, true}) {
       if (isDirty) leaveDirty(bytes);
@@ -168,6 +168,16 @@ TEST_F(HugePages, ZerosOfOneRegionAreZeroForLaterArraysToo) {
   leaveDirty(6 * megabyte);
   for (const std::size_t bytes : {4 * megabyte + 1, 5 * megabyte, 6 * megabyte}) {
     EXPECT_TRUE(areZeros(ArrayFactory().createArray(ArrayType::UINT8, {1, bytes}))) << bytes;
+  }
+}
+
+// Clearing a large region takes longer than mapping a new one.
+TEST_F(HugePages, ZerosUseTheKeptRegionUpToSixteenMegabytes) {
+  for (const std::size_t bytes : {16 * megabyte, 18 * megabyte}) {
+    SCOPED_TRACE(bytes);
+    leaveMarked(bytes);
+    const Array zeros = ArrayFactory().createArray(ArrayType::UINT8, {bytes, 1});
+    EXPECT_EQ(isMarked(blockOfRegion(bytes)), bytes > 16 * megabyte) << "the region is still kept";
   }
 }
 

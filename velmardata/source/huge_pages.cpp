@@ -13,7 +13,10 @@ namespace velmar::data::impl {
 namespace {
 
 constexpr std::uint64_t hugePage = std::uint64_t{2} << 20;
-constexpr std::uint64_t keptAtMost = std::uint64_t{16} << 20;
+constexpr std::uint64_t keptAtMost = std::uint64_t{32} << 20;
+// Kept regions up to this size are used for zeros: clearing a larger one takes longer than mapping
+// new pages, which the system clears only when they are touched.
+constexpr std::uint64_t clearedAtMost = std::uint64_t{16} << 20;
 
 // Lies in front of the memory of a freed region that is kept for reuse; m_bytes is the size of the
 // memory without the bytes in front.
@@ -69,7 +72,8 @@ std::byte* takeKept(std::uint64_t bytes) noexcept {
 
 void* allocateHugePages(std::uint64_t bytes, Fill fill) noexcept {
   const std::uint64_t rounded = roundedToHugePages(bytes);
-  if (std::byte* kept = rounded <= keptAtMost ? takeKept(rounded) : nullptr) {
+  const std::uint64_t atMost = fill == Fill::Zeros ? clearedAtMost : keptAtMost;
+  if (std::byte* kept = rounded <= atMost ? takeKept(rounded) : nullptr) {
     if (fill == Fill::Zeros) std::memset(kept, 0, bytes);
     return kept;
   }

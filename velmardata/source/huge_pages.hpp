@@ -17,7 +17,7 @@ enum class Fill { Nothing, Zeros };
 void* allocateHugePages(std::uint64_t bytes, Fill fill) noexcept;
 
 // Frees memory from allocateHugePages for the same `bytes`. Null is not allowed. Keeps one freed
-// region of up to 16 MiB for the next request of that size, so that a loop that creates and
+// region of up to 32 MiB for the next request of that size, so that a loop that creates and
 // destroys arrays does not make the system clear new pages each time.
 void freeHugePages(void* memory, std::uint64_t bytes) noexcept;
 
