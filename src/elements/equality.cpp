@@ -1,7 +1,6 @@
 // Kernels of comparisons, one for each element type and its complex form.
 #include "elements/equality.hpp"
 
-#include <algorithm>
 #include <cassert>
 #include <complex>
 #include <cstring>
@@ -85,9 +84,8 @@ bool denseRowsAreEqual(const std::byte* a, const std::byte* b, std::int64_t coun
 }
 
 template <class A, class B>
-bool rowsAreEqual(const std::byte* a, const std::byte* b, std::int64_t count, std::int64_t strideA,
-                  std::int64_t strideB) {
-  if (strideA == sizeof(A) && strideB == sizeof(B)) return denseRowsAreEqual<A, B>(a, b, count);
+bool spreadRowsAreEqual(const std::byte* a, const std::byte* b, std::int64_t count,
+                        std::int64_t strideA, std::int64_t strideB) {
   for (std::int64_t k = 0; k < count; ++k, a += strideA, b += strideB) {
     if (!isEqual<A, B>(*reinterpret_cast<const Stored<A>*>(a),
                        *reinterpret_cast<const Stored<B>*>(b))) {
@@ -99,20 +97,18 @@ bool rowsAreEqual(const std::byte* a, const std::byte* b, std::int64_t count, st
 
 template <class A, class B>
 bool planesAreEqual(const std::byte* a, const std::byte* b, const Plane& plane) {
-  // Rows are compared whole, in pieces short enough that a difference is noticed soon.
-  constexpr std::int64_t piece = 2048;
-  for (std::int64_t row = 0; row < plane.outerCount; ++row) {
-    for (std::int64_t done = 0; done < plane.innerCount; done += piece) {
-      if (!rowsAreEqual<A, B>(a + done * plane.innerStrideA, b + done * plane.innerStrideB,
-                              std::min(piece, plane.innerCount - done), plane.innerStrideA,
-                              plane.innerStrideB)) {
-        return false;
-      }
+  // In pieces, so that a difference is noticed soon.
+  if (plane.innerStrideA == sizeof(A) && plane.innerStrideB == sizeof(B)) {
+    if constexpr (isEqualBytes<A, B>) {
+      return walkRows<2048>(a, b, plane, denseRowsAreEqual<A, B>);
+    } else {
+      return walkRows<64, sizeof(A), sizeof(B)>(a, b, plane, denseRowsAreEqual<A, B>);
     }
-    a += plane.outerStrideA;
-    b += plane.outerStrideB;
   }
-  return true;
+  return walkRows<2048>(
+      a, b, plane, [&plane](const std::byte* x, const std::byte* y, std::int64_t count) {
+        return spreadRowsAreEqual<A, B>(x, y, count, plane.innerStrideA, plane.innerStrideB);
+      });
 }
 
 using Kernel = bool (*)(const std::byte*, const std::byte*, const Plane&);

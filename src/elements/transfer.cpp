@@ -1,7 +1,6 @@
 // Kernels of copies and conversions, one for each pair of element types that converts.
 #include "elements/transfer.hpp"
 
-#include <algorithm>
 #include <complex>
 #include <cstring>
 #include <limits>
@@ -212,12 +211,8 @@ bool convertDense(const Stored<From>* __restrict from, To* __restrict to, std::i
 }
 
 template <class From, class To>
-bool convertRow(const std::byte* from, std::byte* to, std::int64_t count, std::int64_t fromStride,
-                std::int64_t toStride) {
-  if (fromStride == sizeof(From) && toStride == sizeof(To)) {
-    return convertDense<From, To>(reinterpret_cast<const Stored<From>*>(from),
-                                  reinterpret_cast<To*>(to), count);
-  }
+bool convertSpread(const std::byte* from, std::byte* to, std::int64_t count,
+                   std::int64_t fromStride, std::int64_t toStride) {
   bool isAccepted = true;
   for (std::int64_t k = 0; k < count; ++k, from += fromStride, to += toStride) {
     isAccepted &= convert<From, To>(loaded<From>(*reinterpret_cast<const Stored<From>*>(from)),
@@ -228,20 +223,19 @@ bool convertRow(const std::byte* from, std::byte* to, std::int64_t count, std::i
 
 template <class From, class To>
 bool convertPlane(const std::byte* from, std::byte* to, const Plane& plane) {
-  // A plane in one lane is checked in pieces, so that an early refusal costs little.
-  constexpr std::int64_t piece = 1 << 16;
-  for (std::int64_t row = 0; row < plane.outerCount; ++row) {
-    for (std::int64_t done = 0; done < plane.innerCount; done += piece) {
-      if (!convertRow<From, To>(from + done * plane.innerStrideA, to + done * plane.innerStrideB,
-                                std::min(piece, plane.innerCount - done), plane.innerStrideA,
-                                plane.innerStrideB)) {
-        return false;
-      }
-    }
-    from += plane.outerStrideA;
-    to += plane.outerStrideB;
+  // In pieces, so that an early refusal costs little.
+  if (plane.innerStrideA == sizeof(From) && plane.innerStrideB == sizeof(To)) {
+    return walkRows<64, sizeof(From), sizeof(To)>(
+        from, to, plane, [](const std::byte* source, std::byte* target, std::int64_t count) {
+          return convertDense<From, To>(reinterpret_cast<const Stored<From>*>(source),
+                                        reinterpret_cast<To*>(target), count);
+        });
   }
-  return true;
+  return walkRows<1 << 16>(
+      from, to, plane, [&plane](const std::byte* source, std::byte* target, std::int64_t count) {
+        return convertSpread<From, To>(source, target, count, plane.innerStrideA,
+                                       plane.innerStrideB);
+      });
 }
 
 template <std::size_t Size>

@@ -1,6 +1,7 @@
 // Walks along two boxes at once, plane by plane.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 
@@ -53,4 +54,33 @@ bool walkPlanes(const WalkPlan& plan, A* a, B* b, Kernel kernel) {
     }
     if (k >= pairs.size()) return true;
   }
+}
+
+// Calls row(a, b, count) for each row of a plane, in pieces of at most `piece` positions, until one
+// returns false, which is then the result. For contiguous elements of the sizes denseA and denseB
+// it fetches the memory of later pieces, because the processor alone does not look as far ahead.
+template <std::int64_t piece, std::int64_t denseA = 0, std::int64_t denseB = 0, class A, class B,
+          class Row>
+bool walkRows(A* a, B* b, const Plane& plane, Row row) {
+  constexpr std::int64_t ahead = 4 * piece;
+  constexpr std::int64_t line = 64;
+  for (std::int64_t k = 0; k < plane.outerCount; ++k) {
+    for (std::int64_t done = 0; done < plane.innerCount; done += piece) {
+      A* x = a + done * plane.innerStrideA;
+      B* y = b + done * plane.innerStrideB;
+      const std::int64_t left = plane.innerCount - done;
+      if (denseA + denseB > 0 && left >= ahead + piece) {
+        for (std::int64_t at = 0; at < piece * denseA; at += line) {
+          __builtin_prefetch(x + ahead * denseA + at);
+        }
+        for (std::int64_t at = 0; at < piece * denseB; at += line) {
+          __builtin_prefetch(y + ahead * denseB + at);
+        }
+      }
+      if (!row(x, y, std::min(piece, left))) return false;
+    }
+    a += plane.outerStrideA;
+    b += plane.outerStrideB;
+  }
+  return true;
 }
