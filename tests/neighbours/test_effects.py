@@ -86,7 +86,9 @@ ROWS = [
 
 @pytest.fixture
 def names():
-    transport.unregister_dask()  # another test may have registered it in this process
+    # Another test may have registered arrays in this process.
+    transport.unregister_dask()
+    transport.unregister_pickle()
     a = velmar.double([[1, 2, 3], [4, 5, 6]])
     return {
         "LinearRegression": sklearn.linear_model.LinearRegression,

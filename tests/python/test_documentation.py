@@ -6,7 +6,7 @@ from pathlib import Path
 import pytest
 
 ROOT = Path(__file__).resolve().parents[2]
-PAGES = [ROOT / "README.md", *sorted((ROOT / "docs").glob("*.md"))]
+PAGES = [ROOT / "README.md", ROOT / "python/description.md", *sorted((ROOT / "docs").glob("*.md"))]
 
 
 @pytest.mark.parametrize("page", PAGES, ids=lambda page: page.name)
