@@ -38,10 +38,12 @@ _HELPERS = {
     "asnumpy": "conversion",
     "html": "look",
     "load": "npy",
+    "load_ipython_extension": "notebook",
     "save": "npy",
     "summary": "look",
+    "unload_ipython_extension": "notebook",
 }
-_SUBMODULES = ("conversion", "look", "npy", "transport")
+_SUBMODULES = ("conversion", "look", "notebook", "npy", "transport")
 
 
 def _version() -> str:

@@ -13,6 +13,7 @@ from typing_extensions import Buffer, TypeVar
 
 from velmar import conversion as conversion
 from velmar import look as look
+from velmar import notebook as notebook
 from velmar import npy as npy
 from velmar import transport as transport
 from velmar._array import Array, Flat, HasArrayMethod, Nested, SequenceLike, TwoDimensions, UpToTwo
@@ -20,6 +21,8 @@ from velmar.conversion import asarray as asarray
 from velmar.conversion import asnumpy as asnumpy
 from velmar.look import html as html
 from velmar.look import summary as summary
+from velmar.notebook import load_ipython_extension as load_ipython_extension
+from velmar.notebook import unload_ipython_extension as unload_ipython_extension
 from velmar.npy import load as load
 from velmar.npy import save as save
 

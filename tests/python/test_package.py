@@ -12,8 +12,9 @@ from helpers.failures import raises
 
 ROOT = Path(__file__).resolve().parents[2]
 VERSION = tomllib.loads((ROOT / "pyproject.toml").read_text(encoding="utf-8"))["project"]["version"]
-HELPERS = ["asarray", "asnumpy", "html", "load", "save", "summary"]
-SUBMODULES = ["conversion", "look", "npy", "transport"]
+HELPERS = ["asarray", "asnumpy", "html", "load", "load_ipython_extension", "save", "summary"]
+HELPERS += ["unload_ipython_extension"]
+SUBMODULES = ["conversion", "look", "notebook", "npy", "transport"]
 
 
 class TestNames:

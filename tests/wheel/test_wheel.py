@@ -57,9 +57,9 @@ class TestFiles:
         files = {str(file.relative_to(unpacked)) for file in unpacked.rglob("*") if file.is_file()}
         names = ("__init__.py", "__init__.pyi", "py.typed")
         packages = {f"{package}/{name}" for package in ("velmar", "vlexceptions") for name in names}
-        modules = ("__main__", "_memory", "conversion", "look", "npy", "transport")
+        modules = ("__main__", "_memory", "conversion", "look", "notebook", "npy", "transport")
         packages |= {f"velmar/{name}.py" for name in modules}
-        stubs = ("_array", "_memory", "conversion", "npy", "transport")
+        stubs = ("_array", "_memory", "conversion", "notebook", "npy", "transport")
         packages |= {f"velmar/{name}.pyi" for name in stubs}
         packages.add("velmarmultidimarrayforpython-stubs/__init__.pyi")
         outside_metadata = {file for file in files if ".dist-info/" not in file}
