@@ -105,6 +105,14 @@ def stale(equivalent, sources):
     )
 
 
+def no_stale_changes(equivalent, sources):
+    gone = stale(equivalent, sources)
+    for file, line, becomes in gone:
+        text = f"{EQUIVALENT}: this change no longer exists in {file}: {line} -> {becomes}"
+        print(text, file=sys.stderr)
+    return not gone
+
+
 class Run:
     """Gives changes to the workshops until enough mutants have been counted."""
 
@@ -219,16 +227,14 @@ def mutate(arguments):
     workshops = prepared(arguments.jobs, arguments.trust, native)
     sources = Sources(workshops[0].tree, arguments.files)
     equivalent = read_equivalent(workshops[0].tree / EQUIVALENT)
-    gone = stale(equivalent, sources)
-    for file, line, becomes in gone:
-        print(f"{EQUIVALENT}: this change no longer exists in {file}: {line} -> {becomes}")
+    is_current = no_stale_changes(equivalent, sources)
     kills = Kills(FOLDER / "kills.json", Sources(workshops[0].tree, []), arguments.again)
     run = Run(sources, equivalent, kills, arguments)
     start = time.monotonic()
     with ThreadPoolExecutor(len(workshops)) as pool:
         for future in [pool.submit(run.work, workshop) for workshop in workshops]:
             future.result()
-    return run.report(time.monotonic() - start) and not gone
+    return run.report(time.monotonic() - start) and is_current
 
 
 def list_places(arguments):
@@ -237,7 +243,7 @@ def list_places(arguments):
         for change in place:
             print(sources.describe(change))
     print(f"{len(sources.places)} places")
-    return True
+    return no_stale_changes(read_equivalent(ROOT / EQUIVALENT), sources)
 
 
 def parsed():
@@ -264,7 +270,11 @@ def parsed():
     parser.add_argument(
         "--python-only", action="store_true", help="do not build or run the native tests"
     )
-    parser.add_argument("--list", action="store_true", help="print all possible changes")
+    parser.add_argument(
+        "--list",
+        action="store_true",
+        help="print all possible changes; status 1 if an equivalent one is none of them",
+    )
     parser.add_argument(
         "--self-test", action="store_true", help="plant faults with a known outcome"
     )
