@@ -42,6 +42,12 @@ bool refuseShape() {
   return false;
 }
 
+// Replaces an error that was pending before the walk.
+std::nullopt_t refuseItems() {
+  setError(PyExc_ValueError, "elements of array are of different lengths or types.");
+  return std::nullopt;
+}
+
 PyRef childOf(PyObject* parent, Py_ssize_t index) {
   PyRef child = PyRef::steal(PySequence_GetItem(parent, index));
   if (!child) setError(PyExc_RuntimeError, messages::nullDataPointer);
@@ -220,6 +226,7 @@ std::int64_t ConstructionShape::calculateNumberOfElements() {
 std::optional<std::int64_t> getLengthOfPySequence(PyObject* value) {
   if (PySequence_Check(value) == 0) return 1;
   const Py_ssize_t length = PySequence_Size(value);
+  if (length < 0) return std::nullopt;
   if (length < 2) return length;
   const PyRef first = childOf(value, 0);
   if (!first) return std::nullopt;
@@ -228,11 +235,12 @@ std::optional<std::int64_t> getLengthOfPySequence(PyObject* value) {
   if (size < 0) return std::nullopt;
   for (Py_ssize_t i = 1; i < length; ++i) {
     const PyRef child = childOf(value, i);
+    if (!child) return std::nullopt;
     // A child that disagrees already is not asked for its size.
-    if (!child || (PySequence_Check(child.get()) != 0) != isSequence ||
-        sizeIfSequence(child.get()) != size) {
-      return std::nullopt;
-    }
+    if ((PySequence_Check(child.get()) != 0) != isSequence) return refuseItems();
+    const Py_ssize_t childSize = sizeIfSequence(child.get());
+    if (childSize < 0) return std::nullopt;
+    if (childSize != size) return refuseItems();
   }
   return length;
 }

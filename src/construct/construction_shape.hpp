@@ -87,7 +87,7 @@ class ConstructionShape {
   std::vector<std::int64_t> sequenceLengths;  // of the sequence being walked at each depth
 };
 
-// The length of a sequence, or 1 for an object that is not a sequence. Empty when its items do not
-// agree in being sequences and in length (no error is set), or cannot be asked (an error is set).
-// -1 with an error set when the length of the sequence itself cannot be had. Linear in the length.
+// The length of a sequence, or 1 for an object that is not a sequence. Empty with an error set:
+// ValueError when its items do not agree in being sequences and in length, the error of the
+// sequence or item when one cannot be asked. Linear in the length.
 std::optional<std::int64_t> getLengthOfPySequence(PyObject* value);

@@ -52,13 +52,7 @@ bool FinalConstructorParser<T>::flattenSequence(PyObject* value, bool allowFloat
   const RecursionGuard guard(" while flattening nested sequences");
   if (!guard) return false;
   const std::optional<std::int64_t> length = getLengthOfPySequence(value);
-  if (!length) {
-    if (PyErr_Occurred() == nullptr) {
-      setError(PyExc_ValueError, "elements of array are of different lengths or types.");
-    }
-    return false;
-  }
-  if (*length < 0) return false;  // the sequence has set its own error
+  if (!length) return false;
   m_shape.enterLevel(*length);
   return flattenItems(value, *length, allowFloatingPoint) && m_shape.leaveLevel();
 }

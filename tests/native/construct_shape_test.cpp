@@ -25,6 +25,8 @@ constexpr const char* raisingItem =
 
 // --- Lengths of sequences
 
+constexpr const char* uneven = "elements of array are of different lengths or types.";
+
 struct LengthRow {
   const char* expression;
   std::optional<std::int64_t> expected;
@@ -59,14 +61,24 @@ TEST(LengthOfASequence, NeedsItemsThatAgree) {
   for (const LengthRow& row : lengthRows) {
     SCOPED_TRACE(row.expression);
     EXPECT_EQ(getLengthOfPySequence(evaluate(row.expression).get()), row.expected);
-    EXPECT_TRUE(raisedNothing());
+    EXPECT_TRUE(row.expected ? raisedNothing() : raised(PyExc_ValueError, uneven));
+  }
+}
+
+TEST(LengthOfASequence, TheRefusalReplacesAnErrorThatWasPending) {
+  for (const LengthRow& row : lengthRows) {
+    SCOPED_TRACE(row.expression);
+    const PyRef value = evaluate(row.expression);
+    setError(PyExc_KeyError, "earlier");
+    EXPECT_EQ(getLengthOfPySequence(value.get()), row.expected);
+    EXPECT_TRUE(row.expected ? raised(PyExc_KeyError, "'earlier'")
+                             : raised(PyExc_ValueError, uneven));
   }
 }
 
 TEST(LengthOfASequence, ErrorsOfTheSequence) {
-  const std::optional<std::int64_t> length = getLengthOfPySequence(evaluate(raisingLength).get());
+  EXPECT_EQ(getLengthOfPySequence(evaluate(raisingLength).get()), std::nullopt);
   EXPECT_TRUE(raised(PyExc_KeyError, "'len'"));
-  EXPECT_EQ(length, -1);
   EXPECT_EQ(getLengthOfPySequence(evaluate(raisingItem).get()), std::nullopt);
   EXPECT_TRUE(raised(PyExc_RuntimeError, "null data pointer."));
   for (const char* list : {"[x, [1]]", "[[1], x]"}) {

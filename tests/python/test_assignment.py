@@ -13,12 +13,14 @@ from helpers.cases import each, each_form, rows
 from helpers.conversion_model import TOO_LARGE
 from helpers.failures import (
     DIFFERENT_SHAPE,
+    IS_NONE,
     NO_ROOM,
     NO_VALUES,
     NOT_AN_INDEX,
     NULL_POINTER,
     OUTSIDE_STORAGE,
     PAST_SLICE,
+    UNEVEN,
     WRONG_COUNT,
     must_fail,
     raises,
@@ -28,6 +30,18 @@ from helpers.scalar_values import CalledIndex, RaisingIndex
 from helpers.subscript_rows import BAD_SLICES, OUTSIDE, REFUSED
 from helpers.view_states import bare_record
 from helpers.write_model import Storage, Target, attempt
+
+
+class RaisingLength:
+    """Its error exists already, because making one would call a function with an error pending."""
+
+    error = KeyError("length")
+
+    def __len__(self):
+        raise self.error
+
+    def __getitem__(self, index):
+        return 1
 
 
 def check(shape, chain, subscript, value, error, expected):
@@ -303,6 +317,28 @@ class TestSubscript:
         with raises(OverflowError, "Python int too large to convert to C long long"):
             functools.partial(operator.setitem, array, 2**70, value)()
         assert contents(array) in ([0, 1, 2], [[0], [1], [2]])
+
+    @rows(
+        "value, error",
+        [
+            ("lengths", [[1], [2, 3]], UNEVEN),
+            ("empty", [[1, 2], []], UNEVEN),
+            ("list", [1, [2]], UNEVEN),
+            ("tuple", ([1], 2), UNEVEN),
+            ("text", [1, "x"], UNEVEN),
+            ("deeper", [[[1], [2, 3]], [[1], [2]]], UNEVEN),
+            ("none", [None, 1], IS_NONE),
+            ("length", RaisingLength(), (KeyError, "'length'")),
+            ("length_inside", [[1], RaisingLength()], (KeyError, "'length'")),
+        ],
+    )
+    def test_beside_that_error_a_refusal_is_the_usual_one(self, value, error):
+        for shape in ((3, 1), (3, 2), (2, 2, 2)):
+            array = velmar.double(grid(*shape))
+            before = contents(array)
+            with raises(*error):
+                array[2**70] = value
+            assert contents(array) == before
 
     def test_bounds_of_a_slice_are_asked_for_before_the_right_side_is_read(self):
         error = KeyError("bound")
