@@ -12,9 +12,13 @@ namespace vd = foundation::velmardata;
 
 namespace {
 
-// Ends a line as std::endl does.
+// The stream's width must not apply to it.
 void endLine(std::ostream& os) {
   os.put(os.widen('\n'));
+}
+
+void endLineAndFlush(std::ostream& os) {
+  endLine(os);
   os.flush();
 }
 
@@ -22,6 +26,13 @@ template <class T>
 void writeLine(std::ostream& os, const char* label, const T& value) {
   os << label << value;
   endLine(os);
+}
+
+// The lines of the storage are flushed one by one, so that a crash while it is read shows where.
+template <class T>
+void writeStorageLine(std::ostream& os, const char* label, const T& value) {
+  os << label << value;
+  endLineAndFlush(os);
 }
 
 // Streams write bytes as characters.
@@ -72,7 +83,8 @@ struct BufOstreamVisitor {
  private:
   bool isNull() const {
     if (elements != nullptr) return false;
-    writeLine(os, "", "null");
+    os << "null";
+    endLineAndFlush(os);
     return true;
   }
 };
@@ -80,7 +92,7 @@ struct BufOstreamVisitor {
 void writeNumbers(std::ostream& os, const char* label, std::span<const std::int64_t> numbers) {
   os << label;
   for (const std::int64_t number : numbers) os << number << " ";
-  endLine(os);
+  endLineAndFlush(os);
 }
 
 void writeItem(std::ostream& os, const IntegerIndexItem& item) {
@@ -108,23 +120,24 @@ void writeItem(std::ostream& os, const SliceIndexItem& item) {
 std::ostream& MDArrayWrapper::writeToOstream(std::ostream& os) const {
   os << "MDA buffer: ";
   applyVisitor(m_array, ArrayOstreamVisitor{os});
-  endLine(os);
+  endLineAndFlush(os);
   writeNumbers(os, "m_shape: ", shape());
   writeNumbers(os, "m_bytewiseStrides: ", bytewiseStrides());
-  writeLine(os, "m_order: ", m_order);
-  writeLine(os, "m_isReadOnly: ", m_isReadOnly);
-  writeLine(os, "m_nDim: ", m_nDim);
-  writeLine(os, "m_numElems: ", m_numElems);
-  writeLine(os, "m_bufferSizeInBytes: ", m_bufferSizeInBytes);
-  writeLine(os, "m_elemSizeInBytes: ", m_elemSizeInBytes);
+  writeStorageLine(os, "m_order: ", m_order);
+  writeStorageLine(os, "m_isReadOnly: ", m_isReadOnly);
+  writeStorageLine(os, "m_nDim: ", m_nDim);
+  writeStorageLine(os, "m_numElems: ", m_numElems);
+  writeStorageLine(os, "m_bufferSizeInBytes: ", m_bufferSizeInBytes);
+  writeStorageLine(os, "m_elemSizeInBytes: ", m_elemSizeInBytes);
   os << "m_buf: ";
   applyVisitor(m_array, BufOstreamVisitor{os, buf(), m_numElems});
-  endLine(os);
+  endLineAndFlush(os);
   return os;
 }
 
 std::ostream& MCppPyArray::writeToOstream(std::ostream& os) const {
-  writeLine(os, "", "MDArrayWrapper: ");
+  os << "MDArrayWrapper: ";
+  endLine(os);
   const StorageLink locked = m_storage.lock();
   if (const MDArrayWrapper* storage = locked.find()) storage->writeToOstream(os);
   endLine(os);
@@ -140,6 +153,6 @@ std::ostream& MCppPyArray::writeToOstream(std::ostream& os) const {
     os << "None";
   }
   endLine(os);
-  endLine(os);
+  endLineAndFlush(os);
   return os;
 }

@@ -5,6 +5,7 @@
 #include <complex>
 #include <cstdint>
 #include <cstring>
+#include <iomanip>
 #include <limits>
 #include <locale>
 #include <optional>
@@ -426,6 +427,19 @@ class FlushedText : public std::stringbuf {
   }
 };
 
+TEST(DumpStream, AWidthPadsTheFirstWords) {
+  const ViewPointer array = makeArray<double>({2, 3});
+  std::ostringstream os;
+  os << std::setfill('.') << std::setw(20);
+  array->writeToOstream(os);
+  EXPECT_EQ(os.str(), "...." + viewLines(sampleLines));
+  EXPECT_EQ(os.width(), 0);
+  std::ostringstream ofStorage;
+  ofStorage << std::setfill('.') << std::setw(14);
+  array->wrapper()->writeToOstream(ofStorage);
+  EXPECT_EQ(ofStorage.str(), std::string("..") + sampleLines);
+}
+
 TEST(DumpStream, EveryLineOfTheStorageIsFlushed) {
   FlushedText buffer;
   std::ostream os(&buffer);
@@ -437,6 +451,22 @@ TEST(DumpStream, EveryLineOfTheStorageIsFlushed) {
   std::ostream wholeStream(&whole);
   array->writeToOstream(wholeStream);
   EXPECT_EQ(whole.flushed, viewLines(sampleLines)) << "nothing is left in the stream";
+  EXPECT_EQ(whole.times, 11) << "the lines of the view are flushed at the end only";
+}
+
+TEST(DumpStream, ARefusalOfTextIsNotFlushedByItself) {
+  FlushedText buffer;
+  std::ostream os(&buffer);
+  const MDArrayWrapper wrapper(textRow(u"\u00e4"), 'F', Contents::Client);
+  wrapper.writeToOstream(os);
+  EXPECT_EQ(buffer.times, 10);
+  FlushedText whole;
+  std::ostream wholeStream(&whole);
+  const ViewPointer view = makeExpiredView<double>({2, 3});
+  view->appendIndexItem(SliceIndexItem{});
+  view->setIndexedArrayAsMDA(textRow(u"\u00e4"));
+  view->writeToOstream(wholeStream);
+  EXPECT_EQ(whole.times, 1);
 }
 
 }  // namespace
