@@ -21,8 +21,15 @@ int fail(PyObject* exceptionType, const std::string& message) {
   return -1;
 }
 
-int resultOf(WriteStatus status) {
-  return reportUnlessStored(status) ? 0 : -1;
+// T is the element type of the storage.
+template <class T>
+bool report(WriteStatus status, const MDArrayWrapper& storage) {
+  return status == WriteStatus::Stored ||
+         reportUnlessStored(status, storage.getNumberOfElements(), typeWord<T>);
+}
+template <class T>
+int resultOf(WriteStatus status, const MDArrayWrapper& storage) {
+  return report<T>(status, storage) ? 0 : -1;
 }
 
 // Reads a value completely, before anything is written. False with an error set.
@@ -50,7 +57,8 @@ int setItemViaFinalIntegerIndex(MCppPyArray& view, std::int64_t index, PyObject*
   const std::int64_t offset = storage->getElementOffset(integers.size() + 1, [&](std::size_t k) {
     return k < integers.size() ? integers[k].m_index : index;
   });
-  return reportUnlessStored(ElementWriter<T>(*storage).write(offset, *element.value)) ? 0 : -1;
+  const WriteStatus status = ElementWriter<T>(*storage).write(offset, *element.value);
+  return resultOf<T>(status, *storage);
 }
 
 template <class T>
@@ -58,7 +66,9 @@ int setMultipleElementsFromNonFinalIntegerIndex(MCppPyArray& view, std::int64_t 
                                                 PyObject* value) {
   const IndexChain part(view.chain(), IntegerIndexItem{index, true});
   if (MDArrayWrapper* storage = view.findWrapper()) {
-    if (const auto status = tryStoreArray<T>(*storage, part, value)) return resultOf(*status);
+    if (const auto status = tryStoreArray<T>(*storage, part, value)) {
+      return resultOf<T>(*status, *storage);
+    }
   }
   FinalConstructorParser<T> parser;
   if (!flatten(parser, value)) return -1;
@@ -72,11 +82,14 @@ int setMultipleElementsFromNonFinalIntegerIndex(MCppPyArray& view, std::int64_t 
     return fail(PyExc_ValueError, messages::unequalShapes);
   }
   const auto elements = elementsOf(parser);
-  if (const auto status = tryStoreDense(*storage, part, elements)) return resultOf(*status);
+  if (const auto status = tryStoreDense(*storage, part, elements)) {
+    return resultOf<T>(*status, *storage);
+  }
   Position position = view.getIntegerIndicesSoFar();
   position.push_back(index);
   position.resize(shape.size(), 0);
-  return resultOf(storeAlong(*storage, view.chain(), std::move(position), elements).status);
+  return resultOf<T>(storeAlong(*storage, view.chain(), std::move(position), elements).status,
+                     *storage);
 }
 
 template <class T>
@@ -90,7 +103,9 @@ int setMultipleElementsFromNonFinalSliceIndex(MCppPyArray& view, SliceIndexItem&
   // Deliberate: a weak view has no storage to write slices to, as its slices have none to read.
   const MCppPyArray target(view, false);
   if (MDArrayWrapper* storage = target.findWrapper()) {
-    if (const auto status = tryStoreArray<T>(*storage, part, value)) return resultOf(*status);
+    if (const auto status = tryStoreArray<T>(*storage, part, value)) {
+      return resultOf<T>(*status, *storage);
+    }
   }
   FinalConstructorParser<T> parser;
   if (!flatten(parser, value)) return -1;
@@ -105,11 +120,13 @@ int setMultipleElementsFromNonFinalSliceIndex(MCppPyArray& view, SliceIndexItem&
   const WrapperAccess storage = target.wrapper();
   if (!storage) return -1;
   const auto elements = elementsOf(parser);
-  if (const auto status = tryStoreDense(*storage, part, elements)) return resultOf(*status);
+  if (const auto status = tryStoreDense(*storage, part, elements)) {
+    return resultOf<T>(*status, *storage);
+  }
   const auto dimensions = static_cast<std::int64_t>(storage->shape().size());
   const RunResult result =
       storeAlong(*storage, part, getStartElement(storage->shape(), part, dimensions), elements);
-  if (!reportUnlessStored(result.status)) return -1;
+  if (!report<T>(result.status, *storage)) return -1;
   if (!result.moved && result.stored == static_cast<std::int64_t>(elements.size())) return 0;
   return fail(PyExc_ValueError, "length of slice does not match number of elements.");
 }
@@ -120,7 +137,9 @@ int setIndividualElementsFromFlatSeqOfMultipleIntegerIndices(MCppPyArray& view,
                                                              PyObject* value) {
   const IndexChain part(view.chain(), slice);
   if (MDArrayWrapper* storage = view.findWrapper()) {
-    if (const auto status = tryStoreArray<T>(*storage, part, value)) return resultOf(*status);
+    if (const auto status = tryStoreArray<T>(*storage, part, value)) {
+      return resultOf<T>(*status, *storage);
+    }
   }
   FinalConstructorParser<T> parser;
   if (!flatten(parser, value)) return -1;
@@ -131,8 +150,10 @@ int setIndividualElementsFromFlatSeqOfMultipleIntegerIndices(MCppPyArray& view,
   }
   const WrapperAccess storage = view.wrapper();
   if (!storage) return -1;
-  if (const auto status = tryStoreDense(*storage, part, elements)) return resultOf(*status);
-  return resultOf(storeEach(*storage, view.getIntegerIndicesSoFar(), slice, elements));
+  if (const auto status = tryStoreDense(*storage, part, elements)) {
+    return resultOf<T>(*status, *storage);
+  }
+  return resultOf<T>(storeEach(*storage, view.getIntegerIndicesSoFar(), slice, elements), *storage);
 }
 
 template <class T>

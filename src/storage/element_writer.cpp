@@ -3,12 +3,12 @@
 
 #include "module/support.hpp"
 
-bool reportUnlessStored(WriteStatus status) {
+bool reportUnlessStored(WriteStatus status, std::int64_t count, const char* typeWord) {
   if (status == WriteStatus::Stored) return true;
   if (status == WriteStatus::OutsideStorage) {
     setError(PyExc_RuntimeError, "unable to set value.");
   } else {
-    setError(PyExc_MemoryError, "unable to allocate memory for the elements.");
+    setOutOfMemory(static_cast<std::uint64_t>(count), typeWord);
   }
   return false;
 }

@@ -137,7 +137,9 @@ TEST(WriteAnyElement, WithoutMemoryForACopyIsReported) {
   }
   if (!isLimited) GTEST_SKIP() << "memory cannot be limited here";
   EXPECT_EQ(result, -1);
-  EXPECT_TRUE(raised(PyExc_MemoryError, "unable to allocate memory for the elements."));
+  EXPECT_TRUE(raised(
+      PyExc_MemoryError,
+      "unable to allocate memory for array with number of elements = 268435456; type = int8"));
   EXPECT_EQ(view.wrapper()->array().impl(), kept.impl());
 }
 
