@@ -148,6 +148,7 @@ int setIndividualElementsFromFlatSeqOfMultipleIntegerIndices(MCppPyArray& view,
       static_cast<std::int64_t>(elements.size()) != slice.numberOfValues()) {
     return fail(PyExc_ValueError, messages::unequalShapes);
   }
+  if (elements.empty()) return 0;  // also when reading the value has dropped the storage
   const WrapperAccess storage = view.wrapper();
   if (!storage) return -1;
   if (const auto status = tryStoreDense(*storage, part, elements)) {

@@ -227,6 +227,15 @@ class TestExpiresDuringTheCall:
         with raises(*TOO_MANY_INDICES):
             view[subscript] = 1
 
+    @rows("subscript", [("row", slice(1, 1)), ("end", slice(3, None)), ("back", slice(0, 2, -1))])
+    def test_nothing_for_an_empty_run(self, subscript):
+        holder = [velmar.double(grid(2, 2, 3))]
+        row = list(list(holder[0])[0])[0]
+        row[subscript] = Scripted([], lengths=[then(holder.clear, 0)])
+        assert holder == []
+        with raises(*TOO_MANY_INDICES):
+            row[subscript] = []
+
     @rows("view_of, subscript, count", TARGETS)
     def test_an_item_refused_after_the_storage_is_gone(self, view_of, subscript, count):
         holder = [velmar.double(grid(2, 2, 3))]
