@@ -54,24 +54,23 @@ bool FinalConstructorParser<T>::fillVectorFromExternalBuffer(const Py_buffer& vi
   if (!reserveBuffer(count) || (count > flattenedElements.capacity() && !growTo(count))) {
     return false;
   }
-  return m_shape.takeDimensionsOf(view, count) && takeElementsOf(view, count);
+  if (!m_shape.takeDimensionsOf(view, count)) return false;
+  takeElementsOf(view, count);
+  return true;
 }
 
-// Copies into storage order at once, without a copy in between. False with RecursionError set for
-// too many dimensions.
+// Copies into storage order at once, without a copy in between.
 template <class T>
-bool FinalConstructorParser<T>::takeElementsOf(const Py_buffer& view, std::uint64_t count) {
-  if (count == 0) return true;
+void FinalConstructorParser<T>::takeElementsOf(const Py_buffer& view, std::uint64_t count) {
+  if (count == 0) return;
   const std::vector<std::int64_t>& dimensions = m_shape.getCalculatedDimensions();
   T* elements = flattenedElements.replace(count);
   if (m_shape.isBufferInStorageOrder() || isSameInBothOrders(dimensions)) {
     external_buffer::copyElements(view.buf, count, elements);
-    return true;
+    return;
   }
-  const auto plan = layout_conversion::makeTransposition(dimensions);
-  if (!plan) return false;
-  layout_conversion::transpose(*plan, sizeof(T), view.buf, elements);
+  layout_conversion::transpose(layout_conversion::makeTransposition(dimensions), sizeof(T),
+                               view.buf, elements);
   if constexpr (std::is_same_v<T, bool>) external_buffer::copyElements(elements, count, elements);
   m_shape.setBufferInStorageOrder();
-  return true;
 }

@@ -67,7 +67,7 @@ class FinalConstructorParser {
   ElementBuffer<T> processInitializerKwarg(PyObject* initializer);
   bool fillFromBufferOf(PyObject* exporter);
   bool fillVectorFromExternalBuffer(const Py_buffer& view);
-  bool takeElementsOf(const Py_buffer& view, std::uint64_t count);
+  void takeElementsOf(const Py_buffer& view, std::uint64_t count);
   bool flattenSequence(PyObject* value, bool allowFloatingPoint);
   bool flattenItems(PyObject* value, std::int64_t length, bool allowFloatingPoint);
   bool tryFlattenPlainNumbers(PyObject* value, bool allowFloatingPoint);

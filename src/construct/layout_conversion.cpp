@@ -26,15 +26,14 @@ std::optional<vd::Array> makeTypedArrayFromBuf(const ElementFacts& element, Unty
 std::optional<vd::Array> convertRowMajorBufferToColumnMajor(
     const ElementFacts& element, const void* source, const std::vector<std::int64_t>& dimensions,
     std::int64_t numberOfElements) {
-  const auto plan = layout_conversion::makeTransposition(dimensions);
-  if (!plan) return std::nullopt;
   const auto count = static_cast<std::uint64_t>(numberOfElements);
   UntypedBuffer target = tryCreateBuffer(element.type, count);
   if (target == nullptr) {
     setOutOfMemory(count, element.word);
     return std::nullopt;
   }
-  layout_conversion::transpose(*plan, element.size, source, target.get());
+  layout_conversion::transpose(layout_conversion::makeTransposition(dimensions), element.size,
+                               source, target.get());
   return makeArrayFromBuffer(element.type, std::move(target), dimensions);
 }
 
@@ -48,107 +47,87 @@ void computeRowMajorStrides(std::span<const std::int64_t> dimensions,
   }
 }
 
-bool HybridTraversal::generateIndices(const std::vector<std::int64_t>& extents,
-                                      const std::vector<std::int64_t>& strides,
-                                      std::vector<std::int64_t>& indices,
-                                      std::vector<std::int64_t>& counters, bool fromLastDimension) {
-  assert(strides.size() == extents.size() && counters.size() == extents.size());
-  const auto rank = static_cast<std::int64_t>(extents.size());
-  if (rank == 0) return true;
-  return fromLastDimension
-             ? generateIndicesImpl(extents, strides, 0, -1, rank, indices, counters, rank - 1)
-             : generateIndicesImpl(extents, strides, rank - 1, 1, rank, indices, counters, 0);
+HybridTraversal::HybridTraversal(std::span<const std::int64_t> extents,
+                                 std::span<const std::int64_t> strides, bool fromLastDimension)
+    : m_isEmpty(extents.empty() || std::find(extents.begin(), extents.end(), 0) != extents.end()) {
+  assert(strides.size() == extents.size());
+  m_dimensions.reserve(extents.size());
+  for (std::size_t i = 0; i < extents.size(); ++i) {
+    m_dimensions.push_back({extents[i], strides[i], 0});
+  }
+  if (!fromLastDimension) std::reverse(m_dimensions.begin(), m_dimensions.end());
 }
 
-bool HybridTraversal::generateIndicesImpl(const std::vector<std::int64_t>& extents,
-                                          const std::vector<std::int64_t>& strides,
-                                          std::int64_t lastDimension, std::int64_t step,
-                                          std::int64_t rank, std::vector<std::int64_t>& indices,
-                                          std::vector<std::int64_t>& counters,
-                                          std::int64_t dimension) {
-  const RecursionGuard guard(" while reordering elements");
-  if (!guard) return false;
-  const auto place = static_cast<std::size_t>(dimension);
-  if (extents[place] == counters[place]) {  // on entry only: an extent of 0 has no positions
-    counters[place] = 0;
-    return true;
+// False after the last position, and back at the first.
+bool HybridTraversal::moveOn() {
+  for (Dimension& dimension : m_dimensions) {
+    m_sum += dimension.stride;
+    if (++dimension.index < dimension.extent) return true;
+    m_sum -= dimension.stride * dimension.extent;
+    dimension.index = 0;
   }
-  for (;;) {
-    if (dimension != lastDimension) {
-      if (!generateIndicesImpl(extents, strides, lastDimension, step, rank, indices, counters,
-                               dimension + step)) {
-        return false;
-      }
-    } else {
-      std::int64_t sum = 0;
-      for (std::size_t i = 0; i < static_cast<std::size_t>(rank); ++i) {
-        sum += counters[i] * strides[i];
-      }
-      indices.push_back(sum);
-    }
-    if (++counters[place] == extents[place]) {
-      counters[place] = 0;
-      return true;
-    }
+  return false;
+}
+
+std::size_t HybridTraversal::generateIndices(std::span<std::int64_t> sums) {
+  if (m_isEmpty) return 0;
+  std::size_t count = 0;
+  while (count < sums.size()) {
+    sums[count++] = m_sum;
+    if (!moveOn()) break;
   }
+  return count;
 }
 
 namespace layout_conversion {
 
 namespace {
 
-// Empty with RecursionError set.
-std::optional<Offsets> makeOffsets(const std::vector<std::int64_t>& extents,
-                                   const std::vector<std::int64_t>& strides,
-                                   bool fromLastDimension) {
-  Offsets offsets;
-  offsets.count = static_cast<std::int64_t>(wrappedProduct(extents));
-  if (extents.size() == 1) {
-    offsets.stride = strides.front();
-    return offsets;
-  }
-  std::vector<std::int64_t> counters(extents.size(), 0);
-  offsets.list.reserve(static_cast<std::size_t>(offsets.count));
-  if (!HybridTraversal::generateIndices(extents, strides, offsets.list, counters,
-                                        fromLastDimension)) {
-    return std::nullopt;
-  }
-  return offsets;
+using Numbers = boost::container::small_vector<std::int64_t, 8>;
+
+std::span<const std::int64_t> spanOf(const Numbers& numbers) {
+  return {numbers.data(), numbers.size()};
 }
+
+constexpr std::int64_t longestList = 4096;
 
 // Walks in tiles of one cache line by a few rows: a walk down whole columns would fetch a line of
 // the source for every element. Lines of later rows are fetched ahead on both sides, because the
 // processor does not predict steps of a whole row or column.
 template <std::size_t Size>
-void transposeElements(const Transposition& plan, const std::byte* source, std::byte* target) {
+void transposePiece(const Offsets& rows, const Offsets& columns, const std::byte* source,
+                    std::byte* target) {
   constexpr auto size = static_cast<std::int64_t>(Size);
   constexpr std::int64_t rowsAhead = 32;
   constexpr std::int64_t targetBytesAhead = 256;
   constexpr std::int64_t tileRows = 8;
   constexpr std::int64_t tileColumns = std::max<std::int64_t>(64 / size, 8);
+  static_assert(longestList % tileRows == 0 && longestList % tileColumns == 0);
   std::array<std::int64_t, static_cast<std::size_t>(tileRows)> rowOffsets;
   std::array<std::int64_t, static_cast<std::size_t>(tileColumns)> columnOffsets;
-  for (std::int64_t column = 0; column < plan.columns.count; column += tileColumns) {
-    const auto columns = std::min(tileColumns, plan.columns.count - column);
-    for (std::int64_t c = 0; c < columns; ++c) {
-      columnOffsets[static_cast<std::size_t>(c)] = plan.columns.at(column + c);
+  source += columns.first() * size;
+  target += rows.first() * size;
+  for (std::int64_t column = 0; column < columns.size(); column += tileColumns) {
+    const auto columnCount = std::min(tileColumns, columns.size() - column);
+    for (std::int64_t c = 0; c < columnCount; ++c) {
+      columnOffsets[static_cast<std::size_t>(c)] = columns.at(column + c);
     }
-    for (std::int64_t row = 0; row < plan.rows.count; row += tileRows) {
-      const auto rows = std::min(tileRows, plan.rows.count - row);
-      for (std::int64_t r = 0; r < rows; ++r) {
-        rowOffsets[static_cast<std::size_t>(r)] = plan.rows.at(row + r) + column;
-        if (const std::int64_t ahead = row + r + rowsAhead; ahead < plan.rows.count) {
+    for (std::int64_t row = 0; row < rows.size(); row += tileRows) {
+      const auto rowCount = std::min(tileRows, rows.size() - row);
+      for (std::int64_t r = 0; r < rowCount; ++r) {
+        rowOffsets[static_cast<std::size_t>(r)] = rows.at(row + r) + column;
+        if (const std::int64_t ahead = row + r + rowsAhead; ahead < rows.size()) {
           // The last element of the row's part: the tile before fetched the line of the first.
-          __builtin_prefetch(source + (plan.rows.at(ahead) + column + columns - 1) * size);
+          __builtin_prefetch(source + (rows.at(ahead) + column + columnCount - 1) * size);
         }
       }
-      for (std::int64_t c = 0; c < columns; ++c) {
+      for (std::int64_t c = 0; c < columnCount; ++c) {
         std::byte* to = target + (row + columnOffsets[static_cast<std::size_t>(c)]) * size;
         // Without a test for the end of the target: a fetch past it does nothing.
         for (std::int64_t k = 0; k < tileRows * size; k += 64) {
           __builtin_prefetch(to + targetBytesAhead + k, 1);
         }
-        for (std::int64_t r = 0; r < rows; ++r) {
+        for (std::int64_t r = 0; r < rowCount; ++r) {
           std::memcpy(to + r * size, source + (rowOffsets[static_cast<std::size_t>(r)] + c) * size,
                       Size);
         }
@@ -157,40 +136,60 @@ void transposeElements(const Transposition& plan, const std::byte* source, std::
   }
 }
 
+template <std::size_t Size>
+void transposeElements(Transposition& plan, const std::byte* source, std::byte* target) {
+  while (plan.rows.findPiece()) {
+    while (plan.columns.findPiece()) transposePiece<Size>(plan.rows, plan.columns, source, target);
+  }
+}
+
 }  // namespace
 
-std::optional<Transposition> makeTransposition(const std::vector<std::int64_t>& dimensions) {
-  std::vector<std::int64_t> extents;  // without the dimensions of length 1
+Offsets::Offsets(std::span<const std::int64_t> extents, std::span<const std::int64_t> strides,
+                 bool fromLastDimension)
+    : m_count(static_cast<std::int64_t>(wrappedProduct(extents))),
+      m_stride(strides.front()),
+      m_traversal(extents, strides, fromLastDimension) {
+  if (extents.size() > 1) m_list.resize(static_cast<std::size_t>(std::min(m_count, longestList)));
+}
+
+bool Offsets::findPiece() {
+  m_first += m_size;
+  if (m_first == m_count) {
+    m_first = 0;
+    m_size = 0;
+    return false;
+  }
+  m_size =
+      m_list.empty() ? m_count : static_cast<std::int64_t>(m_traversal.generateIndices(m_list));
+  return true;
+}
+
+Transposition makeTransposition(const std::vector<std::int64_t>& dimensions) {
+  Numbers extents;  // without the dimensions of length 1
   std::copy_if(dimensions.begin(), dimensions.end(), std::back_inserter(extents),
                [](std::int64_t dimension) { return dimension != 1; });
   if (extents.size() < 2) extents.insert(extents.begin(), 2 - extents.size(), 1);
-  std::vector<std::int64_t> sourceStrides(extents.size());
-  computeRowMajorStrides(extents, sourceStrides);
-  std::vector<std::int64_t> targetStrides(extents.size(), 1);
+  Numbers sourceStrides(extents.size());
+  computeRowMajorStrides(spanOf(extents), {sourceStrides.data(), sourceStrides.size()});
+  Numbers targetStrides(extents.size(), 1);
   for (std::size_t i = 1; i < extents.size(); ++i) {
     targetStrides[i] = targetStrides[i - 1] * extents[i - 1];
   }
 
-  // About as many rows as columns keep both lists short.
-  const auto total = static_cast<std::int64_t>(wrappedProduct(extents));
+  // About as many rows as columns keep both sides short.
+  const auto total = static_cast<std::int64_t>(wrappedProduct(spanOf(extents)));
   std::size_t leading = 1;
   while (leading + 1 < extents.size() && targetStrides[leading] * targetStrides[leading] < total) {
     ++leading;
   }
-  const auto split = static_cast<std::ptrdiff_t>(leading);
-  const std::vector<std::int64_t> rowExtents(extents.begin(), extents.begin() + split);
-  const std::vector<std::int64_t> rowStrides(sourceStrides.begin(), sourceStrides.begin() + split);
-  const std::vector<std::int64_t> columnExtents(extents.begin() + split, extents.end());
-  const std::vector<std::int64_t> columnStrides(targetStrides.begin() + split, targetStrides.end());
-  std::optional<Offsets> rows = makeOffsets(rowExtents, rowStrides, true);
-  if (!rows) return std::nullopt;
-  std::optional<Offsets> columns = makeOffsets(columnExtents, columnStrides, false);
-  if (!columns) return std::nullopt;
-  return Transposition{std::move(*rows), std::move(*columns)};
+  const auto rows = [&](const Numbers& numbers) { return spanOf(numbers).first(leading); };
+  const auto columns = [&](const Numbers& numbers) { return spanOf(numbers).subspan(leading); };
+  return {Offsets(rows(extents), rows(sourceStrides), true),
+          Offsets(columns(extents), columns(targetStrides), false)};
 }
 
-void transpose(const Transposition& plan, std::size_t elementSize, const void* source,
-               void* target) {
+void transpose(Transposition plan, std::size_t elementSize, const void* source, void* target) {
   const auto* from = static_cast<const std::byte*>(source);
   auto* to = static_cast<std::byte*>(target);
   switch (elementSize) {

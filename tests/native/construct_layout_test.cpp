@@ -55,35 +55,40 @@ const EnumerationRow enumerationRows[] = {
     {"no dimensions", {}, {}, {}, {}},
 };
 
+// All sums, asked for in pieces of one length.
+Numbers sumsOf(const EnumerationRow& row, bool fromLastDimension, std::size_t piece) {
+  HybridTraversal traversal(row.extents, row.strides, fromLastDimension);
+  const auto expected = static_cast<std::size_t>(row.fromLast.size());
+  Numbers sums;
+  while (sums.size() < expected) {
+    Numbers place(piece, -1);
+    const std::size_t count = traversal.generateIndices(place);
+    if (count == 0 || count > piece) break;
+    sums.insert(sums.end(), place.begin(), place.begin() + static_cast<std::ptrdiff_t>(count));
+  }
+  return sums;
+}
+
 TEST(HybridTraversalTest, EnumeratesInBothDirections) {
   for (const EnumerationRow& row : enumerationRows) {
     SCOPED_TRACE(row.label);
-    for (const bool fromLastDimension : {true, false}) {
-      Numbers indices;
-      Numbers counters(row.extents.size(), 0);
-      EXPECT_TRUE(HybridTraversal::generateIndices(row.extents, row.strides, indices, counters,
-                                                   fromLastDimension));
-      EXPECT_EQ(indices, fromLastDimension ? row.fromLast : row.fromFirst);
-      EXPECT_EQ(counters, Numbers(row.extents.size(), 0)) << "zeros again";
+    for (const std::size_t piece : {1U, 2U, 3U, 100U}) {
+      EXPECT_EQ(sumsOf(row, true, piece), row.fromLast);
+      EXPECT_EQ(sumsOf(row, false, piece), row.fromFirst);
     }
   }
 }
 
-TEST(HybridTraversalTest, AppendsToTheListItGets) {
-  Numbers indices = {77};
-  Numbers counters(2, 0);
-  EXPECT_TRUE(HybridTraversal::generateIndices({2, 1}, {5, 1}, indices, counters, true));
-  EXPECT_EQ(indices, (Numbers{77, 0, 5}));
-}
-
-TEST(HybridTraversalTest, TooManyDimensionsAreARecursionError) {
-  const Numbers ones(200000, 1);
-  for (const bool fromLastDimension : {true, false}) {
-    Numbers indices;
-    Numbers counters(ones.size(), 0);
-    EXPECT_FALSE(
-        HybridTraversal::generateIndices(ones, ones, indices, counters, fromLastDimension));
-    EXPECT_TRUE(raisedOwn(PyExc_RecursionError));
+TEST(HybridTraversalTest, StartsAnewAfterTheLastPosition) {
+  for (const EnumerationRow& row : enumerationRows) {
+    SCOPED_TRACE(row.label);
+    HybridTraversal traversal(row.extents, row.strides, true);
+    for (int round = 0; round < 2; ++round) {
+      Numbers place(100, -1);
+      EXPECT_EQ(traversal.generateIndices(place), row.fromLast.size());
+      place.resize(row.fromLast.size());
+      EXPECT_EQ(place, row.fromLast);
+    }
   }
 }
 
@@ -157,26 +162,56 @@ const Numbers shapes[] = {
     {3, 5, 7, 9, 11},
     {11, 1, 9, 1, 65},
     {2, 2, 2, 2, 2},
+    {2, 4097, 2},  // more positions than a list of offsets holds
+    {3, 5, 2731, 2},
+    {2, 2, 67, 67, 3},
 };
 
-// target[row + columns.at(column)] = source[rows.at(row) + column], checked against the same
-// formula as the reorder itself.
+// target[row + offset of the column] = source[offset of the row + column], checked against the
+// same formula as the reorder itself.
 TEST(TranspositionPlan, GivesEachElementItsPlace) {
   for (const Numbers& dimensions : shapes) {
     SCOPED_TRACE(testing::PrintToString(dimensions));
-    const auto plan = layout_conversion::makeTransposition(dimensions);
-    ASSERT_TRUE(plan);
+    auto plan = layout_conversion::makeTransposition(dimensions);
     const std::int64_t count = productOf(dimensions);
-    ASSERT_EQ(plan->rows.count * plan->columns.count, count);
+    ASSERT_EQ(plan.rows.count() * plan.columns.count(), count);
     Numbers sources(static_cast<std::size_t>(count), -1);
-    for (std::int64_t row = 0; row < plan->rows.count; ++row) {
-      for (std::int64_t column = 0; column < plan->columns.count; ++column) {
-        sources.at(static_cast<std::size_t>(row + plan->columns.at(column))) =
-            plan->rows.at(row) + column;
+    std::int64_t pairs = 0;
+    while (plan.rows.findPiece()) {
+      while (plan.columns.findPiece()) {
+        for (std::int64_t row = 0; row < plan.rows.size(); ++row) {
+          for (std::int64_t column = 0; column < plan.columns.size(); ++column, ++pairs) {
+            sources.at(
+                static_cast<std::size_t>(plan.rows.first() + row + plan.columns.at(column))) =
+                plan.rows.at(row) + plan.columns.first() + column;
+          }
+        }
       }
     }
+    EXPECT_EQ(pairs, count) << "each once";
     for (std::int64_t k = 0; k < count; ++k) {
       ASSERT_EQ(sources[static_cast<std::size_t>(k)], rowMajorPlace(k, dimensions)) << k;
+    }
+  }
+}
+
+TEST(TranspositionPlan, HasShortPieces) {
+  constexpr std::int64_t longest = 4096;
+  const Numbers longShapes[] = {
+      {2, 100000, 2}, {2, 2, 100000, 3}, {3, 4097, 5}, {70, 70, 70}, {9000, 2, 9000}};
+  for (const Numbers& dimensions : longShapes) {
+    SCOPED_TRACE(testing::PrintToString(dimensions));
+    auto plan = layout_conversion::makeTransposition(dimensions);
+    ASSERT_EQ(plan.rows.count() * plan.columns.count(), productOf(dimensions));
+    for (layout_conversion::Offsets* side : {&plan.rows, &plan.columns}) {
+      std::int64_t found = 0;
+      while (side->findPiece()) {
+        ASSERT_EQ(side->first(), found);
+        const bool isOneDimension = side->size() == side->count();
+        EXPECT_TRUE(isOneDimension || side->size() <= longest) << side->size();
+        found += side->size();
+      }
+      EXPECT_EQ(found, side->count());
     }
   }
 }
