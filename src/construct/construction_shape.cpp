@@ -75,7 +75,9 @@ bool ConstructionShape::processSizeKwarg(PyObject* size) {
   }
   std::vector<std::int64_t> dimensions;
   dimensions.reserve(static_cast<std::size_t>(std::min<Py_ssize_t>(length, usualDimensions)));
+  SignalWatch signals;
   for (Py_ssize_t i = 0; i < length; ++i) {
+    if (!signals.count()) return false;
     const std::optional<std::int64_t> dimension = readDimension(size, i);
     if (!dimension) return false;
     dimensions.push_back(*dimension);
@@ -223,7 +225,7 @@ std::int64_t ConstructionShape::calculateNumberOfElements() {
   return numberOfElements;
 }
 
-std::optional<std::int64_t> getLengthOfPySequence(PyObject* value) {
+std::optional<std::int64_t> getLengthOfPySequence(PyObject* value, SignalWatch& signals) {
   if (PySequence_Check(value) == 0) return 1;
   const Py_ssize_t length = PySequence_Size(value);
   if (length < 0) return std::nullopt;
@@ -234,6 +236,7 @@ std::optional<std::int64_t> getLengthOfPySequence(PyObject* value) {
   const Py_ssize_t size = sizeIfSequence(first.get());
   if (size < 0) return std::nullopt;
   for (Py_ssize_t i = 1; i < length; ++i) {
+    if (!signals.count()) return std::nullopt;
     const PyRef child = childOf(value, i);
     if (!child) return std::nullopt;
     // A child that disagrees already is not asked for its size.

@@ -8,6 +8,7 @@
 
 #include "elements/box.hpp"
 #include "module/python.hpp"
+#include "module/signals.hpp"
 
 // Bookkeeping that does not depend on the element type. One object for each construction or
 // assignment, on the stack.
@@ -89,5 +90,5 @@ class ConstructionShape {
 
 // The length of a sequence, or 1 for an object that is not a sequence. Empty with an error set:
 // ValueError when its items do not agree in being sequences and in length, the error of the
-// sequence or item when one cannot be asked. Linear in the length.
-std::optional<std::int64_t> getLengthOfPySequence(PyObject* value);
+// sequence or item when one cannot be asked, that of a signal's handler. Linear in the length.
+std::optional<std::int64_t> getLengthOfPySequence(PyObject* value, SignalWatch& signals);

@@ -222,6 +222,7 @@ bool FinalConstructorParser<T>::fillFromVector(PyObject* vector, std::int64_t le
   if (tryFillFromMemory(vector, length, factsOf<T>, elements)) return true;
   const PlainSequence sequence(vector);
   for (std::int64_t i = 0; i < length; ++i) {
+    if (!isPlain && !m_signals.count()) return false;
     // Items of a plain sequence can be borrowed, because no conversion runs Python code.
     const PyRef owned = isPlain ? PyRef() : PyRef::steal(PySequence_GetItem(vector, i));
     PyObject* item = isPlain ? sequence.borrowedItem(i) : owned.get();

@@ -81,6 +81,7 @@ class FinalConstructorParser {
   bool fillFromVector(PyObject* vector, std::int64_t length, T* elements);
 
   ConstructionShape m_shape;
+  SignalWatch m_signals;        // of all items that are not plain numbers in a plain sequence
   bool bufferReserved = false;  // a reservation is made at most once
   ElementStore<T> flattenedElements;
 };

@@ -51,7 +51,7 @@ bool FinalConstructorParser<T>::flattenSequence(PyObject* value, bool allowFloat
   if (tryFlattenMemory(value, allowFloatingPoint)) return true;
   const RecursionGuard guard(" while flattening nested sequences");
   if (!guard) return false;
-  const std::optional<std::int64_t> length = getLengthOfPySequence(value);
+  const std::optional<std::int64_t> length = getLengthOfPySequence(value, m_signals);
   if (!length) return false;
   m_shape.enterLevel(*length);
   return flattenItems(value, *length, allowFloatingPoint) && m_shape.leaveLevel();
@@ -61,6 +61,7 @@ template <class T>
 bool FinalConstructorParser<T>::flattenItems(PyObject* value, std::int64_t length,
                                              bool allowFloatingPoint) {
   for (std::int64_t i = 0; i < length; ++i) {
+    if (!m_signals.count()) return false;
     const PyRef item = PyRef::steal(PySequence_GetItem(value, i));
     if (!flattenWithUnspecifiedDimensions(item.get(), allowFloatingPoint)) return false;
   }

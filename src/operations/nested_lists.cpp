@@ -47,6 +47,11 @@ bool tryCopyRun(const MCppPyArray& view, Position& fixed, const Run& run, T* ele
   return true;
 }
 
+// False with the error of a signal's handler set.
+bool countIn(SignalWatch* signals, std::int64_t elements) {
+  return signals == nullptr || signals->count(elements);
+}
+
 // Takes the item. False with RuntimeError set.
 bool setListItem(PyObject* list, std::int64_t place, PyObject* item) {
   if (PyList_SetItem(list, place, item) == 0) return true;
@@ -59,10 +64,11 @@ bool setListItem(PyObject* list, std::int64_t place, PyObject* item) {
 // except for a null element that no error explains.
 template <class T>
 bool fillWithElements(const MCppPyArray& view, Position& fixed, Run run, OnNull onNull,
-                      PyObject* list) {
+                      PyObject* list, SignalWatch* signals) {
   std::array<T, 256> elements;
   const auto blockSize = static_cast<std::int64_t>(elements.size());
   for (std::int64_t place = 0; run.count > 0;) {
+    if (!countIn(signals, std::min(run.count, blockSize))) return false;
     const Run block = {run.start, run.step, std::min(run.count, blockSize)};
     const bool areCopied = tryCopyRun(view, fixed, block, elements.data());
     for (std::int64_t k = 0; k < block.count; ++k, ++place) {
@@ -97,7 +103,8 @@ struct PyObjListFromIndicesVisitor {
 }  // namespace
 
 template <class T>
-PyObject* getContentsAsPyList(const MCppPyArray& view, Position& indices, std::uint64_t dimension) {
+PyObject* getContentsAsPyList(const MCppPyArray& view, Position& indices, std::uint64_t dimension,
+                              SignalWatch* signals) {
   std::size_t dimensions = 0;
   std::int64_t length = 0;
   {
@@ -110,14 +117,16 @@ PyObject* getContentsAsPyList(const MCppPyArray& view, Position& indices, std::u
   if (!list || length == 0) return list.release();
   if (dimension + 1 == dimensions) {
     const Run run = {0, 1, length};
-    return fillWithElements<T>(view, indices, run, OnNull::Store, list.get()) ? list.release()
-                                                                              : nullptr;
+    const bool isFilled =
+        fillWithElements<T>(view, indices, run, OnNull::Store, list.get(), signals);
+    return isFilled ? list.release() : nullptr;
   }
   const RecursionGuard guard(" while making a nested list of an array");
   if (!guard) return nullptr;
   for (std::int64_t i = 0; i < length; ++i) {
+    if (!countIn(signals, 1)) return nullptr;
     indices.push_back(i);
-    PyObject* item = getContentsAsPyList<T>(view, indices, dimension + 1);
+    PyObject* item = getContentsAsPyList<T>(view, indices, dimension + 1, signals);
     indices.pop_back();
     if (item == nullptr || !setListItem(list.get(), i, item)) return nullptr;
   }
@@ -125,10 +134,10 @@ PyObject* getContentsAsPyList(const MCppPyArray& view, Position& indices, std::u
 }
 
 template <class T>
-PyObject* getAllContentsAsPyList(const MCppPyArray& view) {
+PyObject* getAllContentsAsPyList(const MCppPyArray& view, SignalWatch* signals) {
   Position indices = view.getIntegerIndicesSoFar();
   const SliceIndexItem* slice = view.chain().finalSlice();
-  if (slice == nullptr) return getContentsAsPyList<T>(view, indices, indices.size());
+  if (slice == nullptr) return getContentsAsPyList<T>(view, indices, indices.size(), signals);
 
   const int dimensions = view.getNumberOfDimensions();
   if (dimensions < 0) return nullptr;
@@ -140,16 +149,18 @@ PyObject* getAllContentsAsPyList(const MCppPyArray& view) {
   const std::uint64_t next = indices.size() + 1;
   bool success = true;
   if (next == static_cast<std::uint64_t>(dimensions)) {
-    success = fillWithElements<T>(view, indices, run, OnNull::Stop, list.get());
+    success = fillWithElements<T>(view, indices, run, OnNull::Stop, list.get(), signals);
   } else {
     for (std::int64_t k = 0; success && k < run.count; ++k) {
       indices.push_back(run.start + k * run.step);
-      PyObject* item = getContentsAsPyList<T>(view, indices, next);
+      PyObject* item =
+          countIn(signals, 1) ? getContentsAsPyList<T>(view, indices, next, signals) : nullptr;
       indices.pop_back();
       success = item != nullptr && setListItem(list.get(), k, item);
     }
   }
   if (success) return list.release();
+  if (signals != nullptr && signals->hasRaised()) return nullptr;
   // Deliberate: replaces the error that was set deeper, since the list is what could not be made.
   setError(PyExc_RuntimeError, "unable to set list item.");
   return nullptr;
@@ -167,6 +178,7 @@ PyObject* getPyListFromNormalizedIntIndicesWithoutTemplate(const MCppPyArray& vi
   return applyVisitor(std::as_const(array), PyObjListFromIndicesVisitor{view, indices, dimension});
 }
 
-#define X(name, number, type) template PyObject* getAllContentsAsPyList<type>(const MCppPyArray&);
+#define X(name, number, type) \
+  template PyObject* getAllContentsAsPyList<type>(const MCppPyArray&, SignalWatch*);
 VELMARDATA_FOR_EACH_ARRAY_TYPE(X)
 #undef X

@@ -5,6 +5,7 @@
 
 #include "module/dimensions.hpp"
 #include "module/py_ref.hpp"
+#include "module/signals.hpp"
 #include "module/support.hpp"
 #include "operations/handlers.hpp"
 #include "storage/mcpy_array.hpp"
@@ -48,7 +49,9 @@ std::vector<std::int64_t> getDimsFromReshapeArg(PyObject* argument) {
     return {};
   }
   std::vector<std::int64_t> dimensions;
+  SignalWatch signals;
   for (Py_ssize_t i = 0; i < length; ++i) {
+    if (!signals.count()) return {};
     const PyRef item = PyRef::steal(PySequence_GetItem(argument, i));
     if (!item) {
       setError(PyExc_RuntimeError, "Item " + std::to_string(i) +

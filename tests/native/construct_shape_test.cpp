@@ -27,6 +27,11 @@ constexpr const char* raisingItem =
 
 constexpr const char* uneven = "elements of array are of different lengths or types.";
 
+std::optional<std::int64_t> lengthOf(const PyRef& value) {
+  SignalWatch signals;
+  return getLengthOfPySequence(value.get(), signals);
+}
+
 struct LengthRow {
   const char* expression;
   std::optional<std::int64_t> expected;
@@ -60,7 +65,7 @@ constexpr LengthRow lengthRows[] = {
 TEST(LengthOfASequence, NeedsItemsThatAgree) {
   for (const LengthRow& row : lengthRows) {
     SCOPED_TRACE(row.expression);
-    EXPECT_EQ(getLengthOfPySequence(evaluate(row.expression).get()), row.expected);
+    EXPECT_EQ(lengthOf(evaluate(row.expression)), row.expected);
     EXPECT_TRUE(row.expected ? raisedNothing() : raised(PyExc_ValueError, uneven));
   }
 }
@@ -70,21 +75,21 @@ TEST(LengthOfASequence, TheRefusalReplacesAnErrorThatWasPending) {
     SCOPED_TRACE(row.expression);
     const PyRef value = evaluate(row.expression);
     setError(PyExc_KeyError, "earlier");
-    EXPECT_EQ(getLengthOfPySequence(value.get()), row.expected);
+    EXPECT_EQ(lengthOf(value), row.expected);
     EXPECT_TRUE(row.expected ? raised(PyExc_KeyError, "'earlier'")
                              : raised(PyExc_ValueError, uneven));
   }
 }
 
 TEST(LengthOfASequence, ErrorsOfTheSequence) {
-  EXPECT_EQ(getLengthOfPySequence(evaluate(raisingLength).get()), std::nullopt);
+  EXPECT_EQ(lengthOf(evaluate(raisingLength)), std::nullopt);
   EXPECT_TRUE(raised(PyExc_KeyError, "'len'"));
-  EXPECT_EQ(getLengthOfPySequence(evaluate(raisingItem).get()), std::nullopt);
+  EXPECT_EQ(lengthOf(evaluate(raisingItem)), std::nullopt);
   EXPECT_TRUE(raised(PyExc_RuntimeError, "null data pointer."));
   for (const char* list : {"[x, [1]]", "[[1], x]"}) {
     SCOPED_TRACE(list);
     const PyRef child = evaluate(raisingLength);
-    EXPECT_EQ(getLengthOfPySequence(evaluate(list, {{"x", child}}).get()), std::nullopt);
+    EXPECT_EQ(lengthOf(evaluate(list, {{"x", child}})), std::nullopt);
     EXPECT_TRUE(raised(PyExc_KeyError, "'len'"));
   }
 }
