@@ -88,25 +88,25 @@ IN = [
     (
         "velmar.double(n[:, ::2])",
         "ValueError: ndarray is not contiguous",
-        "velmar.double(n[:, ::2].copy())",
+        "velmar.asarray(n[:, ::2])",
     ),
     (
         "velmar.single(n)",
         "BufferError: input buffer format ('d') is not compatible with output format ('f'); "
         "use a different input or output type",
-        'velmar.single(n.astype("float32"))',
+        "velmar.asarray(n, velmar.single)",
     ),
     (
         'velmar.double(n.astype(">f8"))',
         "BufferError: input buffer format ('>d') is not compatible with output format ('d'); "
         "use a different input or output type",
-        'velmar.double(n.astype(">f8").astype("float64"))',
+        'velmar.asarray(n.astype(">f8"))',
     ),
     (
         "velmar.double(n + 1j)",
         "BufferError: input buffer format ('Zd') is not compatible with output format ('d'); "
         "use a different input or output type",
-        "velmar.double(n + 1j, is_complex=True)",
+        "velmar.asarray(n + 1j)",
     ),
     (
         "velmar.double(numpy.ma.masked_equal(n, 2))",
@@ -123,24 +123,24 @@ IN = [
         "[[0j]]",
         "velmar.double([numpy.complex64(7).item()], is_complex=True)",
     ),
-    ("velmar.double(f)", "[[1.0,4.0],[2.0,5.0]]", "velmar.double(f.to_numpy())"),
+    ("velmar.double(f)", "[[1.0,4.0],[2.0,5.0]]", "velmar.asarray(f)"),
     (
         "velmar.double(f.rename(columns=str))",
         "RuntimeError: null data pointer.",
-        "velmar.double(f.to_numpy())",
+        "velmar.asarray(f.rename(columns=str))",
     ),
-    ("velmar.double(s)", "[[8.0,7.0]]", "velmar.double(s.to_numpy())"),
+    ("velmar.double(s)", "[[8.0,7.0]]", "velmar.asarray(s)"),
     (
         "velmar.double(f[[0, 2]].to_numpy())",
         "ValueError: ndarray is not contiguous",
-        "velmar.double(f[[0, 2]].to_numpy(copy=True))",
+        "velmar.asarray(f[[0, 2]])",
     ),
     (
         'velmar.int64(s.astype("Int64"))',
         "TypeError: type does not match.",
-        'velmar.int64(s.astype("Int64").to_numpy("int64"))',
+        'velmar.asarray(s.astype("Int64"))',
     ),
-    ("velmar.double(t)", "TypeError: type does not match.", "velmar.double(t.to_numpy())"),
+    ("velmar.double(t)", "TypeError: type does not match.", "velmar.asarray(t)"),
     (
         "velmar.double(t.buffers()[1])",
         "BufferError: input buffer format ('b') is not compatible with output format ('d'); "
@@ -150,43 +150,43 @@ IN = [
     (
         'velmar.double(memoryview(t[1:].buffers()[1]).cast("d"))',
         "[[7.0,8.0]]",
-        "velmar.double(t[1:].to_numpy())",
+        "velmar.asarray(t[1:])",
     ),
     (
         "velmar.uint8(image)",
         "TypeError: type does not match.",
-        "velmar.uint8(numpy.asarray(image))",
+        "velmar.asarray(image)",
     ),
     (
         "velmar.uint8(image.tobytes(), size=(2, 3))",
         "[[1,3,5],[2,4,6]]",
         'velmar.uint8(memoryview(image.tobytes()).cast("B", (2, 3)))',
     ),
-    ("velmar.double(p)", "RuntimeError: null data pointer.", "velmar.double(p.to_numpy())"),
+    ("velmar.double(p)", "RuntimeError: null data pointer.", "velmar.asarray(p)"),
     ('velmar.double(p["x"])', "[[1.0,4.0]]", ""),
     (
         "velmar.double(x)",
         "TypeError: len() of unsized object",
-        "velmar.double(x.values)",
+        "velmar.asarray(x)",
     ),
     (
         "velmar.double(z)",
         "TypeError: object of type 'Array' has no len()",
-        'velmar.double(z[...].astype("float64"))',
+        "velmar.asarray(z)",
     ),
     (
         "velmar.double(z[...])",
         "BufferError: input buffer format ('<d') is not compatible with output format ('d'); "
         "use a different input or output type",
-        'velmar.double(z[...].astype("float64"))',
+        "velmar.asarray(z[...])",
     ),
     (
         'velmar.double(loadmat(mat)["n"])',
         "BufferError: input buffer format ('<d') is not compatible with output format ('d'); "
         "use a different input or output type",
-        'velmar.double(loadmat(mat)["n"].astype("float64"))',
+        'velmar.asarray(loadmat(mat)["n"])',
     ),
-    ("velmar.double(dataset)", "[[1.0,2.0,3.0],[4.0,5.0,6.0]]", "velmar.double(dataset[...])"),
+    ("velmar.double(dataset)", "[[1.0,2.0,3.0],[4.0,5.0,6.0]]", "velmar.asarray(dataset)"),
     (
         "velmar.double(block.buf[:16])",
         "BufferError: input buffer format ('B') is not compatible with output format ('d'); "
@@ -195,29 +195,31 @@ IN = [
     ),
 ]
 INSTEAD = {
-    "velmar.double(n[:, ::2].copy())": "[[1.0,3.0],[4.0,6.0]]",
-    'velmar.single(n.astype("float32"))': "[[1.0,2.0,3.0],[4.0,5.0,6.0]]",
-    'velmar.double(n.astype(">f8").astype("float64"))': "[[1.0,2.0,3.0],[4.0,5.0,6.0]]",
-    "velmar.double(n + 1j, is_complex=True)": "[[(1+1j),(2+1j),(3+1j)],[(4+1j),(5+1j),(6+1j)]]",
+    "velmar.asarray(n[:, ::2])": "[[1.0,3.0],[4.0,6.0]]",
+    "velmar.asarray(n, velmar.single)": "[[1.0,2.0,3.0],[4.0,5.0,6.0]]",
+    'velmar.asarray(n.astype(">f8"))': "[[1.0,2.0,3.0],[4.0,5.0,6.0]]",
+    "velmar.asarray(n + 1j)": "[[(1+1j),(2+1j),(3+1j)],[(4+1j),(5+1j),(6+1j)]]",
     "velmar.double(numpy.ma.masked_equal(n, 2).filled(numpy.nan))": (
         "[[1.0,nan,3.0],[4.0,5.0,6.0]]"
     ),
     "velmar.double([numpy.int64(7).item()])": "[[7.0]]",
     "velmar.double([numpy.complex64(7).item()], is_complex=True)": "[[(7+0j)]]",
-    "velmar.double(f.to_numpy())": "[[1.0,2.0,3.0],[4.0,5.0,6.0]]",
-    "velmar.double(s.to_numpy())": "[[7.0,8.0]]",
-    "velmar.double(f[[0, 2]].to_numpy(copy=True))": "[[1.0,3.0],[4.0,6.0]]",
-    'velmar.int64(s.astype("Int64").to_numpy("int64"))': "[[7,8]]",
-    "velmar.double(t.to_numpy())": "[[7.0,8.0]]",
+    "velmar.asarray(f)": "[[1.0,2.0,3.0],[4.0,5.0,6.0]]",
+    "velmar.asarray(f.rename(columns=str))": "[[1.0,2.0,3.0],[4.0,5.0,6.0]]",
+    "velmar.asarray(s)": "[[7.0,8.0]]",
+    "velmar.asarray(f[[0, 2]])": "[[1.0,3.0],[4.0,6.0]]",
+    'velmar.asarray(s.astype("Int64"))': "[[7,8]]",
+    "velmar.asarray(t)": "[[7.0,8.0]]",
     'velmar.double(memoryview(t.buffers()[1]).cast("d"))': "[[7.0,8.0]]",
-    "velmar.double(t[1:].to_numpy())": "[[8.0]]",
-    "velmar.uint8(numpy.asarray(image))": "[[1,2,3],[4,5,6]]",
+    "velmar.asarray(t[1:])": "[[8.0]]",
+    "velmar.asarray(image)": "[[1,2,3],[4,5,6]]",
     'velmar.uint8(memoryview(image.tobytes()).cast("B", (2, 3)))': "[[1,2,3],[4,5,6]]",
-    "velmar.double(p.to_numpy())": "[[1.0,2.0,3.0],[4.0,5.0,6.0]]",
-    "velmar.double(x.values)": "[[1.0,2.0,3.0],[4.0,5.0,6.0]]",
-    'velmar.double(z[...].astype("float64"))': "[[1.0,2.0,3.0],[4.0,5.0,6.0]]",
-    'velmar.double(loadmat(mat)["n"].astype("float64"))': "[[1.0,2.0,3.0],[4.0,5.0,6.0]]",
-    "velmar.double(dataset[...])": "[[1.0,2.0,3.0],[4.0,5.0,6.0]]",
+    "velmar.asarray(p)": "[[1.0,2.0,3.0],[4.0,5.0,6.0]]",
+    "velmar.asarray(x)": "[[1.0,2.0,3.0],[4.0,5.0,6.0]]",
+    "velmar.asarray(z)": "[[1.0,2.0,3.0],[4.0,5.0,6.0]]",
+    "velmar.asarray(z[...])": "[[1.0,2.0,3.0],[4.0,5.0,6.0]]",
+    'velmar.asarray(loadmat(mat)["n"])': "[[1.0,2.0,3.0],[4.0,5.0,6.0]]",
+    "velmar.asarray(dataset)": "[[1.0,2.0,3.0],[4.0,5.0,6.0]]",
     'velmar.double(block.buf[:16].cast("d"))': "[[7.0,8.0]]",
 }
 MODULES = [hashlib, io, numpy, pandas, pickle, polars, pyarrow, velmar, xarray, zarr]
