@@ -1,7 +1,9 @@
-"""The table of calls with a surprise in docs/neighbours.md, run row by row; writes and caches."""
+"""Calls with a surprise, a table of docs/neighbours.md; writes, caches, remedies for formats."""
 
+import ctypes
 import warnings
 from operator import itemgetter
+from pathlib import Path
 
 import dask.base
 import joblib
@@ -17,6 +19,8 @@ from helpers.capsule import there_and_back
 from matplotlib.figure import Figure
 from test_interoperation import table_of_page
 from velmar import transport
+
+ROOT = Path(__file__).resolve().parents[2]
 
 # Call; its value, or the exception and its message; what to write instead, and the value of that.
 ROWS = [
@@ -165,3 +169,52 @@ class TestCaches:
 
 def first_row_of(a):
     return list(itemgetter(0)(a))
+
+
+NUMBERS = numpy.array([[1.0, 2, 3], [4, 5, 6]])
+ERRORS = ROOT / "docs" / "errors_memory.md"
+FORMATS = {
+    "f": NUMBERS.astype("float32"),
+    ">d": NUMBERS.astype(">f8"),
+    "<d": NUMBERS.view(NUMBERS.dtype.newbyteorder("<")),
+    "=d": numpy.frombuffer(b"x" + NUMBERS.tobytes(), "d", offset=1).reshape(2, 3),  # unaligned
+}
+
+
+class TestRemediesForFormats:
+    """The remedies that docs/errors_memory.md gives for memory of a format that is refused."""
+
+    @pytest.mark.parametrize("order", ["C", "F"])
+    @pytest.mark.parametrize("letters, x", FORMATS.items(), ids=list(FORMATS))
+    def test_numpy(self, letters, x, order):
+        if letters != "=d":
+            x = x.copy(order)
+        assert memoryview(x).format == letters
+        with pytest.raises(BufferError):
+            velmar.double(x)
+        assert velmar.double(x.astype("float64")) == velmar.double(NUMBERS)
+        assert velmar.asarray(x, velmar.double) == velmar.double(NUMBERS)
+
+    @pytest.mark.parametrize("order", ["C", "F"])
+    @pytest.mark.parametrize("letters", ["<d", "=d"])
+    def test_spelled_order_without_numpy(self, letters, order):
+        x = FORMATS[letters] if letters == "=d" else FORMATS[letters].copy(order)
+        expression = 'memoryview(m.tobytes()).cast("d", m.shape)'
+        assert f"`{expression}`" in ERRORS.read_text(encoding="ascii")
+        assert velmar.double(eval(expression, {"m": memoryview(x)})) == velmar.double(NUMBERS)
+
+    @pytest.mark.parametrize(
+        "expression", ['numpy.array(x, "float64")', 'memoryview(bytes(x)).cast("d", m.shape)']
+    )
+    def test_ctypes(self, expression):
+        x = (ctypes.c_double * 3 * 2)((1, 2, 3), (4, 5, 6))
+        m = memoryview(x)
+        with pytest.raises(BufferError):
+            velmar.double(x)
+        assert f"`{expression}`" in ERRORS.read_text(encoding="ascii")
+        got = eval(expression, {"numpy": numpy, "x": x, "m": m})
+        assert velmar.double(got) == velmar.double(NUMBERS)
+
+    def test_the_cast_that_the_page_warns_of_gives_other_numbers(self):
+        m = memoryview(NUMBERS.astype(">f8"))
+        assert velmar.double(m.cast("B").cast("d")) != velmar.double(NUMBERS.ravel())
