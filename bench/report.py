@@ -38,12 +38,12 @@ START = (
 )
 OVERVIEW = (
     "The table shows our time divided by that of NumPy in column-major order, which is our order"
-    " as well. Below 1 we are quicker. Where NumPy does not have the operation, the row names the"
+    " as well. Below 1 we are faster. Where NumPy does not have the operation, the row names the"
     " column that is used instead. The first line of the table has the numbers of elements."
 )
 GROUP = (
     "A dot for each size, darker for more elements: our time divided by that of NumPy in"
-    " column-major order. In the green part we are quicker."
+    " column-major order. In the green part we are faster."
 )
 FOLDED = "Calls and diagram"
 
@@ -105,20 +105,20 @@ def fit_text(times):
 
 
 def comparison_text(ratios_by_size, peer):
-    """Text that says which side is quicker, and from which size on."""
+    """Text that says which side is faster, and from which size on."""
     if not ratios_by_size:
         return f"There is no size at which both were measured with {peer}."
     clear = list(decided(ratios_by_size).values())
     if not clear:
-        return f"About as quick as {peer} at every size."
+        return f"About as fast as {peer} at every size."
     places = crossings(ratios_by_size)
     if not places:
-        word = "Quicker" if clear[0] < 1 else "Slower"
+        word = "Faster" if clear[0] < 1 else "Slower"
         return f"{word} than {peer} at every size where the two differ."
     if len(places) > 1:
-        return f"Quicker than {peer} at some sizes, slower at others."
+        return f"Faster than {peer} at some sizes, slower at others."
     word = "up to" if clear[0] < 1 else "from"
-    return f"Quicker than {peer} {word} about {count_text(one_digit(places[0]))} elements."
+    return f"Faster than {peer} {word} about {count_text(one_digit(places[0]))} elements."
 
 
 def table(head, rows, numbers=0):
@@ -173,14 +173,14 @@ def judgement(rows):
         if found[max(found)] > MUCH_SLOWER:
             much.append(row["title"])
     return (
-        f"Of the {count} operations that NumPy has as well\n\n"
-        f"- {len(never)} are quicker here, or about equal, at every size{listed(never)};\n"
+        f"NumPy has {count} of these operations as well:\n\n"
+        f"- {len(never)} are faster here, or about equal, at every size{listed(never)}.\n"
         f"- {len(much)} are more than {MUCH_SLOWER} times slower at the largest size{listed(much)}."
     )
 
 
 def listed(titles):
-    return f" ({'; '.join(titles)})" if titles else ""
+    return f": {'; '.join(titles)}" if titles else ""
 
 
 def section(row, plots):

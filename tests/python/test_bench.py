@@ -185,15 +185,15 @@ class TestWords:
         "values, text",
         [
             ("none", [], "There is no size at which both were measured with numpy."),
-            ("equal", [1, 1.05], "About as quick as numpy at every size."),
-            ("below", [0.5, 1, 0.6], "Quicker than numpy at every size where the two differ."),
+            ("equal", [1, 1.05], "About as fast as numpy at every size."),
+            ("below", [0.5, 1, 0.6], "Faster than numpy at every size where the two differ."),
             ("above", [2, 3, 4], "Slower than numpy at every size where the two differ."),
-            ("up to", [0.5, 0.5, 2, 2], "Quicker than numpy up to about 30 elements."),
-            ("from", [2, 2, 0.5, 0.5], "Quicker than numpy from about 30 elements."),
+            ("up to", [0.5, 0.5, 2, 2], "Faster than numpy up to about 30 elements."),
+            ("from", [2, 2, 0.5, 0.5], "Faster than numpy from about 30 elements."),
             (
                 "mixed",
                 [2, 2, 0.5, 0.5, 2, 2],
-                "Quicker than numpy at some sizes, slower at others.",
+                "Faster than numpy at some sizes, slower at others.",
             ),
         ],
     )
@@ -284,7 +284,7 @@ class TestPage:
             ("fold", "<details><summary>Calls and diagram</summary>"),
             (
                 "words",
-                "Quicker than numpy at every size where the two differ."
+                "Faster than numpy at every size where the two differ."
                 " velmar: 1 us at any size; numpy: 2 us at any size. A floor.",
             ),
             ("samples", "  3 where a run takes longer than 50 ms."),
@@ -305,9 +305,9 @@ class TestPage:
         slow = [{"size": size, "medians": times, "spreads": {}} for size in LINE]
         text = report.judgement([result_row(), result_row(title="pickle", points=slow)])
         assert text == (
-            "Of the 2 operations that NumPy has as well\n\n"
-            "- 1 are quicker here, or about equal, at every size (from floats);\n"
-            "- 1 are more than 3 times slower at the largest size (pickle)."
+            "NumPy has 2 of these operations as well:\n\n"
+            "- 1 are faster here, or about equal, at every size: from floats.\n"
+            "- 1 are more than 3 times slower at the largest size: pickle."
         )
 
     def test_page_in_docs_is_that_of_the_results(self):
