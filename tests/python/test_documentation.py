@@ -1,6 +1,8 @@
 """Every example in the documentation prints what the page says."""
 
 import doctest
+import re
+import sys
 from pathlib import Path
 
 import pytest
@@ -8,11 +10,24 @@ import pytest
 ROOT = Path(__file__).resolve().parents[2]
 PAGES = [ROOT / "README.md", ROOT / "python/description.md", *sorted((ROOT / "docs").glob("*.md"))]
 
+# The pages show a little-endian machine: what they show, and what is right on a big-endian one.
+ON_BIG_ENDIAN = {
+    "errors_memory.md": {"'<d'": "'>d'", "'>d'": "'<d'", "__ctype_be__": "__ctype_le__"},
+    "first_hour.md": {"'0100020003000400'": "'0001000200030004'"},
+    "transport.md": {"'byteorder': 'little'": "'byteorder': 'big'"},
+}
+
 
 @pytest.mark.parametrize("page", PAGES, ids=lambda page: page.name)
 def test_examples(page):
-    outcome = doctest.testfile(str(page), module_relative=False, encoding="utf-8")
-    assert outcome.failed == 0
+    text = page.read_text(encoding="utf-8")
+    others = ON_BIG_ENDIAN.get(page.name, {})
+    assert all(shown in text for shown in others)
+    if others and sys.byteorder == "big":
+        text = re.sub("|".join(map(re.escape, others)), lambda found: others[found[0]], text)
+    names = {"__name__": "__main__"}
+    examples = doctest.DocTestParser().get_doctest(text, names, page.name, str(page), 0)
+    assert doctest.DocTestRunner().run(examples).failed == 0
 
 
 def test_pages_have_examples():
