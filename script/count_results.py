@@ -1,6 +1,6 @@
-"""Prints what failed in the suites of result folders, then the total, `N passed, M failed`.
+"""Prints what failed in the suites of result folders, then the total.
 
-The status is 0 if all passed.
+The total is `N passed, N failed, N skipped`. The status is 0 if none failed.
 
 A suite is three files: NAME.status has the exit status of its runner, NAME.xml the results in
 JUnit format, NAME.log the output. A suite counts as one failure if it has no results, or no failed
@@ -17,8 +17,8 @@ LAST_LINES = 15  # of the log of a suite that ended without a failed test
 
 
 def count_suite(status_file):
-    """Returns how many tests of a suite passed, how many failed, and lines that say what failed."""
-    passed = failed = 0
+    """Returns how many tests passed, failed and were skipped, and lines that say what failed."""
+    passed = failed = skipped = 0
     lines = []
     results = status_file.with_suffix(".xml")
     if results.exists():
@@ -27,6 +27,7 @@ def count_suite(status_file):
             left_out = int(suite.get("skipped", 0)) + int(suite.get("disabled", 0))
             passed += int(suite.get("tests")) - bad - left_out
             failed += bad
+            skipped += left_out
             for case in suite.iterfind("testcase"):
                 if case.find("failure") is not None or case.find("error") is not None:
                     lines.append(f"{case.get('classname')}::{case.get('name')}")
@@ -36,7 +37,7 @@ def count_suite(status_file):
         lines.append(f"ended with status {status}; its last lines:")
         log = status_file.with_suffix(".log").read_text(errors="replace")
         lines += log.splitlines()[-LAST_LINES:]
-    return passed, failed, lines
+    return passed, failed, skipped, lines
 
 
 def sanitizer_reports(folder):
@@ -51,16 +52,17 @@ def main():
     parser.add_argument("folders", nargs="+", type=Path)
     parser.add_argument("--logs", action="store_true", help="print the output of each suite")
     arguments = parser.parse_args()
-    total_passed = total_failed = 0
+    total_passed = total_failed = total_skipped = 0
     what_failed = []
     for folder in arguments.folders:
         for status_file in sorted(folder.glob("*.status")):
-            passed, failed, lines = count_suite(status_file)
+            passed, failed, skipped, lines = count_suite(status_file)
             what_failed += [f"{folder.name}/{status_file.stem}: {line}" for line in lines]
             total_passed += passed
             total_failed += failed
+            total_skipped += skipped
             if arguments.logs:
-                print(f"== {status_file.stem}: {passed} good, {failed} bad")
+                print(f"== {status_file.stem}: {passed} good, {failed} bad, {skipped} skipped")
                 print(status_file.with_suffix(".log").read_text(errors="replace").rstrip())
         for report in sanitizer_reports(folder):
             total_failed += 1
@@ -68,7 +70,7 @@ def main():
             if arguments.logs:
                 print(report)
     print(*what_failed, sep="\n", end="\n" if what_failed else "")
-    print(f"{total_passed} passed, {total_failed} failed")
+    print(f"{total_passed} passed, {total_failed} failed, {total_skipped} skipped")
     return 1 if total_failed or not total_passed else 0
 
 
