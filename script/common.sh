@@ -33,3 +33,34 @@ show_steps() {
     printf '\r\e[K'
   fi
 }
+
+# install_packages [OPTION...] PACKAGE...: installs Debian packages on this computer.
+install_packages() {
+  local as_root=()
+  if ! command -v apt-get >/dev/null; then
+    fail "please install the equivalents of these Debian packages, then run this again: $*"
+  fi
+  if ((EUID != 0)); then
+    if ! sudo -n true 2>/dev/null; then
+      fail "please run 'sudo apt-get install $*', then run this again"
+    fi
+    as_root=(sudo -n)
+  fi
+  say "installing Debian packages: $*"
+  "${as_root[@]}" apt-get update -qq </dev/null
+  "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq "$@" </dev/null
+}
+
+# Puts the tools that check sdists and wheels first on PATH, after installing them if necessary.
+use_package_tools() {
+  local environment=$PWD/build/environments/package stamp
+  stamp=$environment/made_of.txt
+  if ! cmp -s script/requirements-package.txt "$stamp"; then
+    say "making $environment"
+    python -m venv --clear --without-pip "$environment"
+    python -m pip --python "$environment/bin/python" install -qq --only-binary :all: \
+      -r script/requirements-package.txt
+    cp script/requirements-package.txt "$stamp"
+  fi
+  export PATH="$environment/bin:$PATH"
+}
