@@ -204,7 +204,7 @@ def _refused(text: str, x: Any) -> TypeError:
             " complex."
         )
     elif letter == "O":
-        remedy = "They are Python objects: pass x.tolist() and 'cls'."
+        remedy = "They are Python objects: pass numpy.asarray(x).tolist() and 'cls'."
     elif letter == "T":
         remedy = "They are records: pass one field, for example x['name'] of a NumPy array."
     elif letter == "c":

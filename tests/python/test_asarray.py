@@ -393,7 +393,7 @@ ROUND = "Round them first: numpy.asarray(x).astype('float64'), or 'complex128' i
 PLAIN = "Convert them to numbers first."
 CODES = "They are characters: pass memoryview(x).cast('B') for their codes."
 TEXT = "They are text: convert it to numbers first."
-OBJECTS = "They are Python objects: pass x.tolist() and 'cls'."
+OBJECTS = "They are Python objects: pass numpy.asarray(x).tolist() and 'cls'."
 RECORDS = "They are records: pass one field, for example x['name'] of a NumPy array."
 REFUSED = [
     *[(format, 16, ROUND) for format in ("g", "<g", ">Zg")],

@@ -167,7 +167,8 @@ class TestRefused:
                 Table(numpy.array([None, 1])),
                 TypeError,
                 "asarray() cannot use 'test_asarray_numpy.Table' with elements of format 'O', which"
-                " no class can hold. They are Python objects: pass x.tolist() and 'cls'.",
+                " no class can hold. They are Python objects: pass numpy.asarray(x).tolist() and "
+                "'cls'.",
             ),
             (
                 "long double",
@@ -199,7 +200,8 @@ class TestRefused:
     def test_remedies(self):
         x = numpy.array([(1, 2.5)], [("name", "i4"), ("other", "f8")])
         assert contents(velmar.asarray(x["other"])) == [[2.5]]
-        assert contents(velmar.asarray(numpy.array([1, 2], "O").tolist(), velmar.int8)) == [[1, 2]]
+        objects = Table(numpy.array([1, 2], "O"))
+        assert contents(velmar.asarray(numpy.asarray(objects).tolist(), velmar.int8)) == [[1, 2]]
         assert contents(velmar.asarray(numpy.ma.masked_array([1], [True]).filled(7))) == [[7]]
         assert contents(velmar.asarray(numpy.array([3], "m8[s]").astype("int64"))) == [[3]]
 
