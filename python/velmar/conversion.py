@@ -68,8 +68,7 @@ def asarray(x: Any, cls: Any = None) -> Any:
         if x is None:
             raise TypeError("asarray() needs data, not None.")
         return cls(initializer=x)
-    with buffer:
-        found = _array_of_buffer(buffer, x)
+    found = _array_of_buffer(buffer, x)
     return found if cls is None else _converted(found, cls)
 
 
