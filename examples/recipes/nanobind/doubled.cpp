@@ -4,7 +4,6 @@
 #include <nanobind/nanobind.h>
 
 #include <cstdint>
-#include <exception>
 #include <memory>
 #include <optional>
 #include <utility>
@@ -29,21 +28,13 @@ struct type_caster<vd::Array> {
   // next overload, or raises TypeError. The function may not throw or leave an error pending.
   bool from_python(handle object, std::uint8_t, cleanup_list*) noexcept {
     if (!client->isArray(object.ptr())) return false;
-    try {
-      value = client->fromPython(object.ptr());
-    } catch (const std::exception&) {
-      return false;
-    }
+    value = client->fromPython(object.ptr());
     if (value.impl() == nullptr) PyErr_Clear();
     return value.impl() != nullptr;
   }
 
   static handle from_cpp(vd::Array array, rv_policy, cleanup_list*) noexcept {
-    try {
-      return client->toPython(std::move(array));
-    } catch (const std::exception&) {
-      return PyErr_NoMemory();
-    }
+    return client->toPython(std::move(array));
   }
 };
 
