@@ -12,9 +12,6 @@
 
 namespace {
 
-// Room that is asked for at once; a sequence can say that it is longer than it is.
-constexpr Py_ssize_t usualDimensions = 4;
-
 // One entry of `size`; empty with an error set.
 std::optional<std::int64_t> readDimension(PyObject* size, Py_ssize_t index) {
   const PyRef item = PyRef::steal(PySequence_GetItem(size, index));
@@ -74,7 +71,8 @@ bool ConstructionShape::processSizeKwarg(PyObject* size) {
     return false;
   }
   std::vector<std::int64_t> dimensions;
-  dimensions.reserve(static_cast<std::size_t>(std::min<Py_ssize_t>(length, usualDimensions)));
+  // Throws when the list cannot be had, before an item is asked for.
+  dimensions.reserve(static_cast<std::size_t>(length));
   SignalWatch signals;
   for (Py_ssize_t i = 0; i < length; ++i) {
     if (!signals.count()) return false;

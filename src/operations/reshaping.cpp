@@ -49,6 +49,8 @@ std::vector<std::int64_t> getDimsFromReshapeArg(PyObject* argument) {
     return {};
   }
   std::vector<std::int64_t> dimensions;
+  // Throws when the list cannot be had, before an item is asked for.
+  dimensions.reserve(static_cast<std::size_t>(length));
   SignalWatch signals;
   for (Py_ssize_t i = 0; i < length; ++i) {
     if (!signals.count()) return {};

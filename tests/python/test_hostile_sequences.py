@@ -233,6 +233,33 @@ class TestLengthRaises:
         raises_itself(error, lambda: velmar.double(data))
 
 
+class TestLengthWithoutRoomForItsList:
+    """The arguments that name dimensions are kept as a list of numbers."""
+
+    PLACES = {
+        "size": lambda bad: velmar.double(size=bad),
+        "size of data": lambda bad: velmar.double([1], bad),
+        "size of a vector": lambda bad: velmar.double(vector=[1], size=bad),
+        "reshape": lambda bad: velmar.double([1]).reshape(bad),
+    }
+
+    @pytest.mark.parametrize("call", PLACES.values(), ids=PLACES.keys())
+    def test_no_item_is_asked_for(self, call):
+        bad = Scripted([1], lengths=[2**62])
+        with raises(MemoryError, ""):
+            call(bad)
+        assert bad.log.count("len") == len(bad.log)
+        with raises(MemoryError, ""):
+            call(range(1, 2**62))
+
+    def test_long_lists_that_there_is_room_for(self):
+        assert velmar.double(size=[1] * 10**6).size == (1, 1)
+        assert velmar.double([1]).reshape([1] * 10**6).size == (1, 1)
+        text = "unable to allocate memory for array with number of elements = "
+        with raises(MemoryError, f"{text}{2**64 - 1}; type = double"):
+            velmar.double(size=range(1, 100))
+
+
 class TestItemRaises:
     """An item that raises gives the message of the route, whatever the exception was."""
 
