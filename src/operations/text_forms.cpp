@@ -48,11 +48,11 @@ class TextBuilder {
   bool appendList(PyObject* list) {
     const Py_ssize_t length = PyList_Size(list);
     const Py_ssize_t below = length > 0 ? elementsBelow(PyList_GetItem(list, 0)) : 1;
-    if (length <= elementsOfPart / below) return appendText(list, Brackets::Keep);
+    const Py_ssize_t itemsOfPart = below < elementsOfPart ? elementsOfPart / below : 0;
+    if (length <= itemsOfPart) return appendText(list, Brackets::Keep);
     m_end += '[';
-    const bool isAppended = below < elementsOfPart
-                                ? appendInSlices(list, length, elementsOfPart / below)
-                                : appendItems(list, length);
+    const bool isAppended =
+        itemsOfPart > 0 ? appendInSlices(list, length, itemsOfPart) : appendItems(list, length);
     m_end += ']';
     return isAppended;
   }
