@@ -22,7 +22,6 @@ function(add_room folder)
       <span>
       <string>
       <vector>
-      <boost/container/small_vector.hpp>
       <velmardata/velmardata.hpp>)
   else()
     target_precompile_headers(${folder}_objects REUSE_FROM module_objects)
