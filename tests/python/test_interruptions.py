@@ -123,7 +123,7 @@ causes = set()
 def write():
     while ticks < 20:
         try:
-            operator.setitem(a, 2**70, range(200000))
+            functools.partial(operator.setitem, a, 2**70, range(200000))()
         except SystemError as error:
             causes.add(type(error.__cause__).__name__)
 """
