@@ -5,6 +5,8 @@ import subprocess
 import sys
 import sysconfig
 
+# As for CMake, these variables give another compiler and further options.
+COMPILER = [os.environ.get("CXX", "g++"), *os.environ.get("CXXFLAGS", "").split()]
 # Strict warnings that clients may use; the settings of this project's build are not used.
 STRICT = ["-std=c++20", "-Wall", "-Wextra", "-Wpedantic", "-Wconversion", "-Wshadow", "-Werror"]
 OF_PYTHON = ["-DPy_LIMITED_API=0x030B0000", "-isystem", sysconfig.get_path("include")]
@@ -23,7 +25,7 @@ def run_python(unpacked, *arguments, folder=None):
 
 
 def compile_cpp(source, unpacked, *options):
-    command = ["g++", *STRICT, *OF_PYTHON, f"-I{unpacked}/velmar/include", *options, source]
+    command = [*COMPILER, *STRICT, *OF_PYTHON, f"-I{unpacked}/velmar/include", *options, source]
     return subprocess.run(command, capture_output=True, text=True)
 
 
