@@ -56,6 +56,12 @@ bool walkPlanes(const WalkPlan& plan, A* a, B* b, Kernel kernel) {
   }
 }
 
+// Tells the processor that so many bytes will be needed soon.
+template <std::int64_t bytes>
+void fetch(const std::byte* memory) {
+  for (std::int64_t k = 0; k < bytes; k += 64) __builtin_prefetch(memory + k);
+}
+
 // Calls row(a, b, count) for each row of a plane, in pieces of at most `piece` positions, until one
 // returns false, which is then the result. For contiguous elements of the sizes denseA and denseB
 // it fetches the memory of later pieces, because the processor alone does not look as far ahead.
@@ -63,19 +69,14 @@ template <std::int64_t piece, std::int64_t denseA = 0, std::int64_t denseB = 0, 
           class Row>
 bool walkRows(A* a, B* b, const Plane& plane, Row row) {
   constexpr std::int64_t ahead = 4 * piece;
-  constexpr std::int64_t line = 64;
   for (std::int64_t k = 0; k < plane.outerCount; ++k) {
     for (std::int64_t done = 0; done < plane.innerCount; done += piece) {
       A* x = a + done * plane.innerStrideA;
       B* y = b + done * plane.innerStrideB;
       const std::int64_t left = plane.innerCount - done;
-      if (denseA + denseB > 0 && left >= ahead + piece) {
-        for (std::int64_t at = 0; at < piece * denseA; at += line) {
-          __builtin_prefetch(x + ahead * denseA + at);
-        }
-        for (std::int64_t at = 0; at < piece * denseB; at += line) {
-          __builtin_prefetch(y + ahead * denseB + at);
-        }
+      if (left >= ahead + piece) {
+        fetch<piece * denseA>(x + ahead * denseA);
+        fetch<piece * denseB>(y + ahead * denseB);
       }
       if (!row(x, y, std::min(piece, left))) return false;
     }
