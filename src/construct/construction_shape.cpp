@@ -12,6 +12,13 @@
 
 namespace {
 
+// Appends with room for the lengths of most arrays, so that these need one allocation.
+void append(std::vector<std::int64_t>& lengths, std::int64_t length) {
+  constexpr std::size_t usualDimensions = 4;
+  if (lengths.capacity() == 0) lengths.reserve(usualDimensions);
+  lengths.push_back(length);
+}
+
 // One entry of `size`; empty with an error set.
 std::optional<std::int64_t> readDimension(PyObject* size, Py_ssize_t index) {
   const PyRef item = PyRef::steal(PySequence_GetItem(size, index));
@@ -93,15 +100,15 @@ void ConstructionShape::processSize(std::span<const std::int64_t> dimensions) {
 }
 
 void ConstructionShape::takeLengthOfVector(std::int64_t length) {
-  if (specifiedDimensions.empty()) calculatedDimensions.push_back(1);
-  calculatedDimensions.push_back(length);
+  if (specifiedDimensions.empty()) append(calculatedDimensions, 1);
+  append(calculatedDimensions, length);
 }
 
 bool ConstructionShape::takeDimensionsOf(const Py_buffer& view, std::uint64_t count) {
   using external_buffer::refuse;
   if (view.ndim < 2) {
     if (view.ndim == 0 && count != 1) return refuse(external_buffer::doesNotFit);
-    calculatedDimensions.push_back(static_cast<std::int64_t>(count));
+    append(calculatedDimensions, static_cast<std::int64_t>(count));
     return true;
   }
   if (view.shape == nullptr) return refuse("shape is null.");
@@ -131,14 +138,14 @@ bool ConstructionShape::takesLevels(std::span<const Lane> lanes) const {
 
 void ConstructionShape::takeDimensionsOf(std::span<const Lane> lanes) {
   assert(calculatedDimensions.empty());
-  for (const Lane& lane : lanes) calculatedDimensions.push_back(lane.count);
+  for (const Lane& lane : lanes) append(calculatedDimensions, lane.count);
 }
 
 void ConstructionShape::enterLevel(std::int64_t length) {
   assert(length >= 0);
   ++currentDepth;
-  if (calculatedDimensions.size() < currentDepth) calculatedDimensions.push_back(0);
-  if (sequenceLengths.size() < currentDepth) sequenceLengths.push_back(0);
+  if (calculatedDimensions.size() < currentDepth) append(calculatedDimensions, 0);
+  if (sequenceLengths.size() < currentDepth) append(sequenceLengths, 0);
   sequenceLengths[currentDepth - 1] = length;
 }
 

@@ -20,8 +20,8 @@ namespace {
 
 constexpr std::size_t numberOfArguments = 4;
 
-// The names of the arguments as Python strings, made once and kept: looking one up needs no new
-// string. Null entries when there was no memory for them.
+// The names of the arguments as Python strings, made once and kept: names in a program's source are
+// the same objects. Null entries when there was no memory for them.
 const std::array<PyObject*, numberOfArguments>& argumentNames() {
   static const std::array<PyObject*, numberOfArguments> names = {
       PyUnicode_InternFromString("initializer"), PyUnicode_InternFromString("size"),
@@ -29,41 +29,41 @@ const std::array<PyObject*, numberOfArguments>& argumentNames() {
   return names;
 }
 
+bool isName(PyObject* key, PyObject* name) {
+  if (key == name) return true;
+  return name != nullptr && Py_TYPE(key) == &PyUnicode_Type && PyUnicode_Compare(key, name) == 0;
+}
+
 // Finds arguments that come as they should, by position or by name. False, with no error set, for
 // all others; the interpreter's own function then decides, and finds the words.
-bool tryParse(PyObject* args, PyObject* keywords, std::array<PyRef, numberOfArguments>& arguments) {
-  const Py_ssize_t given = args != nullptr ? PyTuple_Size(args) : -1;
-  if (given < 0 || given > static_cast<Py_ssize_t>(numberOfArguments)) return false;
-  for (Py_ssize_t k = 0; k < given; ++k) {
-    arguments[static_cast<std::size_t>(k)] = PyRef::borrow(PyTuple_GetItem(args, k));
+bool tryParse(PyObject* args, PyObject* keywords,
+              const std::array<PyRef*, numberOfArguments>& arguments) {
+  const Py_ssize_t count = args != nullptr ? PyTuple_Size(args) : -1;
+  if (count < 0 || count > static_cast<Py_ssize_t>(numberOfArguments)) return false;
+  const auto given = static_cast<std::size_t>(count);
+  for (std::size_t k = 0; k < given; ++k) {
+    *arguments[k] = PyRef::borrow(PyTuple_GetItem(args, static_cast<Py_ssize_t>(k)));
   }
   if (keywords == nullptr) return true;
-  Py_ssize_t named = PyDict_Size(keywords);
-  for (auto k = static_cast<std::size_t>(given); named > 0 && k < numberOfArguments; ++k) {
-    PyObject* name = argumentNames()[k];
-    PyObject* value = name != nullptr ? PyDict_GetItemWithError(keywords, name) : nullptr;
-    if (value == nullptr) {
-      PyErr_Clear();
-      continue;
-    }
-    arguments[k] = PyRef::borrow(value);
-    --named;
+  const std::array<PyObject*, numberOfArguments>& names = argumentNames();
+  Py_ssize_t position = 0;
+  PyObject* key = nullptr;
+  PyObject* value = nullptr;
+  while (PyDict_Next(keywords, &position, &key, &value) != 0) {
+    std::size_t k = given;
+    while (k < numberOfArguments && !isName(key, names[k])) ++k;
+    if (k == numberOfArguments) return false;
+    *arguments[k] = PyRef::borrow(value);
   }
-  return named == 0;
+  return true;
 }
 
 }  // namespace
 
 bool ConstructorArguments::parse(PyObject* args, PyObject* keywords) {
   kwargs = keywords;
-  std::array<PyRef, numberOfArguments> found;
-  if (PyErr_Occurred() == nullptr && tryParse(args, keywords, found)) {
-    initializer = std::move(found[0]);
-    size = std::move(found[1]);
-    vector = std::move(found[2]);
-    isComplex = std::move(found[3]);
-    return true;
-  }
+  const std::array<PyRef*, numberOfArguments> found = {&initializer, &size, &vector, &isComplex};
+  if (PyErr_Occurred() == nullptr && tryParse(args, keywords, found)) return true;
   static char initializerName[] = "initializer";
   static char sizeName[] = "size";
   static char vectorName[] = "vector";

@@ -20,6 +20,14 @@ def call(cls, args, kwargs):
     return cls(*args, **kwargs) if kwargs else cls(*args)
 
 
+class Name(str):
+    """A str that is not an exact one."""
+
+
+# Equal to the name, but not the object that the interpreter makes of the name in source code.
+OTHER_SIZE = "".join(("si", "ze"))
+
+
 def zero_of(row, is_complex):
     return {"float": 0.0, "logical": False}.get(row.kind, 0) if not is_complex else 0j
 
@@ -115,6 +123,9 @@ class TestLeadingDict:
         "size and positional data": (({"size": (2, 1)}, [1, 2]), [[1], [2]]),
         "ordered dict": ((collections.OrderedDict(size=(1, 1)),), [[0]]),
         "default dict": ((collections.defaultdict(list, size=(1, 1)),), [[0]]),
+        "name that is another str": (({OTHER_SIZE: (1, 2)},), [[0, 0]]),
+        "name of a subclass of str": (({Name("size"): (1, 2)},), [[0, 0]]),
+        "names in another order": (({"is_complex": False, "size": (1, 2)}, [3, 4]), [[3, 4]]),
         "not complex": (({"is_complex": False}, [1]), [[1]]),
         "complex": (({"is_complex": True}, [[1, 2]]), [[1 + 0j, 2 + 0j]]),
     }
@@ -170,6 +181,8 @@ class TestInterpretersOwnRefusals:
 
     ROWS = {
         "unknown keyword": ((), {"shape": (2, 2)}),
+        "unknown name of a subclass of str": (({Name("shape"): (2, 2)},), {}),
+        "size twice by another str": (([1], (1, 1)), {OTHER_SIZE: (1, 1)}),
         "unknown keyword in the dict": (({"shape": (2, 2)},), {}),
         "key that is no str in the dict": (({1: 2},), {}),
         "five arguments": ((None, None, None, False, None), {}),
