@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <complex>
 #include <cstddef>
 #include <cstdint>
@@ -174,7 +175,6 @@ TEST(TranspositionPlan, GivesEachElementItsPlace) {
     SCOPED_TRACE(testing::PrintToString(dimensions));
     auto plan = layout_conversion::makeTransposition(dimensions);
     const std::int64_t count = productOf(dimensions);
-    ASSERT_EQ(plan.rows.count() * plan.columns.count(), count);
     Numbers sources(static_cast<std::size_t>(count), -1);
     std::int64_t pairs = 0;
     while (plan.rows.findPiece()) {
@@ -202,17 +202,20 @@ TEST(TranspositionPlan, HasShortPieces) {
   for (const Numbers& dimensions : longShapes) {
     SCOPED_TRACE(testing::PrintToString(dimensions));
     auto plan = layout_conversion::makeTransposition(dimensions);
-    ASSERT_EQ(plan.rows.count() * plan.columns.count(), productOf(dimensions));
+    std::int64_t positions = 1;
     for (layout_conversion::Offsets* side : {&plan.rows, &plan.columns}) {
       std::int64_t found = 0;
+      std::int64_t longestFound = 0;
       while (side->findPiece()) {
         ASSERT_EQ(side->first(), found);
-        const bool isOneDimension = side->size() == side->count();
-        EXPECT_TRUE(isOneDimension || side->size() <= longest) << side->size();
+        longestFound = std::max(longestFound, side->size());
         found += side->size();
       }
-      EXPECT_EQ(found, side->count());
+      const bool isOneDimension = longestFound == found;
+      EXPECT_TRUE(isOneDimension || longestFound <= longest) << longestFound;
+      positions *= found;
     }
+    EXPECT_EQ(positions, productOf(dimensions));
   }
 }
 
