@@ -28,6 +28,7 @@ inline ConversionResult<long long> getLongLongFromPyObject(PyObject* value) {
 template <class From>
 std::string outOfRangeText(From value, const char* word) {
   std::ostringstream text;
+  text.exceptions(std::ios_base::badbit);  // without memory for the text it throws
   text << "value (" << value << ") cannot be stored in a variable of type " << word << ".";
   return text.str();
 }

@@ -1,6 +1,7 @@
 // Obtaining a buffer of another object.
 #include "operations/outside_buffer.hpp"
 
+#include <exception>
 #include <optional>
 
 #include "module/element_types.hpp"
@@ -29,6 +30,21 @@ char resolvedLetter(char letter, Py_ssize_t itemsize) {
   return letter;
 }
 
+// Releases a buffer that was obtained if the function that obtained it is left by an exception.
+class ReleaseOnException {
+ public:
+  explicit ReleaseOnException(Py_buffer& buffer) : m_buffer(buffer) {}
+  ReleaseOnException(const ReleaseOnException&) = delete;
+  ReleaseOnException& operator=(const ReleaseOnException&) = delete;
+  ~ReleaseOnException() {
+    if (std::uncaught_exceptions() > m_before) PyBuffer_Release(&m_buffer);
+  }
+
+ private:
+  Py_buffer& m_buffer;
+  int m_before = std::uncaught_exceptions();
+};
+
 }  // namespace
 
 int fillPyBuffer(PyObject* object, Py_buffer* buffer, bool* isComplex) {
@@ -38,6 +54,7 @@ int fillPyBuffer(PyObject* object, Py_buffer* buffer, bool* isComplex) {
     return nullArgument;
   }
   if (PyObject_GetBuffer(object, buffer, PyBUF_ANY_CONTIGUOUS | PyBUF_FORMAT) != 0) return refused;
+  const ReleaseOnException guard(*buffer);
   *isComplex = false;
   const char* format = buffer->format;
   if (format == nullptr) return giveUp(noFormat, "format field is null.");

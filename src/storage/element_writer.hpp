@@ -3,6 +3,7 @@
 
 #include <cassert>
 #include <cstddef>
+#include <cstring>
 #include <new>
 #include <optional>
 #include <utility>
@@ -53,15 +54,28 @@ class ElementWriter {
   }
 
   // Calls store(memory) for each memory that holds the elements, with the address of the first.
+  // If store() throws, which it must do before it writes, nothing is written.
   template <class Store>
   WriteStatus writeWith(Store store) {
     if (m_elements == nullptr) return WriteStatus::OutOfMemory;
-    store(reinterpret_cast<std::byte*>(m_elements));
     if (m_mirror != nullptr) store(reinterpret_cast<std::byte*>(m_mirror));
+    try {
+      store(reinterpret_cast<std::byte*>(m_elements));
+    } catch (const std::bad_alloc&) {
+      restoreMirror();
+      throw;
+    }
     return WriteStatus::Stored;
   }
 
  private:
+  // The array still has the elements that were in both.
+  void restoreMirror() {
+    if (m_mirror == nullptr) return;
+    std::memcpy(static_cast<void*>(m_mirror), m_elements,
+                static_cast<std::size_t>(m_wrapper.m_bufferSizeInBytes));
+  }
+
   MDArrayWrapper& m_wrapper;
   std::optional<foundation::velmardata::TypedArray<T>> m_array;  // taken out of the wrapper
   T* m_elements = nullptr;                                       // null when memory was short

@@ -65,8 +65,8 @@ class MDArrayWrapper {
   const foundation::velmardata::Array& array() const { return m_array; }
   foundation::velmardata::ArrayType getType() const { return m_type; }
   // A reference to the contents for a native client, which may write to them. Null, with nothing
-  // changed and no error set, when memory is short. Linear in the number of elements after a look
-  // at the library's block, constant time otherwise.
+  // changed and no error set, when memory is short; std::bad_alloc likewise. Linear in the number
+  // of elements after a look at the library's block, constant time otherwise.
   velmar::data::impl::ArrayImpl* tryHandOut();
 
   // The elements in storage order. The first call fixes the address; it is linear in the number of
@@ -119,7 +119,8 @@ class MDArrayWrapper {
 
   // Gives the elements another shape, whose product must be the number of elements. No element and
   // no mirror moves. False, with nothing changed and no error set, when contents that are shared
-  // with another handle could not be copied. Constant time otherwise.
+  // with another handle could not be copied. Constant time otherwise. Throws std::bad_alloc, with
+  // nothing changed.
   bool reshape(std::span<const std::int64_t> dimensions, char order);
   // Labelled lines of everything above, for debugging. Throws EArrayUnknownDataType for an array of
   // an unsupported type.

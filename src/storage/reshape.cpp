@@ -1,7 +1,7 @@
 // Reshaping of live storage.
 #include <algorithm>
+#include <cstring>
 #include <memory>
-#include <new>
 #include <utility>
 
 #include "module/apply_visitor.hpp"
@@ -13,23 +13,29 @@ namespace vd = foundation::velmardata;
 
 namespace {
 
-// Moves the block from the old array, which `stored` was moved into, to a new one in `stored`.
-// False when the contents are shared and cannot be copied; the old array is then back in `stored`.
-struct ReshapeVisitor {
-  std::span<const std::int64_t> dimensions;
-  vd::Array& stored;
-
+// One more hold on the elements of the array, as a buffer that another array can take over.
+struct SecondHoldVisitor {
   template <class T>
-  bool operator()(vd::TypedArray<T>&& array) const {
-    ElementBuffer<T> block = noElementBuffer<T>();
-    try {
-      block = array.release();
-    } catch (const std::bad_alloc&) {
-      stored = std::move(array);
-      return false;
+  UntypedBuffer operator()(const vd::TypedArray<T>& array) const {
+    const auto deleter = tryCreateBuffer(vd::arrayTypeOf<T>, 0).get_deleter();
+    auto first = array.begin();
+    UntypedBuffer buffer(const_cast<T*>(&*first), deleter);
+    first.giveUpHold();
+    return buffer;
+  }
+};
+
+// A copy of the elements of the array; null when memory is short.
+struct CopyVisitor {
+  template <class T>
+  UntypedBuffer operator()(const vd::TypedArray<T>& array) const {
+    const std::uint64_t count = array.getNumberOfElements();
+    UntypedBuffer copy = tryCreateBuffer(vd::arrayTypeOf<T>, count);
+    if (copy != nullptr && count > 0) {
+      const auto first = array.begin();
+      std::memcpy(copy.get(), &*first, count * sizeof(T));
     }
-    stored = makeArrayFromBuffer(std::move(block), dimensions);
-    return true;
+    return copy;
   }
 };
 
@@ -37,7 +43,8 @@ struct ReshapeVisitor {
 
 bool MDArrayWrapper::reshape(std::span<const std::int64_t> dimensions, char order) {
   assert(exactProduct(dimensions) == static_cast<std::uint64_t>(m_numElems));
-  // Everything that needs memory comes first, so that a failure changes nothing.
+  // Everything that needs memory comes first, so that a failure changes nothing. The new array is
+  // made beside the old one, around the same elements.
   auto description = std::make_unique<ArrayDescription>();
   description->assign(dimensions, m_elemSizeInBytes, order);
   if (m_isDescriptionExported && m_later == nullptr) {
@@ -46,7 +53,10 @@ bool MDArrayWrapper::reshape(std::span<const std::int64_t> dimensions, char orde
   }
   if (m_later != nullptr) m_later->all.reserve(m_later->all.size() + 1);
   const bool isSole = isSoleOwner();
-  if (!applyVisitor(std::move(m_array), ReshapeVisitor{dimensions, m_array})) return false;
+  UntypedBuffer elements =
+      isSole ? applyVisitor(m_array, SecondHoldVisitor{}) : applyVisitor(m_array, CopyVisitor{});
+  if (elements == nullptr) return false;
+  m_array = makeArrayFromBuffer(m_type, std::move(elements), dimensions);
   // Contents with another handle were copied: the block that was shown is a mirror from now on.
   if (!isSole) m_showsArray = false;
   m_nDim = static_cast<std::int32_t>(dimensions.size());

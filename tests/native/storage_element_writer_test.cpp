@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <cstring>
 #include <limits>
+#include <new>
 #include <optional>
 #include <utility>
 #include <vector>
@@ -55,6 +56,32 @@ TYPED_TEST(ElementWriterOf, StoresInTheArrayAndInTheMirror) {
     EXPECT_EQ(mirrorElements<TypeParam>(wrapper), expected);
   }
   EXPECT_TRUE(raisedNothing());
+}
+
+// Without memory for the walk along one of the two memories, both keep what they had.
+TYPED_TEST(ElementWriterOf, StoresNothingIfAStoreThrows) {
+  for (const bool isMirrorFilled : {false, true}) {
+    for (const int successes : {0, 1}) {
+      SCOPED_TRACE(testing::Message() << isMirrorFilled << successes);
+      MDArrayWrapper wrapper(sampleArray<TypeParam>({2, 3}), 'F', Contents::Client);
+      if (isMirrorFilled) wrapper.buf();
+      int left = successes;
+      const auto store = [&left](std::byte* memory) {
+        if (left-- == 0) throw std::bad_alloc();
+        *reinterpret_cast<TypeParam*>(memory) = otherThanSample<TypeParam>(0);
+      };
+      const bool isStored = !isMirrorFilled && successes == 1;  // there is one memory
+      if (isStored) {
+        EXPECT_EQ(ElementWriter<TypeParam>(wrapper).writeWith(store), WriteStatus::Stored);
+      } else {
+        EXPECT_THROW(ElementWriter<TypeParam>(wrapper).writeWith(store), std::bad_alloc);
+      }
+      std::vector<TypeParam> expected = samples<TypeParam>(6);
+      if (isStored) expected[0] = otherThanSample<TypeParam>(0);
+      EXPECT_EQ(arrayElements<TypeParam>(wrapper), expected);
+      EXPECT_EQ(mirrorElements<TypeParam>(wrapper), expected);
+    }
+  }
 }
 
 TYPED_TEST(ElementWriterOf, ServesManyElements) {

@@ -37,6 +37,9 @@ class BlockHold {
     if (m_block != nullptr) releaseBlock(m_block);
   }
 
+  // Gives the hold to the caller, who releases it with the deleter of the block.
+  void giveUp() noexcept { m_block = nullptr; }
+
  private:
   void add() const noexcept {
     if (m_block != nullptr) m_block->m_count.fetch_add(1, std::memory_order_relaxed);

@@ -54,6 +54,11 @@ class TypedIterator {
   pointer operator->() const noexcept { return m_current; }
   reference operator[](difference_type n) const noexcept { return m_current[n]; }
 
+  // Gives the hold on the block to the caller, who releases it with the deleter that createBuffer
+  // and release() return. From the first element and that deleter a second array can be made before
+  // the first one is given up. The two do not know of each other: destroy one before any write.
+  void giveUpHold() noexcept { m_hold.giveUp(); }
+
   // Operators that return a new iterator copy the hold; the others keep it.
   TypedIterator& operator+=(difference_type n) noexcept {
     m_current += n;
