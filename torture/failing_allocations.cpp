@@ -1,6 +1,8 @@
-// Makes the k-th allocation of the loaded module and of its data library fail, and no
-// other one. The relocation slots of these two libraries for allocating functions are set to
-// functions of this file.
+// Makes the k-th allocation of the loaded module, of its data library and of the functions of
+// libstdc++ that they call fail, and no other one, and counts the blocks that they have not freed.
+// The relocation slots of these libraries for allocating functions are set to functions of this
+// file. Only allocations of the thread that called arm() fail.
+#include <dlfcn.h>
 #include <elf.h>
 #include <link.h>
 #include <sys/mman.h>
@@ -10,7 +12,10 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
+#include <mutex>
 #include <new>
+#include <unordered_set>
 
 namespace {
 
@@ -21,45 +26,138 @@ using Symbol = ElfW(Sym);
 
 long s_failAt = 0;  // 0: no allocation fails
 long s_count = 0;
-std::size_t s_leastOfNew = 0;  // operator new is counted from this size on; malloc always
+pthread_t s_thread;
+
+// For the set below: operator delete of libstdc++ comes here, too.
+template <class T>
+struct PlainAllocator {
+  using value_type = T;
+  PlainAllocator() = default;
+  template <class Other>
+  PlainAllocator(const PlainAllocator<Other>&) {}
+  T* allocate(std::size_t count) { return static_cast<T*>(std::malloc(count * sizeof(T))); }
+  void deallocate(T* block, std::size_t) { std::free(block); }
+  bool operator==(const PlainAllocator&) const { return true; }
+};
+
+std::mutex s_lock;
+// What was allocated here and not freed.
+std::unordered_set<void*, std::hash<void*>, std::equal_to<void*>, PlainAllocator<void*>> s_live;
 
 bool fails() {
-  return ++s_count == s_failAt;
+  return pthread_equal(pthread_self(), s_thread) && ++s_count == s_failAt;
 }
 
-void* countedMalloc(std::size_t size) {
-  if (size == 0 || !fails()) return std::malloc(size);  // null is valid for size 0
+void* allocated(void* block) {
+  const std::lock_guard lock(s_lock);
+  if (block != nullptr) s_live.insert(block);
+  return block;
+}
+
+void* freed(void* block) {
+  const std::lock_guard lock(s_lock);
+  s_live.erase(block);
+  return block;
+}
+
+void* noMemory() {
   errno = ENOMEM;
   return nullptr;
+}
+
+// --- The functions in the slots
+
+void* countedMalloc(std::size_t size) {
+  if (size == 0) return std::malloc(size);  // null is valid for size 0
+  return fails() ? noMemory() : allocated(std::malloc(size));
+}
+
+void* countedCalloc(std::size_t count, std::size_t size) {
+  return fails() ? noMemory() : allocated(std::calloc(count, size));
+}
+
+void* countedRealloc(void* block, std::size_t size) {
+  if (fails()) return noMemory();
+  freed(block);
+  return allocated(std::realloc(block, size));
 }
 
 void* countedAlignedAlloc(std::size_t alignment, std::size_t size) {
-  if (!fails()) return std::aligned_alloc(alignment, size);
-  errno = ENOMEM;
-  return nullptr;
+  return fails() ? noMemory() : allocated(std::aligned_alloc(alignment, size));
 }
 
+void countedFree(void* block) {
+  std::free(freed(block));
+}
+
+// Mapped regions are unmapped in parts, so they are not followed.
 void* countedMmap(void* address, std::size_t size, int protection, int flags, int file,
                   off_t offset) {
   if (!fails()) return mmap(address, size, protection, flags, file, offset);
-  errno = ENOMEM;
+  noMemory();
   return MAP_FAILED;
 }
 
 void* countedNew(std::size_t size) {
-  if (size >= s_leastOfNew && fails()) throw std::bad_alloc();
-  return ::operator new(size);
+  if (fails()) throw std::bad_alloc();
+  return allocated(::operator new(size));
 }
+
+void* countedNewOfArray(std::size_t size) {
+  if (fails()) throw std::bad_alloc();
+  return allocated(::operator new[](size));
+}
+
+void countedDelete(void* block) {
+  ::operator delete(freed(block));
+}
+
+void countedSizedDelete(void* block, std::size_t) {
+  ::operator delete(freed(block));
+}
+
+void countedDeleteOfArray(void* block) {
+  ::operator delete[](freed(block));
+}
+
+void countedSizedDeleteOfArray(void* block, std::size_t) {
+  ::operator delete[](freed(block));
+}
+
+// The interpreter's functions.
+void* (*s_objectMalloc)(std::size_t) = nullptr;
+void (*s_objectFree)(void*) = nullptr;
+
+void* countedObjectMalloc(std::size_t size) {
+  return fails() ? nullptr : allocated(s_objectMalloc(size));
+}
+
+void countedObjectFree(void* block) {
+  s_objectFree(freed(block));
+}
+
+// --- Replacement
 
 struct Replacement {
   const char* name;
   void* function;
+  bool isOfLibrary;  // also for calls in libstdc++
 };
 const Replacement replacements[] = {
-    {"malloc", reinterpret_cast<void*>(&countedMalloc)},
-    {"aligned_alloc", reinterpret_cast<void*>(&countedAlignedAlloc)},
-    {"mmap", reinterpret_cast<void*>(&countedMmap)},
-    {"_Znwm", reinterpret_cast<void*>(&countedNew)},
+    {"malloc", reinterpret_cast<void*>(&countedMalloc), false},
+    {"calloc", reinterpret_cast<void*>(&countedCalloc), false},
+    {"realloc", reinterpret_cast<void*>(&countedRealloc), false},
+    {"aligned_alloc", reinterpret_cast<void*>(&countedAlignedAlloc), false},
+    {"free", reinterpret_cast<void*>(&countedFree), false},
+    {"mmap", reinterpret_cast<void*>(&countedMmap), false},
+    {"PyObject_Malloc", reinterpret_cast<void*>(&countedObjectMalloc), false},
+    {"PyObject_Free", reinterpret_cast<void*>(&countedObjectFree), false},
+    {"_Znwm", reinterpret_cast<void*>(&countedNew), true},
+    {"_Znam", reinterpret_cast<void*>(&countedNewOfArray), true},
+    {"_ZdlPv", reinterpret_cast<void*>(&countedDelete), true},
+    {"_ZdlPvm", reinterpret_cast<void*>(&countedSizedDelete), true},
+    {"_ZdaPv", reinterpret_cast<void*>(&countedDeleteOfArray), true},
+    {"_ZdaPvm", reinterpret_cast<void*>(&countedSizedDeleteOfArray), true},
 };
 
 void turn(void** slot, void* function) {
@@ -69,7 +167,7 @@ void turn(void** slot, void* function) {
   *slot = function;
 }
 
-int turnSlots(const dl_phdr_info& object, const Dynamic* entry) {
+int turnSlots(const dl_phdr_info& object, const Dynamic* entry, bool isLibrary) {
   const char* strings = nullptr;
   const Symbol* symbols = nullptr;
   const Relocation* tables[2] = {};
@@ -91,7 +189,7 @@ int turnSlots(const dl_phdr_info& object, const Dynamic* entry) {
       if (type != R_X86_64_JUMP_SLOT && type != R_X86_64_GLOB_DAT) continue;
       const char* name = strings + symbols[ELF64_R_SYM(relocation.r_info)].st_name;
       for (const Replacement& each : replacements) {
-        if (std::strcmp(name, each.name) != 0) continue;
+        if (std::strcmp(name, each.name) != 0 || (isLibrary && !each.isOfLibrary)) continue;
         turn(reinterpret_cast<void**>(object.dlpi_addr + relocation.r_offset), each.function);
         ++turned;
       }
@@ -102,7 +200,8 @@ int turnSlots(const dl_phdr_info& object, const Dynamic* entry) {
 
 int visit(dl_phdr_info* object, std::size_t, void* turned) {
   const char* name = object->dlpi_name;
-  if (std::strstr(name, "velmarmultidimarrayforpython.abi3") == nullptr &&
+  const bool isLibrary = std::strstr(name, "libstdc++.so") != nullptr;
+  if (!isLibrary && std::strstr(name, "velmarmultidimarrayforpython.abi3") == nullptr &&
       std::strstr(name, "libzrfoundation_velmardata.so") == nullptr) {
     return 0;
   }
@@ -110,9 +209,14 @@ int visit(dl_phdr_info* object, std::size_t, void* turned) {
     const Header& header = object->dlpi_phdr[i];
     if (header.p_type != PT_DYNAMIC) continue;
     const auto* entries = reinterpret_cast<const Dynamic*>(object->dlpi_addr + header.p_vaddr);
-    *static_cast<int*>(turned) += turnSlots(*object, entries);
+    *static_cast<int*>(turned) += turnSlots(*object, entries, isLibrary);
   }
   return 0;
+}
+
+template <class Function>
+void find(Function*& function, const char* name) {
+  function = reinterpret_cast<Function*>(dlsym(RTLD_DEFAULT, name));
 }
 
 }  // namespace
@@ -121,20 +225,28 @@ extern "C" {
 
 // Replaces the slots and returns their number. Call it once, after the module has been loaded.
 int install() {
+  find(s_objectMalloc, "PyObject_Malloc");
+  find(s_objectFree, "PyObject_Free");
   int turned = 0;
   dl_iterate_phdr(&visit, &turned);
   return turned;
 }
 
 // Makes the k-th allocation from now on fail; with 0, none.
-void arm(long k, std::size_t leastOfNew) {
+void arm(long k) {
+  s_thread = pthread_self();
   s_failAt = k;
-  s_leastOfNew = leastOfNew;
   s_count = 0;
 }
 
 long count() {
   return s_count;
+}
+
+// How many blocks are allocated and not freed, of those that were allocated since install().
+long live() {
+  const std::lock_guard lock(s_lock);
+  return static_cast<long>(s_live.size());
 }
 
 }  // extern "C"

@@ -1,13 +1,15 @@
 """Makes each allocation of the module and of its data library fail in turn, in every operation.
 
 The operation has to raise MemoryError or the error that replaces it, or to return its usual result.
-Afterwards the same operation has to return its usual result.
+After an error the array has to be what it was, and the same operation on it then has to return its
+usual result. Nothing may stay allocated.
 """
 
 from __future__ import annotations
 
 import collections
 import ctypes
+import gc
 import json
 import random
 import subprocess
@@ -17,14 +19,14 @@ from typing import Any
 
 import part
 
-# The module's own strings and vectors come from operator new. By default these allocations do not
-# fail; --least-of-new makes those from a given size on fail, too.
-NEVER = 2**62
 DIED = "the interpreter died"
+NO_SUCH = 10**9  # number of an allocation that is never made
 
 # Errors that replace MemoryError in some operations.
 STATED = {
     ("RuntimeError", "null data pointer."): "memory of a view",
+    ("RuntimeError", "unable to set list item."): "a list of a slice",
+    ("RuntimeError", "toarray() failed."): "an array.array",
     ("SystemError", "clone"): "a clone of a view: an error beside a result",
 }
 
@@ -36,8 +38,8 @@ def library() -> Any:
         flags = ["-std=c++20", "-O1", "-shared", "-fPIC", "-Wall", "-Wextra"]
         subprocess.run(["g++", *flags, str(source), "-o", str(built)], check=True)
     loaded = ctypes.CDLL(str(built))
-    loaded.arm.argtypes = (ctypes.c_long, ctypes.c_size_t)
-    loaded.count.restype = ctypes.c_long
+    loaded.arm.argtypes = (ctypes.c_long,)
+    loaded.count.restype = loaded.live.restype = ctypes.c_long
     return loaded
 
 
@@ -52,52 +54,118 @@ def stated(error: Exception) -> str | None:
     return None
 
 
+def state(array: Any) -> Any:
+    from operations import seen
+
+    return seen(array), array.get_bytewise_strides(), array.itemsize
+
+
 class Trial:
     """Tests one operation with each of its allocations failing."""
 
-    def __init__(self, operation: Any, allocations: Any, least_of_new: int):
-        from operations import seen
-
-        self.act = lambda: seen(operation.act())
+    def __init__(self, operation: Any, allocations: Any, is_contended: bool):
+        self.operation = operation
         self.name = operation.name
         self.allocations = allocations
-        self.least_of_new = least_of_new
+        self.is_contended = is_contended  # by a thread that has blocks, too
         self.outcomes: collections.Counter[str] = collections.Counter()
-        self.usual = self.act()
+        self.before = state(operation.make())
+        self.prepare()
+        self.level = allocations.live()
+        self.blocks = max(self.blocks_of_failure(NO_SUCH)[1] for _ in range(3))
+        self.outcomes.clear()
+
+    def prepare(self) -> None:
+        """Runs the operation as often as fail() does, without a failure."""
+        made = self.operation.make()
+        self.usual = self.result_of(made)
+        self.after = state(made)
+        self.once_more = self.result_of(made)
+        self.after_that = state(made)
+
+    def result_of(self, made: Any) -> Any:
+        from operations import seen
+
+        return seen(self.operation.of(made))
 
     def count(self) -> int:
-        self.allocations.arm(0, self.least_of_new)
-        assert self.act() == self.usual
-        return self.allocations.count()
+        """How many allocations the operation makes."""
+        made = self.operation.make()
+        self.allocations.arm(0)
+        given = self.operation.of(made)
+        number = self.allocations.count()
+        del given
+        return number
+
+    def blocks_of_failure(self, k: int) -> tuple[str | None, int]:
+        """What fail() returns, and the memory blocks of the interpreter that stay."""
+        before = sys.getallocatedblocks()
+        found = self.fail(k)
+        return found, sys.getallocatedblocks() - before
 
     def fail(self, k: int) -> str | None:
         """Text of the finding, or None."""
-        self.allocations.arm(k, self.least_of_new)
-        outcome = "the usual result"
+        made = self.operation.make()
+        error = None
+        self.allocations.arm(k)
         try:
-            given = self.act()
-        except Exception as error:
-            found = stated(error)
-            outcome = found or f"{type(error).__name__}: {error}"
-            given = self.usual if found else None
+            given = self.operation.of(made)
+        except Exception as caught:
+            error = stated(caught) or f"{type(caught).__name__}: {caught}"
+            is_stated = stated(caught) is not None
         finally:
             has_failed = self.allocations.count() >= k
-            self.allocations.arm(0, self.least_of_new)
-        if not has_failed:
-            outcome = "no such allocation"
-        elif outcome == "the usual result" and given != self.usual:
-            outcome = "another error of a call that has to fail"
-        self.outcomes[outcome] += 1
-        if given != self.usual and not self.fails_anyhow(given):
-            return f"{self.name}: allocation {k}: gave {str(given)[:80]} ({outcome})"
-        if self.act() != self.usual:
-            return f"{self.name}: does not give the same after allocation {k} had failed"
+            self.allocations.arm(0)
+        where = f"{self.name}: allocation {k}"
+        if error is None:
+            outcome = self.judge_result(given)
+            wanted = self.after
+            del given
+        else:
+            outcome = error if is_stated else None
+            wanted = self.before
+        if outcome is None:
+            return f"{where}: unexpected: {error or 'result'}"
+        self.outcomes[outcome if has_failed else "no such allocation"] += 1
+        is_done = state(made) == wanted
+        if not is_done and state(made) != self.refused_state(error):
+            return f"{where}: {outcome}: the array is now {str(state(made))[:200]}"
+        is_second = is_done and error is None
+        wanted = (self.once_more, self.after_that) if is_second else (self.usual, self.after)
+        if (self.result_of(made), state(made)) != wanted:
+            return f"{where}: {outcome}: the operation does not give its usual result again"
         return None
 
-    def fails_anyhow(self, given: Any) -> bool:
-        """An operation that has to fail may fail because of missing memory instead."""
+    def refused_state(self, error: str | None) -> Any:
+        """A call that has to fail can also fail for lack of memory, before it changes anything."""
+        return self.before if error is None and isinstance(self.usual, str) else None
+
+    def judge_result(self, given: Any) -> str | None:
+        from operations import seen
+
+        result = seen(given)
+        if result == self.usual:
+            return "the usual result"
+        # A call that has to fail may fail because of missing memory instead.
         is_refusal = ": fails: " in self.name or isinstance(self.usual, str)
-        return is_refusal and given in ("'MemoryError'", "'RuntimeError'", "'SystemError'")
+        if is_refusal and result in ("'MemoryError'", "'RuntimeError'", "'SystemError'"):
+            return "another error of a call that has to fail"
+        return None
+
+    def fail_without_loss(self, k: int) -> str | None:
+        """The same, and what is still allocated afterwards."""
+        # A record of a failed construction is kept.
+        allowed = self.blocks + self.operation.constructs
+        for _ in range(3):
+            found, lost = self.blocks_of_failure(k)
+            if found or self.is_contended:
+                return found
+            level = self.allocations.live()
+            if level != self.level:
+                return f"{self.name}: allocation {k}: {level - self.level} blocks more than before"
+            if lost <= allowed:
+                return None
+        return f"{self.name}: allocation {k}: {lost} blocks of the interpreter, not {allowed}"
 
 
 def walk(arguments: Any) -> int:
@@ -106,7 +174,7 @@ def walk(arguments: Any) -> int:
 
     allocations = library()
     turned = allocations.install()
-    assert turned >= 4, "the module's calls of the allocating functions were not found"
+    assert turned >= 12, "the module's calls of the allocating functions were not found"
     clock, log = part.Clock(arguments.seconds), part.Log(arguments.log)
     shapes = operations.SMALL, operations.MIDDLE, operations.LARGE
     todo = operations.every_operation(shapes)
@@ -114,14 +182,16 @@ def walk(arguments: Any) -> int:
     findings: list[str] = []
     outcomes: collections.Counter[str] = collections.Counter()
     done = failed = 0
+    gc.disable()
+    gc.freeze()
     for number, operation in enumerate(todo[arguments.first :], arguments.first):
         if clock.is_over():
             break
         log.start(f"{number} {operation.name}")
-        trial = Trial(operation, allocations, arguments.least_of_new)
+        trial = Trial(operation, allocations, arguments.contended)
         for k in range(1, trial.count() + 1):
             log.write(str(k))
-            found = trial.fail(k)
+            found = trial.fail_without_loss(k)
             failed += 1
             if found:
                 findings.append(found)
@@ -136,7 +206,6 @@ def run_child(arguments: Any, seconds: float, first: int, log: Path) -> tuple[di
     """The results, the findings, and after a crash the number of the next operation, else -1."""
     command = [sys.executable, __file__, "--walk", "--seconds", str(seconds), "--log", str(log)]
     command += ["--seed", str(arguments.seed), "--first", str(first)]
-    command += ["--least-of-new", str(arguments.least_of_new)]
     command += ["--contended"] if arguments.contended else []
     done = subprocess.run(command, capture_output=True, text=True, check=False)
     lines = done.stdout.splitlines()
@@ -152,12 +221,6 @@ def main() -> int:
     parser = part.parser(__doc__)
     parser.add_argument("--walk", action="store_true", help="run in this process, not in a child")
     parser.add_argument("--first", type=int, default=0, help="number of the first operation")
-    parser.add_argument(
-        "--least-of-new",
-        type=int,
-        default=NEVER,
-        help="least size in bytes for which operator new fails",
-    )
     arguments = parser.parse_args()
     part.prepare()
     if arguments.walk:

@@ -1,4 +1,4 @@
-"""Every operation of the module as a function that makes its own input.
+"""Every operation of the module, as a function of an array that is made for it.
 
 The results of two calls can be compared. `kept` names the memory that a call is required to keep,
 for the search for leaks.
@@ -24,10 +24,18 @@ RECORD = "record of a failed construction"
 DICTIONARY = "dictionary of a complex buffer through the capsule"
 
 
+CLIENT: list[Any] = []  # keeps the contents of one array shared
+
+
 class Operation(NamedTuple):
     name: str
-    act: Callable[[], Any]
+    make: Callable[[], Any]  # makes the array
+    of: Callable[[Any], Any]  # the operation on it
     kept: tuple[str, ...] = ()
+    constructs: bool = False  # whether a class is called, which keeps a record if it fails
+
+    def act(self) -> Any:
+        return self.of(self.make())
 
 
 def seen(value: Any) -> Any:
@@ -41,17 +49,17 @@ def seen(value: Any) -> Any:
     return repr(value)
 
 
-def refused(call: Callable[[], Any]) -> Callable[[], Any]:
+def refused(call: Callable[[Any], Any]) -> Callable[[Any], Any]:
     """A call that has to fail; the result is the name of the error class."""
 
-    def act() -> Any:
+    def of(made: Any) -> Any:
         try:
-            call()
+            call(made)
         except Exception as error:
             return type(error).__name__
         raise AssertionError("this call had to fail")
 
-    return act
+    return of
 
 
 class Shape(NamedTuple):
@@ -69,14 +77,24 @@ class Shape(NamedTuple):
 SMALL, MIDDLE, LARGE = Shape("small", 2, 3), Shape("middle", 48, 100), Shape("large", 2, 600_000)
 
 
-def quietly(act: Callable[[], Any]) -> Callable[[], Any]:
+def quietly(call: Callable[[Any], Any]) -> Callable[[Any], Any]:
     """The same call without the error text that toarray() prints."""
 
-    def quiet() -> Any:
+    def quiet(made: Any) -> Any:
         with contextlib.redirect_stderr(io.StringIO()):
-            return act()
+            return call(made)
 
     return quiet
+
+
+def changed(change: Callable[[Any], Any]) -> Callable[[Any], Any]:
+    """The array after the change."""
+
+    def of(made: Any) -> Any:
+        change(made)
+        return made
+
+    return of
 
 
 def of_form(row: Any, is_complex: bool, shape: Shape) -> list[Operation]:
@@ -88,137 +106,172 @@ def of_form(row: Any, is_complex: bool, shape: Shape) -> list[Operation]:
     nested = [[1] * columns for _ in range(rows)]
     bytes_row = velmar.uint8(nested[0])
     size = (rows, columns)
+    deep = (rows, *(1,) * 7, columns)  # more dimensions than are held without memory of their own
 
     def make() -> Any:
         return cls(size=size, **options)
 
-    def changed(change: Callable[[Any], Any]) -> Callable[[], Any]:
-        def act() -> Any:
-            made = make()
-            change(made)
-            return made
+    def source(made: Any) -> Any:
+        return memoryview(made) if is_complex else memory
 
-        return act
-
-    def expired() -> Any:
-        return next(iter(make()))
-
-    def source() -> Any:
-        return memoryview(make()) if is_complex else memory
-
+    walked_constructions = [
+        ("of nested lists", lambda a: cls(nested, **options)),
+        ("of a flat list and a size", lambda a: cls(numbers, size, **options)),
+        ("of a vector", lambda a: cls(vector=numbers, **options)),
+        ("of a vector and a size", lambda a: cls(vector=numbers, size=size, **options)),
+        ("of a dictionary", lambda a: cls({"size": size, **options}, numbers)),
+        ("of an array", lambda a: cls(a, **options)),
+        ("of an array of another class", lambda a: cls(velmar.uint8(nested), **options)),
+        ("of rows", lambda a: cls([a[0], a[1]], **options)),
+        ("of a row as vector", lambda a: cls(vector=a[1], **options)),
+        ("of memory as vector", lambda a: cls(vector=memory, **options)),
+        ("pickle", lambda a: pickle.loads(pickle.dumps(a))),
+        ("deepcopy", copy.deepcopy),
+        ("a comparison", lambda a: (a == make(), a != cls(nested, **options))),
+    ]
     walked = [
-        ("of nested lists", lambda: cls(nested, **options)),
-        ("of a flat list and a size", lambda: cls(numbers, size, **options)),
-        ("of a vector", lambda: cls(vector=numbers, **options)),
-        ("of a vector and a size", lambda: cls(vector=numbers, size=size, **options)),
-        ("of a dictionary", lambda: cls({"size": size, **options}, numbers)),
-        ("of an array", lambda: cls(cls(nested, **options), **options)),
-        ("of an array of another class", lambda: cls(velmar.uint8(nested), **options)),
-        ("of rows", lambda: cls([make()[0], make()[1]], **options)),
-        ("of a row as vector", lambda: cls(vector=make()[1], **options)),
-        ("of memory as vector", lambda: cls(vector=memory, **options)),
         ("a row of another class is written", changed(lambda a: a.__setitem__(0, bytes_row[0]))),
         ("memory is written", changed(lambda a: a.__setitem__(0, memory[:columns]))),
         ("a slice is written", changed(lambda a: a.__setitem__(slice(None), nested))),
         ("a row is written", changed(lambda a: a.__setitem__(0, nested[0]))),
         ("part of a row is written", changed(lambda a: a[0].__setitem__(slice(0, 2), [1, 0]))),
         ("a row is copied", changed(lambda a: a.__setitem__(0, a[1]))),
-        ("a clone is written", lambda: changed_clone(make())),
-        ("str", lambda: len(str(make()))),
-        ("repr", lambda: len(repr(make()[::-1]))),
-        ("lists", lambda: make().__reduce__()[1][0] == options),
-        ("pickle", lambda: pickle.loads(pickle.dumps(make()))),
-        ("deepcopy", lambda: copy.deepcopy(make())),
-        ("a comparison", lambda: (make() == make(), make() != cls(nested, **options))),
-        ("memory of a slice", lambda: memoryview(make()[::-1])),
-        ("a clone of a slice", lambda: call_method(make()[::-1], "clone")),
-        ("memory of a row", lambda: memoryview(make()[1])),
+        ("a clone is written", changed_clone),
+        ("str", lambda a: len(str(a))),
+        ("repr", lambda a: len(repr(a[::-1]))),
+        ("lists", lambda a: a.__reduce__()[1][0] == options),
+        ("memory of a slice", lambda a: memoryview(a[::-1])),
+        ("a clone of a slice", lambda a: call_method(a[::-1], "clone")),
+        ("memory of a row", lambda a: memoryview(a[1])),
+    ]
+    constructions = [
+        ("of nothing", lambda a: cls(**options)),
+        ("of a size", lambda a: cls(size=size, **options)),
+        ("of a deep size", lambda a: cls(size=deep, **options)),
+        ("of a number", lambda a: cls(1, **options)),
+        ("of memory", lambda a: cls(source(a), **options)),
+        ("of memory and a size", lambda a: cls(source(a), size, **options)),
     ]
     plain = [
-        ("of nothing", lambda: cls(**options)),
-        ("of a size", make),
-        ("of a number", lambda: cls(1, **options)),
-        ("of memory", lambda: cls(source(), **options)),
-        ("of memory and a size", lambda: cls(source(), size, **options)),
-        ("a subscript", lambda: make()[1][2]),
-        ("a slice", lambda: make()[::-1][0:1]),
+        ("a subscript", lambda a: a[1][2]),
+        ("a slice", lambda a: a[::-1][0:1]),
         ("a number is written", changed(lambda a: a[0].__setitem__(1, 1))),
-        ("a loop", lambda: kept_rows(make())),
-        ("a clone", lambda: call_method(make(), "clone")),
-        ("memory", lambda: memoryview(make())),
-        ("a description", lambda: describe(make())),
-        ("a reshape", lambda: make().reshape(columns, rows)),
-        ("a reshape of a clone", lambda: call_method(make(), "clone").reshape(columns, rows)),
-        ("a reshape under memory", lambda: reshaped_under(make(), columns, rows)),
-        ("a membership", lambda: 1 in make()[0]),
-        ("the buffer protocol", lambda: requested(make())),
-        ("the capsule, there and back", lambda: capsule.there_and_back(make())),
-        ("the capsule, of a view", lambda: capsule.there_and_back(make()[1])),
+        ("a loop", kept_rows),
+        ("a clone", lambda a: call_method(a, "clone")),
+        ("memory", memoryview),
+        ("a description", describe),
+        ("a reshape", lambda a: a.reshape(columns, rows)),
+        ("a deep reshape", lambda a: a.reshape(deep)),
+        ("a reshape of a clone", lambda a: call_method(a, "clone").reshape(columns, rows)),
+        ("a reshape under memory", lambda a: reshaped_under(a, columns, rows)),
+        ("a deep reshape under memory", lambda a: reshaped_under(a, *deep)),
+        ("a membership", lambda a: 1 in a[0]),
+        ("the buffer protocol", requested),
+        ("the capsule, there and back", capsule.there_and_back),
+        ("the capsule, of a view", lambda a: capsule.there_and_back(a[1])),
+        ("the capsule, after a look", lambda a: (a.buffer_info()[1], capsule.there_and_back(a))),
+        ("the capsule, whether there is a buffer", capsule.has_buffer),
+    ]
+    twos = nested_twos(6)
+
+    def make_twos() -> Any:
+        return cls(size=(2,) * 6, **options)
+
+    def write_backwards(made: Any) -> None:
+        made[::-1] = twos
+
+    prepared: list[tuple[str, Callable[[], Any], Callable[[Any], Any]]] = [
+        ("the capsule, reshaped", lambda: make().reshape(deep), capsule.there_and_back),
+        ("a reshape of shared", lambda: shared(make()), lambda a: a.reshape(columns, rows)),
+        ("a deep reshape of shared", lambda: shared(make()), lambda a: a.reshape(deep)),
+        ("six dimensions are written", make_twos, changed(write_backwards)),
+        ("six shared ones are written", lambda: shared(make_twos()), changed(write_backwards)),
+        ("six dimensions are copied", make_twos, lambda a: call_method(a[::-1], "clone")),
+        ("six dimensions are compared", make_twos, lambda a: a[::-1] == a),
     ]
     if is_complex:
-        plain += [("real", lambda: make().real()), ("imag", lambda: make()._imag)]
-        plain += [("noncomplex", refused(lambda: make().noncomplex()))]
+        plain += [("real", lambda a: a.real()), ("imag", lambda a: a._imag)]
+        plain += [("noncomplex", refused(lambda a: a.noncomplex()))]
     else:
-        plain += [("noncomplex", lambda: make().noncomplex()), ("real", refused(make().real))]
-        plain += [("toarray", lambda: make()[0].toarray())]
+        plain += [("noncomplex", lambda a: a.noncomplex()), ("real", refused(lambda a: a.real()))]
+        plain += [("toarray", quietly(lambda a: a[0].toarray()))]
     kept = (DICTIONARY,) if is_complex else ()
-    found = [Operation(name, act) for name, act in plain]
-    found.append(Operation("the capsule, of a buffer", lambda: of_buffer(make()), kept))
+    found = [Operation(name, make, of) for name, of in plain]
+    found += [Operation(name, make, of, (), True) for name, of in constructions]
+    found += [Operation(name, maker, of) for name, maker, of in prepared]
+    found.append(Operation("the capsule, of a buffer", make, of_buffer, kept, True))
     if shape is not LARGE:
-        found += [Operation(name, act) for name, act in walked]
+        found += [Operation(name, make, of) for name, of in walked]
+        found += [Operation(name, make, of, (), True) for name, of in walked_constructions]
     if shape is SMALL:
-        found += failing(cls, options, make, expired)
+        found += failing(cls, options, make)
     label = ("complex " if is_complex else "") + row.word
-    return [Operation(f"{label}, {shape.name}: {o.name}", o.act, o.kept) for o in found]
+    return [one._replace(name=f"{label}, {shape.name}: {one.name}") for one in found]
 
 
-def failing(
-    cls: type, options: dict[str, Any], make: Callable[[], Any], expired: Callable[[], Any]
-) -> list[Operation]:
+def failing(cls: type, options: dict[str, Any], make: Callable[[], Any]) -> list[Operation]:
     """Calls that fail. Failed constructions keep the record."""
+
+    def expired() -> Any:
+        return next(iter(make()))
+
     constructions = {
-        "an unknown keyword": lambda: cls(shape=1, **options),
-        "a text": lambda: cls("text", **options),
-        "uneven lists": lambda: cls([[1], [1, 1]], **options),
-        "a size without end": lambda: cls(size=(2**62, 2), **options),
-        "a size that wraps": lambda: cls(size=(2**32, 2**32), **options),
-        "a size of another count": lambda: cls([1, 1], (2, 2), **options),
-        "lists of uneven depth": lambda: cls([[[1]], [1]], **options),
-        "memory of another format": lambda: cls(array.array("u", "ab"), **options),
-        "a vector and an initializer": lambda: cls([1], None, [1], **options),
-        "a vector of lists": lambda: cls(vector=[[1]], **options),
-        "an item that raises": lambda: cls(Raising(), **options),
+        "an unknown keyword": lambda a: cls(shape=1, **options),
+        "a text": lambda a: cls("text", **options),
+        "uneven lists": lambda a: cls([[1], [1, 1]], **options),
+        "a size without end": lambda a: cls(size=(2**62, 2), **options),
+        "a size that wraps": lambda a: cls(size=(2**32, 2**32), **options),
+        "a size of another count": lambda a: cls([1, 1], (2, 2), **options),
+        "lists of uneven depth": lambda a: cls([[[1]], [1]], **options),
+        "memory of another format": lambda a: cls(array.array("u", "ab"), **options),
+        "a vector and an initializer": lambda a: cls([1], None, [1], **options),
+        "a vector of lists": lambda a: cls(vector=[[1]], **options),
+        "an item that raises": lambda a: cls(Raising(), **options),
     }
     others = {
-        "an index": lambda: make()[5],
-        "an odd index": lambda: make()["x"],
-        "a step of 0": lambda: make()[::0],
-        "a write of another shape": lambda: make().__setitem__(0, [1]),
-        "a write of too much": lambda: make().__setitem__(slice(0, 1), [1] * 9),
-        "a write to an odd index": lambda: make()[0].__setitem__("x", 1),
-        "a write of what raises": lambda: make().__setitem__(slice(None), Raising()),
-        "a deletion": lambda: make().__delitem__(0),
-        "a reshape": lambda: make().reshape(7, 7),
-        "a reshape of what raises": lambda: make().reshape(Raising()),
-        "a reshape of a row": lambda: make()[0].reshape(3),
-        "an order": lambda: make() < make(),
-        "a hash": lambda: hash(make()),
-        "an iterator of nothing": lambda: next(velmar.MCPyIter()),
-        "a row without its array": lambda: expired()[0],
-        "text of such a row": lambda: str(expired()),
-        "a clone of such a row": lambda: call_method(expired(), "clone"),
-        "memory of such a row": lambda: memoryview(expired()),
-        "a bare record": lambda: len(bare_record(cls)),
-        "toarray": quietly(lambda: make().toarray()),
-        "memory to write to": lambda: ask(make(), 1).error is None or make()[9],
-        "the capsule, of no array": lambda: capsule.from_python(7),
-        "the capsule, of a null pointer": lambda: capsule.to_python(None),
+        "an index": lambda a: a[5],
+        "an odd index": lambda a: a["x"],
+        "a step of 0": lambda a: a[::0],
+        "a write of another shape": lambda a: a.__setitem__(0, [1]),
+        "a write of too much": lambda a: a.__setitem__(slice(0, 1), [1] * 9),
+        "a write to an odd index": lambda a: a[0].__setitem__("x", 1),
+        "a write of what raises": lambda a: a.__setitem__(slice(None), Raising()),
+        "a deletion": lambda a: a.__delitem__(0),
+        "a reshape": lambda a: a.reshape(7, 7),
+        "a reshape of what raises": lambda a: a.reshape(Raising()),
+        "a reshape of a row": lambda a: a[0].reshape(3),
+        "an order": lambda a: a < make(),
+        "a hash": hash,
+        "an iterator of nothing": lambda a: next(velmar.MCPyIter()),
+        "a row without its array": lambda a: expired()[0],
+        "text of such a row": lambda a: str(expired()),
+        "a clone of such a row": lambda a: call_method(expired(), "clone"),
+        "memory of such a row": lambda a: memoryview(expired()),
+        "a bare record": lambda a: len(bare_record(cls)),
+        "toarray": quietly(lambda a: a.toarray()),
+        "memory to write to": lambda a: ask(a, 1).error is None or a[9],
+        "the capsule, of no array": lambda a: capsule.from_python(7),
+        "the capsule, of a null pointer": lambda a: capsule.to_python(None),
     }
     found = [
-        Operation(f"fails: {name}", refused(call), (RECORD,))
+        Operation(f"fails: {name}", make, refused(call), (RECORD,), True)
         for name, call in constructions.items()
     ]
-    return found + [Operation(f"fails: {name}", refused(call)) for name, call in others.items()]
+    return found + [
+        Operation(f"fails: {name}", make, refused(call), (), name in CONSTRUCTING)
+        for name, call in others.items()
+    ]
+
+
+# Others that make one more array, which needs memory of its own.
+CONSTRUCTING = (
+    "an order",
+    "a row without its array",
+    "text of such a row",
+    "a clone of such a row",
+    "memory of such a row",
+    "a bare record",
+)
 
 
 class Raising:
@@ -256,6 +309,16 @@ def requested(made: Any) -> Any:
     answer = ask(made, 0x1C)
     give_back(answer)
     return answer.error
+
+
+def shared(made: Any) -> Any:
+    """The array, after a native client has taken its contents, which the client still has."""
+    CLIENT[:] = [capsule.there_and_back(made)]
+    return made
+
+
+def nested_twos(depth: int) -> Any:
+    return [nested_twos(depth - 1), nested_twos(depth - 1)] if depth else 1
 
 
 def of_buffer(made: Any) -> Any:
