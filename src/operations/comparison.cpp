@@ -1,8 +1,13 @@
-// Comparison: of memory where that is the same, else by two iterators side by side.
+// Comparison: of memory and lengths where that is the same, else by two iterators.
 #include "operations/comparison.hpp"
 
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
 #include <iostream>
 #include <optional>
+#include <span>
+#include <vector>
 
 #include "elements/equality.hpp"
 #include "module/py_ref.hpp"
@@ -13,28 +18,6 @@
 
 namespace {
 
-// One level of a comparison of rows. Each level keeps two walks on the stack, with a shape and a
-// chain of their own. The interpreter's own limit would let them fill the stack.
-class Level {
- public:
-  Level() { ++s_levels; }
-  Level(const Level&) = delete;
-  Level& operator=(const Level&) = delete;
-  ~Level() { --s_levels; }
-
-  // False with RecursionError set.
-  bool isAllowed() const {
-    if (s_levels <= deepest) return true;
-    setError(PyExc_RecursionError, "maximum recursion depth exceeded while comparing arrays");
-    return false;
-  }
-
- private:
-  static constexpr int deepest = 1000;
-  static thread_local int s_levels;
-};
-thread_local int Level::s_levels = 0;
-
 // Whether two numbers are equal; empty with an error set.
 std::optional<bool> numbersAreEqual(PyObject* x, PyObject* y) {
   const int result = PyObject_RichCompareBool(x, y, Py_EQ);
@@ -43,25 +26,71 @@ std::optional<bool> numbersAreEqual(PyObject* x, PyObject* y) {
   return std::nullopt;
 }
 
-// Compares elements in memory. Empty, with no error set, when they cannot be had so; the walks then
-// decide.
-std::optional<bool> tryCompareMemory(const MCppPyArray& self, const MCppPyArray& other) {
-  if (PyErr_Occurred() != nullptr) return std::nullopt;
-  const std::optional<Box> a = findBox(self);
-  if (!a) return std::nullopt;
-  const std::optional<Box> b = findBox(other);
-  if (!b) return std::nullopt;
-  return haveSameCounts(a->lanes, b->lanes) && areEqual(*a, *b);
+using Lengths = std::vector<std::int64_t>;  // of the open dimensions
+
+// The lengths of a view without elements. Empty, with no error set, for
+// other views, and for those whose walk their lengths do not tell.
+std::optional<Lengths> findLengthsWithoutElements(const MCppPyArray& view) {
+  const MDArrayWrapper* storage = view.findWrapper();
+  if (storage == nullptr) return std::nullopt;
+  const std::span<const std::int64_t> shape = storage->shape();
+  const std::size_t first = view.chain().integers().size();
+  if (first >= shape.size()) return std::nullopt;
+  Lengths lengths(shape.begin() + static_cast<std::ptrdiff_t>(first), shape.end());
+  if (const SliceIndexItem* slice = view.chain().finalSlice()) {
+    if (!slice->m_isNormalized) return std::nullopt;
+    const std::int64_t count = slice->numberOfValues();
+    const std::int64_t last = count == 0 ? *slice->m_stop : slice->valueAt(count - 1);
+    if (count != *slice->m_slice_len || *slice->m_start < 0 || last < 0) return std::nullopt;
+    lengths.front() = count;
+  }
+  if (std::find(lengths.begin(), lengths.end(), 0) == lengths.end()) return std::nullopt;
+  return lengths;
 }
 
-}  // namespace
+Lengths lengthsOf(const Box& box) {
+  Lengths lengths;
+  for (const Lane& lane : box.lanes) lengths.push_back(lane.count);
+  return lengths;
+}
 
-std::optional<bool> isEqualTo(const MCppPyArray& self, const MCppPyArray& other) {
+// Whether walks along these lengths, at least one of which has a 0, yield the same.
+bool emptyWalksAreEqual(const Lengths& a, const Lengths& b) {
+  for (std::size_t k = 0;; ++k) {
+    if (a[k] != b[k]) return false;
+    if (a[k] == 0) return true;                                // nothing behind it is looked at
+    if (k + 1 == a.size() || k + 1 == b.size()) return false;  // a number beside a row
+  }
+}
+
+// Compares without a walk: elements in memory, or lengths where there are no elements. Empty, with
+// no error set, when that is not possible; the walks then decide.
+std::optional<bool> tryCompareWithoutWalk(const MCppPyArray& self, const MCppPyArray& other) {
+  if (PyErr_Occurred() != nullptr) return std::nullopt;
+  const std::optional<Box> a = findBox(self);
+  const std::optional<Box> b = findBox(other);
+  if (a && b) return haveSameCounts(a->lanes, b->lanes) && areEqual(*a, *b);
+  const std::optional<Lengths> lengthsA = a ? lengthsOf(*a) : findLengthsWithoutElements(self);
+  if (!lengthsA) return std::nullopt;
+  const std::optional<Lengths> lengthsB = b ? lengthsOf(*b) : findLengthsWithoutElements(other);
+  if (!lengthsB) return std::nullopt;
+  return emptyWalksAreEqual(*lengthsA, *lengthsB);
+}
+
+// The levels of rows that walks may have. Each takes some of the stack, and the interpreter's own
+// limit would let them fill it.
+constexpr int deepest = 1000;
+
+// `level` counts the comparisons around this one, and this one.
+std::optional<bool> areEqualAtLevel(const MCppPyArray& self, const MCppPyArray& other, int level) {
   if (self.getSupportedArrayEnum() != other.getSupportedArrayEnum()) return false;
-  if (const auto areEqualInMemory = tryCompareMemory(self, other)) return areEqualInMemory;
+  if (const auto areEqual = tryCompareWithoutWalk(self, other)) return areEqual;
   const RecursionGuard guard(" while comparing arrays");
-  const Level level;
-  if (!guard || !level.isAllowed()) return std::nullopt;
+  if (!guard) return std::nullopt;
+  if (level > deepest) {
+    setError(PyExc_RecursionError, "maximum recursion depth exceeded while comparing arrays");
+    return std::nullopt;
+  }
   MCppPyIter first(&self);
   MCppPyIter second(&other);
   if (PyErr_Occurred() != nullptr) return std::nullopt;
@@ -75,14 +104,21 @@ std::optional<bool> isEqualTo(const MCppPyArray& self, const MCppPyArray& other)
     if (first.yieldsViews() != second.yieldsViews()) return false;
     if (first.yieldsViews()) {
       // Deliberate: an error in a row makes the arrays unequal here; the handler reports the error.
-      const auto rowsAreEqual = isEqualTo(*getMCPyArrayFromPyObject(x.get())->mcppPyArray,
-                                          *getMCPyArrayFromPyObject(y.get())->mcppPyArray);
+      const auto rowsAreEqual =
+          areEqualAtLevel(*getMCPyArrayFromPyObject(x.get())->mcppPyArray,
+                          *getMCPyArrayFromPyObject(y.get())->mcppPyArray, level + 1);
       if (!rowsAreEqual.value_or(false)) return false;
     } else {
       const std::optional<bool> areEqual = numbersAreEqual(x.get(), y.get());
       if (!areEqual || !*areEqual) return areEqual;
     }
   }
+}
+
+}  // namespace
+
+std::optional<bool> isEqualTo(const MCppPyArray& self, const MCppPyArray& other) {
+  return areEqualAtLevel(self, other, 1);
 }
 
 template <class T>

@@ -41,9 +41,34 @@ class TestWords:
         assert message_of(lambda: text(deep_array)) == EXCEEDED + "making a nested list of an array"
 
     def test_of_a_comparison(self):
-        # Without elements: those in memory are compared without recursion.
+        # Walked, because its elements are outside the storage.
+        row = outside(DEEP)
+        assert message_of(lambda: row == row) == EXCEEDED + "comparing arrays"
+
+
+def outside(dimensions):
+    """A view of that many dimensions whose elements a reshape has left outside the storage."""
+    array = velmar.int8(size=(2,) + (1,) * (dimensions - 1) + (2,))
+    row = array[1]
+    array.reshape((1,) * dimensions + (4,))
+    return row
+
+
+class TestEqualShapes:
+    """Arrays are compared without recursion, with elements and without."""
+
+    @pytest.mark.parametrize("last, other", [(0, 0), (2, 2), (0, 2), (2, 0)])
+    def test_any_depth(self, last, other):
+        array, second = (velmar.int8(size=(1,) * DEEP + (length,)) for length in (last, other))
+        assert (array == second) is (last == other)
+        assert (array != second) is (last != other)
+        assert array != velmar.int8(size=(1,) * (DEEP - 1) + (last,))
+
+    def test_slices_without_elements(self):
         array = velmar.int8(size=(1,) * DEEP + (0,))
-        assert message_of(lambda: array == array) == EXCEEDED + "comparing arrays"
+        assert array[::-1] == array[0:1]
+        assert array[1:] == array[:0]
+        assert array[1:] != array
 
 
 # A comparison has its own limit. An interpreter that counts C and Python calls together reaches its
@@ -52,9 +77,11 @@ DEEP_COMPARISONS = """
 import sys, threading, velmar
 
 def compare(dimensions):
-    array = velmar.int8(size=(1,) * (dimensions - 1) + (0,))
+    array = velmar.int8(size=(2,) + (1,) * (dimensions - 1) + (2,))
+    row = array[1]
+    array.reshape((1,) * dimensions + (4,))
     try:
-        return array == array
+        return row == row
     except RecursionError as error:
         return str(error)
 
