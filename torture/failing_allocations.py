@@ -21,6 +21,7 @@ import part
 
 DIED = "the interpreter died"
 NO_SUCH = 10**9  # number of an allocation that is never made
+MOST_LOOKS = 20  # what stays of each call shows in all of them; the interpreter keeps some blocks
 
 # Errors that replace MemoryError in some operations.
 STATED = {
@@ -156,7 +157,7 @@ class Trial:
         """The same, and what is still allocated afterwards."""
         # A record of a failed construction is kept.
         allowed = self.blocks + self.operation.constructs
-        for _ in range(3):
+        for _ in range(MOST_LOOKS):
             found, lost = self.blocks_of_failure(k)
             if found or self.is_contended:
                 return found
