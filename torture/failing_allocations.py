@@ -73,7 +73,7 @@ class Trial:
         self.before = state(operation.make())
         self.prepare()
         self.level = allocations.live()
-        self.blocks = max(self.blocks_of_failure(NO_SUCH)[1] for _ in range(3))
+        self.blocks = max(self.blocks_of_failure(NO_SUCH)[1] for _ in range(MOST_LOOKS))
         self.outcomes.clear()
 
     def prepare(self) -> None:
