@@ -13,18 +13,6 @@ namespace vd = foundation::velmardata;
 
 namespace {
 
-// One more hold on the elements of the array, as a buffer that another array can take over.
-struct SecondHoldVisitor {
-  template <class T>
-  UntypedBuffer operator()(const vd::TypedArray<T>& array) const {
-    const auto deleter = tryCreateBuffer(vd::arrayTypeOf<T>, 0).get_deleter();
-    auto first = array.begin();
-    UntypedBuffer buffer(const_cast<T*>(&*first), deleter);
-    first.giveUpHold();
-    return buffer;
-  }
-};
-
 // A copy of the elements of the array; null when memory is short.
 struct CopyVisitor {
   template <class T>
@@ -36,6 +24,28 @@ struct CopyVisitor {
       std::memcpy(copy.get(), &*first, count * sizeof(T));
     }
     return copy;
+  }
+};
+
+// Another data library may have iterators that cannot give up their hold.
+template <class Iterator>
+concept GivesUpHold = requires(Iterator iterator) { iterator.giveUpHold(); };
+constexpr bool canHoldTwice =
+    GivesUpHold<decltype(std::declval<const vd::TypedArray<double>&>().begin())>;
+
+// One more hold on the elements of the array, as a buffer that another array can take over.
+struct SecondHoldVisitor {
+  template <class T>
+  UntypedBuffer operator()(const vd::TypedArray<T>& array) const {
+    auto first = array.begin();
+    if constexpr (GivesUpHold<decltype(first)>) {
+      const auto deleter = tryCreateBuffer(vd::arrayTypeOf<T>, 0).get_deleter();
+      UntypedBuffer buffer(const_cast<T*>(&*first), deleter);
+      first.giveUpHold();
+      return buffer;
+    } else {
+      return CopyVisitor{}(array);
+    }
   }
 };
 
@@ -52,13 +62,13 @@ bool MDArrayWrapper::reshape(std::span<const std::int64_t> dimensions, char orde
     m_later->current = &m_firstDescription;
   }
   if (m_later != nullptr) m_later->all.reserve(m_later->all.size() + 1);
-  const bool isSole = isSoleOwner();
-  UntypedBuffer elements =
-      isSole ? applyVisitor(m_array, SecondHoldVisitor{}) : applyVisitor(m_array, CopyVisitor{});
+  const bool holdsTwice = canHoldTwice && isSoleOwner();
+  UntypedBuffer elements = holdsTwice ? applyVisitor(m_array, SecondHoldVisitor{})
+                                      : applyVisitor(m_array, CopyVisitor{});
   if (elements == nullptr) return false;
   m_array = makeArrayFromBuffer(m_type, std::move(elements), dimensions);
-  // Contents with another handle were copied: the block that was shown is a mirror from now on.
-  if (!isSole) m_showsArray = false;
+  // After a copy, the block that was shown is a mirror.
+  if (!holdsTwice) m_showsArray = false;
   m_nDim = static_cast<std::int32_t>(dimensions.size());
   m_order = order;
   if (m_later != nullptr) {
