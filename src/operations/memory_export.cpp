@@ -10,7 +10,7 @@
 
 namespace {
 
-int refuse(PyObject* exceptionType, const char* message) {
+int refuseExport(PyObject* exceptionType, const char* message) {
   setError(exceptionType, message);
   return -1;
 }
@@ -35,31 +35,31 @@ bool has(int flags, int request) {
 int MCPyArray_GetBuffer(PyObject* self, Py_buffer* buffer, int flags) {
   if (buffer != nullptr) buffer->obj = nullptr;  // until nothing can fail any more
   MCppPyArray* view = getInitializedView(self);
-  if (view == nullptr) return refuse(PyExc_RuntimeError, messages::objectNotInitialized);
+  if (view == nullptr) return refuseExport(PyExc_RuntimeError, messages::objectNotInitialized);
   if (buffer == nullptr) {
-    return refuse(PyExc_RuntimeError, "null pointer to view object null.");
+    return refuseExport(PyExc_RuntimeError, "null pointer to view object null.");
   }
   MCppPyArray* target = findTarget(*view);
   const WrapperAccess storage =
       target != nullptr ? target->wrapper() : WrapperAccess(static_cast<MDArrayWrapper*>(nullptr));
-  if (!storage) return refuse(PyExc_RuntimeError, messages::nullDataPointer);
+  if (!storage) return refuseExport(PyExc_RuntimeError, messages::nullDataPointer);
 
   buffer->buf = storage->buf();
   buffer->len = storage->getBufferSizeInBytes();
   buffer->itemsize = storage->getElementSizeInBytes();
   buffer->ndim = storage->getNumberOfDimensions();
   if (has(flags, PyBUF_WRITABLE) && storage->isReadOnly() != 0) {
-    return refuse(PyExc_ValueError, "underlying buffer is not writable.");
+    return refuseExport(PyExc_ValueError, "underlying buffer is not writable.");
   }
   buffer->readonly = storage->isReadOnly();
   buffer->format = has(flags, PyBUF_FORMAT) ? classid2format(storage->getType()) : nullptr;
   if (has(flags, PyBUF_FORMAT) && buffer->format == nullptr) {
-    return refuse(PyExc_ValueError, "format field is null.");
+    return refuseExport(PyExc_ValueError, "format field is null.");
   }
   // Deliberate: by the request alone, even if the memory is C-contiguous, so that the answer does
   // not depend on the shape.
   if (has(flags, PyBUF_C_CONTIGUOUS)) {
-    return refuse(PyExc_ValueError, "underlying buffer not C-contiguous.");
+    return refuseExport(PyExc_ValueError, "underlying buffer not C-contiguous.");
   }
   ArrayDescription& description = storage->exportedDescription();
   buffer->shape = description.shape().data();
