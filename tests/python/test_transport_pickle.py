@@ -160,6 +160,7 @@ class TestPickles:
             pickle.dumps(make())
 
 
+@pytest.mark.processes
 class TestPools:
     """The arguments are sent by this process, the results by the workers."""
 
@@ -181,8 +182,11 @@ class TestPools:
 
     def test_pool_of_multiprocessing(self, registered):
         context = multiprocessing.get_context("spawn")
-        with context.Pool(1, transport.register_pickle) as pool:
-            assert pool.apply_async(workers.same, (self.EMPTY,)).get(SECONDS).size == (0, 3)
+        pool = context.Pool(1, transport.register_pickle)
+        assert pool.apply_async(workers.same, (self.EMPTY,)).get(SECONDS).size == (0, 3)
+        # Not `with`, whose end kills a worker that can hold a lock of the pool.
+        pool.close()
+        pool.join()
 
     def test_results_of_spawned_processes_that_are_not_told(self, registered):
         with ProcessPoolExecutor(1, mp_context=multiprocessing.get_context("spawn")) as pool:
