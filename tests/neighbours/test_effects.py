@@ -149,9 +149,12 @@ class TestWritesIntoReadOnlyMemory:
         assert a == velmar.double([[4, 3], [6, 3]])
 
     def test_python_and_a_native_client_then_differ(self):
-        """A clone holds its elements twice; SciPy changes only those that Python reads."""
+        """A clone of a view that is kept holds its elements twice. SciPy changes only those that
+        Python reads.
+        """
         a = velmar.double([[4, 3], [6, 3]])
-        read = a[:].clone()
+        view = a[:]
+        read = view.clone()
         scipy.linalg.inv(read, overwrite_a=True)
         of_client = there_and_back(read)
         assert (read[0][0], of_client[0][0]) == (-0.5, 4)
