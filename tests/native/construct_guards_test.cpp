@@ -53,7 +53,7 @@ TEST(ElementStoreTest, NoMemoryForABlockOfExactlyTheElements) {
     isLimited = limit.isSet();
     if (isLimited) isNull = store.tryTake() == nullptr;
   }
-  if (!isLimited) GTEST_SKIP() << "memory cannot be limited here";
+  if (!isLimited) GTEST_SKIP() << "a limit on memory has no effect here";
   EXPECT_TRUE(isNull);
   EXPECT_EQ(store.size(), count);
   EXPECT_EQ(store.capacity(), 0U) << "the reserved block was freed";
@@ -72,7 +72,7 @@ TEST(FlatteningGuards, NoMemoryForMoreThanWasReserved) {
     isLimited = limit.isSet();
     if (isLimited) isFlattened = parser.flattenWithUnspecifiedDimensions(list.get(), true);
   }
-  if (!isLimited) GTEST_SKIP() << "memory cannot be limited here";
+  if (!isLimited) GTEST_SKIP() << "a limit on memory has no effect here";
   EXPECT_FALSE(isFlattened);
   EXPECT_TRUE(raised(PyExc_MemoryError,
                      "unable to allocate memory for array with number of elements = 3000001; "
@@ -97,7 +97,7 @@ TEST(Reordering, NeedsNoLevelsForAListOfElements) {
     std::optional<Array> array;
     {
       const RecursionLimit limit(0);
-      if (!limit.isSet()) GTEST_SKIP() << "this interpreter does not count levels";
+      if (!limit.isSet()) GTEST_SKIP() << "this interpreter has no limit on levels";
       array = convertRowMajorBufferToColumnMajor(factsOf<std::int16_t>, source.data(), dimensions,
                                                  1024);
     }
@@ -113,7 +113,7 @@ TEST(Reordering, NeedsNoLevelsForABuffer) {
   FinalConstructorParser<std::int16_t> parser;
   {
     const RecursionLimit limit(0);
-    if (!limit.isSet()) GTEST_SKIP() << "this interpreter does not count levels";
+    if (!limit.isSet()) GTEST_SKIP() << "this interpreter has no limit on levels";
     EXPECT_NE(parser.processConstructorArgsAndKwargs(arguments), nullptr);
   }
   EXPECT_TRUE(raisedNothing());

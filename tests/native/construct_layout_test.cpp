@@ -295,7 +295,7 @@ class Adoption : public ::testing::Test {
     const std::optional<Array> array = makeTypedArrayFromBuf(
         std::move(buffer), bufferInStorageOrder, dimensions, numberOfElements);
     ASSERT_TRUE(array);
-    EXPECT_EQ(buffer.get(), nullptr);  // NOLINT: a moved-from unique_ptr is null
+    EXPECT_EQ(buffer.get(), nullptr);  // NOLINT(bugprone-use-after-move): null by contract
     const TypedArray<T> typed(*array);
     EXPECT_EQ(addressOf(typed), block);
     EXPECT_EQ(array->getDimensions(), Dimensions(dimensions.begin(), dimensions.end()));
@@ -339,7 +339,7 @@ ElementBuffer<double> countedBuffer(std::size_t count) {
 TEST(ReorderedBuffer, IsFreedAfterwards) {
   auto buffer = countedBuffer(6);
   const auto array = makeTypedArrayFromBuf(std::move(buffer), false, {2, 3}, 6);
-  EXPECT_EQ(buffer.get(), nullptr);  // NOLINT: a moved-from unique_ptr is null
+  EXPECT_EQ(buffer.get(), nullptr);  // NOLINT(bugprone-use-after-move): null by contract
   EXPECT_EQ(s_freed, 1);
   ASSERT_TRUE(array);
   EXPECT_EQ(elementsOf(TypedArray<double>(*array)), (std::vector<double>{1, 4, 2, 5, 3, 6}));

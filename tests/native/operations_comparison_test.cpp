@@ -234,7 +234,7 @@ TEST(ComparisonFailure, GoesUpOneLevelOnly) {
     std::string output;
     {
       const RecursionLimit limit(row.levels);
-      if (!limit.isSet()) GTEST_SKIP() << "this interpreter does not count levels";
+      if (!limit.isSet()) GTEST_SKIP() << "this interpreter has no limit on levels";
       const CapturedOutput captured;
       result = isEqualTo(viewOf(part), viewOf(part));
       output = captured.text();

@@ -235,7 +235,7 @@ TEST(ExtractionFailure, ShortMemoryIsReportedWithTheNumberOfElements) {
     isLimited = limit.isSet();
     if (isLimited) row = MCPyArray_Noncomplex(array.get(), nullptr);
   }
-  if (!isLimited) GTEST_SKIP() << "memory cannot be limited here";
+  if (!isLimited) GTEST_SKIP() << "a limit on memory has no effect here";
   EXPECT_EQ(row, nullptr);
   EXPECT_TRUE(raised(PyExc_MemoryError,
                      "unable to allocate memory for array with number of elements = 268435456; "

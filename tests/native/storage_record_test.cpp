@@ -118,7 +118,7 @@ TEST(RecordHelpers, FailureOfTheAllocatorIsReported) {
     isLimited = limit.isSet();
     if (isLimited) record = allocMCPyArray(reinterpret_cast<PyTypeObject*>(type.get()));
   }
-  if (!isLimited) GTEST_SKIP() << "memory cannot be limited here";
+  if (!isLimited) GTEST_SKIP() << "a limit on memory has no effect here";
   EXPECT_EQ(record, nullptr);
   EXPECT_TRUE(raised(PyExc_RuntimeError, "unable to initialize C object."));
 }
@@ -209,7 +209,7 @@ TEST(NewViewFailure, NoMemoryForTheMirrorIsReported) {
     if (isLimited)
       view = makeNewView(vd::Array(kept), SupportedArrayEnum::Int8, false, Contents::Client);
   }
-  if (!isLimited) GTEST_SKIP() << "memory cannot be limited here";
+  if (!isLimited) GTEST_SKIP() << "a limit on memory has no effect here";
   EXPECT_EQ(view, nullptr);
   EXPECT_TRUE(reported());
   const MCppPyArray* given = nullptr;

@@ -188,7 +188,7 @@ TEST(ReshapeMemory, WithoutMemoryForACopyNothingChanges) {
       result = MCPyArray_Reshape(array.get(), arguments.get(), nullptr);
     }
   }
-  if (!isLimited) GTEST_SKIP() << "memory cannot be limited here";
+  if (!isLimited) GTEST_SKIP() << "a limit on memory has no effect here";
   EXPECT_FALSE(isReshaped);
   EXPECT_TRUE(isQuiet) << "the caller reports";
   EXPECT_EQ(result, nullptr);

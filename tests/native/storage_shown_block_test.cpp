@@ -253,7 +253,7 @@ TEST(ShownBlockMemory, WithoutMemoryToHandOutNothingChanges) {
       if (isLimited) handedOut = wrapper.tryHandOut();
       isQuiet = PyErr_Occurred() == nullptr;
     }
-    if (!isLimited) GTEST_SKIP() << "memory cannot be limited here";
+    if (!isLimited) GTEST_SKIP() << "a limit on memory has no effect here";
     EXPECT_EQ(handedOut, nullptr);
     EXPECT_TRUE(isQuiet) << "the caller reports";
     EXPECT_TRUE(wrapper.hasMirror());

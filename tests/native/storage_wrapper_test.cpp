@@ -252,7 +252,7 @@ TEST(WrapperMirror, CanBeMissingWhenMemoryIsShort) {
     return std::make_unique<MCppPyArray>(copyOf(array), SupportedArrayEnum::Int8, false, true,
                                          Contents::Client);
   }();
-  if (view == nullptr) GTEST_SKIP() << "memory cannot be limited here";
+  if (view == nullptr) GTEST_SKIP() << "a limit on memory has no effect here";
 
   const WrapperAccess storage = view->wrapper();
   EXPECT_FALSE(storage->hasMirror());

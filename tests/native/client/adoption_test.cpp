@@ -199,7 +199,7 @@ TEST(AdoptionFailure, ShortMemoryIsReportedAndTheReferenceIsReleased) {
     isLimited = limit.isSet();
     if (isLimited) adopted = adopt(array);
   }
-  if (!isLimited) GTEST_SKIP() << "memory cannot be limited here";
+  if (!isLimited) GTEST_SKIP() << "a limit on memory has no effect here";
   EXPECT_FALSE(adopted);
   EXPECT_TRUE(raised(PyExc_MemoryError,
                      "unable to allocate memory for array with number of elements = 268435456; "
@@ -238,7 +238,7 @@ TEST(AdoptionMemory, NoBlockOfTheInterpreterIsKept) {
     adopt(text);
     PyErr_Clear();
   });
-  if (!kept) GTEST_SKIP() << "this allocator does not count blocks";
+  if (!kept) GTEST_SKIP() << "no leak can be seen: this allocator counts no blocks";
   EXPECT_LT(*kept, 0.5);
 }
 
