@@ -1,6 +1,6 @@
 # Formats times, ratios and counts for tables and pages.
 
-from rows import Kind
+from operation import OURS, Kind
 
 
 def time_text(seconds):
@@ -18,8 +18,17 @@ def figure(value, kind=Kind.TIME):
     return time_text(value)
 
 
-def ratio_text(ratio):
-    return f"{ratio:.2f}" if ratio < 10 else f"{ratio:.0f}"
+def ratio_text(ratio, digits=2):
+    return f"{ratio:.{digits}f}" if ratio < 10 else f"{ratio:.0f}"
+
+
+def cells(medians, columns, kind=Kind.TIME):
+    """The medians of the columns, each with the ratio of ours to it; "-" for an unknown one."""
+    for column in columns:
+        text = figure(medians[column], kind) if column in medians else "-"
+        if column != OURS and {column, OURS} <= medians.keys():
+            text += f" ({ratio_text(medians[OURS] / medians[column])})"
+        yield text
 
 
 def count_text(count):
@@ -31,3 +40,9 @@ def count_text(count):
     if rest:
         return f"{count:.2g}".replace("e+0", "x10^").replace("e+", "x10^")
     return f"10^{power}" if first == 1 else f"{first}x10^{power}"
+
+
+def table(head, rows, numbers=0):
+    """A Markdown table; the last `numbers` columns are aligned to the right."""
+    rule = ["---"] * (len(head) - numbers) + ["---:"] * numbers
+    return "\n".join(f"| {' | '.join(line)} |" for line in [head, rule, *rows])

@@ -1,9 +1,14 @@
 # Arithmetic on times over sizes: fits, ratios, and the sizes at which the quicker side changes.
 
+import itertools
 import math
 import statistics
 from dataclasses import dataclass
 
+from operation import ARRAY, ARROW, LIST, NUMPY, NUMPY_F, OURS
+
+# Our times are compared with the first of these columns that has the operation.
+FAIREST = (NUMPY_F, NUMPY, ARRAY, LIST, ARROW)
 # Ratios this close to 1 count as equal.
 EQUAL_WITHIN = 1.1
 
@@ -23,30 +28,38 @@ class Fit:
 def fit_line(sizes, times):
     """The line with the least sum of squared relative errors; both numbers are at least 0.
 
-    Relative errors give all points the same weight, from nanoseconds to milliseconds.
+    Relative errors give all points the same weight, from nanoseconds to milliseconds: the sum of
+    (fixed * f + each * e - 1)^2 with f = 1 / time and e = size / time.
     """
-    weights = [1 / time**2 for time in times]
-    w = sum(weights)
-    wn = sum(weight * size for weight, size in zip(weights, sizes, strict=True))
-    wnn = sum(weight * size**2 for weight, size in zip(weights, sizes, strict=True))
-    wt = sum(1 / time for time in times)
-    wnt = sum(size / time for size, time in zip(sizes, times, strict=True))
-    determinant = w * wnn - wn**2
+    pairs = [(1 / time, size / time) for size, time in zip(sizes, times, strict=True)]
+    f, e = (sum(column) for column in zip(*pairs, strict=True))
+    ff, ee = (sum(value**2 for value in column) for column in zip(*pairs, strict=True))
+    fe = sum(one * other for one, other in pairs)
     fixed = each = -1.0
     if len(set(sizes)) > 1:
-        fixed = (wt * wnn - wnt * wn) / determinant
-        each = (w * wnt - wn * wt) / determinant
+        determinant = ff * ee - fe**2
+        fixed, each = (f * ee - e * fe) / determinant, (ff * e - fe * f) / determinant
     if each < 0:
-        fixed, each = wt / w, 0.0
+        fixed, each = f / ff, 0.0
     elif fixed < 0:
-        fixed, each = 0.0, wnt / wnn
-    fit = Fit(fixed, each, 1.0)
-    misses = [fit.at(size) / time for size, time in zip(sizes, times, strict=True)]
+        fixed, each = 0.0, e / ee
+    misses = [fixed * one + each * other for one, other in pairs]
     return Fit(fixed, each, max(max(miss, 1 / miss) for miss in misses))
 
 
-def ratios(ours, theirs):
-    """Ours divided by theirs, at sizes that both have. Both are dicts from size to seconds."""
+def times_of(row, column):
+    """The medians of a column by size."""
+    medians = {point["size"]: point["medians"] for point in row["points"]}
+    return {size: found[column] for size, found in medians.items() if column in found}
+
+
+def fairest_peer(row):
+    return next((column for column in FAIREST if times_of(row, column)), None)
+
+
+def ratios_of(row):
+    """Our times divided by those of the fairest peer, at sizes that both have."""
+    ours, theirs = times_of(row, OURS), times_of(row, fairest_peer(row))
     return {size: ours[size] / theirs[size] for size in sorted(ours) if size in theirs}
 
 
@@ -81,9 +94,8 @@ def decided(ratios_by_size):
 def crossings(ratios_by_size):
     """The sizes at which the ratio crosses 1, between decided ratios."""
     points = list(decided(ratios_by_size).items())
-    pairs = zip(points, points[1:], strict=False)
     return [
         crossing(*point, *next_point)
-        for point, next_point in pairs
+        for point, next_point in itertools.pairwise(points)
         if (point[1] < 1) != (next_point[1] < 1)
     ]

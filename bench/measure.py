@@ -1,32 +1,24 @@
-# Measures statements, imports and peaks of memory, with the samples of the columns interleaved.
+# Times statements, with the samples of the columns interleaved, and runs programs in new processes.
 
 import gc
 import itertools
+import json
 import os
 import statistics
 import subprocess
 import sys
 import textwrap
 import time
+from importlib import import_module
+from importlib.util import find_spec
 from pathlib import Path
 
-from rows import Kind
+from operation import ARROW
 
-PROGRAMS = {
-    Kind.PEAK: Path(__file__).resolve().parent / "peak.py",
-    Kind.GROWTH: Path(__file__).resolve().parent / "peak.py",
-    Kind.HELD: Path(__file__).resolve().parent / "held.py",
-}
+BENCH = Path(__file__).resolve().parent
+sys.path.append(str(BENCH.parent / "tests" / "python"))  # for the package helpers
 
-# The child measures its own import, so that the start of the interpreter is not included.
-IMPORT_PROGRAM = """
-import time
-start = time.perf_counter()
-{statement}
-print(time.perf_counter() - start)
-"""
-
-# The names of the row are parameters, and therefore fast local variables in every column.
+# The names of the statement are parameters, and therefore fast local variables in every column.
 SAMPLE_PROGRAM = """
 def sample(repeats_, clock_, {names}):
     start_ = clock_()
@@ -36,25 +28,51 @@ def sample(repeats_, clock_, {names}):
 """
 
 
-def modules():
-    """The names that all statements can use."""
+def modules_for(operation):
+    """The modules and functions that the statements of an operation can use."""
     import array
     import pickle
 
     import numpy
     import velmar
 
-    return {
-        "velmar": velmar,
-        "np": numpy,
-        "array": array.array,
-        "pickle": pickle,
-        "sys": sys,
-    }
+    names = {"velmar": velmar, "np": numpy, "array": array.array, "pickle": pickle, "sys": sys}
+    if ARROW in operation.statements and find_spec(ARROW):
+        names["pa"] = import_module(ARROW)
+    return names
+
+
+def names_for(operation, shape):
+    """What all columns of an operation can use: modules, and those of n, data, flat it needs."""
+    names = modules_for(operation)
+    if operation.elements is None:
+        return names
+    generator = names["np"].random.default_rng(shape.rows * shape.columns)
+    n = operation.elements(generator, (shape.rows, shape.columns))
+    names["n"] = n
+    if operation.uses("data"):
+        names["data"] = n.tolist()
+    if operation.uses("flat"):
+        names["flat"] = n.ravel().tolist()
+    return names
+
+
+def columns_of(operation):
+    return [column for column in operation.statements if column != ARROW or find_spec(ARROW)]
+
+
+def statement_and_names(operation, column, shape, names):
+    """The statement of a column, and a dict of its names."""
+    words = shape.words()
+    own = dict(names)
+    for name, makers in (("a", operation.makers), ("b", operation.makers_of_b)):
+        if column in makers:
+            own[name] = eval(makers[column].format(**words), dict(names))
+    return operation.statements[column].format(**words), own
 
 
 class Sampler:
-    """One column of a row, compiled, with the number of runs in one sample."""
+    """One column of an operation, compiled, with the number of runs in one sample."""
 
     def __init__(self, statement, names, least_seconds):
         scope = {}
@@ -63,6 +81,7 @@ class Sampler:
         self.function = scope["sample"]
         self.names = names
         self.runs = 1
+        self.spent = 0.0  # seconds of all runs so far
         self.total()  # warm-up: the first run is slow because it touches new pages
         while (seconds := min(self.total(), self.total())) < least_seconds:
             growth = least_seconds / max(seconds, 1e-9)
@@ -71,74 +90,57 @@ class Sampler:
 
     def total(self):
         repeats = itertools.repeat(None, self.runs)
-        return self.function(repeats, time.perf_counter, **self.names)
+        seconds = self.function(repeats, time.perf_counter, **self.names)
+        self.spent += seconds
+        return seconds
 
     def __call__(self):
         return self.total() / self.runs
 
 
-def medians_of(samplers, repeats):
-    """Samples all columns in turn, so that a slow moment affects all of them."""
+def samplers_for(operation, columns, shape, least_seconds):
+    names = names_for(operation, shape) if columns else {}
+    return {
+        column: Sampler(*statement_and_names(operation, column, shape, names), least_seconds)
+        for column in columns
+    }
+
+
+def samples_of(samplers, repeats):
+    """Samples by column; `repeats` says how many of each. Garbage is not collected meanwhile.
+
+    The columns are sampled in turn, so that a slow moment affects all of them.
+    """
     samples = {column: [] for column in samplers}
-    for _ in range(repeats):
-        for column, sampler in samplers.items():
-            samples[column].append(sampler())
-    return {column: statistics.median(values) for column, values in samples.items()}
-
-
-def make(maker, names):
-    return eval(maker, dict(names))
-
-
-def measure_times(case, repeats, least_seconds):
-    names = modules()
-    if case.data:
-        names["data"] = case.data()
-    samplers = {}
-    for column, statement in case.statements.items():
-        own = dict(names)
-        if case.makers:
-            own["a"] = make(case.makers[column], names)
-        if case.second:
-            own["b"] = make(case.second[column], names | {"data": case.data()})
-        samplers[column] = Sampler(statement, own, least_seconds)
     gc.collect()
     gc.disable()
     try:
-        return medians_of(samplers, repeats)
+        for turn in range(max(repeats.values(), default=0)):
+            for column, sampler in samplers.items():
+                if turn < repeats[column]:
+                    samples[column].append(sampler())
     finally:
         gc.enable()
+    return samples
 
 
-def run_child(*arguments, **settings):
-    command = [sys.executable, *arguments]
+def medians_of(samples):
+    return {column: statistics.median(values) for column, values in samples.items()}
+
+
+def run_fresh(*arguments, **settings):
+    """Runs Python with these arguments and yields the values that it prints, each a line of JSON.
+
+    The settings are added to its environment.
+    """
+    command = [sys.executable, *map(str, arguments)]
     environment = os.environ | settings
-    child = subprocess.run(command, stdout=subprocess.PIPE, check=True, text=True, env=environment)
-    return float(child.stdout)
+    with subprocess.Popen(command, stdout=subprocess.PIPE, text=True, env=environment) as child:
+        yield from map(json.loads, child.stdout)
+    if child.returncode:
+        raise subprocess.CalledProcessError(child.returncode, command)
 
 
-def measure_imports(case, repeats):
-    def sampler(statement):
-        return lambda: run_child("-c", IMPORT_PROGRAM.format(statement=statement))
-
-    samplers = {column: sampler(statement) for column, statement in case.statements.items()}
-    medians_of(samplers, 1)  # writes the byte code and warms the file cache
-    return medians_of(samplers, repeats)
-
-
-def measure_memory(case, repeats):
-    settings = {"PYTHONMALLOC": "malloc"} if case.kind is Kind.HELD else {}
-
-    def sampler(column):
-        return lambda: run_child(str(PROGRAMS[case.kind]), case.name, column, **settings)
-
-    return medians_of({column: sampler(column) for column in case.statements}, repeats)
-
-
-def measure(case, quick):
-    """The median of every column of the row."""
-    if case.kind is Kind.IMPORT:
-        return measure_imports(case, 5 if quick else 15)
-    if case.kind in PROGRAMS:
-        return measure_memory(case, 1 if quick else 3)
-    return measure_times(case, 3 if quick else 9, 0.002 if quick else 0.02)
+def figure_of_fresh(*arguments, **settings):
+    [value] = run_fresh(*arguments, **settings)
+    return value

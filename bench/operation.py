@@ -1,9 +1,9 @@
-# The operations that are timed over sizes: statements, data, and shapes of the arrays.
+# What an operation is: its statement and its array in each column; and what a job with a limit is.
 """Statements and makers are templates; {rows}, {columns} and so on are the words of Shape.
 
 A statement can use velmar, np, pa, array, pickle, sys; n, a NumPy array of random elements in row
-order; data, the same elements as nested lists; and a, which the maker of the column makes of them.
-A twin also has b: made like a, with separate element objects.
+order; data, the same as nested lists; flat, the same as one list; and a, which the maker of the
+column makes of them. With makers of b there is also b, with separate element objects.
 """
 
 import re
@@ -11,12 +11,16 @@ from collections.abc import Callable
 from dataclasses import dataclass, field
 from enum import Enum
 
-from rows import ARRAY, LIST, NUMPY, NUMPY_F, OURS
-
+OURS = "velmar"
+NUMPY = "numpy"
+NUMPY_F = "numpy-F"  # column-major, the fair comparison for operations that reorder elements
+ARRAY = "array"  # a list of array.array rows, or one flat array.array
+LIST = "list"  # shares the elements; a lower bound where others convert
+BYTES = "bytearray"
+OTHERWISE = "ours otherwise"  # our arrays with other steps, size or elements, see README.md
 ARROW = "pyarrow"
-COLUMNS = (OURS, NUMPY, NUMPY_F, ARRAY, LIST, ARROW)
-# A summary compares with the first of these columns that has the operation.
-FAIREST = (NUMPY_F, NUMPY, ARRAY, LIST, ARROW)
+COLUMNS = (OURS, NUMPY, NUMPY_F, ARRAY, LIST, BYTES, OTHERWISE, ARROW)
+IDENTIFIERS = {"numpy_F": NUMPY_F, "ours_otherwise": OTHERWISE}
 
 MOST_ELEMENTS = 10**7
 ROWS_BESIDE = 10
@@ -40,6 +44,9 @@ SHOWN |= {"low": "low", "high": "high"}
 class Shape:
     rows: int
     columns: int
+
+    def __str__(self):
+        return f"{self.rows}x{self.columns}"
 
     def words(self):
         low = self.rows // 4
@@ -81,9 +88,9 @@ class Operation:
     title: str
     statements: dict[str, str]
     makers: dict[str, str] = field(default_factory=dict)
+    makers_of_b: dict[str, str] = field(default_factory=dict)
     elements: Callable | None = None  # (generator, (rows, columns)) -> NumPy array
     layout: Layout = Layout.WHOLE
-    twin: bool = False
     note: str = ""
 
     def shown(self, column):
@@ -92,8 +99,54 @@ class Operation:
         return " ".join(line.strip() for line in lines)
 
     def uses(self, name):
-        texts = (*self.statements.values(), *self.makers.values())
+        texts = (*self.statements.values(), *self.makers.values(), *self.makers_of_b.values())
         return any(re.search(rf"\b{name}\b", text) for text in texts)
+
+
+# --- Jobs: operations at one shape.
+
+
+class Kind(Enum):
+    """What a job measures. The values are part of the JSON results."""
+
+    TIME = "seconds of the statement"
+    IMPORT = "seconds of the import, in a fresh process"
+    PEAK = "growth of the resident peak, in sizes of the elements, in a fresh process"
+    GROWTH = "growth of the resident peak by a use, in sizes of the elements, in a fresh process"
+    HELD = "bytes that one object holds in all, in a fresh process"
+
+
+@dataclass(frozen=True)
+class Limit:
+    """The upper limit of our result divided by the peer's, or of our result without a peer.
+
+    `aim` is a lower value to work towards.
+    """
+
+    ratio: float
+    peer: str | None = None
+    aim: float | None = None
+
+
+@dataclass(frozen=True)
+class Job:
+    operation: Operation
+    shape: Shape
+    limit: Limit | None = None
+    kind: Kind = Kind.TIME
+    item_bytes: int = 8
+
+    @property
+    def name(self):
+        return self.operation.title
+
+    @property
+    def element_bytes(self):
+        return self.shape.rows * self.shape.columns * self.item_bytes
+
+    def statements(self):
+        words = self.shape.words()
+        return {column: text.format(**words) for column, text in self.operation.statements.items()}
 
 
 # --- Elements. In a list each element is a separate object, except small ints and bools.
@@ -105,6 +158,10 @@ def floats(generator, shape):
 
 def ints(generator, shape):
     return generator.integers(-1_000_000, 1_000_000, shape)
+
+
+def whole_floats(generator, shape):
+    return ints(generator, shape).astype(float)
 
 
 def small_ints(generator, shape):
@@ -119,7 +176,7 @@ def complexes(generator, shape):
     return generator.random(shape) + 1j * generator.random(shape)
 
 
-# --- What `a` is in each column: doubles in resident memory.
+# --- Makers of `a` by column: arrays in resident memory.
 
 DOUBLES = {
     OURS: "velmar.double(n)",
@@ -137,12 +194,16 @@ COMPLEXES = {
     NUMPY: "n.copy()",
     NUMPY_F: 'n.copy("F")',
 }
+FLAT_ARRAY = 'array("d", n.tobytes())'
+
+
+# --- Operations in one call. Keywords are columns; numpy_F is numpy-F, and like numpy by default.
 
 
 def by_column(texts):
-    """Columns from keywords: numpy_F is the column numpy-F; by default it is the same as numpy."""
-    texts = {NUMPY_F if name == "numpy_F" else name: text for name, text in texts.items()}
-    if NUMPY in texts:
+    """Texts by column from keywords."""
+    texts = {IDENTIFIERS.get(name, name): text for name, text in texts.items()}
+    if texts.get(NUMPY):
         texts.setdefault(NUMPY_F, texts[NUMPY])
     return texts
 
@@ -153,21 +214,25 @@ def in_order(texts):
 
 
 def build(key, title, elements, note="", **texts):
-    """An operation that makes an array from data or n."""
-    return Operation(key, title, in_order(by_column(texts)), {}, elements, note=note)
+    """An operation that makes an array from data, flat or n."""
+    return Operation(key, title, in_order(by_column(texts)), elements=elements, note=note)
 
 
-def use(key, title, statement, layout=Layout.WHOLE, twin=False, note="", **others):
-    """An operation on an array of doubles. `others` are the statements of columns that differ.
+def use(
+    key,
+    title,
+    statement,
+    makers=DOUBLES,
+    elements=floats,
+    layout=Layout.WHOLE,
+    makers_of_b=None,
+    note="",
+    **others,
+):
+    """An operation on the arrays of the makers. `others` are the statements that differ.
 
     A statement None means that the column does not have the operation.
     """
-    statements = in_order(dict.fromkeys(COLUMNS, statement) | by_column(others))
-    makers = {column: DOUBLES[column] for column in statements}
-    return Operation(key, title, statements, makers, floats, layout, twin, note)
-
-
-def whole(key, title, elements, makers, note="", **texts):
-    """An operation on arrays that the makers make from n."""
-    statements = in_order(by_column(texts))
-    return Operation(key, title, statements, makers, elements, note=note)
+    texts = dict.fromkeys(makers, statement) | by_column(others)
+    statements = in_order({column: texts[column] for column in makers})
+    return Operation(key, title, statements, makers, makers_of_b or {}, elements, layout, note)

@@ -2,9 +2,14 @@
 """A note tells readers of the results what the columns do differently."""
 
 from operation import (
+    ARRAY,
     ARROW,
     COMPLEXES,
     DOUBLES,
+    FLAT_ARRAY,
+    NUMPY,
+    NUMPY_F,
+    OURS,
     Layout,
     bools,
     build,
@@ -13,17 +18,24 @@ from operation import (
     ints,
     small_ints,
     use,
-    whole,
 )
-from rows import ARRAY, LIST, NUMPY, NUMPY_F, OURS
 
 SHARES = "The column list shares the elements instead of converting them, so it is a lower bound."
 NO_COPY = "NumPy exports the memory of its array; ours is a copy of what the view shows."
-ARROW_COPY = "{}.copy_to(pa.default_cpu_memory_manager())"
+PARTS = "The parts are copies in both columns, ours as one row."
+
+# Columns that do not have an operation.
+NO_ARROW = {"pyarrow": None}
+ONLY_NUMPY = {"array": None, "list": None, "pyarrow": None}
+
+COPY_ROWS = "[row[:] for row in a]"
+COPY_ROWS_OF_B = "a[:] = [row[:] for row in b]"
+COPY_TO = "{}.copy_to(pa.default_cpu_memory_manager())"
+BOTH_ORDERS = {"numpy": 'np.array(a, order="C")', "numpy_F": 'np.array(a, order="F")'}
 
 
 def nested(key, title, elements, ours, theirs, letter, arrow):
-    """An array of one class from nested lists."""
+    """An array of one class from nested lists. None: the column has no such type."""
     return build(
         key,
         title,
@@ -38,9 +50,8 @@ def nested(key, title, elements, ours, theirs, letter, arrow):
     )
 
 
+FLOAT64, INT32, UINT8 = "data, dtype=float", 'data, dtype="int32"', 'data, dtype="uint8"'
 COMPLEX = "double(data, is_complex=True)"
-INT32, UINT8 = 'data, dtype="int32"', 'data, dtype="uint8"'
-FLOAT64 = "data, dtype=float"
 MAKING = (
     nested("floats", "from nested floats", floats, "double(data)", "data", "d", "float64"),
     nested("ints", "double from nested ints", ints, "double(data)", FLOAT64, "d", "float64"),
@@ -79,39 +90,28 @@ MAKING = (
         list="[[0.0] * {columns} for _ in range({rows})]",
         pyarrow="pa.repeat(0.0, {count})",
     ),
-    whole(
+    use(
         "flat_memory",
         "from flat memory",
-        floats,
-        {
-            OURS: "n.ravel()",
-            NUMPY: "n.ravel()",
-            ARRAY: 'array("d", n.tobytes())',
-            ARROW: "n.ravel()",
-        },
-        velmar="velmar.double(a)",
+        "velmar.double(a)",
+        {OURS: "n.ravel()", NUMPY: "n.ravel()", ARRAY: FLAT_ARRAY, ARROW: "n.ravel()"},
         numpy="np.array(a)",
-        numpy_F=None,
         array='array("d", a)',
-        pyarrow=ARROW_COPY.format("pa.array(a)"),
+        pyarrow=COPY_TO.format("pa.array(a)"),
     ),
-    whole(
+    use(
         "memory_by_column",
         "from memory by column",
-        floats,
+        "velmar.double(a)",
         dict.fromkeys((OURS, NUMPY, NUMPY_F), 'n.copy("F")'),
-        velmar="velmar.double(a)",
-        numpy='np.array(a, order="C")',
-        numpy_F='np.array(a, order="F")',
+        **BOTH_ORDERS,
     ),
-    whole(
+    use(
         "memory_by_row",
         "from memory by row",
-        floats,
+        "velmar.double(a)",
         dict.fromkeys((OURS, NUMPY, NUMPY_F), "n"),
-        velmar="velmar.double(a)",
-        numpy='np.array(a, order="C")',
-        numpy_F='np.array(a, order="F")',
+        **BOTH_ORDERS,
     ),
     use(
         "other_class",
@@ -125,8 +125,6 @@ MAKING = (
 )
 
 LOOP = "for row in a:\n    for x in row:\n        pass"
-OF_ROWS = "The column list copies references to rows."
-ARROW_COPIES = "PyArrow copies every other row."
 READING = (
     use("element", "read an element", "a[{row}][{column}]", pyarrow="a[{row}][{column}].as_py()"),
     use("row", "take a row", "a[{row}]"),
@@ -134,20 +132,20 @@ READING = (
         "slice",
         "take a slice",
         "a[{low}:{high}]",
-        note=OF_ROWS,
+        note="The column list copies references to rows.",
     ),
     use(
         "stepped_slice",
         "take a slice with a step",
         "a[::2]",
-        note=ARROW_COPIES,
+        note="PyArrow copies every other row.",
     ),
     use("slice_of_slice", "take a slice of a slice", "a[{low}:][::-1]"),
     use(
         "row_to_list",
         "a row to a list",
         "list(a[5])",
-        Layout.ROW,
+        layout=Layout.ROW,
         note=SHARES,
         numpy="a[5].tolist()",
         pyarrow="a[5].as_py()",
@@ -156,7 +154,7 @@ READING = (
         "row_to_array",
         "a row to array.array",
         "a[5].toarray()",
-        Layout.ROW,
+        layout=Layout.ROW,
         numpy='array("d", a[5].tobytes())',
         array="a[5][:]",
         list='array("d", a[5])',
@@ -180,55 +178,51 @@ READING = (
     ),
 )
 
-ROW_OF_ARRAY = 'a[5] = array("d", data[5])'
-ROWS_OF_ARRAY = 'a[:] = [array("d", row) for row in data]'
 WRITING = (
-    use("write_element", "write an element", "a[{row}][{column}] = 1.5", pyarrow=None),
+    use("write_element", "write an element", "a[{row}][{column}] = 1.5", **NO_ARROW),
     use(
         "write_row",
         "write a row from a list",
         "a[5] = data[5]",
-        Layout.ROW,
+        layout=Layout.ROW,
         note=SHARES,
-        array=ROW_OF_ARRAY,
+        array='a[5] = array("d", data[5])',
         list="a[5] = data[5][:]",
-        pyarrow=None,
+        **NO_ARROW,
     ),
     use(
         "write_all",
         "write all from nested lists",
         "a[:] = data",
         note=SHARES,
-        array=ROWS_OF_ARRAY,
+        array='a[:] = [array("d", row) for row in data]',
         list="a[:] = [row[:] for row in data]",
-        pyarrow=None,
+        **NO_ARROW,
     ),
+    # In array and list the rows are copied, because an assignment would share them.
     use(
         "write_array",
         "write all from another array",
         "a[:] = b",
-        twin=True,
-        array="a[:] = [row[:] for row in b]",
-        list="a[:] = [row[:] for row in b]",
-        pyarrow=None,
+        makers_of_b=DOUBLES,
+        array=COPY_ROWS_OF_B,
+        list=COPY_ROWS_OF_B,
+        **NO_ARROW,
     ),
 )
 
-FLAT_ARRAY = 'array("d", n.tobytes())'
-ARROW_MEMORY = "memoryview(a.values.buffers()[1])"
 ARROW_BYTES = "a.values.buffers()[1].to_pybytes()"
 ARRAY_BYTES = 'b"".join([row.tobytes() for row in a])'
 MEMORY = (
-    use("memoryview", "memoryview", "memoryview(a)", array=None, list=None, pyarrow=ARROW_MEMORY),
     use(
-        "view_memoryview",
-        "memoryview of a view",
-        "memoryview(a[:])",
-        note=NO_COPY,
+        "memoryview",
+        "memoryview",
+        "memoryview(a)",
         array=None,
         list=None,
-        pyarrow=None,
+        pyarrow="memoryview(a.values.buffers()[1])",
     ),
+    use("view_memoryview", "memoryview of a view", "memoryview(a[:])", note=NO_COPY, **ONLY_NUMPY),
     use(
         "stored_bytes",
         "bytes as stored",
@@ -247,28 +241,23 @@ MEMORY = (
         list=None,
         pyarrow=ARROW_BYTES,
     ),
-    whole(
+    use(
         "to_numpy",
         "to NumPy",
-        floats,
-        {column: DOUBLES[column] for column in (OURS, NUMPY, NUMPY_F, LIST, ARROW)}
-        | {ARRAY: FLAT_ARRAY},
-        "The column list copies.",
-        velmar="np.asarray(memoryview(a))",
-        numpy="np.asarray(memoryview(a))",
-        array="np.asarray(memoryview(a))",
+        "np.asarray(memoryview(a))",
+        DOUBLES | {ARRAY: FLAT_ARRAY},
+        note="The column list copies.",
         list="np.array(a)",
         pyarrow="a.values.to_numpy()",
     ),
 )
 
-PARTS = "The parts are copies in both columns, ours as one row."
 WHOLE = (
     use(
         "equal",
         "a == b, all equal",
         "a == b",
-        twin=True,
+        makers_of_b=DOUBLES,
         note="The columns list and array compare Python numbers.",
         numpy="(a == b).all()",
         pyarrow="a.equals(b)",
@@ -280,9 +269,9 @@ WHOLE = (
         note=SHARES,
         numpy="a.copy()",
         numpy_F='a.copy("F")',
-        array="[row[:] for row in a]",
-        list="[row[:] for row in a]",
-        pyarrow=ARROW_COPY.format("a"),
+        array=COPY_ROWS,
+        list=COPY_ROWS,
+        pyarrow=COPY_TO.format("a"),
     ),
     use(
         "pickle",
@@ -295,26 +284,24 @@ WHOLE = (
         "reshape, there and back",
         "a.reshape({columns}, {rows}).reshape({rows}, {columns})",
         numpy_F='a.reshape(({columns}, {rows}), order="F").reshape(({rows}, {columns}), order="F")',
-        array=None,
-        list=None,
-        pyarrow=None,
+        **ONLY_NUMPY,
     ),
-    whole(
+    use(
         "real",
         "the real part",
-        complexes,
+        "a.real()",
         COMPLEXES,
-        PARTS,
-        velmar="a.real()",
+        complexes,
+        note=PARTS,
         numpy='a.real.copy("K")',
     ),
-    whole(
+    use(
         "imag",
         "the imaginary part",
-        complexes,
+        "a.imag()",
         COMPLEXES,
-        PARTS,
-        velmar="a.imag()",
+        complexes,
+        note=PARTS,
         numpy='a.imag.copy("K")',
     ),
     use(
@@ -322,9 +309,7 @@ WHOLE = (
         "all elements as one row",
         "a.noncomplex()",
         numpy='a.flatten("A")',
-        array=None,
-        list=None,
-        pyarrow=None,
+        **ONLY_NUMPY,
     ),
     use("length", "len(a)", "len(a)"),
 )

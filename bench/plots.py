@@ -5,11 +5,11 @@
 import json
 import math
 import sys
+from contextlib import contextmanager
 from pathlib import Path
 
-from fits import ratios
-from operation import ARROW, FAIREST
-from rows import ARRAY, LIST, NUMPY, NUMPY_F, OURS
+from fits import ratios_of, times_of
+from operation import ARRAY, ARROW, LIST, NUMPY, NUMPY_F, OURS
 
 # Colours that colour-blind readers can tell apart, each with its own marker.
 STYLES = {
@@ -28,15 +28,14 @@ SETTINGS = {
     "font.size": 9,
     "lines.markersize": 4,
     "lines.linewidth": 1.2,
+    "axes.spines.top": False,
+    "axes.spines.right": False,
+    "grid.color": "#dddddd",
+    "grid.linewidth": 0.6,
 }
 INCHES = (4.8, 3.4)
 GROUP_INCHES, GROUP_INCHES_PER_ROW = 0.6, 0.2
 UNITS = {-12: "ps", -9: "ns", -6: "us", -3: "ms", 0: "s", 3: "ks"}  # by power of ten
-
-
-def points_of(row, column):
-    points = [point for point in row["points"] if column in point["medians"]]
-    return [point["size"] for point in points], [point["medians"][column] for point in points]
 
 
 def tick_text(seconds, _position):
@@ -46,64 +45,47 @@ def tick_text(seconds, _position):
     return f"{10**step} {UNITS[power - step]}"
 
 
-def draw(row, file):
-    from matplotlib import rc_context
-    from matplotlib.figure import Figure
-    from matplotlib.ticker import FuncFormatter, LogLocator, NullLocator
-
-    with rc_context(SETTINGS):
-        figure = Figure(figsize=INCHES, layout="constrained", facecolor="white")
-        axes = figure.subplots()
-        for column in row["statements"]:
-            sizes, times = points_of(row, column)
-            axes.loglog(sizes, times, label=column, **STYLES[column])
-        axes.set_xlabel(row["size_counts"])
-        axes.yaxis.set_major_locator(LogLocator(numticks=14))
-        axes.yaxis.set_major_formatter(FuncFormatter(tick_text))
-        for axis in (axes.xaxis, axes.yaxis):
-            axis.set_minor_locator(NullLocator())
-        axes.grid(color="#dddddd", linewidth=0.6)
-        axes.spines[["top", "right"]].set_visible(False)
-        figure.legend(loc="outside upper center", ncols=3, frameon=False)
-        figure.savefig(file, metadata={"Date": None, "Creator": None, "Title": row["title"]})
-
-
-def picture_name(row):
-    return f"{row['key']}.svg"
-
-
-def group_picture_name(group):
-    return f"group_{group.lower().replace(' ', '_')}.svg"
-
-
-def times_of(row, column):
-    return dict(zip(*points_of(row, column), strict=True))
-
-
-def fairest_peer(row):
-    return next((column for column in FAIREST if times_of(row, column)), None)
-
-
-def ratios_of(row):
-    """Our time divided by that of the fairest peer, by size; empty without a peer."""
-    peer = fairest_peer(row)
-    return ratios(times_of(row, OURS), times_of(row, peer)) if peer else {}
-
-
 def ratio_tick(ratio, _position):
     return f"1/{1 / ratio:g}" if ratio < 1 else f"{ratio:g}"
 
 
-def draw_group(rows, file):
-    """One line for each operation: a dot for each size, darker for larger ones, over the ratio."""
-    from matplotlib import colormaps, rc_context
+@contextmanager
+def picture(file, title, height):
+    """The axes to draw on; the picture is written at the end."""
+    from matplotlib import rc_context
     from matplotlib.figure import Figure
-    from matplotlib.ticker import FuncFormatter, LogLocator, NullLocator
 
     with rc_context(SETTINGS):
-        height = GROUP_INCHES + GROUP_INCHES_PER_ROW * len(rows)
         figure = Figure(figsize=(INCHES[0], height), layout="constrained", facecolor="white")
-        axes = figure.subplots()
+        yield figure.subplots()
+        figure.savefig(file, metadata={"Date": None, "Creator": None, "Title": title})
+
+
+def set_ticks(axis, most, text):
+    from matplotlib.ticker import FuncFormatter, LogLocator
+
+    axis.set_major_locator(LogLocator(numticks=most))
+    axis.set_major_formatter(FuncFormatter(text))
+
+
+def draw(row, file):
+    with picture(file, row["title"], INCHES[1]) as axes:
+        for column in row["statements"]:
+            times = times_of(row, column)
+            axes.loglog(list(times), list(times.values()), label=column, **STYLES[column])
+        axes.set_xlabel(row["size_counts"])
+        set_ticks(axes.yaxis, 14, tick_text)
+        axes.minorticks_off()
+        axes.grid()
+        axes.figure.legend(loc="outside upper center", ncols=3, frameon=False)
+
+
+def draw_group(rows, file):
+    """One line for each operation: a dot for each size, darker for larger ones, over the ratio."""
+    from matplotlib import colormaps
+
+    title = f"{rows[0]['group']}: ratios to NumPy"
+    with picture(file, title, GROUP_INCHES + GROUP_INCHES_PER_ROW * len(rows)) as axes:
         axes.axvspan(1e-3, 1, color="#e8f3ea", zorder=0)
         axes.axvline(1, color="#333333", linewidth=1)
         every = [ratio for row in rows for ratio in ratios_of(row).values()]
@@ -111,11 +93,11 @@ def draw_group(rows, file):
             found = ratios_of(row)
             axes.plot([min(found.values()), max(found.values())], [place] * 2, color="#999999")
             shades = [0.25 + 0.75 * math.log10(size) / 7 for size in found]
-            colors = [colormaps["Blues"](min(1.0, shade)) for shade in shades]
             axes.scatter(
-                *(list(found.values()), [place] * len(found)),
+                list(found.values()),
+                [place] * len(found),
                 s=26,
-                color=colors,
+                color=[colormaps["Blues"](min(1.0, shade)) for shade in shades],
                 edgecolors="#08306b",
                 linewidths=0.5,
                 zorder=3,
@@ -124,14 +106,18 @@ def draw_group(rows, file):
         axes.set_xlim(min([0.5, *every]) / 1.3, max([2, *every]) * 1.3)
         axes.set_ylim(len(rows) - 0.4, -0.6)
         axes.set_yticks(range(len(rows)), [row["title"] for row in rows])
-        axes.xaxis.set_major_locator(LogLocator(numticks=8))
-        axes.xaxis.set_major_formatter(FuncFormatter(ratio_tick))
-        axes.xaxis.set_minor_locator(NullLocator())
+        set_ticks(axes.xaxis, 8, ratio_tick)
+        axes.minorticks_off()
         axes.set_xlabel("our time / time of NumPy")
-        axes.grid(axis="y", color="#dddddd", linewidth=0.6)
-        axes.spines[["top", "right"]].set_visible(False)
-        title = f"{rows[0]['group']}: ratios to NumPy"
-        figure.savefig(file, metadata={"Date": None, "Creator": None, "Title": title})
+        axes.grid(axis="y")
+
+
+def picture_name(row):
+    return f"{row['key']}.svg"
+
+
+def group_picture_name(group):
+    return f"group_{group.lower().replace(' ', '_')}.svg"
 
 
 def drawn_groups(rows):

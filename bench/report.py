@@ -10,17 +10,10 @@ import re
 import statistics
 from pathlib import Path
 
-from figure_text import count_text, figure, ratio_text, time_text
-from fits import crossings, decided, fit_line, one_digit, ratios
-from plots import (
-    draw_all,
-    drawn_groups,
-    fairest_peer,
-    group_picture_name,
-    picture_name,
-    times_of,
-)
-from rows import NUMPY, NUMPY_F, OURS, Kind
+from figure_text import cells, count_text, figure, ratio_text, table, time_text
+from fits import crossings, decided, fairest_peer, fit_line, one_digit, ratios_of, times_of
+from operation import NUMPY, NUMPY_F, OURS, Kind
+from plots import draw_all, drawn_groups, group_picture_name, picture_name
 from sweep import LONG_REPEATS, LONG_SECONDS, REPEATS
 
 OVERVIEW_SIZES = (1, 100, 10_000, 1_000_000, 10_000_000)
@@ -45,14 +38,6 @@ GROUP = (
     "A dot for each size, darker for more elements: our time divided by that of NumPy in"
     " column-major order. In the green part we are faster."
 )
-FOLDED = "Calls and diagram"
-
-
-def fold(summary, *lines):
-    """Text that a click on the summary shows. Markdown inside HTML begins after an empty line."""
-    return "\n".join([f"<details><summary>{summary}</summary>", "", *lines, "</details>"])
-
-
 JOBS = (
     "`script/bench --check` fails if one of these limits is exceeded. The brackets contain our"
     " figure divided by that of the column.\n\n"
@@ -79,16 +64,29 @@ MEASURED = """\
   text gives it if every point is within a factor of {rough:g} of the line. Otherwise the text has
   the figures at both ends.
 - "About equal" is within a tenth. A difference at only one size is ignored.
-- A column ends where the next size would have taken more than its share of the time."""
-SIZES_COMMAND = "script/bench --sizes --json bench/results/sizes.json"
-TABLE_COMMAND = "script/bench --json bench/results/table.json"
-REPORT_COMMAND = (
-    "python bench/report.py bench/results/sizes.json --table bench/results/table.json"
-    " --page docs/performance.md --plots docs/plots"
-)
+- A column ends where the next size would have taken more than its share of the time.
+- {spread}
+- The run took {minutes:g} minutes and {memory:.2g} GB of memory.
+- To do it again: `script/bench --sizes --json bench/results/sizes.json`, `script/bench --json \
+bench/results/table.json`, then `python bench/report.py bench/results/sizes.json --table \
+bench/results/table.json --page docs/performance.md --plots docs/plots`."""
 
 
 # --- Words and cells.
+
+
+def fold(summary, *lines):
+    """Text that a click on the summary shows. Markdown inside HTML begins after an empty line."""
+    return "\n".join([f"<details><summary>{summary}</summary>", "", *lines, "</details>"])
+
+
+def titles_text(rows):
+    titles = [row["title"] for row in rows]
+    return f": {'; '.join(titles)}" if titles else ""
+
+
+def percent(factor):
+    return f"{(factor - 1) * 100:.2g} %"
 
 
 def fit_text(times):
@@ -121,17 +119,6 @@ def comparison_text(ratios_by_size, peer):
     return f"Faster than {peer} {word} about {count_text(one_digit(places[0]))} elements."
 
 
-def table(head, rows, numbers=0):
-    """A Markdown table; the last `numbers` columns are aligned to the right."""
-    rule = ["---"] * (len(head) - numbers) + ["---:"] * numbers
-    lines = [head, rule, *rows]
-    return "\n".join(f"| {' | '.join(cells)} |" for cells in lines)
-
-
-def title_of(row):
-    return row["title"][0].upper() + row["title"][1:]
-
-
 def link_to(row):
     anchor = re.sub(r"[^\w -]", "", row["title"].lower()).replace(" ", "-")
     return f"[{row['title']}](#{anchor})"
@@ -151,53 +138,40 @@ def machine_text(machine):
 
 def overview_rows(rows, sizes):
     for row in rows:
-        peer = fairest_peer(row)
-        if peer is None:
-            continue
-        found = ratios(times_of(row, OURS), times_of(row, peer))
-        name = link_to(row) + ("" if peer in (NUMPY, NUMPY_F) else f", over {peer}")
-        yield [name, *(ratio_text(found[size]) if size in found else "-" for size in sizes)]
+        peer, found = fairest_peer(row), ratios_of(row)
+        if peer:
+            name = link_to(row) + ("" if peer in (NUMPY, NUMPY_F) else f", over {peer}")
+            yield [name, *(ratio_text(found[size]) if size in found else "-" for size in sizes)]
 
 
 def judgement(rows):
     """Text with the operations that are never slower than NumPy, and those that are much slower."""
-    never, much, count = [], [], 0
-    for row in rows:
-        peer = fairest_peer(row)
-        found = ratios(times_of(row, OURS), times_of(row, peer)) if peer else {}
-        if not found or peer not in (NUMPY, NUMPY_F):
-            continue
-        count += 1
-        if all(ratio < 1 for ratio in decided(found).values()):
-            never.append(row["title"])
-        if found[max(found)] > MUCH_SLOWER:
-            much.append(row["title"])
+    both = [row for row in rows if fairest_peer(row) in (NUMPY, NUMPY_F) and ratios_of(row)]
+    never = [row for row in both if all(ratio < 1 for ratio in decided(ratios_of(row)).values())]
+    much = [row for row in both if list(ratios_of(row).values())[-1] > MUCH_SLOWER]
     return (
-        f"NumPy has {count} of these operations as well:\n\n"
-        f"- {len(never)} are faster here, or about equal, at every size{listed(never)}.\n"
-        f"- {len(much)} are more than {MUCH_SLOWER} times slower at the largest size{listed(much)}."
+        f"NumPy has {len(both)} of these operations as well:\n\n"
+        f"- {len(never)} are faster here, or about equal, at every size{titles_text(never)}.\n"
+        f"- {len(much)} are more than {MUCH_SLOWER} times slower at the largest size"
+        f"{titles_text(much)}."
     )
 
 
-def listed(titles):
-    return f": {'; '.join(titles)}" if titles else ""
-
-
 def section(row, plots):
-    by_statement = {}
+    columns_by_statement = {}
     for column, statement in row["statements"].items():
-        by_statement.setdefault(statement, []).append(column)
-    statements = "; ".join(f"{', '.join(names)}: `{text}`" for text, names in by_statement.items())
+        columns_by_statement.setdefault(statement, []).append(column)
+    calls = [f"{', '.join(names)}: `{text}`" for text, names in columns_by_statement.items()]
     ours, peer = times_of(row, OURS), fairest_peer(row)
     words = []
     if ours and peer:
-        theirs = times_of(row, peer)
-        words.append(comparison_text(ratios(ours, theirs), peer))
-        words.append(f"{OURS}: {fit_text(ours)}; {peer}: {fit_text(theirs)}.")
-    words.append(row["note"])
+        words.append(comparison_text(ratios_of(row), peer))
+        words.append(f"{OURS}: {fit_text(ours)}; {peer}: {fit_text(times_of(row, peer))}.")
+    words = " ".join(filter(None, [*words, row["note"]]))
     picture = f"![Time against size, {row['title']}]({plots}/{picture_name(row)})"
-    head = [f"### {title_of(row)}", *filter(None, [" ".join(filter(None, words))])]
-    return "\n".join([*head, fold(FOLDED, statements + ".", picture)])
+    title = row["title"][0].upper() + row["title"][1:]
+    folded = fold("Calls and diagram", "; ".join(calls) + ".", picture)
+    return "\n".join(filter(None, [f"### {title}", words, folded]))
 
 
 def sections(rows, plots):
@@ -215,14 +189,10 @@ def sections(rows, plots):
 
 def job_rows(results):
     for row in results["rows"]:
-        kind, medians, limit = Kind(row["figures"]), row["medians"], row["limit"]
-        cells = [row["name"], figure(medians[OURS], kind)]
-        for peer in (NUMPY, NUMPY_F):
-            known = peer in medians
-            ratio = f" ({ratio_text(row['ratios'][peer])})" if known else ""
-            cells.append(figure(medians[peer], kind) + ratio if known else "-")
-        cells.append(limit_text(limit, kind, row["ratios"]))
-        yield [*cells, {None: "-", True: "holds", False: "missed"}[row["holds"]]]
+        kind = Kind(row["figures"])
+        figures = cells(row["medians"], (OURS, NUMPY, NUMPY_F), kind)
+        verdict = {None: "-", True: "holds", False: "missed"}[row["holds"]]
+        yield [row["name"], *figures, limit_text(row["limit"], kind, row["ratios"]), verdict]
 
 
 def limit_text(limit, kind, found):
@@ -240,42 +210,32 @@ def spread_text(rows):
     ]
     middle, high = statistics.median(spreads), statistics.quantiles(spreads, n=20)[-1]
     return (
-        f"- The upper quartile of the samples was {percent(middle)} above the lower one in the"
+        f"The upper quartile of the samples was {percent(middle)} above the lower one in the"
         f" median of all figures, and {percent(high)} or more in the worst twentieth."
     )
-
-
-def percent(factor):
-    return f"{(factor - 1) * 100:.2g} %"
 
 
 def page_of(sizes, jobs=None, plots="plots"):
     rows = [row for row in sizes["operations"] if row["points"]]
     shown = [size for size in OVERVIEW_SIZES if size <= sizes["most"]]
-    head = ["operation", *map(count_text, shown)]
-    overview = table(head, overview_rows(rows, shown), len(shown))
+    overview = table(["operation", *map(count_text, shown)], overview_rows(rows, shown), len(shown))
     parts = [WRITTEN, "# Performance", START, machine_text(sizes["machine"])]
     parts += ["## In short", judgement(rows), OVERVIEW, fold("Table of ratios", overview, "")]
     if jobs:
-        head = ["job", "here", NUMPY, NUMPY_F, "at most", ""]
-        parts += [
-            "## Jobs with a limit",
-            JOBS,
-            fold("Table of jobs", table(head, job_rows(jobs)), ""),
-        ]
+        job_table = table(["job", "here", NUMPY, NUMPY_F, "at most", ""], job_rows(jobs))
+        parts += ["## Jobs with a limit", JOBS, fold("Table of jobs", job_table, "")]
     parts += sections(rows, plots)
-    peak = max(row["peak_bytes"] for row in sizes["operations"])
     measured = MEASURED.format(
         repeats=REPEATS,
         least=time_text(sizes["least_seconds"]),
         long_repeats=LONG_REPEATS,
         long=time_text(LONG_SECONDS),
         rough=ROUGH_FACTOR,
+        spread=spread_text(rows),
+        minutes=sizes["minutes"],
+        memory=max(row["peak_bytes"] for row in sizes["operations"]) / 1e9,
     )
-    again = f"- To do it again: `{SIZES_COMMAND}`, `{TABLE_COMMAND}`, then `{REPORT_COMMAND}`."
-    needs = f"- The run took {sizes['minutes']:g} minutes and {peak / 1e9:.2g} GB of memory."
-    parts += ["## How it was measured", "\n".join([measured, spread_text(rows), needs, again])]
-    return "\n\n".join(parts) + "\n"
+    return "\n\n".join([*parts, "## How it was measured", measured]) + "\n"
 
 
 def read(file):

@@ -1,147 +1,140 @@
 # Runs the jobs of the benchmark and prints one table: medians, ratios, limits.
 """A cell is a neighbour's median and, in brackets, ours divided by it: below 1 we are faster."""
 
-import argparse
-import contextlib
-import json
-import os
-import platform
 import sys
-from importlib.util import find_spec
+from dataclasses import asdict
 
+import console
 from cases import CASES
-from figure_text import figure, ratio_text
-from measure import measure
-from rows import OURS, PEAK_CONSTANT_BYTES, PEERS, Kind
+from figure_text import cells, figure
+from measure import BENCH, figure_of_fresh, medians_of, samplers_for, samples_of
+from operation import ARROW, COLUMNS, OURS, Kind
 
+TABLE_COLUMNS = tuple(column for column in COLUMNS if column != ARROW)
 NAME_WIDTH = 33
 OURS_WIDTH = 8
 PEER_WIDTH = 15
 LIMIT_WIDTH = 26
 
+# Allowed in addition for a construction of any size: arenas of the allocator, pages of code.
+PEAK_CONSTANT_BYTES = 1 << 20
+
+# Samples of each column; in a quick run a third of them.
+REPEATS = {Kind.TIME: 9, Kind.IMPORT: 15, Kind.PEAK: 3, Kind.GROWTH: 3, Kind.HELD: 3}
+
+# The child measures its own import, so that the start of the interpreter is not included.
+IMPORT_PROGRAM = """
+import time
+start = time.perf_counter()
+{statement}
+print(time.perf_counter() - start)
+"""
+
 
 class Result:
-    """The medians of one row, and whether its limit holds."""
+    """The medians of one job, and whether its limit holds."""
 
-    def __init__(self, case, medians):
-        self.case = case
-        self.medians = medians
-        ours = medians[OURS]
-        self.ratios = {peer: ours / medians[peer] for peer in PEERS if peer in medians}
-        self.holds = None
-        self.meets_aim = None
-        if case.limit:
-            allowance = 0.0
-            if case.kind is Kind.PEAK:
-                allowance = PEAK_CONSTANT_BYTES / case.element_bytes
-            held = self.ratios[case.limit.peer] if case.limit.peer else ours - allowance
-            self.holds = held <= case.limit.ratio
-            self.meets_aim = case.limit.aim is not None and held <= case.limit.aim
-
-    def peer_cell(self, peer):
-        if peer not in self.medians:
-            return "-"
-        return f"{figure(self.medians[peer], self.case.kind)} ({ratio_text(self.ratios[peer])})"
+    def __init__(self, job, medians):
+        self.job, self.medians = job, medians
+        self.ratios = {
+            peer: medians[OURS] / medians[peer] for peer in TABLE_COLUMNS[1:] if peer in medians
+        }
+        self.holds = self.meets_aim = None
+        if job.limit:
+            held = self.ratios[job.limit.peer] if job.limit.peer else medians[OURS]
+            if job.kind is Kind.PEAK:
+                held -= PEAK_CONSTANT_BYTES / job.element_bytes
+            self.holds = held <= job.limit.ratio
+            self.meets_aim = job.limit.aim is not None and held <= job.limit.aim
 
     def limit_cell(self):
-        limit = self.case.limit
+        limit = self.job.limit
         if not limit:
             return ""
         if limit.peer:
             text = f"{limit.ratio:g} of {limit.peer}"
-        elif self.case.kind is Kind.PEAK:
+        elif self.job.kind is Kind.PEAK:
             text = f"{limit.ratio:g} x + 1 MiB"
         else:
-            text = figure(limit.ratio, self.case.kind)
+            text = figure(limit.ratio, self.job.kind)
         return text + (f", aim {limit.aim:g}" if limit.aim is not None else "")
 
     def verdict(self):
-        if self.holds is None:
-            return ""
         if not self.holds:
-            return "MISSED"
+            return "" if self.holds is None else "MISSED"
         return "holds, aim met" if self.meets_aim else "holds"
 
     def line(self):
-        cells = [self.case.name.ljust(NAME_WIDTH)]
-        cells.append(figure(self.medians[OURS], self.case.kind).rjust(OURS_WIDTH))
-        cells += [self.peer_cell(peer).rjust(PEER_WIDTH) for peer in PEERS]
-        cells += [f" {self.limit_cell()}".ljust(LIMIT_WIDTH), self.verdict()]
-        return " ".join(cells).rstrip()
+        figures = cells(self.medians, TABLE_COLUMNS, self.job.kind)
+        return line_of(self.job.name, figures, self.limit_cell(), self.verdict())
 
     def as_dict(self):
-        limit = self.case.limit
         return {
-            "name": self.case.name,
-            "figures": self.case.kind.value,
-            "statements": self.case.statements,
+            "name": self.job.name,
+            "figures": self.job.kind.value,
+            "statements": self.job.statements(),
             "medians": self.medians,
             "ratios": self.ratios,
-            "limit": {"ratio": limit.ratio, "peer": limit.peer, "aim": limit.aim}
-            if limit
-            else None,
+            "limit": self.job.limit and asdict(self.job.limit),
             "holds": self.holds,
         }
 
 
-def header():
-    cells = ["operation".ljust(NAME_WIDTH), OURS.rjust(OURS_WIDTH)]
-    cells += [peer.rjust(PEER_WIDTH) for peer in PEERS]
-    return " ".join([*cells, " at most".ljust(LIMIT_WIDTH), "verdict"])
+def line_of(name, figures, limit, verdict):
+    ours, *peers = figures
+    texts = [name.ljust(NAME_WIDTH), ours.rjust(OURS_WIDTH)]
+    texts += [text.rjust(PEER_WIDTH) for text in peers]
+    return " ".join([*texts, f" {limit}".ljust(LIMIT_WIDTH), verdict]).rstrip()
 
 
-def processor():
-    """The name of the processor model, or the architecture if the system does not tell it."""
-    with contextlib.suppress(OSError), open("/proc/cpuinfo", encoding="utf-8") as file:
-        for line in file:
-            if line.startswith("model name"):
-                return line.partition(":")[2].strip()
-    return platform.machine()
+def measured(job, quick):
+    """The median of every column of the job."""
+    columns = job.operation.statements
+    if job.kind is Kind.TIME:
+        samplers = samplers_for(job.operation, columns, job.shape, 0.002 if quick else 0.02)
+    elif job.kind is Kind.IMPORT:
+        samplers = {column: import_sampler(job, column) for column in columns}
+        samples_of(samplers, dict.fromkeys(columns, 1))  # writes byte code, warms the file cache
+    else:
+        samplers = {column: memory_sampler(job, column) for column in columns}
+    repeats = REPEATS[job.kind] // (3 if quick else 1)
+    return medians_of(samples_of(samplers, dict.fromkeys(columns, repeats)))
 
 
-def machine():
-    import numpy
+def import_sampler(job, column):
+    program = IMPORT_PROGRAM.format(statement=job.operation.statements[column])
+    return lambda: figure_of_fresh("-c", program)
 
-    return {
-        "python": platform.python_version(),
-        "numpy": numpy.__version__,
-        "system": platform.platform(),
-        "processor": processor(),
-        "processors": os.cpu_count(),
-    }
+
+def memory_sampler(job, column):
+    settings = {"PYTHONMALLOC": "malloc"} if job.kind is Kind.HELD else {}
+    return lambda: figure_of_fresh(BENCH / "memory.py", job.name, column, **settings)
 
 
 def parse_arguments():
-    parser = argparse.ArgumentParser(description="Times the arrays against their neighbours.")
-    parser.add_argument("--quick", action="store_true", help="fewer and shorter samples")
-    parser.add_argument("--check", action="store_true", help="exit status 1 if a limit is missed")
-    parser.add_argument(
-        "--only", default="", metavar="TEXT", help="only rows whose name contains TEXT"
+    parser = console.parser(
+        "Times the arrays against their neighbours.", "fewer and shorter samples", "rows whose name"
     )
-    parser.add_argument("--json", metavar="FILE", help="also write the results to this file")
+    parser.add_argument("--check", action="store_true", help="exit status 1 if a limit is missed")
     return parser.parse_args()
 
 
 def main():
     arguments = parse_arguments()
-    for needed in ("velmar", "numpy"):
-        if find_spec(needed) is None:
-            sys.exit(f"bench: {needed} cannot be imported; script/bench sets everything up")
-    print(", ".join(f"{name} {value}" for name, value in machine().items()))
-    print("medians; in brackets ours over theirs, so below 1 we are faster or smaller\n")
-    print(header())
+    console.require("script/bench", "velmar", "numpy")
+    machine = console.machine()
+    console.print_head(machine, " or smaller\n")
+    print(line_of("operation", TABLE_COLUMNS, "at most", "verdict"))
     results = []
-    for case in CASES:
-        if arguments.only in case.name:
-            results.append(Result(case, measure(case, arguments.quick)))
+    for job in CASES:
+        if arguments.only in job.name:
+            results.append(Result(job, measured(job, arguments.quick)))
             print(results[-1].line(), flush=True)
     judged = [result for result in results if result.holds is not None]
     missed = [result for result in judged if not result.holds]
     print(f"\n{len(judged) - len(missed)} of {len(judged)} limits hold")
-    if arguments.json:
-        rows = [result.as_dict() for result in results]
-        with open(arguments.json, "w", encoding="utf-8") as file:
-            json.dump({"machine": machine(), "rows": rows}, file, indent=1)
+    rows = [result.as_dict() for result in results]
+    console.write_json(arguments.json, {"machine": machine, "rows": rows}, "rows")
     return 1 if arguments.check and missed else 0
 
 

@@ -1,24 +1,21 @@
 # Times every operation over sizes, ours and the neighbours'; prints, writes and draws the results.
 """Prints a table for each operation: by size our median, each neighbour's median and the ratio."""
 
-import argparse
-import json
 import os
 import subprocess
 import sys
 import time
+from importlib import import_module
 from importlib.util import find_spec
 from pathlib import Path
 
-from figure_text import count_text, ratio_text, time_text
-from operation import ARROW, COLUMNS, MOST_ELEMENTS, sizes_up_to
+import console
+from figure_text import cells, count_text
+from measure import BENCH, columns_of, run_fresh
+from operation import ARROW, MOST_ELEMENTS, OURS, sizes_up_to
 from operation_list import GROUPS
-from rows import OURS
-from run import machine
 
-SWEEP = Path(__file__).resolve().parent / "sweep.py"
-SIZE_WIDTH = 9
-OURS_WIDTH = 9
+OURS_WIDTH = 9  # of the size, too
 PEER_WIDTH = 16
 LEAST_SECONDS, QUICK_LEAST_SECONDS = 0.01, 0.002
 DIGITS = 4
@@ -35,24 +32,9 @@ class Clock:
         return max(0.0, self.end - time.monotonic()) / max(1, self.pairs)
 
 
-def header(columns):
-    peers = [column.rjust(PEER_WIDTH) for column in columns if column != OURS]
-    return " ".join(["size".rjust(SIZE_WIDTH), OURS.rjust(OURS_WIDTH), *peers])
-
-
-def line(size, medians, columns):
-    ours = medians.get(OURS)
-    cells = [count_text(size).rjust(SIZE_WIDTH)]
-    cells.append((time_text(ours) if ours else "-").rjust(OURS_WIDTH))
-    for column in columns:
-        if column == OURS:
-            continue
-        text = "-"
-        if column in medians:
-            ratio = f" ({ratio_text(ours / medians[column])})" if ours else ""
-            text = time_text(medians[column]) + ratio
-        cells.append(text.rjust(PEER_WIDTH))
-    return " ".join(cells)
+def aligned(size, ours, *peers):
+    first = [size.rjust(OURS_WIDTH), ours.rjust(OURS_WIDTH)]
+    return " ".join([*first, *[text.rjust(PEER_WIDTH) for text in peers]])
 
 
 def rounded(figures):
@@ -61,26 +43,25 @@ def rounded(figures):
 
 def sweep(operation, columns, sizes, seconds, least_seconds):
     """Measures one operation in a separate process and prints each size when it is done."""
-    command = [sys.executable, str(SWEEP), operation.key, str(seconds), str(least_seconds)]
-    child = subprocess.Popen(
-        [*command, *map(str, sizes)], stdout=subprocess.PIPE, text=True, encoding="utf-8"
-    )
-    points, peak, stopped = [], 0, {}
-    for text in child.stdout:
-        found = json.loads(text)
-        peak = found.get("peak_bytes", peak)
-        if "size" not in found:
-            continue
-        stopped |= dict.fromkeys(found.pop("stopped"), found["size"])
-        if found["medians"]:
-            print(line(found["size"], found["medians"], columns), flush=True)
-            found |= {key: rounded(found[key]) for key in ("medians", "spreads")}
-            points.append(found)
+    points, peak, stopped, status = [], 0, {}, 0
+    try:
+        for found in run_fresh(BENCH / "sweep.py", operation.key, seconds, least_seconds, *sizes):
+            peak = found.get("peak_bytes", peak)
+            if "size" not in found:
+                continue
+            size = found["size"]
+            stopped |= dict.fromkeys(found.pop("stopped"), size)
+            if found["medians"]:
+                print(aligned(count_text(size), *cells(found["medians"], columns)), flush=True)
+                found |= {key: rounded(found[key]) for key in ("medians", "spreads")}
+                points.append(found)
+    except subprocess.CalledProcessError as error:
+        status = error.returncode
     for column, size in stopped.items():
         print(f"{column}: no time for {count_text(size)} and more")
-    if child.wait():
-        print(f"the process ended with status {child.returncode}")
-    return {"points": points, "stopped": stopped, "peak_bytes": peak, "status": child.returncode}
+    if status:
+        print(f"the process ended with status {status}")
+    return {"points": points, "stopped": stopped, "peak_bytes": peak, "status": status}
 
 
 def measured(operation, columns, arguments, least_seconds, clock):
@@ -88,7 +69,7 @@ def measured(operation, columns, arguments, least_seconds, clock):
     sizes = sizes_up_to(arguments.most, operation.layout, steps)
     seconds = clock.share()
     clock.pairs -= len(columns)
-    print(f"\n{operation.title}: {operation.shown(OURS)}\n{header(columns)}")
+    print(f"\n{operation.title}: {operation.shown(OURS)}\n{aligned('size', *columns)}")
     return {
         "key": operation.key,
         "title": operation.title,
@@ -100,79 +81,58 @@ def measured(operation, columns, arguments, least_seconds, clock):
 
 def versions():
     """Versions, machine, and the load before the run."""
-    found = machine() | {"load": round(os.getloadavg()[0], 2)}
+    found = console.machine() | {"load": round(os.getloadavg()[0], 2)}
     if find_spec(ARROW):
-        found[ARROW] = __import__(ARROW).__version__
+        found[ARROW] = import_module(ARROW).__version__
     return found
 
 
 def parse_arguments():
-    parser = argparse.ArgumentParser(
-        description="Times the arrays over sizes.", prog="script/bench --sizes"
+    parser = console.parser(
+        "Times the arrays over sizes.",
+        "powers of ten, shorter samples",
+        "operations whose title or key",
     )
-    parser.add_argument("--quick", action="store_true", help="powers of ten, shorter samples")
+    parser.prog = "script/bench --sizes"
     parser.add_argument(
         "--most", type=int, default=MOST_ELEMENTS, help="largest number of elements of an array"
     )
     parser.add_argument("--minutes", type=float, default=30, help="approximate time of all samples")
-    parser.add_argument(
-        "--only",
-        default="",
-        metavar="TEXT",
-        help="only operations whose title or key contains TEXT",
-    )
-    parser.add_argument("--json", metavar="FILE", help="also write the results to this file")
     parser.add_argument(
         "--plots", metavar="FOLDER", help="draw a picture of each operation into this folder"
     )
     return parser.parse_args()
 
 
-def text_of(results):
-    """The results as JSON, one line for each operation."""
-    start = {name: value for name, value in results.items() if name != "operations"}
-    rows = ",\n".join(json.dumps(row) for row in results["operations"])
-    return f'{json.dumps(start)[:-1]}, "operations": [\n{rows}\n]}}\n'
-
-
-def chosen(only, columns):
-    """Group, operation and columns of each operation to be measured."""
-    return [
-        (group, operation, [column for column in columns if column in operation.statements])
-        for group, operations in GROUPS.items()
-        for operation in operations
-        if only in operation.title or only in operation.key
-    ]
-
-
 def main():
     arguments = parse_arguments()
-    for needed in ("velmar", "numpy", *(["matplotlib"] if arguments.plots else [])):
-        if find_spec(needed) is None:
-            sys.exit(f"bench: {needed} cannot be imported; script/bench --sizes sets everything up")
-    found = versions()
-    print(", ".join(f"{name} {value}" for name, value in found.items()))
-    print("medians; in brackets ours over theirs, so below 1 we are faster")
-    columns = [column for column in COLUMNS if column != ARROW or ARROW in found]
-    choice = chosen(arguments.only, columns)
-    clock = Clock(arguments.minutes * 60, sum(len(own) for _, _, own in choice))
+    drawing = ["matplotlib"] if arguments.plots else []
+    console.require("script/bench --sizes", "velmar", "numpy", *drawing)
+    machine = versions()
+    console.print_head(machine, "")
+    choice = [
+        (group, operation, columns_of(operation))
+        for group, operations in GROUPS.items()
+        for operation in operations
+        if arguments.only in operation.title or arguments.only in operation.key
+    ]
+    clock = Clock(arguments.minutes * 60, sum(len(columns) for _, _, columns in choice))
     least_seconds = QUICK_LEAST_SECONDS if arguments.quick else LEAST_SECONDS
     start = time.monotonic()
     rows = [
-        {"group": group} | measured(operation, own, arguments, least_seconds, clock)
-        for group, operation, own in choice
+        {"group": group} | measured(operation, columns, arguments, least_seconds, clock)
+        for group, operation, columns in choice
     ]
     minutes = (time.monotonic() - start) / 60
     print(f"\n{len(rows)} operations in {minutes:.1f} minutes")
     results = {
-        "machine": found,
+        "machine": machine,
         "most": arguments.most,
         "least_seconds": least_seconds,
         "minutes": round(minutes, 1),
         "operations": rows,
     }
-    if arguments.json:
-        Path(arguments.json).write_text(text_of(results), encoding="utf-8")
+    console.write_json(arguments.json, results, "operations")
     if arguments.plots:
         from plots import draw_all
 

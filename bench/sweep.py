@@ -5,18 +5,14 @@ The samples of a column can take SECONDS in total; a sample takes at least LEAST
 stops if its next size would need more than the remaining time; the other columns continue.
 """
 
-import gc
 import json
 import statistics
 import sys
-import time
-from contextlib import contextmanager
-from importlib.util import find_spec
 
-from measure import Sampler, make, modules
-from operation import ARROW, shape_of
+import measure
+from helpers.process_memory import resident_bytes
+from operation import shape_of
 from operation_list import OPERATIONS
-from peak import resident_bytes
 
 # A statement that takes longer than this gets fewer samples.
 LONG_SECONDS = 0.05
@@ -39,51 +35,13 @@ def spread_of(samples):
     return upper / lower
 
 
-def all_modules():
-    names = modules()
-    if find_spec(ARROW):
-        names["pa"] = __import__(ARROW)
-    return names
-
-
-def columns_of(operation, names):
-    return [column for column in operation.statements if column != ARROW or "pa" in names]
-
-
-def elements_for(operation, shape, names):
-    """Those of n, data and flat that the operation uses."""
-    if operation.elements is None:
-        return {}
-    generator = names["np"].random.default_rng(shape.rows * shape.columns)
-    n = operation.elements(generator, (shape.rows, shape.columns))
-    elements = {"n": n}
-    if operation.uses("data"):
-        elements["data"] = n.tolist()
-    if operation.uses("flat"):
-        elements["flat"] = n.ravel().tolist()
-    return elements
-
-
-def statement_and_names(operation, column, shape, names):
-    """The statement of a column, and a dict of its names."""
-    words = shape.words()
-    own = dict(names)
-    if column in operation.makers:
-        maker = operation.makers[column].format(**words)
-        own["a"] = make(maker, names)
-        if operation.twin:
-            own["b"] = make(maker, names)
-    return operation.statements[column].format(**words), own
-
-
 class Sweep:
     """The columns of one operation, with the remaining time of each."""
 
     def __init__(self, operation, seconds, least_seconds):
         self.operation = operation
         self.least_seconds = least_seconds
-        self.modules = all_modules()
-        self.left = dict.fromkeys(columns_of(operation, self.modules), seconds)
+        self.left = dict.fromkeys(measure.columns_of(operation), seconds)
         self.latest = {}  # column -> (size, median)
 
     def would_go_beyond(self, column, size):
@@ -92,50 +50,19 @@ class Sweep:
         latest_size, median = self.latest[column]
         return cost_of(median * size / latest_size, self.least_seconds) > self.left[column]
 
-    def stop_columns(self, size):
+    def measure(self, size):
+        """The results for one size: medians, spreads of the samples, columns that stopped."""
         stopped = [column for column in self.left if self.would_go_beyond(column, size)]
         for column in stopped:
             del self.left[column]
-        return stopped
-
-    def samplers(self, size):
         shape = shape_of(size, self.operation.layout)
-        names = self.modules | elements_for(self.operation, shape, self.modules)
-        samplers = {}
-        for column in self.left:
-            statement, own = statement_and_names(self.operation, column, shape, names)
-            with self.charged_to(column):
-                samplers[column] = Sampler(statement, own, self.least_seconds)
-        return samplers
-
-    def samples(self, samplers):
-        """Samples the columns in turn; slow columns get fewer samples."""
-        samples = {column: [] for column in samplers}
-        for turn in range(REPEATS):
-            for column, sampler in samplers.items():
-                if turn < repeats_for(sampler.seconds):
-                    with self.charged_to(column):
-                        samples[column].append(sampler())
-        return samples
-
-    @contextmanager
-    def charged_to(self, column):
-        start = time.perf_counter()
-        yield
-        self.left[column] -= time.perf_counter() - start
-
-    def measure(self, size):
-        """The results for one size: medians, spreads of the samples, columns that stopped."""
-        stopped = self.stop_columns(size)
-        samples = {}
-        if self.left:
-            samplers = self.samplers(size)
-            gc.collect()
-            gc.disable()
-            samples = self.samples(samplers)
-            gc.enable()
-        medians = {column: statistics.median(values) for column, values in samples.items()}
-        self.latest |= {column: (size, median) for column, median in medians.items()}
+        samplers = measure.samplers_for(self.operation, self.left, shape, self.least_seconds)
+        repeats = {column: repeats_for(sampler.seconds) for column, sampler in samplers.items()}
+        samples = measure.samples_of(samplers, repeats)
+        medians = measure.medians_of(samples)
+        for column, sampler in samplers.items():
+            self.left[column] -= sampler.spent
+            self.latest[column] = size, medians[column]
         spreads = {column: spread_of(values) for column, values in samples.items()}
         return {"size": size, "medians": medians, "spreads": spreads, "stopped": stopped}
 

@@ -13,13 +13,14 @@ from helpers.cases import rows
 ROOT = Path(__file__).resolve().parents[2]
 sys.path.append(str(ROOT / "bench"))
 
+import console  # noqa: E402
 import figure_text  # noqa: E402
 import fits  # noqa: E402
 import plots  # noqa: E402
 import report  # noqa: E402
 import run  # noqa: E402
 import sizes  # noqa: E402
-from rows import Case, Kind, Limit  # noqa: E402
+from operation import Job, Kind, Limit, Operation, Shape  # noqa: E402
 
 LINE = [1, 10, 100, 1000, 10_000]
 
@@ -136,7 +137,11 @@ class TestFits:
         assert fit.off == pytest.approx(max(max(found), 1 / min(found)))
 
     def test_ratios_where_both_are_known(self):
-        assert fits.ratios({10: 4.0, 1: 2.0, 100: 1.0}, {1: 4.0, 10: 2.0}) == {1: 0.5, 10: 2.0}
+        known = {10: {"velmar": 4.0, "numpy": 2.0, "list": 1.0}, 1: {"velmar": 2.0, "numpy": 4.0}}
+        known[100] = {"velmar": 1.0}
+        points = [{"size": size, "medians": medians} for size, medians in known.items()]
+        assert fits.ratios_of({"points": points}) == {1: 0.5, 10: 2.0}
+        assert fits.ratios_of({"points": points[2:]}) == {}
 
     @rows(
         "number, text",
@@ -215,7 +220,9 @@ class TestWords:
 
     @rows("numbers, rule", [("none", 0, "| --- | --- |"), ("one", 1, "| --- | ---: |")])
     def test_table(self, numbers, rule):
-        assert report.table(["a", "b"], [["1", "-"]], numbers) == f"| a | b |\n{rule}\n| 1 | - |"
+        assert (
+            figure_text.table(["a", "b"], [["1", "-"]], numbers) == f"| a | b |\n{rule}\n| 1 | - |"
+        )
 
     @rows(
         "limit, kind, text",
@@ -321,35 +328,35 @@ class TestPage:
         assert sorted(named) == sorted(file.name for file in (ROOT / "docs/plots").glob("*.svg"))
 
 
-class TestTableOfLimits:
-    CASE = Case("job", {}, Limit(0.6, "numpy", 0.3))
+def job(*limit, kind=Kind.TIME):
+    return Job(Operation("job", "job", {}), Shape(250, 50), Limit(*limit), kind)
 
+
+class TestTableOfLimits:
     @rows(
         "ours, verdict",
         [("aim", 0.25, "holds, aim met"), ("limit", 0.5, "holds"), ("over", 0.7, "MISSED")],
     )
     def test_verdict(self, ours, verdict):
-        result = run.Result(self.CASE, {"velmar": ours, "numpy": 1.0})
+        result = run.Result(job(0.6, "numpy", 0.3), {"velmar": ours, "numpy": 1.0})
         assert result.verdict() == verdict
         assert result.limit_cell() == "0.6 of numpy, aim 0.3"
 
-    def test_peer_cells(self):
-        result = run.Result(self.CASE, {"velmar": 1e-6, "numpy": 4e-6})
-        assert result.peer_cell("numpy") == "4 us (0.25)"
-        assert result.peer_cell("list") == "-"
+    def test_cells(self):
+        line = run.Result(job(0.6, "numpy"), {"velmar": 1e-6, "numpy": 4e-6}).line()
+        assert " ".join(line.split()) == "job 1 us 4 us (0.25) - - - - - 0.6 of numpy holds"
 
     @rows(
         "peak, holds",
         [("within", 5.0, True), ("just with the constant", 14.0, True), ("over", 15.0, False)],
     )
     def test_small_peaks_have_a_constant_on_top(self, peak, holds):
-        case = Case("peak", {}, Limit(4.0), kind=Kind.PEAK, element_bytes=100_000)
-        assert run.Result(case, {"velmar": peak}).holds is holds
+        result = run.Result(job(4.0, kind=Kind.PEAK), {"velmar": peak})
+        assert result.holds is holds
 
     @rows("growth, holds", [("within", 1.2, True), ("over", 1.21, False)])
     def test_growth_has_no_constant_on_top(self, growth, holds):
-        case = Case("growth", {}, Limit(1.2), kind=Kind.GROWTH, element_bytes=100_000)
-        result = run.Result(case, {"velmar": growth})
+        result = run.Result(job(1.2, kind=Kind.GROWTH), {"velmar": growth})
         assert result.holds is holds
         assert result.limit_cell() == "1.20 x"
 
@@ -358,7 +365,8 @@ class TestTableOfSizes:
     COLUMNS = ("velmar", "numpy", "list")
 
     def test_header(self):
-        assert sizes.header(self.COLUMNS).split() == ["size", "velmar", "numpy", "list"]
+        header = sizes.aligned("size", *self.COLUMNS)
+        assert header.split() == ["size", "velmar", "numpy", "list"]
 
     @rows(
         "medians, cells",
@@ -373,13 +381,13 @@ class TestTableOfSizes:
         ],
     )
     def test_line(self, medians, cells):
-        line = sizes.line(10_000, medians, self.COLUMNS)
+        line = sizes.aligned("10^4", *figure_text.cells(medians, self.COLUMNS))
         assert " ".join(line.split()) == cells
-        assert len(line) == len(sizes.header(self.COLUMNS))
+        assert len(line) == len(sizes.aligned("size", *self.COLUMNS))
 
     def test_results_have_a_line_for_each_operation(self):
         results = {"most": 10, "operations": [result_row(), result_row(key="ints")]}
-        text = sizes.text_of(results)
+        text = console.json_text(results, "operations")
         assert json.loads(text) == results
         assert len(text.splitlines()) == 4
 

@@ -12,6 +12,7 @@ from helpers.cases import rows
 
 sys.path.append(str(Path(__file__).resolve().parents[2] / "bench"))
 
+import measure  # noqa: E402
 import operation  # noqa: E402
 import sweep  # noqa: E402
 from operation_list import GROUPS, OPERATIONS  # noqa: E402
@@ -145,12 +146,11 @@ class TestOperations:
     def test_columns_agree(self, key, size):
         numpy = pytest.importorskip("numpy")
         tested = OPERATIONS[key]
-        names = sweep.all_modules()
         shape = operation.shape_of(size, tested.layout)
-        elements = sweep.elements_for(tested, shape, names)
+        names = measure.names_for(tested, shape)
         found = {}
-        for column in sweep.columns_of(tested, names):
-            statement, own = sweep.statement_and_names(tested, column, shape, names | elements)
+        for column in measure.columns_of(tested):
+            statement, own = measure.statement_and_names(tested, column, shape, names)
             found[column] = self.numbers(self.outcome(statement, own))
         ours = found.pop("velmar")
         assert len(found) > 0

@@ -1,0 +1,86 @@
+# Runs in a fresh process for one column of one job: measures the memory of its statement.
+"""memory.py JOB COLUMN: prints the growth of the resident peak, in sizes of the elements, or the
+bytes that one object holds.
+
+A peak includes the result and temporary memory, but not the input, which is made before.
+
+To measure what an object holds, many are made. With PYTHONMALLOC=malloc all Python objects are on
+the heap, and the counts of the heap are exact, including the overhead of malloc. Memory that is
+mapped outside the heap shows only in the resident memory. The result is the larger of the two.
+"""
+
+import contextlib
+import gc
+import os
+import sys
+
+import measure
+from cases import CASES
+from helpers.process_memory import heap_bytes, resident_bytes
+from operation import Kind, Shape
+
+# Enough objects to make the memory of one-time setup negligible.
+TOTAL_BYTES = 64_000_000
+MOST_OBJECTS = 50_000
+
+
+def ready(job, column, shape):
+    """The compiled statement and its names. An array `a` was read and has exported its memory."""
+    names = measure.names_for(job.operation, shape)
+    statement, own = measure.statement_and_names(job.operation, column, shape, names)
+    if "a" in own:
+        memoryview(own["a"])[0, 0]
+    return compile(statement, "<statement>", "eval"), own
+
+
+def forget_the_peak_so_far():
+    """Resets the peak to the memory resident now. If that fails, the result can be too high."""
+    with (
+        contextlib.suppress(OSError),
+        open("/proc/self/clear_refs", "w", encoding="ascii") as control,
+    ):
+        control.write("5")
+
+
+def peak_of(job, column):
+    eval(*ready(job, column, Shape(2, 2)))  # so that one-time setup is not counted
+    statement, names = ready(job, column, job.shape)
+    gc.collect()
+    forget_the_peak_so_far()
+    before = resident_bytes("VmRSS")
+    result = eval(statement, names)
+    grown = resident_bytes("VmHWM") - before
+    assert len(result) == job.shape.rows
+    return grown / job.element_bytes
+
+
+def make_and_use(statement, names):
+    """An object that was read and has exported its memory, as those of most users."""
+    made = element = eval(statement, names)
+    while not isinstance(element, float):
+        element = element[0]
+    memoryview(made).release()
+    return made
+
+
+def bytes_held(job, column):
+    assert os.environ.get("PYTHONMALLOC") == "malloc", "the heap would not hold the objects"
+    statement, names = ready(job, column, job.shape)
+    first = make_and_use(statement, names)  # keep it, so that its memory is not reused
+    objects = [None] * min(MOST_OBJECTS, TOTAL_BYTES // job.element_bytes)
+    gc.collect()
+    heap, resident = heap_bytes(), resident_bytes("VmRSS")
+    for i in range(len(objects)):
+        objects[i] = make_and_use(statement, names)
+    grown = max(heap_bytes() - heap, resident_bytes("VmRSS") - resident)
+    assert len(first) == len(objects[-1])
+    return grown / len(objects)
+
+
+def main(name, column):
+    job = next(job for job in CASES if job.name == name)
+    print(bytes_held(job, column) if job.kind is Kind.HELD else peak_of(job, column))
+
+
+if __name__ == "__main__":
+    main(*sys.argv[1:])
