@@ -2,17 +2,21 @@
 
 import argparse
 import copy
-import importlib.util
 import os
 import pickle
 import platform
 import sys
-import time
 from concurrent.futures import ProcessPoolExecutor
+from contextlib import ExitStack
+from functools import partial
+from importlib.util import find_spec
 from multiprocessing import get_context
 from pathlib import Path
 
+import measure
 import velmar
+from figure_text import ratio_text, table, time_text
+from helpers.process_workers import same
 from velmar import transport
 
 SECONDS = 120  # timeout for a result
@@ -20,43 +24,12 @@ LONG_ENOUGH = 5
 MARKS = "<!-- figures -->", "<!-- end of figures -->"
 
 
-def identity(array):
-    return array
+def square(side):
+    return velmar.double(vector=range(side * side), size=(side, side))
 
 
-def made(side):
+def zeros(side):
     return velmar.double(size=(side, side))
-
-
-def seconds_of(action, repeats):
-    """The best time of some runs after a warm-up; fewer runs if they take long."""
-    action()
-    seconds = []
-    while len(seconds) < repeats and sum(seconds) < LONG_ENOUGH:
-        start = time.perf_counter()
-        action()
-        seconds.append(time.perf_counter() - start)
-    return min(seconds)
-
-
-def text_of(seconds):
-    for unit, size in (("s", 1), ("ms", 1e-3)):
-        if seconds >= size:
-            return f"{seconds / size:.3g} {unit}"
-    return f"{seconds * 1e6:.3g} us"
-
-
-def ratio_of(pickled, packed):
-    ratio = pickled / packed
-    return f"{ratio:.1f}" if ratio < 10 else f"{ratio:.0f}"
-
-
-def table(title, rows):
-    """A Markdown table; a row is a name, the seconds pickled and the seconds packed."""
-    lines = [f"| {title} | pickled | packed | ratio |", "|---|---|---|---|"]
-    for name, *took in rows:
-        lines.append(f"| {name} | {' | '.join(map(text_of, took))} | {ratio_of(*took)} |")
-    return "\n".join(lines)
 
 
 def through_pickle(array):
@@ -67,178 +40,186 @@ def through_pack(array):
     return transport.unpack(*transport.pack(array))
 
 
-def in_one_process(side, repeats):
-    whole = velmar.double(vector=range(side * side), size=(side, side))
-    arrays = [
-        ("double, 10 by 10", velmar.double(vector=range(100), size=(10, 10))),
-        (f"double, {side} by {side}", whole),
-        (f"its rows from 1 on, a view, {side - 1} by {side}", whole[1:]),
-        (f"complex single, {side} by {side}", velmar.single(whole, is_complex=True)),
-        (f"complex int16, {side} by {side}", velmar.int16(size=(side, side), is_complex=True)),
-        (f"logical, {side} by {side}", velmar.logical(size=(side, side))),
-    ]
-    rows = []
-    for name, array in arrays:
-        took = [
-            seconds_of(lambda way=way, array=array: way(array), repeats)
-            for way in (through_pickle, through_pack)
-        ]
-        rows.append((name, *took))
-    return table("there and back in one process", rows)
+def registered(way, packed, stack):
+    """Registers until the end of the table. Returns the function for workers, or None."""
+    if not packed:
+        return None
+    register = getattr(transport, f"register_{way}")
+    register()
+    stack.callback(getattr(transport, f"unregister_{way}"))
+    return register
 
 
-def in_a_pool(side, repeats):
-    array = velmar.double(vector=range(side * side), size=(side, side))
-    rows = [(f"argument and result, {side} by {side}", lambda pool: pool.submit(identity, array))]
-    rows.append((f"result only, {side} by {side}", lambda pool: pool.submit(made, side)))
-    plain = bytes(8 * side * side)
-    rows.append(("as many bytes there and back", lambda pool: pool.submit(identity, plain)))
-    took = {name: [] for name, _ in rows}
-    for initializer in (None, transport.register_multiprocessing):
-        if initializer is not None:
-            initializer()
-        with ProcessPoolExecutor(1, get_context("spawn"), initializer) as pool:
-            for name, submit in rows:
-                took[name].append(
-                    seconds_of(lambda pool=pool, f=submit: f(pool).result(SECONDS), repeats)
-                )
-    transport.unregister_multiprocessing()
-    return table("ProcessPoolExecutor, one spawned process", [(name, *took[name]) for name in took])
+# --- The tables. A function returns the jobs by name; `stack` closes what they need.
 
 
-def both_ways(jobs, repeats):
-    """Rows of jobs, before and after register_pickle(). A job gets the function for the workers."""
-    took = {name: [] for name, _ in jobs}
-    for register in (None, transport.register_pickle):
-        if register is not None:
-            register()
-        for name, job in jobs:
-            took[name].append(seconds_of(lambda job=job, told=register: job(told), repeats))
-    transport.unregister_pickle()
-    return [(name, *took[name]) for name in took]
+def in_one_process(side, packed, stack):
+    whole = square(side)
+    arrays = {
+        "double, 10 by 10": square(10),
+        f"double, {side} by {side}": whole,
+        f"its rows from 1 on, a view, {side - 1} by {side}": whole[1:],
+        f"complex single, {side} by {side}": velmar.single(whole, is_complex=True),
+        f"complex int16, {side} by {side}": velmar.int16(size=(side, side), is_complex=True),
+        f"logical, {side} by {side}": velmar.logical(size=(side, side)),
+    }
+    way = through_pack if packed else through_pickle
+    return {name: partial(way, array) for name, array in arrays.items()}
 
 
-def after_register_pickle(side, repeats):
-    array = velmar.double(vector=range(side * side), size=(side, side))
+def in_a_pool(side, packed, stack):
+    register = registered("multiprocessing", packed, stack)
+    pool = stack.enter_context(ProcessPoolExecutor(1, get_context("spawn"), register))
 
-    def in_executor(register):
-        with ProcessPoolExecutor(1, get_context("fork"), register) as pool:
-            return pool.submit(identity, array).result(SECONDS)
+    def result(*call):
+        return pool.submit(*call).result(SECONDS)
 
-    def in_pool(register):
-        with get_context("fork").Pool(1, register) as pool:
-            return pool.apply_async(identity, (array,)).get(SECONDS)
-
-    jobs = [
-        ("pickle, there and back", lambda register: through_pickle(array)),
-        ("copy.copy", lambda register: copy.copy(array)),
-        ("multiprocessing.Pool, forked", in_pool),
-        ("ProcessPoolExecutor, forked", in_executor),
-    ]
-    title = f"register_pickle(), {side} by {side}; processes are started in this time"
-    return table(title, both_ways(jobs, repeats))
+    return {
+        f"argument and result, {side} by {side}": partial(result, same, square(side)),
+        f"result only, {side} by {side}": partial(result, zeros, side),
+        "as many bytes there and back": partial(result, same, bytes(8 * side * side)),
+    }
 
 
-def in_joblib(side, repeats):
+def after_register_pickle(side, packed, stack):
+    register = registered("pickle", packed, stack)
+    array, fork = square(side), get_context("fork")
+
+    def in_pool():
+        with fork.Pool(1, register) as pool:
+            pool.apply_async(same, (array,)).get(SECONDS)
+
+    def in_executor():
+        with ProcessPoolExecutor(1, fork, register) as pool:
+            pool.submit(same, array).result(SECONDS)
+
+    return {
+        "pickle, there and back": partial(through_pickle, array),
+        "copy.copy": partial(copy.copy, array),
+        "multiprocessing.Pool, forked": in_pool,
+        "ProcessPoolExecutor, forked": in_executor,
+    }
+
+
+def in_joblib(side, packed, stack):
     import joblib
 
-    array = velmar.double(vector=range(side * side), size=(side, side))
+    register = registered("pickle", packed, stack)
+    array = square(side)
 
-    def in_backend(backend, **told):
-        with joblib.parallel_config(backend, n_jobs=2, **told):
-            joblib.Parallel()(joblib.delayed(identity)(a) for a in (array, array))
+    def in_backend(backend, **settings):
+        with joblib.parallel_config(backend, n_jobs=2, **settings):
+            joblib.Parallel()(joblib.delayed(same)(a) for a in (array, array))
 
-    def in_loky(register):
-        in_backend("loky", initializer=register)
-
-    jobs = [
-        ("backend loky", in_loky),
-        ("backend multiprocessing", lambda register: in_backend("multiprocessing")),
-        ("backend threading", lambda register: in_backend("threading")),
-        ("joblib.hash", lambda register: joblib.hash(array)),
-    ]
-    return table(
-        f"joblib, two arrays to two jobs and back, {side} by {side}", both_ways(jobs, repeats)
-    )
+    return {
+        "backend loky": partial(in_backend, "loky", initializer=register),
+        "backend multiprocessing": partial(in_backend, "multiprocessing"),
+        "backend threading": partial(in_backend, "threading"),
+        "joblib.hash": partial(joblib.hash, array),
+    }
 
 
-def in_dask_after_register_pickle(side, repeats):
-    from dask.tokenize import tokenize
+def dask_client(stack):
     from distributed import Client, LocalCluster
 
-    array = velmar.double(vector=range(side * side), size=(side, side))
-    options = {"n_workers": 1, "threads_per_worker": 1, "dashboard_address": None}
-    with LocalCluster(**options) as cluster, Client(cluster) as client:
-
-        def in_submit(register):
-            if register is not None:
-                client.run(register)
-            return client.submit(identity, array, pure=False).result(SECONDS)
-
-        jobs = [
-            ("token", lambda register: tokenize(array)),
-            ("argument of submit, result fetched", in_submit),
-        ]
-        rows = both_ways(jobs, repeats)
-    return table(f"Dask after register_pickle(), {side} by {side}", rows)
+    cluster = LocalCluster(n_workers=1, threads_per_worker=1, dashboard_address=None)
+    return stack.enter_context(Client(stack.enter_context(cluster)))
 
 
-def under_dask(side, repeats):
+def in_dask_after_register_pickle(side, packed, stack):
     from dask.tokenize import tokenize
-    from distributed import Client, LocalCluster, wait
 
-    array = velmar.double(vector=range(side * side), size=(side, side))
-    jobs = [
-        ("token", lambda client: tokenize(array)),
-        ("scatter, a job on it", lambda client: job_on_scattered(client, array, wait)),
-        ("result fetched", lambda client: client.submit(made, side, pure=False).result(SECONDS)),
-        (
-            "argument of submit, result fetched",
-            lambda client: client.submit(identity, array, pure=False).result(SECONDS),
+    client = dask_client(stack)
+    register = registered("pickle", packed, stack)
+    array = square(side)
+
+    def in_submit():
+        if register is not None:
+            client.run(register)
+        client.submit(same, array, pure=False).result(SECONDS)
+
+    return {"token": partial(tokenize, array), "argument of submit, result fetched": in_submit}
+
+
+def under_dask(side, packed, stack):
+    from dask.tokenize import tokenize
+    from distributed import wait
+
+    client = dask_client(stack)
+    if packed:
+        transport.register_dask(client)
+    array, submit = square(side), partial(client.submit, pure=False)
+    return {
+        "token": partial(tokenize, array),
+        "scatter, a job on it": lambda: wait(
+            submit(len, client.scatter(array, hash=False)), timeout=SECONDS
         ),
-    ]
-    took = {name: [] for name, _ in jobs}
-    options = {"n_workers": 1, "threads_per_worker": 1, "dashboard_address": None}
-    with LocalCluster(**options) as cluster, Client(cluster) as client:
-        for register in (None, transport.register_dask):
-            if register is not None:
-                register(client)
-            for name, job in jobs:
-                took[name].append(seconds_of(lambda job=job: job(client), repeats))
-    return table(
-        f"Dask, one worker process, {side} by {side}", [(name, *took[name]) for name in took]
-    )
+        "result fetched": lambda: submit(zeros, side).result(SECONDS),
+        "argument of submit, result fetched": lambda: submit(same, array).result(SECONDS),
+    }
 
 
-def job_on_scattered(client, array, wait):
-    wait(client.submit(len, client.scatter(array, hash=False), pure=False), timeout=SECONDS)
-
-
-def under_ray(side, repeats):
+def under_ray(side, packed, stack):
     os.environ["RAY_AUTH_MODE"] = "disabled"
     import ray
 
-    array = velmar.double(vector=range(side * side), size=(side, side))
-    took = {"put and get": [], "argument and result of a task": []}
     environment = {"env_vars": {"PYTHONPATH": os.pathsep.join(sys.path)}}
-    hook = {"worker_process_setup_hook": transport.register_ray}
-    for registered in (False, True):
-        ray.init(
-            num_cpus=1,
-            include_dashboard=False,
-            log_to_driver=False,
-            object_store_memory=max(100 * 2**20, 20 * 8 * side * side),
-            runtime_env=environment | (hook if registered else {}),
-        )
-        if registered:
-            transport.register_ray()
-        same = ray.remote(identity)
-        took["put and get"].append(seconds_of(lambda: ray.get(ray.put(array)), repeats))
-        took["argument and result of a task"].append(
-            seconds_of(lambda same=same: ray.get(same.remote(array)), repeats)
-        )
-        ray.shutdown()
-    return table(f"Ray, one worker, {side} by {side}", [(name, *took[name]) for name in took])
+    if packed:
+        environment["worker_process_setup_hook"] = transport.register_ray
+    stack.callback(ray.shutdown)
+    ray.init(
+        num_cpus=1,
+        include_dashboard=False,
+        log_to_driver=False,
+        object_store_memory=max(100 * 2**20, 20 * 8 * side * side),
+        runtime_env=environment,
+    )
+    if packed:
+        transport.register_ray()
+    array, task = square(side), ray.remote(same)
+    return {
+        "put and get": lambda: ray.get(ray.put(array)),
+        "argument and result of a task": lambda: ray.get(task.remote(array)),
+    }
+
+
+TABLES = (
+    ("velmar", in_one_process, "there and back in one process"),
+    ("velmar", in_a_pool, "ProcessPoolExecutor, one spawned process"),
+    (
+        "velmar",
+        after_register_pickle,
+        "register_pickle(), {side} by {side}; processes are started in this time",
+    ),
+    ("joblib", in_joblib, "joblib, two arrays to two jobs and back, {side} by {side}"),
+    (
+        "distributed",
+        in_dask_after_register_pickle,
+        "Dask after register_pickle(), {side} by {side}",
+    ),
+    ("distributed", under_dask, "Dask, one worker process, {side} by {side}"),
+    ("ray", under_ray, "Ray, one worker, {side} by {side}"),
+)
+
+
+def best_of(job, repeats):
+    """The best time of some runs; of fewer runs if they take long."""
+    sampler = measure.Sampler("job()", {"job": job}, least_seconds=0)
+    repeats = min(repeats, 1 + int(LONG_ENOUGH / sampler.seconds))
+    return min(measure.samples_of({job: sampler}, {job: repeats})[job])
+
+
+def table_of(jobs_of, title, side, repeats):
+    took = {}
+    for packed in (False, True):
+        with ExitStack() as stack:
+            for name, job in jobs_of(side, packed, stack).items():
+                took.setdefault(name, []).append(best_of(job, repeats))
+    rows = [
+        [name, time_text(pickled), time_text(packed), ratio_text(pickled / packed, digits=1)]
+        for name, (pickled, packed) in took.items()
+    ]
+    return table([title.format(side=side), "pickled", "packed", "ratio"], rows)
 
 
 def written_into(page, figures):
@@ -264,21 +245,13 @@ def main():
         f"{os.cpu_count()} cores, load {os.getloadavg()[0]:.1f} from other work at the start."
     ]
     print(figures[0], end="\n\n")
-    for package, measure in (
-        ("velmar", in_one_process),
-        ("velmar", in_a_pool),
-        ("velmar", after_register_pickle),
-        ("joblib", in_joblib),
-        ("distributed", in_dask_after_register_pickle),
-        ("distributed", under_dask),
-        ("ray", under_ray),
-    ):
-        if options.only and measure.__name__ not in options.only:
+    for package, jobs_of, title in TABLES:
+        if options.only and jobs_of.__name__ not in options.only:
             continue
-        if importlib.util.find_spec(package) is None:
+        if find_spec(package) is None:
             figures.append(f"{package} is not installed.")
         else:
-            figures.append(measure(options.side, options.repeats))
+            figures.append(table_of(jobs_of, title, options.side, options.repeats))
         print(figures[-1], end="\n\n", flush=True)
     if options.page:
         page = options.page.read_text(encoding="utf-8")
