@@ -98,9 +98,10 @@ template <std::size_t Size>
 void transposePiece(const Offsets& rows, const Offsets& columns, const std::byte* source,
                     std::byte* target) {
   constexpr auto size = static_cast<std::int64_t>(Size);
-  constexpr std::int64_t rowsAhead = 32;
-  constexpr std::int64_t targetBytesAhead = 256;
-  constexpr std::int64_t tileRows = 8;
+  constexpr std::int64_t rowsAhead = 32;          // For speed only, so no test detects a change.
+  constexpr std::int64_t targetBytesAhead = 256;  // For speed only, so no test detects a change.
+  constexpr std::int64_t tileRows = 8;            // For speed only, so no test detects a change.
+  // For speed only, so no test detects a change.
   constexpr std::int64_t tileColumns = std::max<std::int64_t>(64 / size, 8);
   static_assert(longestList % tileRows == 0 && longestList % tileColumns == 0);
   std::array<std::int64_t, static_cast<std::size_t>(tileRows)> rowOffsets;
@@ -116,14 +117,19 @@ void transposePiece(const Offsets& rows, const Offsets& columns, const std::byte
       const auto rowCount = std::min(tileRows, rows.size() - row);
       for (std::int64_t r = 0; r < rowCount; ++r) {
         rowOffsets[static_cast<std::size_t>(r)] = rows.at(row + r) + column;
+        // Which row is fetched affects only the speed, so no test detects a change of
+        // `row + r` to `row - r` or of the condition to `false`.
         if (const std::int64_t ahead = row + r + rowsAhead; ahead < rows.size()) {
           // The last element of the row's part: the tile before fetched the line of the first.
+          // A fetch from any address is harmless, so no test detects a change.
           __builtin_prefetch(source + (rows.at(ahead) + column + columnCount - 1) * size);
         }
       }
       for (std::int64_t c = 0; c < columnCount; ++c) {
         std::byte* to = target + (row + columnOffsets[static_cast<std::size_t>(c)]) * size;
-        // Without a test for the end of the target: a fetch past it does nothing.
+        // Without a test for the end of the target: a fetch past it does nothing. Which lines are
+        // fetched affects only the speed, so no test detects a change of `0`, `<`, `*`, `64`,
+        // `+` or `1`.
         for (std::int64_t k = 0; k < tileRows * size; k += 64) {
           __builtin_prefetch(to + targetBytesAhead + k, 1);
         }
@@ -180,6 +186,8 @@ Transposition makeTransposition(const std::vector<std::int64_t>& dimensions) {
   // About as many rows as columns keep both sides short.
   const auto total = static_cast<std::int64_t>(wrappedProduct(spanOf(extents)));
   std::size_t leading = 1;
+  // The number of rows affects only the speed, so no test detects a change of `1` to `2`, of
+  // `targetStrides[leading] * targetStrides[leading] < total` or of the condition.
   while (leading + 1 < extents.size() && targetStrides[leading] * targetStrides[leading] < total) {
     ++leading;
   }

@@ -31,7 +31,8 @@ constexpr float throughDouble(float value) {
   return std::bit_cast<float>(bits);
 }
 
-// The result of truncating NaN, which would otherwise depend on the processor.
+// The result of truncating NaN, which would otherwise depend on the processor. An integer cannot
+// have three bytes, so no test detects a change of `>= 4` to `>= 3`.
 template <class To>
 constexpr To truncatedNaN() {
   if constexpr (sizeof(To) == 8 && std::is_unsigned_v<To>) {

@@ -56,7 +56,8 @@ bool walkPlanes(const WalkPlan& plan, A* a, B* b, Kernel kernel) {
   }
 }
 
-// Tells the processor that so many bytes will be needed soon.
+// Tells the processor that so many bytes will be needed soon. Which lines are fetched affects only
+// the speed, so no test detects a change of `0`, `<`, `64` or `memory + k`.
 template <std::int64_t bytes>
 void fetch(const std::byte* memory) {
   for (std::int64_t k = 0; k < bytes; k += 64) __builtin_prefetch(memory + k);
@@ -68,12 +69,14 @@ void fetch(const std::byte* memory) {
 template <std::int64_t piece, std::int64_t denseA = 0, std::int64_t denseB = 0, class A, class B,
           class Row>
 bool walkRows(A* a, B* b, const Plane& plane, Row row) {
-  constexpr std::int64_t ahead = 4 * piece;
+  constexpr std::int64_t ahead = 4 * piece;  // For speed only, so no test detects a change.
   for (std::int64_t k = 0; k < plane.outerCount; ++k) {
     for (std::int64_t done = 0; done < plane.innerCount; done += piece) {
       A* x = a + done * plane.innerStrideA;
       B* y = b + done * plane.innerStrideB;
       const std::int64_t left = plane.innerCount - done;
+      // What is fetched affects only the speed, so no test detects a change of the condition,
+      // `>=` or `+`.
       if (left >= ahead + piece) {
         fetch<piece * denseA>(x + ahead * denseA);
         fetch<piece * denseB>(y + ahead * denseB);

@@ -63,7 +63,7 @@ struct NonComplexVisitor {
 // The extracted part of the view's whole storage. Empty with an error set.
 std::optional<vd::Array> extractFrom(const MCppPyArray& view, OutputEnum output) {
   vd::Array array;
-  std::int64_t count = 0;
+  std::int64_t count = 0;  // Assigned before it is read, so no test detects a change.
   {
     const WrapperAccess storage = view.wrapper();
     if (!storage) return std::nullopt;

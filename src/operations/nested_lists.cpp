@@ -35,6 +35,8 @@ bool tryCopyRun(const MCppPyArray& view, Position& fixed, const Run& run, T* ele
   if (!storage) return false;
   fixed.push_back(run.start);
   const std::byte* first = findElement(*storage, fixed);
+  // If this position were one later, a run at the end of the storage would be read one element at a
+  // time, which gives the same list, so no test detects a change of `1` to `0`.
   fixed.back() = run.start + (run.count - 1) * run.step;
   const std::byte* last = findElement(*storage, fixed);
   const std::size_t dimension = fixed.size() - 1;

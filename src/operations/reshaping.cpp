@@ -22,6 +22,8 @@ PyObject* refuse(PyObject* exceptionType, const std::string& message) {
 
 // A single argument is the sequence itself. Empty with an error set.
 std::vector<std::int64_t> readArguments(PyObject* args) {
+  // Empty arguments have no item 0, and the error below replaces that of reading it, so no
+  // test detects a change of `0` to `1`.
   const Py_ssize_t count = pyObjectIsEmpty(args) ? 0 : PySequence_Size(args);
   if (count > 1) return getDimsFromReshapeArg(args);
   const PyRef only = PyRef::steal(count == 1 ? PySequence_GetItem(args, 0) : nullptr);

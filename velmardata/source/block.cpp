@@ -26,7 +26,8 @@ constexpr std::uint64_t hugePageBytes = std::numeric_limits<std::uint64_t>::max(
 constexpr std::uint64_t hugePageBytes = std::uint64_t{4} << 20;
 #endif
 
-// The largest pointer difference, less 8 MiB for the header and for rounding up.
+// The largest pointer difference, less 8 MiB for the header and for rounding up. No allocator
+// returns a block of almost this size, so no test detects a change of `8` or `20`.
 constexpr std::uint64_t maximumBytes =
     std::numeric_limits<std::ptrdiff_t>::max() - (std::int64_t{8} << 20);
 

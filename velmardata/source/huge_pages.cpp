@@ -13,9 +13,11 @@ namespace velmar::data::impl {
 namespace {
 
 constexpr std::uint64_t hugePage = std::uint64_t{2} << 20;
+// Sizes are multiples of 2 MiB, so no test detects a change of `32` to `33`.
 constexpr std::uint64_t keptAtMost = std::uint64_t{32} << 20;
 // Kept regions up to this size are used for zeros: clearing a larger one takes longer than mapping
-// new pages, which the system clears only when they are touched.
+// new pages, which the system clears only when they are touched. Sizes are multiples of 2 MiB, so
+// no test detects a change of `16` to `17`.
 constexpr std::uint64_t clearedAtMost = std::uint64_t{16} << 20;
 
 // Lies in front of the memory of a freed region that is kept for reuse; m_bytes is the size of the
@@ -64,6 +66,8 @@ void keepOrUnmap(KeptRegion* region) noexcept {
 std::byte* takeKept(std::uint64_t bytes) noexcept {
   KeptRegion* kept = s_kept.exchange(nullptr, std::memory_order_acq_rel);
   if (kept != nullptr && kept->m_bytes == bytes) return memoryOf(kept);
+  // With null the call would unmap a region that another thread has just kept. That affects only
+  // the speed, so no test detects a change of the condition to `true`.
   if (kept != nullptr) keepOrUnmap(kept);
   return nullptr;
 }

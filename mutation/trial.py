@@ -1,6 +1,8 @@
 """Builds and tests one changed source at a time in a copy of the tree."""
 
+import collections
 import contextlib
+import filecmp
 import hashlib
 import json
 import os
@@ -13,6 +15,7 @@ import sys
 import time
 import xml.etree.ElementTree as ElementTree
 from dataclasses import dataclass
+from functools import partial
 from pathlib import Path
 
 LEFT_OUT = {".git", ".venv", ".cache", "build", "dist", "__pycache__", ".hypothesis"}
@@ -21,9 +24,8 @@ NATIVE = ("velmar_native_tests", "velmar_client_tests")
 # With more build steps than this, building the native tests takes longer than the Python tests.
 FEW_STEPS = 10
 LONGEST_BUILD = 900
-# Limits for mutants that allocate without bound or print forever.
-MOST_MEMORY = 12 << 30
-LARGEST_FILE = 1 << 30
+# For mutants that allocate without bound or print forever.
+LIMITS = {resource.RLIMIT_AS: 12 << 30, resource.RLIMIT_FSIZE: 1 << 30, resource.RLIMIT_CORE: 0}
 
 
 @dataclass
@@ -43,55 +45,41 @@ def files_of(tree):
             yield (Path(folder) / name).relative_to(tree)
 
 
-def same(file, other):
-    """Whether both files exist and have the same size and time, as copies have."""
-    if not (file.exists() and other.exists()):
-        return False
+def have_equal_times(file, other):
     a, b = file.stat(), other.stat()
     return (a.st_size, a.st_mtime_ns) == (b.st_size, b.st_mtime_ns)
 
 
-def copy_sources(source, target):
-    """Makes `target` equal to `source`. Copied files get a new time, so they are compiled again."""
+def mirror(source, target, copy, is_same):
+    """Makes `target` equal to `source`: copies the files that are not the same."""
     wanted = set(files_of(source))
     for name in wanted:
-        data = (source / name).read_bytes()
-        if not (target / name).exists() or (target / name).read_bytes() != data:
+        if not ((target / name).exists() and is_same(source / name, target / name)):
             (target / name).parent.mkdir(parents=True, exist_ok=True)
-            shutil.copyfile(source / name, target / name)
+            copy(source / name, target / name)
     for name in set(files_of(target)) - wanted:
         (target / name).unlink()
 
 
+def copy_sources(source, target):
+    """Copied files get a new time, so that they are compiled again."""
+    mirror(source, target, shutil.copyfile, partial(filecmp.cmp, shallow=False))
+
+
 def copy_build(source, target):
-    """Makes one build folder equal to another, with all times, so that nothing is out of date."""
-    wanted = {path.relative_to(source) for path in source.rglob("*") if path.is_file()}
-    for name in wanted:
-        if not same(source / name, target / name):
-            (target / name).parent.mkdir(parents=True, exist_ok=True)
-            shutil.copy2(source / name, target / name)
-    for path in target.rglob("*"):
-        if path.is_file() and path.relative_to(target) not in wanted:
-            path.unlink()
+    """Copied files keep their times, so that nothing is out of date."""
+    mirror(source, target, shutil.copy2, have_equal_times)
 
 
 def limit_resources():
-    for kind, amount in (
-        (resource.RLIMIT_AS, MOST_MEMORY),
-        (resource.RLIMIT_FSIZE, LARGEST_FILE),
-        (resource.RLIMIT_CORE, 0),
-    ):
-        _, hard = resource.getrlimit(kind)
-        limit = amount if hard == resource.RLIM_INFINITY else min(amount, hard)
-        resource.setrlimit(kind, (limit, hard))
+    for kind, amount in LIMITS.items():
+        hard = resource.getrlimit(kind)[1]
+        soft = amount if hard == resource.RLIM_INFINITY else min(amount, hard)
+        resource.setrlimit(kind, (soft, hard))
 
 
-def watched(command, log, longest, quiet, **options):
-    """Runs a command and returns its exit status.
-
-    Kills it and its children, and returns None, if it prints nothing for `quiet` seconds or runs
-    for more than `longest` seconds.
-    """
+def run_limited(command, log, seconds, **options):
+    """The exit status; None if the command ran for so many seconds. Ends its children, too."""
     with open(log, "wb") as output:
         process = subprocess.Popen(
             command,
@@ -102,18 +90,10 @@ def watched(command, log, longest, quiet, **options):
             preexec_fn=limit_resources,
             **options,
         )
-    start = spoke = time.monotonic()
-    size = 0
     try:
-        while True:
-            try:
-                return process.wait(timeout=0.2)
-            except subprocess.TimeoutExpired:
-                now = time.monotonic()
-            if log.stat().st_size != size:
-                size, spoke = log.stat().st_size, now
-            if now - spoke > quiet or now - start > longest:
-                return None
+        return process.wait(timeout=seconds)
+    except subprocess.TimeoutExpired:
+        return None
     finally:
         with contextlib.suppress(ProcessLookupError):
             os.killpg(process.pid, signal.SIGKILL)
@@ -130,12 +110,11 @@ class Workshop:
         self.python = str(python)
         self.native = native
         self.log = folder / "log"
-        self.python_order = []  # files of Python tests, quick ones first
-        self.times = {}
+        # Limits in seconds for a suite and for one Python test; the time of each file of these.
+        self.times = {"native": 3600, "python": 3600, "test": 600, "files": {}}
 
-    # Set-up.
-
-    def prepare(self, root, jobs):
+    def prepare(self, root):
+        """Copies the sources of `root` and builds them."""
         copy_sources(root, self.tree)
         self.build.mkdir(parents=True, exist_ok=True)
         if self.pristine.exists():  # an interrupted run can leave a mutant
@@ -152,44 +131,48 @@ class Workshop:
             f"-DPython_EXECUTABLE={self.python}",
         ]
         subprocess.run(configure, check=True, stdout=subprocess.DEVNULL)
-        if not self.ninja(PRODUCT, *self.native, jobs=jobs, longest=4 * LONGEST_BUILD):
+        if not self.ninja(PRODUCT, *self.native, jobs=os.cpu_count(), longest=4 * LONGEST_BUILD):
             sys.exit(f"the unchanged tree does not build; see {self.log}")
-        self.pristine.mkdir(parents=True, exist_ok=True)
         copy_build(self.build, self.pristine)
 
-    def measure(self, trusted=()):
+    def measure(self, trusted=None):
         """Measures the tests on the unchanged tree. Exits if they do not pass.
 
-        `trusted` are result files of an earlier run of the Python tests, in JUnit format, to use
+        `trusted` is a result file of an earlier run of the Python tests, in JUnit format, to use
         instead of running them.
         """
         digest = hashlib.sha256()
         for name in files_of(self.tree):
             digest.update(str(name).encode() + b"\0" + (self.tree / name).read_bytes())
         file = self.tree.parent / "times.json"
-        if file.exists():
-            self.times = json.loads(file.read_text())
-        if self.times.get("digest") == digest.hexdigest():
+        kept = json.loads(file.read_text()) if file.exists() else {}
+        if kept.get("digest") == digest.hexdigest():
+            self.times = kept
             return
-        self.times = {"digest": digest.hexdigest(), "whole": 3600, "quiet": 600, "files": {}}
-        results = trusted[0] if trusted else self.tree.parent / "results.xml"
+        results = trusted or self.tree.parent / "results.xml"
+        start = time.monotonic()
         kill = self.run_native()
+        native = time.monotonic() - start
         if not (kill or trusted):
             kill = self.run_python(f"--junit-xml={results}")
         if kill:
             sys.exit(f"the unchanged tree fails: {kill.by} {kill.where}; see {self.log}")
-        slowest = 0.0
-        for case in ElementTree.parse(results).getroot().iter("testcase"):
-            name = "tests/python/" + case.get("classname").split(".")[2] + ".py"
-            seconds = float(case.get("time"))
-            slowest = max(slowest, seconds)
-            self.times["files"][name] = self.times["files"].get(name, 0.0) + seconds
+        cases = [
+            ("tests/python/" + case.get("classname").split(".")[2] + ".py", float(case.get("time")))
+            for case in ElementTree.parse(results).getroot().iter("testcase")
+        ]
+        files = collections.Counter()
+        for name, seconds in cases:
+            files[name] += seconds
         # Generous, because other jobs run at the same time and the build is not optimised.
-        whole = sum(self.times["files"].values())
-        self.times.update(whole=120 + 4 * whole, quiet=40 + 5 * slowest)
+        self.times = {
+            "native": 120 + 4 * native,
+            "python": 120 + 4 * files.total(),
+            "test": 40 + 5 * max(seconds for _, seconds in cases),
+            "files": files,
+            "digest": digest.hexdigest(),
+        }
         file.write_text(json.dumps(self.times))
-
-    # One mutant.
 
     def judge(self, change):
         """Builds and tests the tree with one change, then restores the tree and the build."""
@@ -212,15 +195,11 @@ class Workshop:
         suites = [self.run_native, self.run_python]
         if self.native and self.steps(*self.native) > FEW_STEPS:
             suites.reverse()
-        for suite in suites:
-            kill = suite()
-            if kill:
-                return kill
-        return Verdict("survived")
+        return suites[0]() or suites[-1]() or Verdict("survived")
 
     def ninja(self, *targets, jobs=1, longest=LONGEST_BUILD):
         command = ["ninja", "-C", str(self.build), "-j", str(jobs), *targets]
-        return watched(command, self.log, longest, longest) == 0
+        return run_limited(command, self.log, longest) == 0
 
     def steps(self, *targets):
         command = ["ninja", "-C", str(self.build), "-n", *targets]
@@ -232,26 +211,23 @@ class Workshop:
         for module in self.native:
             command = [self.python, "-P", "tests/native/run.py"]
             command += [str(self.build / f"lib/{module}.abi3.so"), "--gtest_fail_fast"]
-            kill = self.run("native", command, r"^\[  FAILED  \] ([\w./]+)", r"^\[ RUN +\] (\S+)")
-            if kill:
+            failed, began = r"^\[  FAILED  \] ([\w./]+)", r"^\[ RUN +\] (\S+)"
+            if kill := self.run("native", command, failed, began):
                 return kill
         return None
 
     def run_python(self, *options):
+        quick_first = sorted(self.times["files"], key=self.times["files"].get)
         command = [self.python, "-P", "-u", "-m", "pytest", "-x", "-v", "--tb=no", *options]
-        command += ["-o", f"cache_dir={self.tree.parent / 'pytest'}", *self.python_order]
+        command += ["-o", f"cache_dir={self.tree.parent / 'pytest'}"]
+        # The settings of pytest end the process when a test takes longer.
+        command += ["-o", f"faulthandler_timeout={self.times['test']}", *quick_first]
         return self.run("python", command, r"^(?:FAILED|ERROR) (\S+)", r"^(tests/\S+)")
 
     def run(self, suite, command, failed, began):
         environment = dict(os.environ, PYTHONPATH=f"{self.build / 'lib'}:{self.tree / 'python'}")
-        status = watched(
-            command,
-            self.log,
-            self.times["whole"],
-            self.times["quiet"],
-            cwd=self.tree,
-            env=environment,
-        )
+        options = {"cwd": self.tree, "env": environment}
+        status = run_limited(command, self.log, self.times[suite], **options)
         if status == 0:
             return None
         text = self.log.read_text(errors="replace")
@@ -259,7 +235,7 @@ class Workshop:
             sys.exit(f"wrong arguments for pytest; see {self.log}")
         where = re.findall(failed, text, re.MULTILINE)[:1]
         last = re.findall(began, text, re.MULTILINE)[-1:]
-        if status is None:
+        if status is None or re.search(r"Timeout \(\d+:\d\d:\d\d\)!", text):
             return Verdict("killed", "hang", "".join(last))
         if status < 0:
             name = signal.Signals(-status).name
