@@ -1,11 +1,9 @@
 """The extension for IPython: `%load_ext velmar` shows arrays as tables."""
 
-import importlib.util
-
 import pytest
 import velmar
 from helpers.arrays import CLASS_ROWS
-from helpers.cases import each
+from helpers.cases import each, needs
 from helpers.view_states import expired_row
 
 MATRIX = velmar.double([[1, 2.5], [3, 4]])
@@ -94,7 +92,7 @@ class TestExtension:
         assert repr(MATRIX) == "velmar.double([[1.0,2.5],[3.0,4.0]])"
 
 
-@pytest.mark.skipif(importlib.util.find_spec("IPython") is None, reason="IPython is not installed")
+@needs("IPython")
 class TestIPython:
     @pytest.fixture
     def ipython(self, tmp_path, monkeypatch):

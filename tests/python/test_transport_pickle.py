@@ -2,7 +2,6 @@
 
 import copy
 import copyreg
-import importlib.util
 import multiprocessing
 import pickle
 import shelve
@@ -13,7 +12,7 @@ import pytest
 import velmar
 from helpers import process_workers as workers
 from helpers.arrays import CLASS_ROWS, FORMS, contents, exact
-from helpers.cases import each, each_form, rows
+from helpers.cases import each, each_form, needs, rows
 from helpers.child_interpreter import run_script
 from helpers.failures import STORAGE_GONE, raises
 from helpers.view_states import WITHOUT_STORAGE
@@ -21,11 +20,6 @@ from velmar import transport
 
 SECONDS = 120  # the longest wait for a result
 PROTOCOLS = range(pickle.HIGHEST_PROTOCOL + 1)
-
-
-def needs(package):
-    absent = importlib.util.find_spec(package) is None
-    return pytest.mark.skipif(absent, reason=f"{package} is not installed")
 
 
 @pytest.fixture

@@ -2,7 +2,6 @@
 
 import copy
 import copyreg
-import importlib.util
 import multiprocessing
 import os
 import pickle
@@ -14,18 +13,13 @@ import pytest
 import velmar
 from helpers import process_workers as workers
 from helpers.arrays import FORMS, contents, exact, grid
-from helpers.cases import each_form, rows
+from helpers.cases import each_form, needs, rows
 from helpers.child_interpreter import run_script
 from helpers.failures import STORAGE_GONE, raises
 from helpers.view_states import WITHOUT_STORAGE
 from velmar import transport
 
 SECONDS = 120  # the longest wait for a result
-
-
-def needs(package):
-    absent = importlib.util.find_spec(package) is None
-    return pytest.mark.skipif(absent, reason=f"{package} is not installed")
 
 
 @pytest.fixture

@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import functools
+import importlib.util
 import itertools
 import os
 from typing import Any
@@ -34,6 +35,12 @@ def slices_for_triples(length: int) -> list[slice]:
 def some_of(cases, step):
     """The cases of a sequence; in a brief run only the first and every step-th after it."""
     return cases[::step] if IS_BRIEF else cases
+
+
+def needs(package: str):
+    """Skips a test where the package is not installed."""
+    is_missing = importlib.util.find_spec(package) is None
+    return pytest.mark.skipif(is_missing, reason=f"{package} is not installed")
 
 
 def each(rows: list[ElementClass]):
