@@ -1,4 +1,4 @@
-"""Compiled objects for the checks of check_symbols.py: the build, its symbols, and their names."""
+"""Compiled objects for the checks of symbols.py: the build, its symbols, and their names."""
 
 import json
 import os

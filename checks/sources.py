@@ -71,7 +71,7 @@ def check_file(file):
             yield f"uses {name}; only PyRef may"
     if file.parts[0] == "src":
         if room_of(file) is None:
-            yield "is in no room of script/rooms.py"
+            yield "is in no room of checks/rooms.py"
         for parameter in BOOL_OUT_PARAMETER.findall(code):
             yield f"has the parameter {parameter}; report failure through the result"
 

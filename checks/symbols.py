@@ -19,10 +19,10 @@ import sys
 from collections import defaultdict
 from typing import NamedTuple
 
-from object_symbols import ROOT, is_foreign, make_objects, parse_name, source_name
+from objects import ROOT, is_foreign, make_objects, parse_name, source_name
 from rooms import ROOMS, is_above, room_of
 
-KEPT_FUNCTIONS = "script/kept_functions.txt"
+KEPT_FUNCTIONS = "checks/kept_functions.txt"
 PUBLIC_HEADERS = ROOT / "velmardata/include/velmardata"
 DATA_NAMESPACES = {"foundation", "velmardata", "standalone", "velmar", "data", "impl", "detail"}
 

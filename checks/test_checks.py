@@ -1,0 +1,132 @@
+"""Tests of what the checks report about sources, names, branches and results of tests."""
+
+import sys
+from pathlib import Path
+
+import pytest
+import sources
+from coverage_report import Line, made_by_conditions, uncovered
+from objects import is_foreign, source_name
+from rooms import room_of
+from symbols import is_special_member, parse_name
+
+HIGH, LOW = 'includes "indexing/high.hpp"', 'includes "indexing/low.hpp"'
+sys.path.append(str(sources.ROOT / "script"))
+from count_results import count_suite  # noqa: E402
+
+# A source of a room, and what is reported about it.
+SOURCES = [
+    ("", None),
+    ("#include <vector>\n", None),
+    ('#include "module/support.hpp"\n', None),
+    ('#include "indexing/high.hpp"\n', f"{HIGH}, but the room indexing is above storage"),
+    ('#include "indexing/low.hpp"\n', f"{LOW}, which is not a path below src"),
+    ("#include <Python.h>\n", "includes Python.h; only src/module/python.hpp may"),
+    ("void f() { Py_INCREF(a); }\n", "uses Py_INCREF, which is banned"),
+    ("void f() { Py_IncRef(a); }\n", "uses Py_IncRef; only PyRef may"),
+    ('// Py_INCREF\nconst char* a = "Py_INCREF";\n', None),
+    ("void f(bool& good);\n", "has the parameter bool& good; report failure through the result"),
+    ("void f(bool&& good);\n", None),
+    ("using std::move;\n", "has a using declaration for move and does not use it"),
+    ("using std::move;\nauto a = move(b);\n", None),
+    ("// \u00e9\n", "has characters outside ASCII"),
+    ("int a;\n" * 400, "has 401 lines; split at 400"),
+]
+# What c++filt prints, the name of the source, and whether it is a special member.
+NAMES = [
+    ("f(int)", "f(int)", False),
+    ("A::f(int) const", "A::f(int) const", False),
+    ("void A::f<int>(std::vector<int>)", "A::f", False),
+    ("bool (anonymous namespace)::f<int>(int)", "(anonymous namespace)::f", False),
+    ("bool operator< <int>(A<int> const&)", "operator<", False),
+    ("A::operator bool() const", "A::operator bool() const", False),
+    ("A::~A()", "A::~A()", True),
+    ("A::A(A const&)", "A::A(A const&)", True),
+    ("A::A(int)", "A::A(int)", False),
+    ("A<int>::operator=(A<int>&&)", "A::operator=", True),
+]
+ROOMS = [
+    ("src/storage/view.hpp", "storage"),
+    ("module/support.hpp", "module"),
+    ("src/module/entry/guard.hpp", "module/entry"),
+    ("src/version.hpp", None),
+    ("src/cellar/view.hpp", None),
+]
+
+
+@pytest.mark.parametrize("text, finding", SOURCES)
+def test_sources(text, finding, tmp_path, monkeypatch):
+    for name in ("src/module/support.hpp", "src/indexing/high.hpp", "src/storage/sample.cpp"):
+        (tmp_path / name).parent.mkdir(parents=True, exist_ok=True)
+        (tmp_path / name).write_text(f"// A role.\n{text}", encoding="utf-8")
+    monkeypatch.setattr(sources, "ROOT", tmp_path)
+    expected = [finding] if finding else []
+    assert list(sources.check_file(Path("src/storage/sample.cpp"))) == expected
+
+
+@pytest.mark.parametrize("readable, name, is_special", NAMES)
+def test_names(readable, name, is_special):
+    assert source_name(readable) == name
+    assert is_special_member(parse_name(readable)) == is_special
+    assert not is_foreign(readable)
+
+
+@pytest.mark.parametrize("path, room", ROOMS)
+def test_rooms(path, room):
+    assert room_of(Path(path)) == room
+
+
+# Whether each branch of a line is an exceptional exit, and which of them are of conditions.
+BRANCHES = [
+    ([], []),
+    ([False, False], [0, 1]),
+    ([False, True], []),  # a call
+    ([False, True, False, False], [2, 3]),
+    ([False, False, False, True, False, False], [0, 1, 4, 5]),
+]
+# Counts of a line, and the gap that is reported.
+GAPS = [
+    ((0, [0, 0]), ["a.cpp:3: line: if (a)"]),
+    ((5, [5, 0]), ["a.cpp:3: branch 2 of 2: if (a)"]),
+    ((5, [4, 1]), []),
+    ((5, []), []),
+]
+
+
+@pytest.mark.parametrize("throws, expected", BRANCHES)
+def test_branches_of_conditions(throws, expected):
+    branches = [{"throw": throw, "count": index} for index, throw in enumerate(throws)]
+    assert made_by_conditions(branches) == expected
+
+
+@pytest.mark.parametrize("counts, expected", GAPS)
+def test_gaps(counts, expected):
+    line = Line("if (a)")
+    line.add(*counts)
+    assert list(uncovered({"a.cpp": {3: line}})) == expected
+
+
+PASSED = '<testcase classname="a" name="one"/>'
+FAILED = '<testcase classname="a" name="two"><failure/></testcase>'
+ERROR = '<testcase classname="a" name="three"><error/></testcase>'
+SKIPPED = '<testcase classname="a" name="four"><skipped/></testcase>'
+DISABLED = '<testcase classname="a" name="five" status="notrun"/>'
+# Exit status and results of a suite; how many passed, failed and were skipped; what failed.
+SUITES = [
+    ("0", PASSED + SKIPPED + DISABLED, (1, 0, 2), []),
+    ("1", PASSED + FAILED + ERROR, (1, 2, 0), ["a::two", "a::three"]),
+    ("134", PASSED, (1, 1, 0), ["ended with status 134; its last lines:", "the log"]),
+    ("5", SKIPPED, (0, 1, 1), ["ended with status 5; its last lines:", "the log"]),
+    ("0", None, (0, 1, 0), ["ended with status 0; its last lines:", "the log"]),
+]
+
+
+@pytest.mark.parametrize("status, cases, expected, failed", SUITES)
+def test_totals(status, cases, expected, failed, tmp_path):
+    (tmp_path / "suite.status").write_text(f"{status}\n")
+    (tmp_path / "suite.log").write_text("the log\n")
+    if cases is not None:
+        (tmp_path / "suite.xml").write_text(f"<testsuite>{cases}</testsuite>")
+    counts, lines = count_suite(tmp_path / "suite.status")
+    assert (counts["passed"], counts["failed"], counts["skipped"]) == expected
+    assert lines == failed
