@@ -9,17 +9,17 @@ from __future__ import annotations
 
 import collections
 import ctypes
-import gc
-import json
 import random
 import subprocess
 import sys
+from collections.abc import Iterator
 from pathlib import Path
 from typing import Any
 
 import part
+import trials
+from helpers.operations import LARGE, MIDDLE, SMALL, Operation, every_operation, seen
 
-DIED = "the interpreter died"
 NO_SUCH = 10**9  # number of an allocation that is never made
 MOST_LOOKS = 20  # what stays of each call shows in all of them; the interpreter keeps some blocks
 
@@ -31,6 +31,45 @@ STATED = {
     ("SystemError", "clone"): "a clone of a view: an error beside a result",
 }
 
+# The functions of failing_allocations.cpp that replace others, in calls of the libraries under test
+# and, for the operators, of the functions of libstdc++ that they call.
+LIBRARIES = ("velmarmultidimarrayforpython.abi3", "libzrfoundation_velmardata.so", "libstdc++.so")
+OPERATORS = {"_Znwm": "new", "_Znam": "new"}
+OPERATORS |= dict.fromkeys(("_ZdlPv", "_ZdlPvm", "_ZdaPv", "_ZdaPvm"), "delete")
+
+
+def loaded_files() -> dict[str, int]:
+    """The paths of the files in memory, and the address at which each begins."""
+    found: dict[str, int] = {}
+    for line in Path("/proc/self/maps").read_text().splitlines():
+        addresses, *_, path = line.split(maxsplit=5)
+        found.setdefault(path, int(addresses.split("-")[0], 16))
+    return found
+
+
+def slots(path: str) -> Iterator[tuple[int, str]]:
+    """The offset of each relocation slot for a function, and the name of the function."""
+    command = ["readelf", "--relocs", "--wide", path]
+    printed = subprocess.run(command, capture_output=True, text=True, check=True).stdout
+    for line in printed.splitlines():
+        columns = line.split()  # offset, info, type, value, name and version
+        if len(columns) > 4 and columns[2].endswith(("_JUMP_SLOT", "_GLOB_DAT")):
+            yield int(columns[0], 16), columns[4].partition("@")[0]
+
+
+def turn_slots(replacements: Any) -> int:
+    """Sets the slots of the loaded libraries to the functions counted_*. Returns their number."""
+    turned = 0
+    for path, begin in loaded_files().items():
+        if not any(name in path for name in LIBRARIES):
+            continue
+        for offset, name in slots(path):
+            function = getattr(replacements, f"counted_{OPERATORS.get(name, name)}", None)
+            if function and (name in OPERATORS or "libstdc++" not in path):
+                replacements.turn(begin + offset, function)
+                turned += 1
+    return turned
+
 
 def library() -> Any:
     source = Path(__file__).with_suffix(".cpp")
@@ -39,6 +78,7 @@ def library() -> Any:
         flags = ["-std=c++20", "-O1", "-shared", "-fPIC", "-Wall", "-Wextra"]
         subprocess.run(["g++", *flags, str(source), "-o", str(built)], check=True)
     loaded = ctypes.CDLL(str(built))
+    loaded.turn.argtypes = (ctypes.c_void_p, ctypes.c_void_p)
     loaded.arm.argtypes = (ctypes.c_long,)
     loaded.count.restype = loaded.live.restype = ctypes.c_long
     return loaded
@@ -48,23 +88,20 @@ def stated(error: Exception) -> str | None:
     """The name of an error that a failed allocation may cause; None for other errors."""
     if isinstance(error, MemoryError):
         return "MemoryError"
-    kind, text = type(error).__name__, str(error)
-    for (wanted, part_of_text), name in STATED.items():
-        if kind == wanted and part_of_text in text:
+    for (kind, text), name in STATED.items():
+        if type(error).__name__ == kind and text in str(error):
             return name
     return None
 
 
 def state(array: Any) -> Any:
-    from operations import seen
-
     return seen(array), array.get_bytewise_strides(), array.itemsize
 
 
 class Trial:
     """Tests one operation with each of its allocations failing."""
 
-    def __init__(self, operation: Any, allocations: Any, is_contended: bool):
+    def __init__(self, operation: Operation, allocations: Any, is_contended: bool):
         self.operation = operation
         self.name = operation.name
         self.allocations = allocations
@@ -79,15 +116,10 @@ class Trial:
     def prepare(self) -> None:
         """Runs the operation as often as fail() does, without a failure."""
         made = self.operation.make()
-        self.usual = self.result_of(made)
+        self.usual = seen(self.operation.of(made))
         self.after = state(made)
-        self.once_more = self.result_of(made)
+        self.once_more = seen(self.operation.of(made))
         self.after_that = state(made)
-
-    def result_of(self, made: Any) -> Any:
-        from operations import seen
-
-        return seen(self.operation.of(made))
 
     def count(self) -> int:
         """How many allocations the operation makes."""
@@ -112,28 +144,24 @@ class Trial:
         try:
             given = self.operation.of(made)
         except Exception as caught:
-            error = stated(caught) or f"{type(caught).__name__}: {caught}"
-            is_stated = stated(caught) is not None
+            outcome = stated(caught)
+            error = outcome or f"{type(caught).__name__}: {caught}"
         finally:
             has_failed = self.allocations.count() >= k
             self.allocations.arm(0)
         where = f"{self.name}: allocation {k}"
         if error is None:
-            outcome = self.judge_result(given)
-            wanted = self.after
+            outcome = self.judge_result(seen(given))
             del given
-        else:
-            outcome = error if is_stated else None
-            wanted = self.before
         if outcome is None:
             return f"{where}: unexpected: {error or 'result'}"
         self.outcomes[outcome if has_failed else "no such allocation"] += 1
-        is_done = state(made) == wanted
+        is_done = state(made) == (self.before if error else self.after)
         if not is_done and state(made) != self.refused_state(error):
             return f"{where}: {outcome}: the array is now {str(state(made))[:200]}"
         is_second = is_done and error is None
         wanted = (self.once_more, self.after_that) if is_second else (self.usual, self.after)
-        if (self.result_of(made), state(made)) != wanted:
+        if (seen(self.operation.of(made)), state(made)) != wanted:
             return f"{where}: {outcome}: the operation does not give its usual result again"
         return None
 
@@ -141,10 +169,7 @@ class Trial:
         """A call that has to fail can also fail for lack of memory, before it changes anything."""
         return self.before if error is None and isinstance(self.usual, str) else None
 
-    def judge_result(self, given: Any) -> str | None:
-        from operations import seen
-
-        result = seen(given)
+    def judge_result(self, result: Any) -> str | None:
         if result == self.usual:
             return "the usual result"
         # A call that has to fail may fail because of missing memory instead.
@@ -169,77 +194,34 @@ class Trial:
         return f"{self.name}: allocation {k}: {lost} blocks of the interpreter, not {allowed}"
 
 
-def walk(arguments: Any) -> int:
-    """In the child: runs every operation from number --first on."""
-    import operations
+class FailingAllocations:
+    """Trials of all operations."""
 
-    allocations = library()
-    turned = allocations.install()
-    assert turned >= 12, "the module's calls of the allocating functions were not found"
-    clock, log = part.Clock(arguments.seconds), part.Log(arguments.log)
-    shapes = operations.SMALL, operations.MIDDLE, operations.LARGE
-    todo = operations.every_operation(shapes)
-    random.Random(arguments.seed).shuffle(todo)
-    findings: list[str] = []
-    outcomes: collections.Counter[str] = collections.Counter()
-    done = failed = 0
-    gc.disable()
-    gc.freeze()
-    for number, operation in enumerate(todo[arguments.first :], arguments.first):
-        if clock.is_over():
-            break
-        log.start(f"{number} {operation.name}")
-        trial = Trial(operation, allocations, arguments.contended)
+    def __init__(self, arguments: Any):
+        self.allocations = library()
+        self.turned = turn_slots(self.allocations)
+        assert self.turned >= 12, "the module's calls of the allocating functions were not found"
+        self.is_contended = arguments.contended
+        self.todo = every_operation((SMALL, MIDDLE, LARGE))
+        random.Random(arguments.seed).shuffle(self.todo)
+        self.findings: list[str] = []
+        self.outcomes: collections.Counter[str] = collections.Counter()
+        self.failed = 0
+
+    def try_out(self, operation: Operation, log: part.Log) -> None:
+        trial = Trial(operation, self.allocations, self.is_contended)
         for k in range(1, trial.count() + 1):
             log.write(str(k))
             found = trial.fail_without_loss(k)
-            failed += 1
+            self.failed += 1
             if found:
-                findings.append(found)
-        outcomes += trial.outcomes
-        done += 1
-    figures = {"operations": done, "of": len(todo), "failed allocations": failed}
-    figures |= {"outcomes": dict(outcomes.most_common()), "slots": turned}
-    return part.finish(figures, findings)
+                self.findings.append(found)
+        self.outcomes += trial.outcomes
 
-
-def run_child(arguments: Any, seconds: float, first: int, log: Path) -> tuple[dict, list[str], int]:
-    """The results, the findings, and after a crash the number of the next operation, else -1."""
-    command = [sys.executable, __file__, "--walk", "--seconds", str(seconds), "--log", str(log)]
-    command += ["--seed", str(arguments.seed), "--first", str(first)]
-    command += ["--contended"] if arguments.contended else []
-    done = subprocess.run(command, capture_output=True, text=True, check=False)
-    lines = done.stdout.splitlines()
-    if lines and lines[-1].startswith("{"):
-        return json.loads(lines[-1]), lines[:-1], -1
-    where = log.read_text().split("\n")
-    number = int(where[0].split()[1]) if where[0] else first
-    text = f"{DIED} ({done.returncode}) in {where[0]}, allocation {where[-2:][0]}: "
-    return {}, [text + done.stderr[-1500:]], number + 1
-
-
-def main() -> int:
-    parser = part.parser(__doc__)
-    parser.add_argument("--walk", action="store_true", help="run in this process, not in a child")
-    parser.add_argument("--first", type=int, default=0, help="number of the first operation")
-    arguments = parser.parse_args()
-    part.prepare()
-    if arguments.walk:
-        with part.contention(arguments.contended):
-            return walk(arguments)
-    clock, first = part.Clock(arguments.seconds), 0
-    findings: list[str] = []
-    figures: dict[str, Any] = {}
-    crashes = 0
-    log = arguments.log or part.WORKING_FOLDER / "failing_allocations.log"
-    while first >= 0 and crashes < 10:
-        left = max(clock.end - part.time.monotonic(), 1)
-        figures, found, first = run_child(arguments, left, first, log)
-        findings += found
-        crashes += first >= 0
-    figures = {"part": "failing allocations", "seed": arguments.seed, **figures}
-    return part.finish({**figures, "crashes": crashes, "seconds": clock.seconds()}, findings)
+    def figures(self) -> dict[str, Any]:
+        outcomes = dict(self.outcomes.most_common())
+        return {"failed allocations": self.failed, "outcomes": outcomes, "slots": self.turned}
 
 
 if __name__ == "__main__":
-    sys.exit(main())
+    sys.exit(trials.main("failing allocations", __doc__, FailingAllocations))

@@ -2,20 +2,21 @@
 
 from __future__ import annotations
 
+import math
 import random
+from collections.abc import Callable
 from typing import Any
 
-import part
 from helpers.arrays import CLASS_ROWS, contents
-from helpers.buffer_requests import LETTERS, ask, give_back, memory_of, numbers
+from helpers.buffer_requests import ask, give_back, memory_of, numbers
+from helpers.hostile_objects import MOST_BYTES, any_exporter
+from helpers.hostile_walk import Walk
 from helpers.lying_exporter import LyingExporter
 from helpers.program_runs import Run
 from helpers.program_steps import next_step
 from helpers.program_text import Writer
-from hostile_walk import Walk
 
 MOST_STEPS = 40
-MOST_BYTES = 4096
 
 
 class Disagreement(Exception):
@@ -44,45 +45,40 @@ class Bytes(random.Random):
         return self.getrandbits(16) / (1 << 16)
 
 
-def programs(data: bytes) -> None:
-    """Runs a program in the module and in the model."""
-    rng, run = Bytes(data), Run()
-    writer = Writer(rng, run.model)
+def follow(rng: Bytes, step: Callable[[], Any], look: Callable[[], Any]) -> None:
+    """Performs steps until the bytes are used up, and then looks at everything."""
     for _ in range(MOST_STEPS):
         if rng.is_over():
             break
-        found = run.step(next_step(writer)[1])
-        if found:
-            raise Disagreement(str(found))
-    found = run.look()
+        report(step())
+    report(look())
+
+
+def report(found: Any) -> None:
     if found:
         raise Disagreement(str(found))
 
 
+def programs(data: bytes) -> None:
+    """Runs a program in the module and in the model."""
+    rng, run = Bytes(data), Run()
+    writer = Writer(rng, run.model)
+    follow(rng, lambda: run.step(next_step(writer)[1]), run.look)
+
+
 def hostile(data: bytes) -> None:
     """Runs a walk with hostile objects."""
-    walk, rng = Walk("0", part.Log(None)), Bytes(data)
-    walk.rng = walk.harm.rng = rng
-    for _ in range(MOST_STEPS):
-        if rng.is_over():
-            break
-        found = walk.step()
-        if found:
-            raise Disagreement(found)
-    found = walk.disagreement()
-    if found:
-        raise Disagreement(found)
+    rng = Bytes(data)
+    walk = Walk(rng)
+    follow(rng, walk.step, walk.disagreement)
 
 
 def buffers(data: bytes) -> None:
-    """Imports memory with any description, and exports it with any flags.
-
-    The exporter has exactly as many bytes as it declares, so that a read behind them is detected.
-    """
+    """Imports memory with any description, and exports it with any flags."""
     rng = Bytes(data)
     row = rng.choice(CLASS_ROWS)
     is_complex = row.has_complex and rng.randrange(3) == 0
-    exporter = any_exporter(rng, row, is_complex)
+    exporter = any_exporter(LyingExporter, rng, row, is_complex)
     options: dict[str, Any] = {"is_complex": True} if is_complex else {}
     if rng.randrange(4) == 0:
         options["size"] = [rng.randrange(6) for _ in range(rng.randrange(1, 4))]
@@ -109,44 +105,6 @@ def any_slice(rng: random.Random) -> slice:
     return slice(rng.choice(bounds), rng.choice(bounds), step)
 
 
-def any_exporter(rng: random.Random, row: Any, is_complex: bool) -> LyingExporter:
-    letter = ("Z" if is_complex else "") + LETTERS[row.word]
-    if rng.randrange(4) == 0:
-        letter = rng.choice(["", "Z", "d", "l", "L", "<d", "B", "?", "xx", "Zd", letter + letter])
-    size = memoryview(row.cls(is_complex=is_complex)).itemsize
-    itemsize = size if rng.randrange(5) else rng.choice([0, 1, 2, 3, 4, 8, 16, -1, 2**62])
-    lengths = [rng.choice([0, 1, 2, 3, 4, 5]) for _ in range(rng.randrange(1, 5))]
-    count = 1
-    for length in lengths:
-        count *= length
-    total = min(count * size, MOST_BYTES)
-    if rng.randrange(5) == 0:
-        total = rng.choice([0, 1, 7, 8, total + 1, total + size, max(total - 1, 0)])
-    if rng.randrange(5) == 0:
-        odd = [-1, 2**31, 2**32, 2**62, 2**63 - 1, 0, 1]
-        lengths[rng.randrange(len(lengths))] = rng.choice(odd)
-    strides = [size]
-    for length in lengths[:-1]:
-        strides.append(max(min(strides[-1] * length, 2**62), -(2**62)))
-    if rng.randrange(2):  # row by row
-        strides = [size]
-        for length in reversed(lengths[1:]):
-            strides.insert(0, max(min(strides[0] * length, 2**62), -(2**62)))
-    if rng.randrange(5) == 0:
-        strides[rng.randrange(len(strides))] = rng.choice([0, -size, 1, 2**62, -(2**63)])
-    ndim = len(lengths) if rng.randrange(6) else rng.randrange(len(lengths) + 1)
-    missing = rng.randrange(24)
-    return LyingExporter(
-        None if missing == 0 and total == 0 else bytes(total),
-        None if missing == 1 else letter.encode(),
-        itemsize,
-        length=total,
-        ndim=ndim,
-        shape=None if missing == 2 else lengths,
-        strides=None if missing == 3 else strides,
-    )
-
-
 def has_endless_lists(array: Any) -> bool:
     """No elements, but too many rows: a view makes a list of each row."""
     return max(array.size) > MOST_BYTES
@@ -158,20 +116,18 @@ def look_at(array: Any) -> None:
     repr(array)
     found, size = contents(array), array.size
     if len(found) != size[0] or len(array) != size[0]:
-        raise Disagreement(f"{array}: length {len(array)}, size {size}")
+        report(f"{array}: length {len(array)}, size {size}")
     if 0 not in size and "nan" not in repr(array) and array.clone() != array:
-        raise Disagreement(f"{array} is not like its clone")
+        report(f"{array} is not like its clone")
 
 
 def check(buffer: Any) -> None:
     """All exported bytes must be readable, and the description must be consistent."""
     memory_of(buffer)
     if buffer.shape and buffer.ndim > 0:
-        count = 1
-        for length in numbers(buffer.shape, buffer.ndim):
-            count *= length
+        count = math.prod(numbers(buffer.shape, buffer.ndim))
         if count * buffer.itemsize != buffer.len:
-            raise Disagreement(f"{count} elements of {buffer.itemsize} bytes in {buffer.len}")
+            report(f"{count} elements of {buffer.itemsize} bytes in {buffer.len}")
     if buffer.strides:
         numbers(buffer.strides, buffer.ndim)
 

@@ -7,18 +7,20 @@ and view keeps one reference to its class.
 
 from __future__ import annotations
 
-import collections
 import ctypes
 import gc
-import json
 import os
 import random
-import subprocess
 import sys
 from collections.abc import Callable
 from typing import Any
 
 import part
+import trials
+import velmar
+from helpers.memory_blocks import references_per_call
+from helpers.operations import DICTIONARY, MIDDLE, RECORD, SMALL, Operation, every_operation
+from helpers.process_memory import heap_bytes, resident_bytes
 
 CALLS = 50  # per batch
 MOST_BATCHES = 30
@@ -30,33 +32,9 @@ RESIDENT_CALLS = 4000  # calls for the check of resident memory
 PAGE = os.sysconf("SC_PAGESIZE")
 SLACK = 64  # pages that the allocator can take in addition
 
-
-class _Usage(ctypes.Structure):
-    """struct mallinfo2; hblkhd has the bytes of mapped blocks, uordblks those of other blocks."""
-
-    _fields_ = [
-        *((f"before_{i}", ctypes.c_size_t) for i in range(4)),
-        ("hblkhd", ctypes.c_size_t),
-        *((f"between_{i}", ctypes.c_size_t) for i in range(2)),
-        ("uordblks", ctypes.c_size_t),
-        *((f"behind_{i}", ctypes.c_size_t) for i in range(2)),
-    ]
-
-
-_usage = ctypes.CDLL(None).mallinfo2
-_usage.restype = _Usage
-
-
-def in_use() -> int:
-    """Bytes that are allocated and not freed."""
-    gc.collect()
-    usage = _usage()
-    return usage.uordblks + usage.hblkhd
-
-
-def resident() -> int:
-    with open("/proc/self/statm") as file:
-        return int(file.read().split()[1]) * PAGE
+# The cache of freed blocks would count as in use.
+SETTINGS = {"PYTHONMALLOC": "malloc", "MALLOC_ARENA_MAX": "1"}
+SETTINGS |= {"GLIBC_TUNABLES": "glibc.malloc.tcache_count=0"}
 
 
 def repeat(act: Callable[[], Any], calls: int) -> None:
@@ -64,14 +42,19 @@ def repeat(act: Callable[[], Any], calls: int) -> None:
         act()
 
 
-def bytes_a_call(act: Callable[[], Any]) -> float:
+def bytes_in_use() -> int:
+    gc.collect()
+    return heap_bytes()
+
+
+def bytes_per_call(act: Callable[[], Any]) -> float:
     """Bytes that each call keeps: the minimum over the last batches, because a leak is in each."""
     repeat(act, CALLS // 5)
     growths: list[int] = []
-    before = in_use()
+    before = bytes_in_use()
     while len(growths) < MOST_BATCHES:
         repeat(act, CALLS)
-        after = in_use()
+        after = bytes_in_use()
         growths.append(after - before)
         before = after
         if growths[-1] < CALLS or (len(growths) > 2 and is_steady(growths[-3:])):
@@ -89,142 +72,95 @@ def chunk(size: int) -> int:
     return max((size + 8 + 15) // 16 * 16, 32)
 
 
-def expected_bytes(operation: Any, record: int, dictionary: int) -> int:
-    import operations
-
-    sizes = {operations.RECORD: record, operations.DICTIONARY: dictionary}
-    return sum(sizes[name] for name in operation.kept)
-
-
-def size_of_dictionary() -> int:
-    """Bytes of {"is_complex": True}, made as in the module: first empty, then filled."""
-    kept: list[Any] = []
-    kept.extend([None] * 200)
-    for i in range(100):
-        kept[i] = {}
-        kept[i]["is_complex"] = True
-    before = in_use()
-    for i in range(100, 200):
-        kept[i] = {}
-        kept[i]["is_complex"] = True
-    return round((in_use() - before) / 100)
+def keep_dictionary() -> None:
+    """Makes a dictionary as the module does, first empty, then filled. It is never freed."""
+    made: dict[str, bool] = {}
+    made["is_complex"] = True
+    ctypes.pythonapi.Py_IncRef(ctypes.py_object(made))
 
 
-def settles_slowly(operation: Any) -> bool:
-    """With thousands of numbers, pickle and deepcopy need many calls, even for a plain list."""
-    return ", middle: " in operation.name and operation.name.endswith(("pickle", "deepcopy"))
-
-
-def references_a_call(cls: type, act: Callable[[], Any]) -> float:
-    before = sys.getrefcount(cls)
-    repeat(act, CALLS)
-    gc.collect()
-    return (sys.getrefcount(cls) - before) / CALLS
-
-
-def walk(arguments: Any) -> int:
-    import velmar
-
-    import operations
-
-    clock, log = part.Clock(arguments.seconds), part.Log(arguments.log)
-    todo = operations.every_operation((operations.SMALL, operations.MIDDLE))
-    todo = [operation for operation in todo if not settles_slowly(operation)]
-    random.Random(arguments.seed).shuffle(todo)
-    todo.sort(key=lambda operation: not operation.kept)  # first those that keep memory
+def chosen(seed: int) -> list[Operation]:
+    """The operations in random order, but first some of each kind that keeps memory."""
+    todo = every_operation((SMALL, MIDDLE))
+    # With thousands of numbers, pickle and deepcopy need many calls, even for a plain list.
+    slow = ("middle: pickle", "middle: deepcopy")
+    todo = [one for one in todo if not one.name.endswith(slow)]
+    random.Random(seed).shuffle(todo)
     # A few operations that keep a record are enough; most of the time is for the others.
-    records = [one for one in todo if operations.RECORD in one.kept]
-    others = [one for one in todo if operations.RECORD not in one.kept]
-    todo = [*records[: len(records) // 4], *others, *records[len(records) // 4 :]]
-    record, dictionary = chunk(velmar.double.__basicsize__), size_of_dictionary()
-    findings: list[str] = []
-    grown: dict[str, dict[str, Any]] = {}
-    references: collections.Counter[float] = collections.Counter()
-    level, done = 0, 0
-    gc.disable()
-    gc.freeze()
-    for operation in todo:
-        if clock.is_over():
-            break
-        log.start(operation.name)
-        wanted = expected_bytes(operation, record, dictionary)
+    records = [one for one in todo if one.kept == RECORD]
+    few = len(records) // 4
+    dictionaries = [one for one in todo if one.kept == DICTIONARY]
+    others = [one for one in todo if not one.kept]
+    return [*records[:few], *dictionaries, *others, *records[few:]]
+
+
+class Leaks:
+    """Looks for leaks in one operation after the other."""
+
+    def __init__(self, arguments: Any):
+        self.todo = chosen(arguments.seed)
+        self.findings: list[str] = []
+        self.expected = {"": 0, RECORD: chunk(velmar.double.__basicsize__)}
+        self.expected[DICTIONARY] = round(bytes_per_call(keep_dictionary))
+        self.level = 0  # operations that keep nothing
+        self.grown: dict[str, dict[str, Any]] = {}
+        self.most_references = 0.0
+
+    def try_out(self, operation: Operation, log: part.Log) -> None:
+        wanted = self.expected[operation.kept]
         slack = UNSPLIT + ROUNDING if wanted else 1
         growth = 0.0
         for _ in range(MOST_LOOKS):
-            growth = bytes_a_call(operation.act)
+            growth = bytes_per_call(operation.act)
             if abs(growth - wanted) <= slack:
                 break
-        done += 1
         if abs(growth - wanted) > slack:
-            findings.append(f"{operation.name}: {growth} bytes a call, expected {wanted}")
-        elif not wanted:
-            level += 1
+            self.findings.append(f"{operation.name}: {growth} bytes a call, expected {wanted}")
+        elif wanted:
+            facts = {"bytes a call": round(growth), "operations": 0}
+            self.grown.setdefault(operation.kept, facts)["operations"] += 1
         else:
-            name = " + ".join(operation.kept)
-            entry = grown.setdefault(name, {"bytes a call": round(growth), "operations": 0})
-            entry["operations"] += 1
-        word = operation.name.split(",")[0].split()[-1]
-        kept = references_a_call(getattr(velmar, word), operation.act)
-        references[kept] += 1
+            self.level += 1
+        kept = references_per_call(type(operation.make()), operation.act, CALLS)
+        self.most_references = max(kept, self.most_references)
         if kept < 0 or kept != int(kept):
-            findings.append(f"{operation.name}: {kept} references a call")
-    one = velmar.double(size=(2, 3))
-    grown["reference to the class, of each array and view"] = {
-        "bytes a call": int(bytes_a_call(lambda: one[0])),
-        "references a call": references_a_call(velmar.double, lambda: one[0]),
-    }
-    grown["reference to MCPyIter, of each iterator"] = {
-        "bytes a call": int(bytes_a_call(lambda: iter(one))),
-        "references a call": references_a_call(velmar.MCPyIter, lambda: iter(one)),
-    }
-    pages = resident_growth(todo, clock, findings)
-    figures = {
-        "operations": done,
-        "of": len(todo),
-        "level": level,
-        "grown": grown,
-        "most references a call": max(references, default=0),
-        "resident growth in pages": pages,
-        "seconds": clock.seconds(),
-    }
-    return part.finish(figures, findings)
+            self.findings.append(f"{operation.name}: {kept} references a call")
+
+    def figures(self) -> dict[str, Any]:
+        one = velmar.double(size=(2, 3))
+        text = "reference to the class, of each array and view"
+        self.grown[text] = kept_reference(velmar.double, lambda: one[0])
+        text = "reference to MCPyIter, of each iterator"
+        self.grown[text] = kept_reference(velmar.MCPyIter, lambda: iter(one))
+        return {
+            "level": self.level,
+            "grown": self.grown,
+            "most references a call": self.most_references,
+            "resident growth in pages": self.resident_growth(),
+        }
+
+    def resident_growth(self) -> int:
+        """Pages by which resident memory grows over a mix of operations that must not grow."""
+        mix = [operation.act for operation in self.todo if not operation.kept][:40]
+        for act in mix:
+            repeat(act, 10)
+        gc.collect()
+        before = resident_bytes()
+        for act in mix:
+            repeat(act, RESIDENT_CALLS // len(mix))
+        gc.collect()
+        pages = (resident_bytes() - before) // PAGE
+        if pages > SLACK:
+            text = f"resident memory grew by {pages} pages over {RESIDENT_CALLS} calls"
+            self.findings.append(text)
+        return pages
 
 
-def resident_growth(todo: list[Any], clock: part.Clock, findings: list[str]) -> int:
-    """Pages by which resident memory grows over a mix of operations that must not grow."""
-    mix = [operation.act for operation in todo if not operation.kept][:40]
-    for act in mix:
-        repeat(act, 10)
-    gc.collect()
-    before = resident()
-    for act in mix:
-        repeat(act, RESIDENT_CALLS // len(mix))
-    gc.collect()
-    pages = (resident() - before) // PAGE
-    if pages > SLACK:
-        findings.append(f"resident memory grew by {pages} pages over {RESIDENT_CALLS} calls")
-    return pages
-
-
-def main() -> int:
-    parser = part.parser(__doc__)
-    parser.add_argument("--walk", action="store_true", help="run in this process, not in a child")
-    arguments = parser.parse_args()
-    part.prepare()
-    if arguments.walk:
-        with part.contention(arguments.contended):
-            return walk(arguments)
-    environment = {**os.environ, "PYTHONMALLOC": "malloc", "MALLOC_ARENA_MAX": "1"}
-    environment["GLIBC_TUNABLES"] = "glibc.malloc.tcache_count=0"  # the cache would count as in use
-    command = [sys.executable, *sys.argv, "--walk"]
-    done = subprocess.run(command, env=environment, capture_output=True, text=True, check=False)
-    lines = done.stdout.splitlines()
-    if not lines or not lines[-1].startswith("{"):
-        text = f"the interpreter died ({done.returncode}): {done.stderr[-2000:]}"
-        return part.finish({"part": "leaks", "crashes": 1}, [*lines, text])
-    figures = {"part": "leaks", "seed": arguments.seed, **json.loads(lines[-1])}
-    return part.finish(figures, lines[:-1])
+def kept_reference(cls: type, act: Callable[[], Any]) -> dict[str, Any]:
+    """What a call keeps that has to keep a reference to a class, and no memory."""
+    kept = references_per_call(cls, act, CALLS)
+    return {"bytes a call": int(bytes_per_call(act)), "references a call": kept}
 
 
 if __name__ == "__main__":
-    sys.exit(main())
+    sys.exit(trials.main("leaks", __doc__, Leaks, SETTINGS))

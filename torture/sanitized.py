@@ -13,11 +13,6 @@ LIBRARIES = Path(os.environ.get("SANITIZED_LIBRARIES", part.ROOT / "build" / "sa
 REPORTS = part.WORKING_FOLDER / "reports"
 
 
-def coverage_library() -> Path:
-    """The library with the coverage counters of the instrumented code."""
-    return LIBRARIES / "libcoverage_map.so"
-
-
 def _runtime(name: str) -> str:
     command = ["g++", f"-print-file-name={name}"]
     found = subprocess.run(command, capture_output=True, text=True, check=True)

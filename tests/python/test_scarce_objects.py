@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import sys
+from pathlib import Path
 
 import pytest
 from helpers.cases import some_of
@@ -176,26 +177,15 @@ def test_no_memory_for_one_object(subject, operation, failures):
 
 
 # The functions for native clients.
-CLIENT = """
-import ctypes, velmarmultidimarrayforpython as module
-
-name = b"velmarmultidimarrayforpython._capi"
-find = ctypes.pythonapi.PyCapsule_GetPointer
-find.restype = ctypes.c_void_p
-find.argtypes = [ctypes.py_object, ctypes.c_char_p]
-table = ctypes.cast(find(module._capi, name), ctypes.POINTER(ctypes.c_void_p))
-adopt = ctypes.PYFUNCTYPE(ctypes.py_object, ctypes.c_void_p)(table[0])
-hand_out = ctypes.PYFUNCTYPE(ctypes.c_void_p, ctypes.py_object)(table[1])
-convert = ctypes.PYFUNCTYPE(ctypes.py_object, ctypes.py_object, ctypes.POINTER(ctypes.c_int))(
-    table[2]
-)
-number = ctypes.c_int()
+CLIENT = f"""
+sys.path.append({str(Path(__file__).parent)!r})
+from helpers.capsule import from_buffer, there_and_back
 """
 CLIENT_ROWS = {
-    "adopted": ("real", "adopt(hand_out(a))", {NO_OBJECT}),
-    "converted": ("real", "convert(a, number)", {NO_OBJECT}),
-    "converted_complex": ("complex_", "convert(a, number)", {NO_OBJECT}),
-    "converted_by_items": ("hollow", "convert(a, number)", {NO_OBJECT, NO_DATA}),
+    "adopted": ("real", "there_and_back(a)", {NO_OBJECT}),
+    "converted": ("real", "from_buffer(a)", {NO_OBJECT}),
+    "converted_complex": ("complex_", "from_buffer(a)", {NO_OBJECT}),
+    "converted_by_items": ("hollow", "from_buffer(a)", {NO_OBJECT, NO_DATA}),
 }
 
 

@@ -1,40 +1,38 @@
-"""A walk: random operations on arrays with hostile objects, and the checks after each step."""
+"""A walk: random operations on arrays with hostile objects, and the checks after each step.
+
+To add an operation, add a method to Walk and a row to OPERATIONS.
+"""
 
 from __future__ import annotations
 
 import copy
 import ctypes
+import functools
 import gc
 import operator
 import pickle
 import random
 import sys
+import warnings
 from collections.abc import Callable
-from typing import Any
+from typing import Any, TextIO
 
-import part
-from helpers.arrays import CLASS_ROWS, contents
+from helpers.arrays import contents
 from helpers.buffer_requests import ask, give_back
+from helpers.hostile_objects import Choices, Cycle, HostileSequence
 from helpers.view_states import bare_record, call_method
-from hostile_objects import (
-    Cycle,
-    Harm,
-    HostileComplex,
-    HostileFloat,
-    HostileInt,
-    HostileList,
-    HostileNumber,
-    HostileSequence,
-    hostile_exporter,
-)
 
-MOST_HELD = 12
+STEPS_BETWEEN_LOOKS = 10
 BEYOND_64_BITS = "Python int too large to convert to C ssize_t"
-ODD = [None, "text", b"\x01\x02", 2**70, -(2**70), 2**63 - 1, -(2**63), float("nan"), 1j, object()]
-ODD += [True, [], {}, (), range(3), slice(None), slice(None, None, 0), Ellipsis, 10**30, -0.0]
 
 _ask_for_error = ctypes.pythonapi.PyErr_Occurred
 _ask_for_error.restype = ctypes.c_void_p
+
+
+def expect_noise() -> None:
+    """Hides warnings, and the errors that finalizers of hostile objects raise on purpose."""
+    warnings.simplefilter("ignore")
+    sys.unraisablehook = lambda _: None
 
 
 def is_required(error: BaseException | None) -> bool:
@@ -49,160 +47,62 @@ def is_required(error: BaseException | None) -> bool:
     return False
 
 
-class Walk:
-    """Arrays, views, iterators and memory, and random operations on them."""
+# The name of an operation, its weight as a step, and its weight as an act of harm. Acts run while
+# the module uses a hostile object, and can change the array in use.
+OPERATIONS = [
+    ("construct", 6, 1),
+    ("subscript", 6, 1),
+    ("write", 6, 1),
+    ("reshape", 3, 2),
+    ("iterate", 3, 1),
+    ("look", 3, 0),
+    ("compare", 3, 1),
+    ("duplicate", 2, 1),
+    ("extract", 2, 0),
+    ("export", 3, 1),
+    ("request", 2, 0),
+    ("read_held", 3, 1),
+    ("odd_record", 1, 0),
+    ("drop", 1, 1),
+    ("forget_all", 1, 1),
+    ("collect", 0, 1),
+    ("make_garbage", 1, 0),
+    ("misuse_types", 1, 0),
+    ("call_with_anything", 1, 0),
+]
 
-    def __init__(self, seed: str, log: part.Log):
-        self.rng = random.Random(seed)
+
+class Walk(Choices):
+    """Random operations."""
+
+    def __init__(self, rng: random.Random, log: TextIO | None = None):
+        super().__init__(rng)
         self.log = log
-        self.harm = Harm(self.rng)
-        self.held: list[Any] = []
-        self.arrays: list[Any] = []
-        self.steps: list[Callable[[], Any]] = [
-            *[self.construct] * 6,
-            *[self.subscript] * 6,
-            *[self.write] * 6,
-            *[self.reshape] * 3,
-            *[self.iterate] * 3,
-            *[self.look] * 3,
-            *[self.compare] * 3,
-            *[self.duplicate] * 2,
-            *[self.extract] * 2,
-            *[self.export] * 3,
-            *[self.request] * 2,
-            *[self.read_held] * 3,
-            self.odd_record,
-            self.drop,
-            self.forget_all,
-            self.make_garbage,
-            self.misuse_types,
-            self.call_with_anything,
-        ]
-        # Called while the module uses a hostile object; can change the array in use.
-        self.harm.acts = [
-            self.drop,
-            self.forget_all,
-            gc.collect,
-            self.write,
-            self.reshape,
-            self.reshape,
-            self.subscript,
-            self.construct,
-            self.duplicate,
-            self.export,
-            self.iterate,
-            self.read_held,
-            self.compare,
-        ]
-
-    # Random choices.
-
-    def array(self) -> Any:
-        if not self.arrays or self.rng.randrange(30) == 0:
-            row = self.rng.choice(CLASS_ROWS)
-            self.keep_array(row.cls([[1, 0, 1], [0, 1, 0]]))
-        return self.rng.choice(self.arrays)
-
-    def keep_array(self, array: Any) -> Any:
-        self.arrays.append(array)
-        if len(self.arrays) > MOST_HELD:
-            self.arrays.pop(self.rng.randrange(len(self.arrays)))
-        return array
-
-    def keep(self, thing: Any) -> Any:
-        self.held.append(thing)
-        if len(self.held) > MOST_HELD:
-            self.held.pop(self.rng.randrange(len(self.held)))
-        return thing
-
-    def number(self) -> Any:
-        roll, value = self.rng.randrange(12), self.rng.choice([0, 1, 1, 2, 5, -1, 300, 2**40])
-        if roll > 3:
-            return self.rng.choice([value, value, float(value), bool(value)])
-        if roll == 3:
-            return self.rng.choice(ODD)
-        if roll == 2:
-            return HostileNumber(self.harm, value)
-        made: Any = self.rng.choice([HostileInt, HostileFloat, HostileComplex])(value)
-        made.harm = self.harm
-        return made
-
-    def data(self, depth: int = 0) -> Any:
-        roll = self.rng.randrange(14)
-        if roll == 0:
-            return self.number()
-        if roll == 1:
-            return hostile_exporter(self.harm)
-        if roll == 2 and self.arrays:
-            return self.rng.choice(self.arrays)
-        if roll == 3 and self.held:
-            return self.rng.choice(self.held)
-        lengths = self.rng.choice([0, 1, 2, 2, 3, 3, 6])
-        deeper = depth < 3 and self.rng.randrange(3) > 0
-        items = [self.data(depth + 1) if deeper else self.number() for _ in range(lengths)]
-        if roll < 8:
-            return items
-        if roll < 11:
-            return HostileSequence(self.harm, items)
-        if roll == 11:
-            return tuple(items)
-        made = HostileList(items)
-        made.harm = self.harm
-        return made
-
-    def item(self) -> Any:
-        roll = self.rng.randrange(10)
-        if roll < 5:
-            return self.rng.randint(-4, 4)
-        if roll == 5:
-            return HostileNumber(self.harm, self.rng.randint(-3, 3))
-        if roll == 6:
-            made: Any = HostileInt(self.rng.randint(-3, 3))
-            made.harm = self.harm
-            return made
-        if roll == 7:
-            return self.rng.choice(ODD)
-        bounds = [None, None, 0, 1, 2, -1, -2, 5, 2**70, HostileNumber(self.harm, 1)]
-        return slice(*(self.rng.choice(bounds) for _ in range(3)))
-
-    def size(self) -> Any:
-        lengths: list[Any] = [
-            self.rng.choice([0, 1, 2, 3, 3]) for _ in range(self.rng.randrange(5))
-        ]
-        roll = self.rng.randrange(8)
-        if roll == 0 and lengths:
-            odd = [2**45, 2**62, 2**63, -1, 2**70, "x", None, HostileNumber(self.harm, 2)]
-            lengths[-1] = self.rng.choice(odd)
-        if roll == 1:
-            return HostileSequence(self.harm, lengths)
-        return self.rng.choice([tuple(lengths), lengths])
-
-    # Operations.
+        self.done = 0  # steps
+        self.steps: list[Callable[[], Any]] = []
+        for name, as_step, as_act in OPERATIONS:
+            self.steps += [getattr(self, name)] * as_step
+            self.harm.acts += [getattr(self, name)] * as_act
 
     def construct(self) -> Any:
-        cls = self.rng.choice(CLASS_ROWS).cls
-        options: dict[str, Any] = {}
-        if self.rng.randrange(3) == 0:
-            options["is_complex"] = True
-        roll = self.rng.randrange(8)
+        options = {"is_complex": True} if self.rng.randrange(3) == 0 else {}
+        cls, roll = functools.partial(self.any_class(), **options), self.rng.randrange(8)
         if roll < 4:
-            return self.keep_array(cls(self.data(), **options))
+            return self.keep(cls(self.data()))
         if roll == 4:
-            return self.keep_array(cls(self.data(), self.size(), **options))
+            return self.keep(cls(self.data(), self.size()))
         if roll == 5:
-            return self.keep_array(cls(size=self.size(), **options))
+            return self.keep(cls(size=self.size()))
         if roll == 6:
-            return self.keep_array(cls(vector=self.data(), **options))
+            return self.keep(cls(vector=self.data()))
         arguments = {"size": self.size(), self.rng.choice(["vector", "x", ""]): self.data()}
-        return self.keep_array(cls(arguments, self.data(), **options))
+        return self.keep(cls(arguments, self.data()))
 
     def subscript(self) -> Any:
         found: Any = self.array()
         for _ in range(self.rng.randint(1, 4)):
             found = found[self.item()]
-        if hasattr(found, "clone"):
-            self.keep_array(found)
-        return found
+        return self.keep(found)
 
     def write(self) -> Any:
         array = self.array()
@@ -227,7 +127,7 @@ class Walk:
         array = self.array()
         walk = self.keep(iter(array))
         for _ in range(self.rng.randrange(4)):
-            self.keep_array(next(walk))
+            self.keep(next(walk))
         if self.rng.randrange(3) == 0:
             for row in array:
                 self.harm.strike(20)
@@ -249,20 +149,20 @@ class Walk:
         array = self.array()
         form = self.rng.randrange(4)
         if form == 0:
-            return self.keep_array(call_method(array, "clone"))
+            return self.keep(call_method(array, "clone"))
         if form == 1:
-            return self.keep_array(copy.deepcopy(array))
+            return self.keep(copy.deepcopy(array))
         if form == 2:
-            return self.keep_array(pickle.loads(pickle.dumps(array, self.rng.randrange(6))))
+            return self.keep(pickle.loads(pickle.dumps(array, self.rng.randrange(6))))
         reduced = array.__reduce__()
-        return self.keep_array(reduced[0](*reduced[1]))
+        return self.keep(reduced[0](*reduced[1]))
 
     def extract(self) -> Any:
         names = ["real", "imag", "noncomplex", "_real", "_imag", "_data", "size", "itemsize"]
         names += ["_size", "_is_complex", "get_bytewise_strides", "toarray", "buffer_info"]
         found = getattr(self.array(), self.rng.choice(names))
         found = found() if callable(found) and not hasattr(found, "clone") else found
-        return self.keep_array(found) if hasattr(found, "clone") else found
+        return self.keep(found)
 
     def export(self) -> Any:
         array = self.array()
@@ -286,9 +186,9 @@ class Walk:
         return next(found)
 
     def odd_record(self) -> Any:
-        cls = self.rng.choice(CLASS_ROWS).cls
+        cls = self.any_class()
         make = self.rng.choice([bare_record, cls.__new__, object.__new__])
-        self.keep_array(make(cls))
+        self.keep(make(cls))
 
     def drop(self) -> Any:
         pool = self.rng.choice([self.arrays, self.held])
@@ -298,14 +198,17 @@ class Walk:
     def forget_all(self) -> Any:
         self.rng.choice([self.arrays, self.held]).clear()
 
+    def collect(self) -> Any:
+        gc.collect()
+
     def make_garbage(self) -> Any:
         Cycle(self.harm, [*self.arrays[-2:], *self.held[-1:]])
         if self.rng.randrange(4) == 0:
             gc.collect()
 
     def misuse_types(self) -> Any:
-        cls = self.rng.choice(CLASS_ROWS).cls
-        other = self.rng.choice(CLASS_ROWS).cls
+        cls = self.any_class()
+        other = self.any_class()
         name = self.rng.choice(["clone", "reshape", "__len__", "__getitem__", "__setitem__"])
         roll = self.rng.randrange(5)
         if roll == 0:
@@ -327,9 +230,21 @@ class Walk:
 
     # Checks.
 
+    def run(self, steps: int) -> str | None:
+        """Performs steps up to the first finding, and returns its text."""
+        for _ in range(steps):
+            found = self.step()
+            if not found and self.done % STEPS_BETWEEN_LOOKS == 0:
+                found = self.disagreement()
+            if found:
+                return found
+        return None
+
     def step(self) -> str | None:
+        self.done += 1
         action = self.rng.choice(self.steps)
-        self.log.write(action.__name__)
+        if self.log:
+            print(action.__name__, file=self.log, flush=True)
         try:
             action()
         except SystemError as error:
