@@ -7,21 +7,21 @@ from operation import (
     BYTES,
     DOUBLES,
     FLAT_ARRAY,
+    FLOATS,
+    INTS,
     NUMPY,
     NUMPY_F,
     OTHERWISE,
     OURS,
+    WHOLE_FLOATS,
     Job,
     Kind,
     Limit,
     Shape,
     build,
     by_column,
-    floats,
     in_order,
-    ints,
     use,
-    whole_floats,
 )
 from operation_list import NO_ARROW, OPERATIONS
 
@@ -42,18 +42,12 @@ def listed(key, name, shape, limit=None, kind=Kind.TIME, item_bytes=8, **changes
 def job(statement, limit=None, shape=HUNDRED, name=None, **settings):
     """A statement on an array, of doubles unless the settings of use() differ."""
     name = name or f"{statement}, {shape}"
-    return Job(use(name, name, statement, **settings | NO_ARROW), shape, limit)
+    return Job(use(name, statement, **settings | NO_ARROW), shape, limit)
 
 
-def made(name, limit=None, shape=TEN, kind=Kind.TIME, elements=None, **statements):
+def made(name, limit=None, shape=TEN, kind=Kind.TIME, elements="", **statements):
     """A job that makes an object. The column numpy-F is left out."""
-    return Job(build(name, name, elements, **statements, numpy_F=None), shape, limit, kind)
-
-
-def held(shape, limit):
-    """The memory of an array of random doubles that was read and has exported its memory."""
-    texts = {"velmar": "velmar.double(n)", "numpy": "np.array(n)", "array": FLAT_ARRAY}
-    return made(f"held, {shape}", limit, shape, Kind.HELD, floats, **texts)
+    return Job(build(name, elements, **statements, numpy_F=None), shape, limit, kind)
 
 
 def buffer(name, shape, limit, maker="n.flatten()"):
@@ -72,7 +66,7 @@ def buffer(name, shape, limit, maker="n.flatten()"):
     )
 
 
-# Statements and makers that differ by column; those of int32 are made from whole_floats.
+# Statements and makers that differ by column; those of int32 are made from WHOLE_FLOATS.
 INT32 = {
     OURS: 'velmar.int32(n.astype("int32"))',
     NUMPY: 'n.astype("int32")',
@@ -84,6 +78,12 @@ FLAT_INT32 = {
     "numpy": 'np.array(flat, dtype="int32")',
     "numpy_F": None,
     "array": 'array("i", flat)',
+}
+HELD = {
+    "elements": FLOATS,
+    "velmar": "velmar.double(n)",
+    "numpy": "np.array(n)",
+    "array": FLAT_ARRAY,
 }
 ZEROS = {"bytearray": "bytearray({count} * 8)"}
 ONE_ROW = {"array": 'a[3] = array("d", data[0])', "list": "a[3] = data[0][:]"}
@@ -136,7 +136,7 @@ CASES = (
     listed("logical", "1000x1000 logical", THOUSAND),
     listed("complex", "1000x1000 complex", THOUSAND),
     listed("flat", "vector of 1e6 floats", MILLION, numpy_F=None),
-    listed("flat", "vector of 1e6 int32", MILLION, elements=ints, **FLAT_INT32),
+    listed("flat", "vector of 1e6 int32", MILLION, elements=INTS, **FLAT_INT32),
     job(
         "velmar.double(vector=a)",
         Limit(1.3, NUMPY_F),
@@ -170,7 +170,7 @@ CASES = (
         "a[:] = b of int32, 1000x1000",
         THOUSAND,
         Limit(1.3, NUMPY_F),
-        elements=whole_floats,
+        elements=WHOLE_FLOATS,
         makers_of_b=INT32,
         **CONVERTED_IN,
     ),
@@ -188,7 +188,7 @@ CASES = (
         THOUSAND,
         "double of int32, 1000x1000",
         makers=INT32,
-        elements=whole_floats,
+        elements=WHOLE_FLOATS,
         **TO_DOUBLE,
     ),
     job(
@@ -243,15 +243,7 @@ CASES = (
     listed("floats", "peak, 1000x1000 from floats", THOUSAND, Limit(4.0), Kind.PEAK),
     listed("ints", "peak, 1000x1000 from ints", THOUSAND, Limit(4.0), Kind.PEAK),
     listed("int32", "peak, 1000x1000 int32", THOUSAND, None, Kind.PEAK, item_bytes=4),
-    listed(
-        "clone",
-        "peak, a[:].clone()",
-        THOUSAND,
-        Limit(1.2),
-        Kind.GROWTH,
-        array=None,
-        list=None,
-    ),
-    held(THOUSAND, Limit(1.1 * 8_000_000)),
-    held(Shape(1, 1), Limit(560)),
+    listed("clone", "peak, a[:].clone()", THOUSAND, Limit(1.2), Kind.GROWTH, array=None, list=None),
+    made("held, 1000x1000", Limit(1.1 * 8_000_000), THOUSAND, Kind.HELD, **HELD),
+    made("held, 1x1", Limit(560), Shape(1, 1), Kind.HELD, **HELD),
 )

@@ -1,14 +1,12 @@
 # Times statements, with the samples of the columns interleaved, and runs programs in new processes.
 
 import gc
-import itertools
 import json
 import os
 import statistics
 import subprocess
 import sys
-import textwrap
-import time
+import timeit
 from importlib import import_module
 from importlib.util import find_spec
 from pathlib import Path
@@ -17,15 +15,6 @@ from operation import ARROW
 
 BENCH = Path(__file__).resolve().parent
 sys.path.append(str(BENCH.parent / "tests" / "python"))  # for the package helpers
-
-# The names of the statement are parameters, and therefore fast local variables in every column.
-SAMPLE_PROGRAM = """
-def sample(repeats_, clock_, {names}):
-    start_ = clock_()
-    for _ in repeats_:
-{body}
-    return clock_() - start_
-"""
 
 
 def modules_for(operation):
@@ -45,11 +34,11 @@ def modules_for(operation):
 def names_for(operation, shape):
     """What all columns of an operation can use: modules, and those of n, data, flat it needs."""
     names = modules_for(operation)
-    if operation.elements is None:
+    if not operation.elements:
         return names
     generator = names["np"].random.default_rng(shape.rows * shape.columns)
-    n = operation.elements(generator, (shape.rows, shape.columns))
-    names["n"] = n
+    sizes = {"generator": generator, "shape": (shape.rows, shape.columns)}
+    n = names["n"] = eval(operation.elements, sizes)
     if operation.uses("data"):
         names["data"] = n.tolist()
     if operation.uses("flat"):
@@ -75,11 +64,9 @@ class Sampler:
     """One column of an operation, compiled, with the number of runs in one sample."""
 
     def __init__(self, statement, names, least_seconds):
-        scope = {}
-        body = textwrap.indent(statement, " " * 8)
-        exec(SAMPLE_PROGRAM.format(names=", ".join(names), body=body), scope)
-        self.function = scope["sample"]
-        self.names = names
+        # The names are fast local variables in every column.
+        setup = "\n".join(f"{name} = names['{name}']" for name in names)
+        self.timer = timeit.Timer(statement, setup, globals={"names": names})
         self.runs = 1
         self.spent = 0.0  # seconds of all runs so far
         self.total()  # warm-up: the first run is slow because it touches new pages
@@ -89,8 +76,7 @@ class Sampler:
         self.seconds = seconds / self.runs  # of one run, approximately
 
     def total(self):
-        repeats = itertools.repeat(None, self.runs)
-        seconds = self.function(repeats, time.perf_counter, **self.names)
+        seconds = self.timer.timeit(self.runs)
         self.spent += seconds
         return seconds
 

@@ -7,7 +7,6 @@ column makes of them. With makers of b there is also b, with separate element ob
 """
 
 import re
-from collections.abc import Callable
 from dataclasses import dataclass, field
 from enum import Enum
 
@@ -82,14 +81,13 @@ def sizes_up_to(most, layout, steps=(1, 3)):
 
 @dataclass(frozen=True)
 class Operation:
-    """Statements and makers are dicts by column; the key is also the name of the picture."""
+    """Statements and makers are dicts by column."""
 
-    key: str
     title: str
     statements: dict[str, str]
     makers: dict[str, str] = field(default_factory=dict)
     makers_of_b: dict[str, str] = field(default_factory=dict)
-    elements: Callable | None = None  # (generator, (rows, columns)) -> NumPy array
+    elements: str = ""  # the maker of n
     layout: Layout = Layout.WHOLE
     note: str = ""
 
@@ -149,32 +147,14 @@ class Job:
         return {column: text.format(**words) for column, text in self.operation.statements.items()}
 
 
-# --- Elements. In a list each element is a separate object, except small ints and bools.
+# --- Makers of `n`. In a list each element is a separate object, except small ints and bools.
 
-
-def floats(generator, shape):
-    return generator.random(shape) * 1000
-
-
-def ints(generator, shape):
-    return generator.integers(-1_000_000, 1_000_000, shape)
-
-
-def whole_floats(generator, shape):
-    return ints(generator, shape).astype(float)
-
-
-def small_ints(generator, shape):
-    return generator.integers(0, 256, shape)
-
-
-def bools(generator, shape):
-    return generator.random(shape) < 0.5
-
-
-def complexes(generator, shape):
-    return generator.random(shape) + 1j * generator.random(shape)
-
+FLOATS = "generator.random(shape) * 1000"
+INTS = "generator.integers(-1_000_000, 1_000_000, shape)"
+SMALL_INTS = "generator.integers(0, 256, shape)"
+WHOLE_FLOATS = f"{INTS}.astype(float)"
+BOOLS = "generator.random(shape) < 0.5"
+COMPLEX = "generator.random(shape) + 1j * generator.random(shape)"
 
 # --- Makers of `a` by column: arrays in resident memory.
 
@@ -189,7 +169,7 @@ DOUBLES = {
         " n.copy().ravel())"
     ),
 }
-COMPLEXES = {
+COMPLEX_DOUBLES = {
     OURS: "velmar.double(n, is_complex=True)",
     NUMPY: "n.copy()",
     NUMPY_F: 'n.copy("F")',
@@ -213,17 +193,16 @@ def in_order(texts):
     return {column: texts[column] for column in COLUMNS if texts.get(column)}
 
 
-def build(key, title, elements, note="", **texts):
+def build(title, elements, note="", **texts):
     """An operation that makes an array from data, flat or n."""
-    return Operation(key, title, in_order(by_column(texts)), elements=elements, note=note)
+    return Operation(title, in_order(by_column(texts)), elements=elements, note=note)
 
 
 def use(
-    key,
     title,
     statement,
     makers=DOUBLES,
-    elements=floats,
+    elements=FLOATS,
     layout=Layout.WHOLE,
     makers_of_b=None,
     note="",
@@ -235,4 +214,4 @@ def use(
     """
     texts = dict.fromkeys(makers, statement) | by_column(others)
     statements = in_order({column: texts[column] for column in makers})
-    return Operation(key, title, statements, makers, makers_of_b or {}, elements, layout, note)
+    return Operation(title, statements, makers, makers_of_b or {}, elements, layout, note)

@@ -4,19 +4,19 @@
 from operation import (
     ARRAY,
     ARROW,
-    COMPLEXES,
+    BOOLS,
+    COMPLEX,
+    COMPLEX_DOUBLES,
     DOUBLES,
     FLAT_ARRAY,
+    FLOATS,
+    INTS,
     NUMPY,
     NUMPY_F,
     OURS,
+    SMALL_INTS,
     Layout,
-    bools,
     build,
-    complexes,
-    floats,
-    ints,
-    small_ints,
     use,
 )
 
@@ -31,13 +31,11 @@ ONLY_NUMPY = {"array": None, "list": None, "pyarrow": None}
 COPY_ROWS = "[row[:] for row in a]"
 COPY_ROWS_OF_B = "a[:] = [row[:] for row in b]"
 COPY_TO = "{}.copy_to(pa.default_cpu_memory_manager())"
-BOTH_ORDERS = {"numpy": 'np.array(a, order="C")', "numpy_F": 'np.array(a, order="F")'}
 
 
-def nested(key, title, elements, ours, theirs, letter, arrow):
+def nested(title, elements, ours, theirs, letter, arrow):
     """An array of one class from nested lists. None: the column has no such type."""
     return build(
-        key,
         title,
         elements,
         SHARES,
@@ -50,19 +48,39 @@ def nested(key, title, elements, ours, theirs, letter, arrow):
     )
 
 
+def from_memory(title, maker):
+    return use(
+        title,
+        "velmar.double(a)",
+        dict.fromkeys((OURS, NUMPY, NUMPY_F), maker),
+        numpy='np.array(a, order="C")',
+        numpy_F='np.array(a, order="F")',
+    )
+
+
+def to_bytes(title, order):
+    return use(
+        title,
+        f'memoryview(a).tobytes("{order}")',
+        numpy=f'a.tobytes("{order}")',
+        array='b"".join([row.tobytes() for row in a])',
+        list=None,
+        pyarrow="a.values.buffers()[1].to_pybytes()",
+    )
+
+
+IS_COMPLEX = "double(data, is_complex=True)"
 FLOAT64, INT32, UINT8 = "data, dtype=float", 'data, dtype="int32"', 'data, dtype="uint8"'
-COMPLEX = "double(data, is_complex=True)"
-MAKING = (
-    nested("floats", "from nested floats", floats, "double(data)", "data", "d", "float64"),
-    nested("ints", "double from nested ints", ints, "double(data)", FLOAT64, "d", "float64"),
-    nested("int32", "int32 from nested ints", ints, "int32(data)", INT32, "i", "int32"),
-    nested("uint8", "uint8 from nested ints", small_ints, "uint8(data)", UINT8, "B", "uint8"),
-    nested("logical", "logical from nested bools", bools, "logical(data)", "data", "B", "bool_"),
-    nested("complex", "from nested complex numbers", complexes, COMPLEX, "data", None, None),
-    build(
-        "flat",
+MAKING = {
+    "floats": nested("from nested floats", FLOATS, "double(data)", "data", "d", "float64"),
+    "ints": nested("double from nested ints", INTS, "double(data)", FLOAT64, "d", "float64"),
+    "int32": nested("int32 from nested ints", INTS, "int32(data)", INT32, "i", "int32"),
+    "uint8": nested("uint8 from nested ints", SMALL_INTS, "uint8(data)", UINT8, "B", "uint8"),
+    "logical": nested("logical from nested bools", BOOLS, "logical(data)", "data", "B", "bool_"),
+    "complex": nested("from nested complex numbers", COMPLEX, IS_COMPLEX, "data", None, None),
+    "flat": build(
         "from a flat list",
-        floats,
+        FLOATS,
         SHARES,
         velmar="velmar.double(vector=flat)",
         numpy="np.array(flat)",
@@ -70,19 +88,17 @@ MAKING = (
         list="list(flat)",
         pyarrow="pa.array(flat, type=pa.float64())",
     ),
-    build(
-        "flat_with_size",
+    "flat_with_size": build(
         "from a flat list, with a size",
-        floats,
+        FLOATS,
         "Column by column here and in numpy-F, row by row in numpy.",
         velmar="velmar.double(vector=flat, size=({rows}, {columns}))",
         numpy="np.array(flat).reshape({rows}, {columns})",
         numpy_F='np.array(flat).reshape(({rows}, {columns}), order="F")',
     ),
-    build(
+    "zeros": build(
         "zeros",
-        "zeros",
-        None,
+        "",
         velmar="velmar.double(size=({rows}, {columns}))",
         numpy="np.zeros(({rows}, {columns}))",
         numpy_F='np.zeros(({rows}, {columns}), order="F")',
@@ -90,8 +106,7 @@ MAKING = (
         list="[[0.0] * {columns} for _ in range({rows})]",
         pyarrow="pa.repeat(0.0, {count})",
     ),
-    use(
-        "flat_memory",
+    "flat_memory": use(
         "from flat memory",
         "velmar.double(a)",
         {OURS: "n.ravel()", NUMPY: "n.ravel()", ARRAY: FLAT_ARRAY, ARROW: "n.ravel()"},
@@ -99,22 +114,9 @@ MAKING = (
         array='array("d", a)',
         pyarrow=COPY_TO.format("pa.array(a)"),
     ),
-    use(
-        "memory_by_column",
-        "from memory by column",
-        "velmar.double(a)",
-        dict.fromkeys((OURS, NUMPY, NUMPY_F), 'n.copy("F")'),
-        **BOTH_ORDERS,
-    ),
-    use(
-        "memory_by_row",
-        "from memory by row",
-        "velmar.double(a)",
-        dict.fromkeys((OURS, NUMPY, NUMPY_F), "n"),
-        **BOTH_ORDERS,
-    ),
-    use(
-        "other_class",
+    "memory_by_column": from_memory("from memory by column", 'n.copy("F")'),
+    "memory_by_row": from_memory("from memory by row", "n"),
+    "other_class": use(
         "from an array of another class",
         "velmar.single(a)",
         numpy='a.astype("float32")',
@@ -122,27 +124,20 @@ MAKING = (
         list=None,
         pyarrow="a.cast(pa.list_(pa.float32()))",
     ),
-)
+}
 
 LOOP = "for row in a:\n    for x in row:\n        pass"
-READING = (
-    use("element", "read an element", "a[{row}][{column}]", pyarrow="a[{row}][{column}].as_py()"),
-    use("row", "take a row", "a[{row}]"),
-    use(
-        "slice",
-        "take a slice",
-        "a[{low}:{high}]",
-        note="The column list copies references to rows.",
+READING = {
+    "element": use("read an element", "a[{row}][{column}]", pyarrow="a[{row}][{column}].as_py()"),
+    "row": use("take a row", "a[{row}]"),
+    "slice": use(
+        "take a slice", "a[{low}:{high}]", note="The column list copies references to rows."
     ),
-    use(
-        "stepped_slice",
-        "take a slice with a step",
-        "a[::2]",
-        note="PyArrow copies every other row.",
+    "stepped_slice": use(
+        "take a slice with a step", "a[::2]", note="PyArrow copies every other row."
     ),
-    use("slice_of_slice", "take a slice of a slice", "a[{low}:][::-1]"),
-    use(
-        "row_to_list",
+    "slice_of_slice": use("take a slice of a slice", "a[{low}:][::-1]"),
+    "row_to_list": use(
         "a row to a list",
         "list(a[5])",
         layout=Layout.ROW,
@@ -150,8 +145,7 @@ READING = (
         numpy="a[5].tolist()",
         pyarrow="a[5].as_py()",
     ),
-    use(
-        "row_to_array",
+    "row_to_array": use(
         "a row to array.array",
         "a[5].toarray()",
         layout=Layout.ROW,
@@ -160,28 +154,25 @@ READING = (
         list='array("d", a[5])',
         pyarrow='array("d", a[5].values)',
     ),
-    use(
-        "to_lists",
+    "to_lists": use(
         "all to nested lists",
         "[list(row) for row in a]",
         note=SHARES,
         numpy="a.tolist()",
         pyarrow="a.to_pylist()",
     ),
-    use("loop", "a loop over all", LOOP),
-    use(
-        "text",
+    "loop": use("a loop over all", LOOP),
+    "text": use(
         "text in full",
         "str(a)",
         numpy="np.array2string(a, threshold=sys.maxsize)",
         pyarrow="a.values.to_string(window={count})",
     ),
-)
+}
 
-WRITING = (
-    use("write_element", "write an element", "a[{row}][{column}] = 1.5", **NO_ARROW),
-    use(
-        "write_row",
+WRITING = {
+    "write_element": use("write an element", "a[{row}][{column}] = 1.5", **NO_ARROW),
+    "write_row": use(
         "write a row from a list",
         "a[5] = data[5]",
         layout=Layout.ROW,
@@ -190,8 +181,7 @@ WRITING = (
         list="a[5] = data[5][:]",
         **NO_ARROW,
     ),
-    use(
-        "write_all",
+    "write_all": use(
         "write all from nested lists",
         "a[:] = data",
         note=SHARES,
@@ -200,8 +190,7 @@ WRITING = (
         **NO_ARROW,
     ),
     # In array and list the rows are copied, because an assignment would share them.
-    use(
-        "write_array",
+    "write_array": use(
         "write all from another array",
         "a[:] = b",
         makers_of_b=DOUBLES,
@@ -209,40 +198,20 @@ WRITING = (
         list=COPY_ROWS_OF_B,
         **NO_ARROW,
     ),
-)
+}
 
-ARROW_BYTES = "a.values.buffers()[1].to_pybytes()"
-ARRAY_BYTES = 'b"".join([row.tobytes() for row in a])'
-MEMORY = (
-    use(
-        "memoryview",
+MEMORY = {
+    "memoryview": use(
         "memoryview",
         "memoryview(a)",
         array=None,
         list=None,
         pyarrow="memoryview(a.values.buffers()[1])",
     ),
-    use("view_memoryview", "memoryview of a view", "memoryview(a[:])", note=NO_COPY, **ONLY_NUMPY),
-    use(
-        "stored_bytes",
-        "bytes as stored",
-        'memoryview(a).tobytes("A")',
-        numpy='a.tobytes("A")',
-        array=ARRAY_BYTES,
-        list=None,
-        pyarrow=ARROW_BYTES,
-    ),
-    use(
-        "bytes_by_row",
-        "bytes row by row",
-        'memoryview(a).tobytes("C")',
-        numpy='a.tobytes("C")',
-        array=ARRAY_BYTES,
-        list=None,
-        pyarrow=ARROW_BYTES,
-    ),
-    use(
-        "to_numpy",
+    "view_memoryview": use("memoryview of a view", "memoryview(a[:])", note=NO_COPY, **ONLY_NUMPY),
+    "stored_bytes": to_bytes("bytes as stored", "A"),
+    "bytes_by_row": to_bytes("bytes row by row", "C"),
+    "to_numpy": use(
         "to NumPy",
         "np.asarray(memoryview(a))",
         DOUBLES | {ARRAY: FLAT_ARRAY},
@@ -250,11 +219,10 @@ MEMORY = (
         list="np.array(a)",
         pyarrow="a.values.to_numpy()",
     ),
-)
+}
 
-WHOLE = (
-    use(
-        "equal",
+WHOLE = {
+    "equal": use(
         "a == b, all equal",
         "a == b",
         makers_of_b=DOUBLES,
@@ -262,8 +230,7 @@ WHOLE = (
         numpy="(a == b).all()",
         pyarrow="a.equals(b)",
     ),
-    use(
-        "clone",
+    "clone": use(
         "a copy",
         "a[:].clone()",
         note=SHARES,
@@ -273,46 +240,33 @@ WHOLE = (
         list=COPY_ROWS,
         pyarrow=COPY_TO.format("a"),
     ),
-    use(
-        "pickle",
+    "pickle": use(
         "a pickle there and back",
         "pickle.loads(pickle.dumps(a))",
         note="Our pickle holds nested lists.",
     ),
-    use(
-        "reshape",
+    "reshape": use(
         "reshape, there and back",
         "a.reshape({columns}, {rows}).reshape({rows}, {columns})",
         numpy_F='a.reshape(({columns}, {rows}), order="F").reshape(({rows}, {columns}), order="F")',
         **ONLY_NUMPY,
     ),
-    use(
-        "real",
-        "the real part",
-        "a.real()",
-        COMPLEXES,
-        complexes,
-        note=PARTS,
-        numpy='a.real.copy("K")',
+    "real": use(
+        "the real part", "a.real()", COMPLEX_DOUBLES, COMPLEX, note=PARTS, numpy='a.real.copy("K")'
     ),
-    use(
-        "imag",
+    "imag": use(
         "the imaginary part",
         "a.imag()",
-        COMPLEXES,
-        complexes,
+        COMPLEX_DOUBLES,
+        COMPLEX,
         note=PARTS,
         numpy='a.imag.copy("K")',
     ),
-    use(
-        "noncomplex",
-        "all elements as one row",
-        "a.noncomplex()",
-        numpy='a.flatten("A")',
-        **ONLY_NUMPY,
+    "noncomplex": use(
+        "all elements as one row", "a.noncomplex()", numpy='a.flatten("A")', **ONLY_NUMPY
     ),
-    use("length", "len(a)", "len(a)"),
-)
+    "length": use("len(a)", "len(a)"),
+}
 
 GROUPS = {
     "Making arrays": MAKING,
@@ -321,4 +275,4 @@ GROUPS = {
     "Memory out": MEMORY,
     "Arrays as a whole": WHOLE,
 }
-OPERATIONS = {operation.key: operation for group in GROUPS.values() for operation in group}
+OPERATIONS = MAKING | READING | WRITING | MEMORY | WHOLE

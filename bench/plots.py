@@ -1,12 +1,8 @@
 # Draws the times of each operation against size, and the ratios to NumPy for each group. The axes
 # of numbers are logarithmic.
-"""plots.py RESULTS FOLDER draws the results of a run of sizes.py."""
 
-import json
 import math
-import sys
 from contextlib import contextmanager
-from pathlib import Path
 
 from fits import ratios_of, times_of
 from operation import ARRAY, ARROW, LIST, NUMPY, NUMPY_F, OURS
@@ -138,7 +134,3 @@ def draw_all(results, folder):
     for group, rows in groups.items():
         draw_group(rows, folder / group_picture_name(group))
     print(f"{len(drawn) + len(groups)} pictures in {folder}")
-
-
-if __name__ == "__main__":
-    draw_all(json.loads(Path(sys.argv[1]).read_text(encoding="utf-8")), Path(sys.argv[2]))

@@ -80,15 +80,6 @@ def fold(summary, *lines):
     return "\n".join([f"<details><summary>{summary}</summary>", "", *lines, "</details>"])
 
 
-def titles_text(rows):
-    titles = [row["title"] for row in rows]
-    return f": {'; '.join(titles)}" if titles else ""
-
-
-def percent(factor):
-    return f"{(factor - 1) * 100:.2g} %"
-
-
 def fit_text(times):
     """Text for the growth of a column: constant, a line, or the times at both ends."""
     fit = fit_line(list(times), list(times.values()))
@@ -149,12 +140,14 @@ def judgement(rows):
     both = [row for row in rows if fairest_peer(row) in (NUMPY, NUMPY_F) and ratios_of(row)]
     never = [row for row in both if all(ratio < 1 for ratio in decided(ratios_of(row)).values())]
     much = [row for row in both if list(ratios_of(row).values())[-1] > MUCH_SLOWER]
-    return (
-        f"NumPy has {len(both)} of these operations as well:\n\n"
-        f"- {len(never)} are faster here, or about equal, at every size{titles_text(never)}.\n"
-        f"- {len(much)} are more than {MUCH_SLOWER} times slower at the largest size"
-        f"{titles_text(much)}."
-    )
+    lines = [f"NumPy has {len(both)} of these operations as well:\n"]
+    for found, words in (
+        (never, "faster here, or about equal, at every size"),
+        (much, f"more than {MUCH_SLOWER} times slower at the largest size"),
+    ):
+        titles = f": {'; '.join(row['title'] for row in found)}" if found else ""
+        lines.append(f"- {len(found)} are {words}{titles}.")
+    return "\n".join(lines)
 
 
 def section(row, plots):
@@ -208,10 +201,13 @@ def spread_text(rows):
     spreads = [
         spread for row in rows for point in row["points"] for spread in point["spreads"].values()
     ]
-    middle, high = statistics.median(spreads), statistics.quantiles(spreads, n=20)[-1]
+    middle, high = (
+        f"{(spread - 1) * 100:.2g} %"
+        for spread in (statistics.median(spreads), statistics.quantiles(spreads, n=20)[-1])
+    )
     return (
-        f"The upper quartile of the samples was {percent(middle)} above the lower one in the"
-        f" median of all figures, and {percent(high)} or more in the worst twentieth."
+        f"The upper quartile of the samples was {middle} above the lower one in the median of all"
+        f" figures, and {high} or more in the worst twentieth."
     )
 
 

@@ -41,11 +41,11 @@ def rounded(figures):
     return {column: float(f"{value:.{DIGITS}g}") for column, value in figures.items()}
 
 
-def sweep(operation, columns, sizes, seconds, least_seconds):
+def sweep(key, columns, sizes, seconds, least_seconds):
     """Measures one operation in a separate process and prints each size when it is done."""
     points, peak, stopped, status = [], 0, {}, 0
     try:
-        for found in run_fresh(BENCH / "sweep.py", operation.key, seconds, least_seconds, *sizes):
+        for found in run_fresh(BENCH / "sweep.py", key, seconds, least_seconds, *sizes):
             peak = found.get("peak_bytes", peak)
             if "size" not in found:
                 continue
@@ -64,19 +64,19 @@ def sweep(operation, columns, sizes, seconds, least_seconds):
     return {"points": points, "stopped": stopped, "peak_bytes": peak, "status": status}
 
 
-def measured(operation, columns, arguments, least_seconds, clock):
+def measured(key, operation, columns, arguments, least_seconds, clock):
     steps = (1,) if arguments.quick else (1, 3)
     sizes = sizes_up_to(arguments.most, operation.layout, steps)
     seconds = clock.share()
     clock.pairs -= len(columns)
     print(f"\n{operation.title}: {operation.shown(OURS)}\n{aligned('size', *columns)}")
     return {
-        "key": operation.key,
+        "key": key,
         "title": operation.title,
         "size_counts": operation.layout.value,
         "note": operation.note,
         "statements": {column: operation.shown(column) for column in columns},
-    } | sweep(operation, columns, sizes, seconds, least_seconds)
+    } | sweep(key, columns, sizes, seconds, least_seconds)
 
 
 def versions():
@@ -111,17 +111,17 @@ def main():
     machine = versions()
     console.print_head(machine, "")
     choice = [
-        (group, operation, columns_of(operation))
+        (group, key, operation, columns_of(operation))
         for group, operations in GROUPS.items()
-        for operation in operations
-        if arguments.only in operation.title or arguments.only in operation.key
+        for key, operation in operations.items()
+        if arguments.only in operation.title or arguments.only in key
     ]
-    clock = Clock(arguments.minutes * 60, sum(len(columns) for _, _, columns in choice))
+    clock = Clock(arguments.minutes * 60, sum(len(columns) for *_, columns in choice))
     least_seconds = QUICK_LEAST_SECONDS if arguments.quick else LEAST_SECONDS
     start = time.monotonic()
     rows = [
-        {"group": group} | measured(operation, columns, arguments, least_seconds, clock)
-        for group, operation, columns in choice
+        {"group": group} | measured(key, operation, columns, arguments, least_seconds, clock)
+        for group, key, operation, columns in choice
     ]
     minutes = (time.monotonic() - start) / 60
     print(f"\n{len(rows)} operations in {minutes:.1f} minutes")

@@ -329,7 +329,7 @@ class TestPage:
 
 
 def job(*limit, kind=Kind.TIME):
-    return Job(Operation("job", "job", {}), Shape(250, 50), Limit(*limit), kind)
+    return Job(Operation("job", {}), Shape(250, 50), Limit(*limit), kind)
 
 
 class TestTableOfLimits:

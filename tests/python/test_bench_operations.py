@@ -110,9 +110,9 @@ class TestOperations:
     """All columns of an operation give the same result, where results can be compared."""
 
     def test_keys_and_titles_are_unique(self):
-        listed = [one for group in GROUPS.values() for one in group]
-        assert len({one.key for one in listed}) == len(listed)
-        assert len({one.title for one in listed}) == len(listed)
+        listed = [(key, one) for group in GROUPS.values() for key, one in group.items()]
+        assert len({key for key, _ in listed}) == len(listed)
+        assert len({one.title for _, one in listed}) == len(listed)
 
     def numbers(self, value):
         """All numbers of a result, sorted: the columns differ in the order of elements."""
