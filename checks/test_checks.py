@@ -6,9 +6,9 @@ from pathlib import Path
 import pytest
 import sources
 from coverage_report import Line, made_by_conditions, uncovered
-from objects import is_foreign, source_name
+from names import is_foreign, is_special_member, source_name
 from rooms import room_of
-from symbols import is_special_member, parse_name
+from symbols import find_functions, order_findings, unused_findings
 
 HIGH, LOW = 'includes "indexing/high.hpp"', 'includes "indexing/low.hpp"'
 sys.path.append(str(sources.ROOT / "script"))
@@ -67,13 +67,51 @@ def test_sources(text, finding, tmp_path, monkeypatch):
 @pytest.mark.parametrize("readable, name, is_special", NAMES)
 def test_names(readable, name, is_special):
     assert source_name(readable) == name
-    assert is_special_member(parse_name(readable)) == is_special
+    assert is_special_member(readable) == is_special
     assert not is_foreign(readable)
+    assert is_foreign(f"std::{readable}") or not readable.startswith("A::")
 
 
 @pytest.mark.parametrize("path, room", ROOMS)
 def test_rooms(path, room):
     assert room_of(Path(path)) == room
+
+
+HIGH_ROOM, LOW_ROOM = Path("src/indexing/high.cpp"), Path("src/storage/low.cpp")
+USED = "src/storage/low.cpp: storage uses f(int), which indexing above it defines"
+# The symbols of two objects, and the finding about their order.
+ORDERS = [
+    ([("U", "f(int)")], [("T", "f(int)")], None),
+    ([("T", "f(int)")], [("U", "f(int)")], USED),
+    ([("T", "f(int)")], [("U", "f(int)"), ("W", "f(int)")], None),
+    ([("t", "f(int)")], [("U", "f(int)")], None),
+]
+KEPT = "checks/kept_functions.txt:7"
+# The symbols of an object, those of the libraries, the kept functions, and the findings.
+UNUSED = [
+    ([("T", "f(int)")], ["f(int)"], [], []),
+    ([("T", "f(int)")], [], [], [f"{LOW_ROOM}: nothing uses f(int)"]),
+    ([("t", "f(int)")], [], [], [f"{LOW_ROOM}: nothing uses f(int)"]),
+    ([("T", "f(int)")], [], ["f(int)"], []),
+    ([("T", "f(int)")], ["f(int)"], ["f(int)"], [f"{KEPT}: f(int) is used; remove the entry"]),
+    ([], [], ["f(int)"], [f"{KEPT}: there is no function f(int)"]),
+    ([("W", "int f<int>()"), ("W", "int f<char>()")], ["int f<char>()"], [], []),
+    ([("W", "A::A(A const&)"), ("W", "f()::{lambda()#1}::operator()()")], [], [], []),
+    ([("W", "foundation::velmardata::Array::getType() const")], [], [], []),
+    ([("B", "variable"), ("U", "f(int)")], [], [], []),
+]
+
+
+@pytest.mark.parametrize("high, low, finding", ORDERS)
+def test_order_of_rooms(high, low, finding):
+    objects = {HIGH_ROOM: set(high), LOW_ROOM: set(low)}
+    assert list(order_findings(objects)) == ([finding] if finding else [])
+
+
+@pytest.mark.parametrize("symbols, linked, kept, findings", UNUSED)
+def test_unused_functions(symbols, linked, kept, findings):
+    found = find_functions({LOW_ROOM: set(symbols)}, inline=set())
+    assert list(unused_findings(found, set(linked), dict.fromkeys(kept, 7))) == findings
 
 
 # Whether each branch of a line is an exceptional exit, and which of them are of conditions.
