@@ -1,4 +1,7 @@
 # The jobs of the benchmark table, with the limits for our results.
+"""A new row calls listed() for an operation that operation_list.py has, job() for another statement
+on arrays, made() for one that makes an object, or buffer() for one that makes an array from memory.
+"""
 
 from dataclasses import replace
 
@@ -114,6 +117,7 @@ RESHAPES = "a.reshape(5_000_000, 2)\na.reshape(2, 5_000_000)"
 RESHAPES_OF_TEN = "a.reshape(5, 2)\na.reshape(2, 5)"
 LONG_ARRAY = dict.fromkeys((OURS, NUMPY_F, ARRAY), FLAT_ARRAY)
 FLAT = dict.fromkeys((OURS, NUMPY_F), "n.flatten()")
+SINGLE = "velmar.single(a)"
 INFINITE = "np.full_like(n, np.inf)"
 INFINITE_LISTS = {OURS: f"{INFINITE}.tolist()", OTHERWISE: "n.tolist()"}
 INFINITE_ARRAYS = {OURS: f"velmar.double({INFINITE})", OTHERWISE: DOUBLES[OURS]}
@@ -191,20 +195,8 @@ CASES = (
         elements=WHOLE_FLOATS,
         **TO_DOUBLE,
     ),
-    job(
-        "velmar.single(a)",
-        Limit(1.2, OTHERWISE),
-        THOUSAND,
-        "infinities from lists",
-        makers=INFINITE_LISTS,
-    ),
-    job(
-        "velmar.single(a)",
-        Limit(1.2, OTHERWISE),
-        THOUSAND,
-        "infinities, an array",
-        makers=INFINITE_ARRAYS,
-    ),
+    job(SINGLE, Limit(1.2, OTHERWISE), THOUSAND, "infinities from lists", makers=INFINITE_LISTS),
+    job(SINGLE, Limit(1.2, OTHERWISE), THOUSAND, "infinities, an array", makers=INFINITE_ARRAYS),
     listed("pickle", "pickle, 1000x1000", THOUSAND, Limit(1.1, OTHERWISE), **PICKLES),
     buffer("100 doubles", Shape(1, 100), Limit(2.0, NUMPY_F)),
     buffer("1e6 doubles", MILLION, Limit(3.0, BYTES)),

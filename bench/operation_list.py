@@ -1,5 +1,7 @@
 # The operations that are timed over sizes, in the groups and order of docs/performance.md.
-"""A note tells readers of the results what the columns do differently."""
+"""A new row calls use() for a statement on arrays, or build() for one that makes an array. The key
+is the name of its picture; the note tells readers what the columns do differently.
+"""
 
 from operation import (
     ARRAY,

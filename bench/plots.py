@@ -116,21 +116,14 @@ def group_picture_name(group):
     return f"group_{group.lower().replace(' ', '_')}.svg"
 
 
-def drawn_groups(rows):
-    """The rows with a ratio by group, in their order; groups without any are left out."""
-    groups = {}
-    for row in rows:
-        if ratios_of(row):
-            groups.setdefault(row["group"], []).append(row)
-    return groups
-
-
 def draw_all(results, folder):
     folder.mkdir(parents=True, exist_ok=True)
     drawn = [row for row in results["operations"] if row["points"]]
+    groups = {}
     for row in drawn:
         draw(row, folder / picture_name(row))
-    groups = drawn_groups(drawn)
+        if ratios_of(row):
+            groups.setdefault(row["group"], []).append(row)
     for group, rows in groups.items():
         draw_group(rows, folder / group_picture_name(group))
     print(f"{len(drawn) + len(groups)} pictures in {folder}")

@@ -5,6 +5,7 @@ SIZES is a file from `script/bench --sizes --json`, TABLE one from `script/bench
 """
 
 import argparse
+import itertools
 import json
 import re
 import statistics
@@ -13,7 +14,7 @@ from pathlib import Path
 from figure_text import cells, count_text, figure, ratio_text, table, time_text
 from fits import crossings, decided, fairest_peer, fit_line, one_digit, ratios_of, times_of
 from operation import NUMPY, NUMPY_F, OURS, Kind
-from plots import draw_all, drawn_groups, group_picture_name, picture_name
+from plots import draw_all, group_picture_name, picture_name
 from sweep import LONG_REPEATS, LONG_SECONDS, REPEATS
 
 OVERVIEW_SIZES = (1, 100, 10_000, 1_000_000, 10_000_000)
@@ -150,7 +151,7 @@ def judgement(rows):
     return "\n".join(lines)
 
 
-def section(row, plots):
+def section(row):
     columns_by_statement = {}
     for column, statement in row["statements"].items():
         columns_by_statement.setdefault(statement, []).append(column)
@@ -161,23 +162,20 @@ def section(row, plots):
         words.append(comparison_text(ratios_of(row), peer))
         words.append(f"{OURS}: {fit_text(ours)}; {peer}: {fit_text(times_of(row, peer))}.")
     words = " ".join(filter(None, [*words, row["note"]]))
-    picture = f"![Time against size, {row['title']}]({plots}/{picture_name(row)})"
+    picture = f"![Time against size, {row['title']}](plots/{picture_name(row)})"
     title = row["title"][0].upper() + row["title"][1:]
     folded = fold("Calls and diagram", "; ".join(calls) + ".", picture)
     return "\n".join(filter(None, [f"### {title}", words, folded]))
 
 
-def sections(rows, plots):
-    group = None
-    drawn = drawn_groups(rows)
-    for row in rows:
-        if row["group"] != group:
-            group = row["group"]
-            yield f"## {group}"
-            if group in drawn:
-                yield f"![{group}, ratios to NumPy]({plots}/{group_picture_name(group)})"
-                yield GROUP
-        yield section(row, plots)
+def sections(rows):
+    for group, members in itertools.groupby(rows, lambda row: row["group"]):
+        members = list(members)
+        yield f"## {group}"
+        if any(map(ratios_of, members)):
+            yield f"![{group}, ratios to NumPy](plots/{group_picture_name(group)})"
+            yield GROUP
+        yield from map(section, members)
 
 
 def job_rows(results):
@@ -211,7 +209,7 @@ def spread_text(rows):
     )
 
 
-def page_of(sizes, jobs=None, plots="plots"):
+def page_of(sizes, jobs=None):
     rows = [row for row in sizes["operations"] if row["points"]]
     shown = [size for size in OVERVIEW_SIZES if size <= sizes["most"]]
     overview = table(["operation", *map(count_text, shown)], overview_rows(rows, shown), len(shown))
@@ -220,7 +218,7 @@ def page_of(sizes, jobs=None, plots="plots"):
     if jobs:
         job_table = table(["job", "here", NUMPY, NUMPY_F, "at most", ""], job_rows(jobs))
         parts += ["## Jobs with a limit", JOBS, fold("Table of jobs", job_table, "")]
-    parts += sections(rows, plots)
+    parts += sections(rows)
     measured = MEASURED.format(
         repeats=REPEATS,
         least=time_text(sizes["least_seconds"]),
