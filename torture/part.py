@@ -118,6 +118,7 @@ class Ended(NamedTuple):
 
 def run_child(command: list[str], log: Path, environment: dict[str, str] | None = None) -> Ended:
     """Runs a program of this folder. The log receives its standard error."""
+    faulthandler.cancel_dump_traceback_later()  # the child has the same limit
     with open(log, "w") as file:
         done = subprocess.run(
             [sys.executable, *command],

@@ -1,7 +1,7 @@
 """A walk: random operations on arrays with hostile objects, and the checks after each step.
 
-To add an operation, add a method to Walk and a row to OPERATIONS. What makes its random arguments is
-in hostile_objects.py.
+To add an operation, add a method to Walk and a row to OPERATIONS. Its random arguments come from
+hostile_objects.py.
 """
 
 from __future__ import annotations
