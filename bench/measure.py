@@ -37,8 +37,7 @@ def names_for(operation, shape):
     if not operation.elements:
         return names
     generator = names["np"].random.default_rng(shape.rows * shape.columns)
-    sizes = {"generator": generator, "shape": (shape.rows, shape.columns)}
-    n = names["n"] = eval(operation.elements, sizes)
+    n = names["n"] = eval(operation.elements, {"generator": generator, "shape": shape})
     if operation.uses("data"):
         names["data"] = n.tolist()
     if operation.uses("flat"):
@@ -125,8 +124,3 @@ def run_fresh(*arguments, **settings):
         yield from map(json.loads, child.stdout)
     if child.returncode:
         raise subprocess.CalledProcessError(child.returncode, command)
-
-
-def figure_of_fresh(*arguments, **settings):
-    [value] = run_fresh(*arguments, **settings)
-    return value

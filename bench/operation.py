@@ -9,6 +9,7 @@ column makes of them. With makers of b there is also b, with separate element ob
 import re
 from dataclasses import dataclass, field
 from enum import Enum
+from typing import NamedTuple
 
 OURS = "velmar"
 NUMPY = "numpy"
@@ -39,8 +40,7 @@ SHOWN = {"row": "i", "column": "j", "rows": "rows", "columns": "columns", "count
 SHOWN |= {"low": "low", "high": "high"}
 
 
-@dataclass(frozen=True)
-class Shape:
+class Shape(NamedTuple):
     rows: int
     columns: int
 

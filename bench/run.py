@@ -7,7 +7,7 @@ from dataclasses import asdict
 import console
 from cases import CASES
 from figure_text import cells, figure
-from measure import BENCH, figure_of_fresh, medians_of, samplers_for, samples_of
+from measure import BENCH, medians_of, run_fresh, samplers_for, samples_of
 from operation import ARROW, COLUMNS, OURS, Kind
 
 TABLE_COLUMNS = tuple(column for column in COLUMNS if column != ARROW)
@@ -87,28 +87,31 @@ def line_of(name, figures, limit, verdict):
     return " ".join([*texts, f" {limit}".ljust(LIMIT_WIDTH), verdict]).rstrip()
 
 
+def fresh_sampler(job, column):
+    """Takes a sample in a fresh process: of an import, or of memory."""
+    program = (BENCH / "memory.py", job.name, column)
+    if job.kind is Kind.IMPORT:
+        program = ("-c", IMPORT_PROGRAM.format(statement=job.operation.statements[column]))
+    settings = {"PYTHONMALLOC": "malloc"} if job.kind is Kind.HELD else {}
+
+    def sample():
+        [value] = run_fresh(*program, **settings)
+        return value
+
+    return sample
+
+
 def measured(job, quick):
     """The median of every column of the job."""
     columns = job.operation.statements
     if job.kind is Kind.TIME:
         samplers = samplers_for(job.operation, columns, job.shape, 0.002 if quick else 0.02)
-    elif job.kind is Kind.IMPORT:
-        samplers = {column: import_sampler(job, column) for column in columns}
-        samples_of(samplers, dict.fromkeys(columns, 1))  # writes byte code, warms the file cache
     else:
-        samplers = {column: memory_sampler(job, column) for column in columns}
+        samplers = {column: fresh_sampler(job, column) for column in columns}
+    if job.kind is Kind.IMPORT:
+        samples_of(samplers, dict.fromkeys(columns, 1))  # writes byte code, warms the file cache
     repeats = REPEATS[job.kind] // (3 if quick else 1)
     return medians_of(samples_of(samplers, dict.fromkeys(columns, repeats)))
-
-
-def import_sampler(job, column):
-    program = IMPORT_PROGRAM.format(statement=job.operation.statements[column])
-    return lambda: figure_of_fresh("-c", program)
-
-
-def memory_sampler(job, column):
-    settings = {"PYTHONMALLOC": "malloc"} if job.kind is Kind.HELD else {}
-    return lambda: figure_of_fresh(BENCH / "memory.py", job.name, column, **settings)
 
 
 def parse_arguments():

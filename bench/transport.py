@@ -53,13 +53,13 @@ def registered(way, packed, stack):
 # --- The tables. A function returns the jobs by name; `stack` closes what they need.
 
 
-def in_one_process(side, packed, stack):
-    whole = square(side)
+def in_one_process(array, packed, stack):
+    side = len(array)
     arrays = {
         "double, 10 by 10": square(10),
-        f"double, {side} by {side}": whole,
-        f"its rows from 1 on, a view, {side - 1} by {side}": whole[1:],
-        f"complex single, {side} by {side}": velmar.single(whole, is_complex=True),
+        f"double, {side} by {side}": array,
+        f"its rows from 1 on, a view, {side - 1} by {side}": array[1:],
+        f"complex single, {side} by {side}": velmar.single(array, is_complex=True),
         f"complex int16, {side} by {side}": velmar.int16(size=(side, side), is_complex=True),
         f"logical, {side} by {side}": velmar.logical(size=(side, side)),
     }
@@ -67,7 +67,8 @@ def in_one_process(side, packed, stack):
     return {name: partial(way, array) for name, array in arrays.items()}
 
 
-def in_a_pool(side, packed, stack):
+def in_a_pool(array, packed, stack):
+    side = len(array)
     register = registered("multiprocessing", packed, stack)
     pool = stack.enter_context(ProcessPoolExecutor(1, get_context("spawn"), register))
 
@@ -75,15 +76,15 @@ def in_a_pool(side, packed, stack):
         return pool.submit(*call).result(SECONDS)
 
     return {
-        f"argument and result, {side} by {side}": partial(result, same, square(side)),
+        f"argument and result, {side} by {side}": partial(result, same, array),
         f"result only, {side} by {side}": partial(result, zeros, side),
         "as many bytes there and back": partial(result, same, bytes(8 * side * side)),
     }
 
 
-def after_register_pickle(side, packed, stack):
+def after_register_pickle(array, packed, stack):
     register = registered("pickle", packed, stack)
-    array, fork = square(side), get_context("fork")
+    fork = get_context("fork")
 
     def in_pool():
         with fork.Pool(1, register) as pool:
@@ -101,11 +102,10 @@ def after_register_pickle(side, packed, stack):
     }
 
 
-def in_joblib(side, packed, stack):
+def in_joblib(array, packed, stack):
     import joblib
 
     register = registered("pickle", packed, stack)
-    array = square(side)
 
     def in_backend(backend, **settings):
         with joblib.parallel_config(backend, n_jobs=2, **settings):
@@ -126,12 +126,11 @@ def dask_client(stack):
     return stack.enter_context(Client(stack.enter_context(cluster)))
 
 
-def in_dask_after_register_pickle(side, packed, stack):
+def in_dask_after_register_pickle(array, packed, stack):
     from dask.tokenize import tokenize
 
     client = dask_client(stack)
     register = registered("pickle", packed, stack)
-    array = square(side)
 
     def in_submit():
         if register is not None:
@@ -141,25 +140,25 @@ def in_dask_after_register_pickle(side, packed, stack):
     return {"token": partial(tokenize, array), "argument of submit, result fetched": in_submit}
 
 
-def under_dask(side, packed, stack):
+def under_dask(array, packed, stack):
     from dask.tokenize import tokenize
     from distributed import wait
 
     client = dask_client(stack)
     if packed:
         transport.register_dask(client)
-    array, submit = square(side), partial(client.submit, pure=False)
+    submit = partial(client.submit, pure=False)
     return {
         "token": partial(tokenize, array),
         "scatter, a job on it": lambda: wait(
             submit(len, client.scatter(array, hash=False)), timeout=SECONDS
         ),
-        "result fetched": lambda: submit(zeros, side).result(SECONDS),
+        "result fetched": lambda: submit(zeros, len(array)).result(SECONDS),
         "argument of submit, result fetched": lambda: submit(same, array).result(SECONDS),
     }
 
 
-def under_ray(side, packed, stack):
+def under_ray(array, packed, stack):
     os.environ["RAY_AUTH_MODE"] = "disabled"
     import ray
 
@@ -171,12 +170,12 @@ def under_ray(side, packed, stack):
         num_cpus=1,
         include_dashboard=False,
         log_to_driver=False,
-        object_store_memory=max(100 * 2**20, 20 * 8 * side * side),
+        object_store_memory=max(100 * 2**20, 20 * 8 * len(array) ** 2),
         runtime_env=environment,
     )
     if packed:
         transport.register_ray()
-    array, task = square(side), ray.remote(same)
+    task = ray.remote(same)
     return {
         "put and get": lambda: ray.get(ray.put(array)),
         "argument and result of a task": lambda: ray.get(task.remote(array)),
@@ -210,10 +209,10 @@ def best_of(job, repeats):
 
 
 def table_of(jobs_of, title, side, repeats):
-    took = {}
+    took, array = {}, square(side)
     for packed in (False, True):
         with ExitStack() as stack:
-            for name, job in jobs_of(side, packed, stack).items():
+            for name, job in jobs_of(array, packed, stack).items():
                 took.setdefault(name, []).append(best_of(job, repeats))
     rows = [
         [name, time_text(pickled), time_text(packed), ratio_text(pickled / packed, digits=1)]
