@@ -22,8 +22,7 @@ from operation import (
     Limit,
     Shape,
     build,
-    by_column,
-    in_order,
+    changed,
     use,
 )
 from operation_list import NO_ARROW, OPERATIONS
@@ -37,7 +36,7 @@ FIELDS = ("makers", "makers_of_b", "elements")
 def listed(key, name, shape, limit=None, kind=Kind.TIME, item_bytes=8, **changes):
     """The operation over sizes with this key. `changes`: statements, and the fields above."""
     fields = {field: changes.pop(field) for field in FIELDS if field in changes}
-    statements = in_order(OPERATIONS[key].statements | by_column(changes | NO_ARROW))
+    statements = changed(OPERATIONS[key].statements, changes | NO_ARROW)
     operation = replace(OPERATIONS[key], title=name, statements=statements, **fields)
     return Job(operation, shape, limit, kind, item_bytes)
 

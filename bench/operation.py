@@ -180,22 +180,21 @@ FLAT_ARRAY = 'array("d", n.tobytes())'
 # --- Operations in one call. Keywords are columns; numpy_F is numpy-F, and like numpy by default.
 
 
-def by_column(texts):
-    """Texts by column from keywords."""
+def changed(statements, texts):
+    """The statements with these texts instead, sorted like COLUMNS.
+
+    A text None means that the column does not have the operation.
+    """
     texts = {IDENTIFIERS.get(name, name): text for name, text in texts.items()}
     if texts.get(NUMPY):
         texts.setdefault(NUMPY_F, texts[NUMPY])
-    return texts
-
-
-def in_order(texts):
-    """Sorted like COLUMNS, without the columns that do not have the operation."""
+    texts = statements | texts
     return {column: texts[column] for column in COLUMNS if texts.get(column)}
 
 
 def build(title, elements, note="", **texts):
     """An operation that makes an array from data, flat or n."""
-    return Operation(title, in_order(by_column(texts)), elements=elements, note=note)
+    return Operation(title, changed({}, texts), elements=elements, note=note)
 
 
 def use(
@@ -208,10 +207,7 @@ def use(
     note="",
     **others,
 ):
-    """An operation on the arrays of the makers. `others` are the statements that differ.
-
-    A statement None means that the column does not have the operation.
-    """
-    texts = dict.fromkeys(makers, statement) | by_column(others)
-    statements = in_order({column: texts[column] for column in makers})
+    """An operation on the arrays of the makers. `others` are the statements that differ."""
+    texts = changed(dict.fromkeys(makers, statement), others)
+    statements = {column: text for column, text in texts.items() if column in makers}
     return Operation(title, statements, makers, makers_of_b or {}, elements, layout, note)
