@@ -1,4 +1,4 @@
-"""Shared by the programs of this folder: arguments, time limit, log, second thread, output."""
+"""Shared by the programs of this folder: arguments, time limit, log, second thread, children."""
 
 from __future__ import annotations
 

@@ -1,4 +1,4 @@
-"""Hostile objects, every method of which can raise or change the arrays in use, and random data."""
+"""Hostile objects: their methods can raise or change the arrays in use. And random arguments."""
 
 from __future__ import annotations
 
@@ -59,7 +59,7 @@ class Harm:
         return usual
 
     def given_to(self, made: Any) -> Any:
-        """The object, which has to be hostile, with this harm."""
+        """Returns the object, a hostile one, after giving it this harm."""
         made.harm = self
         return made
 
@@ -215,7 +215,7 @@ class Cycle:
 
 
 class Choices:
-    """Arrays and views, iterators and memory, and random data."""
+    """The arrays and the memory of a walk, and random arguments for its operations."""
 
     def __init__(self, rng: random.Random):
         self.rng = rng
