@@ -3,12 +3,13 @@
 import argparse
 import collections
 import hashlib
+import itertools
 import json
 import os
+import queue
 import random
 import shutil
 import sys
-import threading
 import time
 from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
@@ -80,24 +81,26 @@ class Sources:
 
 
 class Run:
-    """Gives changes to the workshops until enough mutants have been counted."""
+    """Tests changes in free workshops until enough mutants have been counted."""
 
-    def __init__(self, sources, kills, arguments):
+    def __init__(self, sources, workshops, kills, arguments):
         self.sources = sources
         self.kills = kills
         self.wanted = arguments.count
         self.deadline = time.monotonic() + 60 * arguments.minutes
-        self.draw = self.drawn(random.Random(arguments.seed))
+        self.generator = random.Random(arguments.seed)
+        self.marked = 0
         self.results = []
-        self.marked = self.under_way = 0
-        self.lock = threading.Lock()
+        self.free = queue.SimpleQueue()
+        for workshop in workshops:
+            self.free.put(workshop)
 
-    def drawn(self, generator):
+    def drawn(self):
         """All places have the same probability, and so have all changes at a place."""
         order = list(self.sources.places)
-        generator.shuffle(order)
+        self.generator.shuffle(order)
         for place in order:
-            change = generator.choice(place)
+            change = self.generator.choice(place)
             if change in self.sources.exempt:
                 self.marked += 1
             else:
@@ -106,32 +109,27 @@ class Run:
     def counted(self):
         return sum(verdict.outcome != "uncompiled" for _, verdict in self.results)
 
-    def next(self):
-        """None at the end. The change of a job replaces one that the job could not compile."""
-        with self.lock:
-            is_over = time.monotonic() > self.deadline
-            if is_over or self.counted() + self.under_way >= self.wanted:
-                return None
-            change = next(self.draw, None)
-            self.under_way += change is not None
-            return change
-
-    def finish(self, change, verdict):
-        with self.lock:
-            self.under_way -= 1
-            self.results.append((change, verdict))
-            self.kills.add(change, verdict)
-            by = f" by {verdict.by}: {verdict.where}" if verdict.by else ""
-            print(f"{verdict.outcome}{by} ({verdict.seconds:.0f} s)", flush=True)
-            print(self.sources.describe(change), flush=True)
-
-    def work(self, workshop):
+    def judge(self, change):
+        """None after the deadline."""
+        workshop = self.free.get()
         try:
-            while (change := self.next()) is not None:
-                self.finish(change, self.kills.find(change) or workshop.judge(change))
-        except BaseException:
-            self.deadline = 0.0  # ends the other jobs
-            raise
+            if time.monotonic() < self.deadline:
+                return self.kills.find(change) or workshop.judge(change)
+        finally:
+            self.free.put(workshop)
+
+    def test(self, pool):
+        draw = self.drawn()
+        # Another change replaces each one that does not compile.
+        while changes := list(itertools.islice(draw, self.wanted - self.counted())):
+            for change, verdict in zip(changes, pool.map(self.judge, changes), strict=True):
+                if verdict is None:
+                    return
+                self.results.append((change, verdict))
+                self.kills.add(change, verdict)
+                by = f" by {verdict.by}: {verdict.where}" if verdict.by else ""
+                print(f"{verdict.outcome}{by} ({verdict.seconds:.0f} s)", flush=True)
+                print(self.sources.describe(change), flush=True)
 
     def report(self, seconds):
         """Prints the figures. True if the share of killed mutants is high enough."""
@@ -187,11 +185,10 @@ def mutate(arguments):
     sources = Sources(workshops[0].tree, arguments.files)
     is_current = sources.marks_are_current()
     kills = Kills(FOLDER / "kills.json", Sources(workshops[0].tree), arguments.again)
-    run = Run(sources, kills, arguments)
+    run = Run(sources, workshops, kills, arguments)
     start = time.monotonic()
     with ThreadPoolExecutor(len(workshops)) as pool:
-        for future in [pool.submit(run.work, workshop) for workshop in workshops]:
-            future.result()
+        run.test(pool)
     return run.report(time.monotonic() - start) and is_current
 
 

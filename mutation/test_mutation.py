@@ -1,8 +1,13 @@
-"""Tests of the places that can be changed, and of the marks that exempt changes."""
+"""Tests of the places that can be changed, the marks that exempt changes, and the selection."""
+
+from argparse import Namespace
+from concurrent.futures import ThreadPoolExecutor
 
 import pytest
 from marks import find_exempt
 from places import places
+from run import Kills, Run, Sources
+from trial import Verdict
 
 LESS = [("a < 1", "false"), ("a < 1", "true"), ("<", "<="), ("<", ">="), ("1", "2"), ("1", "0")]
 
@@ -91,3 +96,38 @@ def test_a_mark_above_a_function_is_for_all_of_it():
     text = f"// {SO}.\nint f() {{\n  a = 1;\n  return 0;\n}}\nint x = 2;\n"
     exempt, _ = find_exempt("sample.cpp", text, changes_of(text))
     assert shown(exempt, text) == [("0", "-1"), ("1", "0"), ("1", "2")]
+
+
+class FakeWorkshop:
+    def __init__(self, outcomes):
+        self.outcomes = list(outcomes)
+
+    def judge(self, change):
+        return Verdict(self.outcomes.pop(0))
+
+
+KILLED, SURVIVED, UNCOMPILED = "killed", "survived", "uncompiled"
+# Wanted number, minutes, the outcomes of all trials, how many are made, whether enough are killed.
+RUNS = [
+    (2, 1, [KILLED, KILLED, KILLED], 2, True),
+    (2, 1, [KILLED, UNCOMPILED, UNCOMPILED, KILLED], 4, True),
+    (2, 1, [KILLED, SURVIVED], 2, False),
+    (20, 1, [KILLED] * 19 + [SURVIVED], 20, True),  # 95 percent
+    (60, 1, [KILLED] * 22, 22, True),  # the places of the source
+    (2, 0, [KILLED], 0, False),
+]
+
+
+@pytest.mark.parametrize("wanted, minutes, outcomes, made, passed", RUNS)
+def test_runs(wanted, minutes, outcomes, made, passed, tmp_path):
+    (tmp_path / "src").mkdir()
+    exempt = f"// {SO}.\nint a = 1;\n"
+    (tmp_path / "src/a.cpp").write_text(exempt + "int b = 1;\n" * 22)
+    sources = Sources(tmp_path)
+    kills = Kills(tmp_path / "kills.json", sources, is_used=False)
+    arguments = Namespace(count=wanted, minutes=minutes, seed=0)
+    run = Run(sources, [FakeWorkshop(outcomes)], kills, arguments)
+    with ThreadPoolExecutor(1) as pool:
+        run.test(pool)
+    assert len(run.results) == made
+    assert run.report(seconds=1.0) == passed
