@@ -1,6 +1,5 @@
 """Tests of what the checks report about sources, names, branches and results of tests."""
 
-import sys
 from pathlib import Path
 
 import pytest
@@ -11,8 +10,6 @@ from rooms import room_of
 from symbols import find_functions, order_findings, unused_findings
 
 HIGH, LOW = 'includes "indexing/high.hpp"', 'includes "indexing/low.hpp"'
-sys.path.append(str(sources.ROOT / "script"))
-from count_results import count_suite  # noqa: E402
 
 # A source of a room, and what is reported about it.
 SOURCES = [
@@ -142,29 +139,3 @@ def test_gaps(counts, expected):
     line = Line("if (a)")
     line.add(*counts)
     assert list(uncovered({"a.cpp": {3: line}})) == expected
-
-
-PASSED = '<testcase classname="a" name="one"/>'
-FAILED = '<testcase classname="a" name="two"><failure/></testcase>'
-ERROR = '<testcase classname="a" name="three"><error/></testcase>'
-SKIPPED = '<testcase classname="a" name="four"><skipped/></testcase>'
-DISABLED = '<testcase classname="a" name="five" status="notrun"/>'
-# Exit status and results of a suite; how many passed, failed and were skipped; what failed.
-SUITES = [
-    ("0", PASSED + SKIPPED + DISABLED, (1, 0, 2), []),
-    ("1", PASSED + FAILED + ERROR, (1, 2, 0), ["a::two", "a::three"]),
-    ("134", PASSED, (1, 1, 0), ["ended with status 134; its last lines:", "the log"]),
-    ("5", SKIPPED, (0, 1, 1), ["ended with status 5; its last lines:", "the log"]),
-    ("0", None, (0, 1, 0), ["ended with status 0; its last lines:", "the log"]),
-]
-
-
-@pytest.mark.parametrize("status, cases, expected, failed", SUITES)
-def test_totals(status, cases, expected, failed, tmp_path):
-    (tmp_path / "suite.status").write_text(f"{status}\n")
-    (tmp_path / "suite.log").write_text("the log\n")
-    if cases is not None:
-        (tmp_path / "suite.xml").write_text(f"<testsuite>{cases}</testsuite>")
-    counts, lines = count_suite(tmp_path / "suite.status")
-    assert (counts["passed"], counts["failed"], counts["skipped"]) == expected
-    assert lines == failed

@@ -45,29 +45,34 @@ def sanitizer_reports(folder):
     return [text for text in texts if any(mark in text for mark in REPORTS)]
 
 
+def report(folders, with_logs):
+    """Prints what failed and the total. Returns whether tests passed and none failed."""
+    total, what_failed = Counter(), []
+    for folder in folders:
+        for status_file in sorted(folder.glob("*.status")):
+            counts, lines = count_suite(status_file)
+            total += counts
+            what_failed += [f"{folder.name}/{status_file.stem}: {line}" for line in lines]
+            if with_logs:
+                good, bad, skipped = (counts[key] for key in ("passed", "failed", "skipped"))
+                print(f"== {status_file.stem}: {good} good, {bad} bad, {skipped} skipped")
+                print(status_file.with_suffix(".log").read_text(errors="replace").rstrip())
+        for text in sanitizer_reports(folder):
+            total["failed"] += 1
+            what_failed += [f"{folder.name}: {line}" for line in text.splitlines()[:LAST_LINES]]
+            if with_logs:
+                print(text)
+    print(*what_failed, sep="\n", end="\n" if what_failed else "")
+    print(", ".join(f"{total[key]} {key}" for key in ("passed", "failed", "skipped")))
+    return total["passed"] > 0 and total["failed"] == 0
+
+
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("folders", nargs="+", type=Path)
     parser.add_argument("--logs", action="store_true", help="print the output of each suite")
     arguments = parser.parse_args()
-    total, what_failed = Counter(), []
-    for folder in arguments.folders:
-        for status_file in sorted(folder.glob("*.status")):
-            counts, lines = count_suite(status_file)
-            total += counts
-            what_failed += [f"{folder.name}/{status_file.stem}: {line}" for line in lines]
-            if arguments.logs:
-                good, bad, skipped = (counts[key] for key in ("passed", "failed", "skipped"))
-                print(f"== {status_file.stem}: {good} good, {bad} bad, {skipped} skipped")
-                print(status_file.with_suffix(".log").read_text(errors="replace").rstrip())
-        for report in sanitizer_reports(folder):
-            total["failed"] += 1
-            what_failed += [f"{folder.name}: {line}" for line in report.splitlines()[:LAST_LINES]]
-            if arguments.logs:
-                print(report)
-    print(*what_failed, sep="\n", end="\n" if what_failed else "")
-    print(", ".join(f"{total[key]} {key}" for key in ("passed", "failed", "skipped")))
-    return 1 if total["failed"] or not total["passed"] else 0
+    return 0 if report(arguments.folders, arguments.logs) else 1
 
 
 if __name__ == "__main__":

@@ -1,0 +1,253 @@
+"""Runs the suites of tests of one build. script/test has the options."""
+
+import argparse
+import os
+import shutil
+import subprocess
+import sys
+from concurrent.futures import ThreadPoolExecutor
+from pathlib import Path
+
+from count import report
+from suite import (
+    ROOT,
+    find_interpreters,
+    install,
+    make_environment,
+    pytest,
+    run,
+    run_native_suite,
+    run_suite,
+    say,
+)
+
+# Files that also test arrays beside other libraries where these are installed.
+BESIDE_NEIGHBOURS = (
+    "documentation_blocks",
+    "transport_registered",
+    "transport_pickle",
+    "notebook",
+    "bench_operations",
+)
+# The least shares of lines and branches. The Python tests alone reach less, because some code is
+# for native clients only.
+LEAST, LEAST_BY_SOME_FILES = (98, 95), (85, 80)
+
+
+def profile_of(version, versions, is_all):
+    """The profile of tests/python/conftest.py for one of the versions, lowest first."""
+    in_full = {versions[0], versions[-1]} if is_all else {versions[0]}
+    return "ci" if version in in_full else "brief"
+
+
+class WheelRun:
+    """The wheel on every CPython; with files, only these on the lowest CPython."""
+
+    def __init__(self, results, files, is_all):
+        self.results = results
+        self.files = files
+        self.is_all = is_all
+
+    def test(self):
+        build = ["script/wheel", "--native-tests"] if self.is_all else ["script/wheel"]
+        self.wheel = run(*build, cwd=ROOT, stdout=subprocess.PIPE).stdout.strip()
+        interpreters = find_interpreters()[: 1 if self.files else None]
+        versions = [version for version, _ in interpreters]
+        lowest = interpreters[0][1]
+        # The longest suites come first, so that no processor waits at the end.
+        jobs = sorted(
+            (profile_of(version, versions, self.is_all) != "ci", version, interpreter)
+            for version, interpreter in interpreters
+        )
+        with ThreadPoolExecutor(os.cpu_count()) as pool:
+            started = [
+                pool.submit(self.test_on, version, interpreter, "brief" if is_brief else "ci")
+                for is_brief, version, interpreter in jobs
+            ]
+            if not self.files:
+                started.append(pool.submit(self.test_wheel))
+            if self.is_all:
+                python = ROOT / f"build/environments/python-{versions[0]}/bin/python"
+                started.append(pool.submit(self.test_neighbours, lowest))
+                started.append(pool.submit(self.test_native, lowest))
+                started.append(pool.submit(test_example, self.results, "test", python))
+            for job in started:
+                job.result()
+
+    def make_environment(self, name, interpreter):
+        python = make_environment(name, interpreter)
+        install(name, "--no-deps", self.wheel)
+        return python
+
+    def test_on(self, version, interpreter, profile):
+        name = f"python-{version}"
+        python = self.make_environment(name, interpreter)
+        command = pytest(self.results, name, python, *self.files)
+        run_suite(self.results, name, command, {"HYPOTHESIS_PROFILE": profile})
+
+    def test_wheel(self):
+        command = pytest(
+            self.results, "wheel", sys.executable, "tests/wheel", "--wheel", self.wheel
+        )
+        run_suite(self.results, "wheel", command)
+
+    def test_neighbours(self, interpreter):
+        python = self.make_environment("neighbours", interpreter)
+        install("neighbours", "-r", "script/requirements-examples.txt")
+        files = [f"tests/python/test_{name}.py" for name in BESIDE_NEIGHBOURS]
+        for name, of_suite in (("neighbours", ["tests/neighbours"]), ("beside_neighbours", files)):
+            run_suite(self.results, name, pytest(self.results, name, python, *of_suite))
+
+    def test_native(self, interpreter):
+        for name in ("native", "client"):
+            run_native_suite(self.results, name, ROOT / "build/release/lib", interpreter)
+
+
+def test_example(results, mode, python, flags="", settings=None):
+    """Builds the client of examples as a project of its own, and runs its tests as one suite."""
+    folder = ROOT / "build/native_client" / mode
+    shutil.rmtree(folder, ignore_errors=True)
+    environment = os.environ | (settings or {})
+    with (results / "example.log").open("w") as log:
+        options = {"cwd": ROOT, "env": environment, "stderr": log}
+        try:
+            kit = run(
+                python, "-P", "-m", "velmar", "--cmake-dir", stdout=subprocess.PIPE, **options
+            )
+            options["stdout"] = log
+            run(
+                *("cmake", "-G", "Ninja", "-S", "examples/native_client", "-B", folder),
+                f"-DCMAKE_CXX_FLAGS=-Werror {flags}",
+                f"-DPython_EXECUTABLE={python}",
+                f"-Dvelmarmultidimarrayforpython_DIR={kit.stdout.strip()}",
+                **options,
+            )
+            run("cmake", "--build", folder, **options)
+        except subprocess.CalledProcessError as error:
+            (results / "example.status").write_text(f"{error.returncode}\n")
+            return
+    command = pytest(results, "example", python, "examples/native_client")
+    run_suite(results, "example", command, (settings or {}) | {"PYTHONPATH": str(folder)})
+
+
+class PresetRun:
+    """A build for tests, on the lowest CPython."""
+
+    def __init__(self, results, files, preset, profile, flags="", settings=None):
+        self.results = results
+        self.files = files
+        self.preset = preset
+        self.profile = profile
+        self.flags = flags  # of the compiler, for the client of examples
+        self.settings = settings or {}
+
+    def test(self):
+        python = self.build_and_install()
+        with ThreadPoolExecutor() as pool:
+            others = None if self.files else pool.submit(self.test_others, python)
+            self.test_python(python)
+            if others:
+                others.result()
+
+    def build_and_install(self):
+        native = "OFF" if self.files else "ON"
+        with (self.results / "build.log").open("w") as log:
+            run(
+                "script/build", self.preset, f"-DVELMAR_NATIVE_TESTS={native}", cwd=ROOT, stdout=log
+            )
+        python = make_environment(self.preset, find_interpreters()[0][1])
+        find_site = "import sysconfig; print(sysconfig.get_path('platlib'))"
+        site = run(python, "-c", find_site, stdout=subprocess.PIPE).stdout.strip()
+        with (self.results / "install.log").open("w") as log:
+            run("cmake", "--install", ROOT / "build" / self.preset, "--prefix", site, stdout=log)
+        for package in ("velmar", "vlexceptions"):
+            shutil.copytree(ROOT / "python" / package, Path(site) / package, dirs_exist_ok=True)
+        return python
+
+    def test_others(self, python):
+        for name in ("native", "client"):
+            folder = ROOT / "build" / self.preset / "lib"
+            run_native_suite(self.results, name, folder, python, self.settings)
+        test_example(self.results, self.preset, python, self.flags, self.settings)
+
+    def test_python(self, python):
+        """Tests that start processes are apart: the workers of pytest-xdist have threads."""
+        in_workers = ["-n", os.cpu_count(), "--dist", "worksteal", "-m", "not processes"]
+        settings = self.settings | {"HYPOTHESIS_PROFILE": self.profile}
+        for name, options in (("python", in_workers), ("processes", ["-m", "processes"])):
+            command = pytest(self.results, name, python, *options, *self.files)
+            run_suite(self.results, name, command, settings)
+        # Without any such test in the given files, pytest ends with status 5.
+        status = self.results / "processes.status"
+        if status.read_text().strip() == "5":
+            for file in self.results.glob("processes.*"):
+                file.unlink()
+
+
+def sanitized(results, files):
+    # The runtimes have to be loaded before the interpreter allocates or throws.
+    libraries = [
+        run("g++", f"-print-file-name={name}", stdout=subprocess.PIPE).stdout.strip()
+        for name in ("libasan.so", "libubsan.so", "libstdc++.so.6")
+    ]
+    options = f"halt_on_error=1:print_stacktrace=1:log_path={results / 'report'}"
+    settings = {
+        "LD_PRELOAD": " ".join(os.path.realpath(library) for library in libraries),
+        "PYTHONMALLOC": "malloc",
+        "UBSAN_OPTIONS": options,
+        # The interpreter does not free all its memory, so leaks are not reported. A failed
+        # allocation returns a null pointer, as without the sanitizer.
+        "ASAN_OPTIONS": f"{options}:detect_leaks=0:allocator_may_return_null=1",
+    }
+    flags = "-fsanitize=address,undefined -fno-sanitize-recover=all"
+    return PresetRun(results, files, "sanitize", "brief", flags, settings)
+
+
+def covered(results, files):
+    # At its end every process, also a child, adds its counts to the .gcda files beside the objects.
+    for counts in (ROOT / "build/coverage").rglob("*.gcda"):
+        counts.unlink()
+    return PresetRun(results, files, "coverage", "brief" if files else "ci")
+
+
+def report_coverage(results, files):
+    """Prints the shares of lines and branches. Returns whether they are large enough."""
+    least = LEAST_BY_SOME_FILES if files else LEAST
+    program = [sys.executable, "checks/coverage_report.py", "build/coverage", "--least", *least]
+    file = results / "coverage.txt"
+    with file.open("w") as text, (results / "gcov.log").open("w") as log:
+        command = [str(part) for part in program]
+        done = subprocess.run(command, cwd=ROOT, stdout=text, stderr=log)
+    for line in file.read_text().splitlines():
+        if not files or line.startswith(("lines:", "branches:")):
+            print(line)
+    if files:
+        say(f"lines and branches that did not run: see {file}")
+    return done.returncode == 0
+
+
+def main():
+    parser = argparse.ArgumentParser()
+    modes = parser.add_mutually_exclusive_group()
+    for mode in ("all", "sanitize", "coverage"):
+        modes.add_argument(f"--{mode}", dest="mode", action="store_const", const=mode)
+    parser.add_argument("files", nargs="*")
+    arguments = parser.parse_args()
+    mode, files = arguments.mode, arguments.files
+    results = ROOT / "build/results" / (mode if mode in ("sanitize", "coverage") else "test")
+    shutil.rmtree(results, ignore_errors=True)
+    results.mkdir(parents=True)
+    if mode == "sanitize":
+        sanitized(results, files).test()
+    elif mode == "coverage":
+        covered(results, files).test()
+    else:
+        WheelRun(results, files, mode == "all").test()
+    is_good = report([results], with_logs=True)
+    if mode == "coverage":
+        is_good = report_coverage(results, files) and is_good
+    return 0 if is_good else 1
+
+
+if __name__ == "__main__":
+    sys.exit(main())

@@ -1,0 +1,99 @@
+"""Runs one suite of tests, and makes the environments in which suites run."""
+
+import os
+import subprocess
+import sys
+import time
+from pathlib import Path
+
+ROOT = Path(__file__).resolve().parents[1]
+ENVIRONMENTS = ROOT / "build/environments"
+LONGEST = 1200  # seconds
+
+
+def say(text):
+    print(f"== {text}", flush=True)
+
+
+def run(*command, **options):
+    return subprocess.run([str(part) for part in command], check=True, text=True, **options)
+
+
+def run_suite(results, name, command, settings=None):
+    """Runs a command in the root of the project, with these environment variables in addition.
+
+    Writes its output to NAME.log and its exit status to NAME.status in the folder `results`.
+    """
+    start = time.monotonic()
+    # The stack of a test that hangs comes with the signal.
+    limited = ["timeout", "--signal=ABRT", "--kill-after=30", LONGEST, *command]
+    log = results / f"{name}.log"
+    with log.open("w") as output:
+        done = subprocess.run(
+            [str(part) for part in limited],
+            stdin=subprocess.DEVNULL,
+            stdout=output,
+            stderr=subprocess.STDOUT,
+            cwd=ROOT,
+            env=os.environ | (settings or {}),
+        )
+    (results / f"{name}.status").write_text(f"{done.returncode}\n")
+    last = (log.read_text(errors="replace").splitlines() or [""])[-1]
+    say(f"{name}, {time.monotonic() - start:.0f} s: {last}")
+
+
+def pytest(results, name, python, *options):
+    """The command of a suite of Python tests."""
+    report = results / f"{name}.xml"
+    cache = f"cache_dir={ENVIRONMENTS / name}.cache"
+    return [python, "-P", "-m", "pytest", "-q", "-rs", "--junit-xml", report, "-o", cache, *options]
+
+
+def without_passed_tests(lines):
+    """The log of GoogleTest without the tests that passed silently, but with an unfinished one."""
+    kept, started = [], None
+    for line in lines:
+        if line.startswith("[ RUN"):
+            started = line
+        elif line.startswith("[       OK"):
+            started = None
+        elif not line.startswith("[-----"):
+            if started is not None:
+                kept.append(started)
+                started = None
+            kept.append(line)
+    return kept if started is None else [*kept, started]
+
+
+def run_native_suite(results, name, folder, python, settings=None):
+    """Runs the module velmar_NAME_tests of a folder in an interpreter."""
+    module = folder / f"velmar_{name}_tests.abi3.so"
+    report = f"--gtest_output=xml:{results / name}.xml"
+    run_suite(results, name, [python, "-P", "tests/native/run.py", module, report], settings)
+    log = results / f"{name}.log"
+    lines = log.read_text(errors="replace").splitlines()
+    log.write_text("\n".join([*without_passed_tests(lines), ""]))
+
+
+def install(environment, *options, **settings):
+    """Installs packages that script/setup has downloaded."""
+    python = ENVIRONMENTS / environment / "bin/python"
+    pip = [sys.executable, "-m", "pip", "--python", python, "install", "-qq", "--no-index"]
+    run(*pip, "--find-links", ".cache/wheelhouse", *options, cwd=ROOT, **settings)
+
+
+def make_environment(name, interpreter):
+    """A fresh virtual environment with the test tools. Returns its interpreter."""
+    run(interpreter, "-m", "venv", "--clear", "--without-pip", ENVIRONMENTS / name)
+    install(name, "-r", "script/requirements-tests.txt")
+    try:
+        install(name, "-r", "script/requirements-neighbours.txt", stderr=subprocess.DEVNULL)
+    except subprocess.CalledProcessError:
+        say(f"{name} has no NumPy: tests that need it are skipped")
+    return ENVIRONMENTS / name / "bin/python"
+
+
+def find_interpreters():
+    """Pairs of version and executable, lowest version first."""
+    found = run("script/interpreters", cwd=ROOT, stdout=subprocess.PIPE).stdout
+    return [tuple(line.split(" ", 1)) for line in found.splitlines()]
