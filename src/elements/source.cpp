@@ -1,6 +1,7 @@
 // Recognition of objects with elements in memory.
 #include "elements/source.hpp"
 
+#include <cassert>
 #include <cstdint>
 
 #include "module/type_objects.hpp"
@@ -65,8 +66,10 @@ bool Source::findInBuffer(PyObject* object) {
     return false;
   }
   const Py_buffer& view = m_buffer.view();
-  if (view.ndim != 1 || view.shape == nullptr || view.strides == nullptr || view.shape[0] == 0 ||
-      view.suboffsets != nullptr || view.itemsize <= 0 || !isAligned(view)) {
+  if (view.ndim != 1) return false;
+  // These two classes always tell both when they are asked.
+  assert(view.shape != nullptr && view.strides != nullptr);
+  if (view.shape[0] == 0 || view.suboffsets != nullptr || view.itemsize <= 0 || !isAligned(view)) {
     return false;
   }
   m_box.type = typeOfItems(view.format, view.itemsize);

@@ -186,6 +186,7 @@ std::make_unsigned_t<From> lostBits(From value) {
   return lost;
 }
 
+// Chooses a loop that becomes vectors, and affects only the speed, so no test detects a change.
 template <class T>
 inline constexpr bool isInteger = std::is_integral_v<T> && !std::is_same_v<T, bool>;
 
