@@ -12,13 +12,16 @@ from count import report
 from suite import (
     ROOT,
     find_interpreters,
+    fresh_results,
     install,
     make_environment,
+    native_module,
     pytest,
     run,
     run_native_suite,
     run_suite,
     say,
+    test_example,
 )
 
 # Files that also test arrays beside other libraries where these are installed.
@@ -70,7 +73,8 @@ class WheelRun:
                 python = ROOT / f"build/environments/python-{versions[0]}/bin/python"
                 started.append(pool.submit(self.test_neighbours, lowest))
                 started.append(pool.submit(self.test_native, lowest))
-                started.append(pool.submit(test_example, self.results, "test", python))
+                client = ROOT / "build/native_client/test"
+                started.append(pool.submit(test_example, self.results, "example", client, python))
             for job in started:
                 job.result()
 
@@ -100,34 +104,8 @@ class WheelRun:
 
     def test_native(self, interpreter):
         for name in ("native", "client"):
-            run_native_suite(self.results, name, ROOT / "build/release/lib", interpreter)
-
-
-def test_example(results, mode, python, flags="", settings=None):
-    """Builds the client of examples as a project of its own, and runs its tests as one suite."""
-    folder = ROOT / "build/native_client" / mode
-    shutil.rmtree(folder, ignore_errors=True)
-    environment = os.environ | (settings or {})
-    with (results / "example.log").open("w") as log:
-        options = {"cwd": ROOT, "env": environment, "stderr": log}
-        try:
-            kit = run(
-                python, "-P", "-m", "velmar", "--cmake-dir", stdout=subprocess.PIPE, **options
-            )
-            options["stdout"] = log
-            run(
-                *("cmake", "-G", "Ninja", "-S", "examples/native_client", "-B", folder),
-                f"-DCMAKE_CXX_FLAGS=-Werror {flags}",
-                f"-DPython_EXECUTABLE={python}",
-                f"-Dvelmarmultidimarrayforpython_DIR={kit.stdout.strip()}",
-                **options,
-            )
-            run("cmake", "--build", folder, **options)
-        except subprocess.CalledProcessError as error:
-            (results / "example.status").write_text(f"{error.returncode}\n")
-            return
-    command = pytest(results, "example", python, "examples/native_client")
-    run_suite(results, "example", command, (settings or {}) | {"PYTHONPATH": str(folder)})
+            module = native_module(ROOT / "build/release", name)
+            run_native_suite(self.results, name, module, interpreter)
 
 
 class PresetRun:
@@ -166,9 +144,10 @@ class PresetRun:
 
     def test_others(self, python):
         for name in ("native", "client"):
-            folder = ROOT / "build" / self.preset / "lib"
-            run_native_suite(self.results, name, folder, python, self.settings)
-        test_example(self.results, self.preset, python, self.flags, self.settings)
+            module = native_module(ROOT / "build" / self.preset, name)
+            run_native_suite(self.results, name, module, python, self.settings)
+        client = ROOT / "build/native_client" / self.preset
+        test_example(self.results, "example", client, python, self.flags, self.settings)
 
     def test_python(self, python):
         """Tests that start processes are apart: the workers of pytest-xdist have threads."""
@@ -234,9 +213,7 @@ def main():
     parser.add_argument("files", nargs="*")
     arguments = parser.parse_args()
     mode, files = arguments.mode, arguments.files
-    results = ROOT / "build/results" / (mode if mode in ("sanitize", "coverage") else "test")
-    shutil.rmtree(results, ignore_errors=True)
-    results.mkdir(parents=True)
+    results = fresh_results(mode if mode in ("sanitize", "coverage") else "test")
     if mode == "sanitize":
         sanitized(results, files).test()
     elif mode == "coverage":

@@ -1,6 +1,7 @@
 """Runs one suite of tests, and makes the environments in which suites run."""
 
 import os
+import shutil
 import subprocess
 import sys
 import time
@@ -17,6 +18,14 @@ def say(text):
 
 def run(*command, **options):
     return subprocess.run([str(part) for part in command], check=True, text=True, **options)
+
+
+def fresh_results(name):
+    """An empty folder for the results of the suites of one run."""
+    folder = ROOT / "build/results" / name
+    shutil.rmtree(folder, ignore_errors=True)
+    folder.mkdir(parents=True)
+    return folder
 
 
 def run_suite(results, name, command, settings=None):
@@ -65,14 +74,17 @@ def without_passed_tests(lines):
     return kept if started is None else [*kept, started]
 
 
-def run_native_suite(results, name, folder, python, settings=None):
-    """Runs the module velmar_NAME_tests of a folder in an interpreter."""
-    module = folder / f"velmar_{name}_tests.abi3.so"
+def run_native_suite(results, name, module, python, settings=None):
+    """Runs a module of native tests in an interpreter."""
     report = f"--gtest_output=xml:{results / name}.xml"
     run_suite(results, name, [python, "-P", "tests/native/run.py", module, report], settings)
     log = results / f"{name}.log"
     lines = log.read_text(errors="replace").splitlines()
     log.write_text("\n".join([*without_passed_tests(lines), ""]))
+
+
+def native_module(folder, name):
+    return folder / f"lib/velmar_{name}_tests.abi3.so"
 
 
 def install(environment, *options, **settings):
@@ -97,3 +109,29 @@ def find_interpreters():
     """Pairs of version and executable, lowest version first."""
     found = run("script/interpreters", cwd=ROOT, stdout=subprocess.PIPE).stdout
     return [tuple(line.split(" ", 1)) for line in found.splitlines()]
+
+
+def test_example(results, name, folder, python, flags="", settings=None):
+    """Builds the client of examples as a project of its own, and runs its tests as one suite."""
+    shutil.rmtree(folder, ignore_errors=True)
+    settings = settings or {}
+    with (results / f"{name}.log").open("w") as log:
+        options = {"cwd": ROOT, "env": os.environ | settings, "stderr": log}
+        try:
+            kit = run(
+                python, "-P", "-m", "velmar", "--cmake-dir", stdout=subprocess.PIPE, **options
+            )
+            options["stdout"] = log
+            run(
+                *("cmake", "-G", "Ninja", "-S", "examples/native_client", "-B", folder),
+                f"-DCMAKE_CXX_FLAGS=-Werror {flags}",
+                f"-DPython_EXECUTABLE={python}",
+                f"-Dvelmarmultidimarrayforpython_DIR={kit.stdout.strip()}",
+                **options,
+            )
+            run("cmake", "--build", folder, **options)
+        except subprocess.CalledProcessError as error:
+            (results / f"{name}.status").write_text(f"{error.returncode}\n")
+            return
+    command = pytest(results, name, python, "examples/native_client")
+    run_suite(results, name, command, settings | {"PYTHONPATH": str(folder)})
