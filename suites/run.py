@@ -8,6 +8,7 @@ import sys
 from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
+import sanitizers
 from count import report
 from suite import (
     ROOT,
@@ -164,21 +165,8 @@ class PresetRun:
 
 
 def sanitized(results, files):
-    # The runtimes have to be loaded before the interpreter allocates or throws.
-    libraries = [
-        run("g++", f"-print-file-name={name}", stdout=subprocess.PIPE).stdout.strip()
-        for name in ("libasan.so", "libubsan.so", "libstdc++.so.6")
-    ]
-    options = f"halt_on_error=1:print_stacktrace=1:log_path={results / 'report'}"
-    settings = {
-        "LD_PRELOAD": " ".join(os.path.realpath(library) for library in libraries),
-        "PYTHONMALLOC": "malloc",
-        "UBSAN_OPTIONS": options,
-        # The interpreter does not free all its memory, so leaks are not reported. A failed
-        # allocation returns a null pointer, as without the sanitizer.
-        "ASAN_OPTIONS": f"{options}:detect_leaks=0:allocator_may_return_null=1",
-    }
     flags = "-fsanitize=address,undefined -fno-sanitize-recover=all"
+    settings = sanitizers.settings(results / "report")
     return PresetRun(results, files, "sanitize", "brief", flags, settings)
 
 

@@ -9,31 +9,20 @@ from pathlib import Path
 
 import part
 
+sys.path.append(str(part.ROOT / "suites"))
+import sanitizers  # noqa: E402
+
 LIBRARIES = Path(os.environ.get("SANITIZED_LIBRARIES", part.ROOT / "build" / "sanitize" / "lib"))
 REPORTS = part.WORKING_FOLDER / "reports"
 
 
-def _runtime(name: str) -> str:
-    command = ["g++", f"-print-file-name={name}"]
-    found = subprocess.run(command, capture_output=True, text=True, check=True)
-    return str(Path(found.stdout.strip()).resolve())
-
-
 def environment(name: str) -> dict[str, str]:
-    """Preloads the runtimes, which have to be loaded before the interpreter allocates."""
+    """Of a run of this name, whose reports are removed first."""
     REPORTS.mkdir(parents=True, exist_ok=True)
     for report in REPORTS.glob(f"{name}.*"):
         report.unlink()
-    preload = [_runtime(each) for each in ("libasan.so", "libubsan.so", "libstdc++.so.6")]
-    options = f"halt_on_error=1:print_stacktrace=1:log_path={REPORTS / name}"
-    return {
-        **os.environ,
-        "LD_PRELOAD": " ".join(preload),
-        "PYTHONMALLOC": "malloc",
-        "PYTHONPATH": os.pathsep.join([str(LIBRARIES), str(part.ROOT / "python")]),
-        "ASAN_OPTIONS": f"{options}:detect_leaks=0:allocator_may_return_null=1",
-        "UBSAN_OPTIONS": options,
-    }
+    imported = os.pathsep.join([str(LIBRARIES), str(part.ROOT / "python")])
+    return os.environ | sanitizers.settings(REPORTS / name) | {"PYTHONPATH": imported}
 
 
 def reports(name: str) -> list[str]:
