@@ -5,8 +5,8 @@ from concurrent.futures import ThreadPoolExecutor
 
 import pytest
 from marks import find_exempt
+from mutate import Kills, Run, Sources
 from places import places
-from run import Kills, Run, Sources
 from trial import Verdict
 
 LESS = [("a < 1", "false"), ("a < 1", "true"), ("<", "<="), ("<", ">="), ("1", "2"), ("1", "0")]
