@@ -105,28 +105,25 @@ class Share:
 
 
 def shares(lines):
-    """The shares of lines and of branches."""
     branches = [count for line in lines for count in line.branch_counts()]
-    return Share([line.count for line in lines]), Share(branches)
+    return {"lines": Share([line.count for line in lines]), "branches": Share(branches)}
 
 
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("build_folder", type=Path)
-    parser.add_argument(
-        "--least", type=float, nargs=2, default=(98, 95), metavar=("LINES", "BRANCHES")
-    )
+    parser.add_argument("--least", type=float, nargs=2, default=(98, 95), help="lines, branches")
     arguments = parser.parse_args()
     files = read(arguments.build_folder)
     for name, lines in sorted(files.items()):
         texts = [
             f"{what} {share.covered:5}/{share.total:<5} {share.percent:5.1f} %"
-            for what, share in zip(("lines", "branches"), shares(lines.values()), strict=True)
+            for what, share in shares(lines.values()).items()
         ]
         print(f"{name:50} {'   '.join(texts)}")
     total = shares([line for lines in files.values() for line in lines.values()])
-    passed = total[0].total > 0
-    for what, share, least in zip(("lines", "branches"), total, arguments.least, strict=True):
+    passed = total["lines"].total > 0
+    for (what, share), least in zip(total.items(), arguments.least, strict=True):
         passed = passed and share.percent >= least
         counts = f"{share.covered} of {share.total}"
         print(f"{what}: {share.percent:.2f} % ({counts}), at least {least:g} %")
