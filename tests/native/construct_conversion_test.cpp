@@ -328,9 +328,7 @@ TEST(LogicalElement, TakesFloatsAndComplexNumbersOnlyWhereAllowed) {
   EXPECT_EQ(refusal("2**64"), tooLarge);
 }
 
-template <class T>
-class ElementConversion : public ::testing::Test {};
-TYPED_TEST_SUITE(ElementConversion, AllTypes, TypeWords);
+TYPED_SUITE(ElementConversion, AllTypes, TypeWords);
 
 // Objects of every kind, including unusual ones.
 constexpr const char* objects[] = {
@@ -369,7 +367,7 @@ constexpr const char* objects[] = {
     "type('Raises', (), {'__float__': lambda self: {}[0]})()",
 };
 
-TYPED_TEST(ElementConversion, GivesAValueOrAFailureAndLeavesNoError) {
+TYPED_CASE(ElementConversion, GivesAValueOrAFailureAndLeavesNoError) {
   for (const char* expression : objects) {
     for (const bool allowFloatingPoint : {false, true}) {
       SCOPED_TRACE(expression);
@@ -387,7 +385,7 @@ TYPED_TEST(ElementConversion, GivesAValueOrAFailureAndLeavesNoError) {
 }
 
 // Real elements refuse an object that is not a number; complex elements read it as 0.
-TYPED_TEST(ElementConversion, OfObjectsThatAreNotNumbers) {
+TYPED_CASE(ElementConversion, OfObjectsThatAreNotNumbers) {
   for (const char* expression : {"None", "object()", "'1'", "[1]"}) {
     SCOPED_TRACE(expression);
     const PyRef object = evaluate(expression);

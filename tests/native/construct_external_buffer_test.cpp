@@ -82,9 +82,7 @@ void expectOneRequest(const Exports& exports) {
   EXPECT_EQ(exports.released, 1);
 }
 
-template <class T>
-class ExternalBuffer : public ::testing::Test {};
-TYPED_TEST_SUITE(ExternalBuffer, WritableTypes, TypeWords);
+TYPED_SUITE(ExternalBuffer, WritableTypes, TypeWords);
 
 // --- Correct exporters
 
@@ -104,7 +102,7 @@ const ShapeRow shapeRows[] = {
     {{2, 0, 4}, 'F', {2, 0, 4}},
 };
 
-TYPED_TEST(ExternalBuffer, GivesElementsShapeAndOrder) {
+TYPED_CASE(ExternalBuffer, GivesElementsShapeAndOrder) {
   for (const ShapeRow& row : shapeRows) {
     SCOPED_TRACE(testing::PrintToString(row.shape) + row.order);
     SampleExporter<TypeParam> exporter(row.shape, row.order);
@@ -125,7 +123,7 @@ PyRef construct(const PyRef& exporter) {
                   {{"c", type}, {"x", exporter}});
 }
 
-TYPED_TEST(ExternalBuffer, BecomesAnArrayOfItsOwnFromEitherOrder) {
+TYPED_CASE(ExternalBuffer, BecomesAnArrayOfItsOwnFromEitherOrder) {
   PyRef columnsFirst;
   PyRef rowsFirst;
   {
@@ -144,7 +142,7 @@ TYPED_TEST(ExternalBuffer, BecomesAnArrayOfItsOwnFromEitherOrder) {
   }
 }
 
-TYPED_TEST(ExternalBuffer, MayLieAtAnyAddress) {
+TYPED_CASE(ExternalBuffer, MayLieAtAnyAddress) {
   for (const char order : {'F', 'C'}) {
     SampleExporter<TypeParam> exporter({2, 3}, order);
     Exports& exports = exporter.exports;
@@ -239,7 +237,7 @@ std::string refusalOf(const std::string& format) {
          "'); use a different input or output type";
 }
 
-TYPED_TEST(ExternalBuffer, FormatsOfOtherTypesAreRefused) {
+TYPED_CASE(ExternalBuffer, FormatsOfOtherTypesAreRefused) {
   const std::string formats[] = {
       "d",   "f",    "b",  "B",  "h",   "H",   "i",
       "I",   "q",    "Q",  "?",  "l",   "L",   "c",
@@ -334,7 +332,7 @@ const WrongRow wrongRows[] = {
      doesNotFit},
 };
 
-TYPED_TEST(ExternalBuffer, WrongFieldsAreRefused) {
+TYPED_CASE(ExternalBuffer, WrongFieldsAreRefused) {
   for (const WrongRow& row : wrongRows) {
     SCOPED_TRACE(row.label);
     SampleExporter<TypeParam> exporter({2, 3});
@@ -345,7 +343,7 @@ TYPED_TEST(ExternalBuffer, WrongFieldsAreRefused) {
   }
 }
 
-TYPED_TEST(ExternalBuffer, LengthsInBytesFitTheElements) {
+TYPED_CASE(ExternalBuffer, LengthsInBytesFitTheElements) {
   constexpr auto size = static_cast<Py_ssize_t>(sizeof(TypeParam));
   for (Py_ssize_t length = 0; length <= 2 * size; ++length) {
     SCOPED_TRACE(length);
@@ -362,7 +360,7 @@ TYPED_TEST(ExternalBuffer, LengthsInBytesFitTheElements) {
   }
 }
 
-TYPED_TEST(ExternalBuffer, ElementsAtANullAddressAreRefused) {
+TYPED_CASE(ExternalBuffer, ElementsAtANullAddressAreRefused) {
   for (const Lengths& shape : {Lengths{}, Lengths{6}, Lengths{2, 3}}) {
     SampleExporter<TypeParam> exporter(shape);
     exporter.exports.buf = nullptr;
@@ -377,7 +375,7 @@ TYPED_TEST(ExternalBuffer, ElementsAtANullAddressAreRefused) {
 }
 
 // Deliberate: with one dimension or none, shape, strides and item size are not read.
-TYPED_TEST(ExternalBuffer, FlatMemoryNeedsNoDescription) {
+TYPED_CASE(ExternalBuffer, FlatMemoryNeedsNoDescription) {
   const WrongRow rows[] = {
       {"only the length",
        [](Exports& e) {
@@ -407,7 +405,7 @@ TYPED_TEST(ExternalBuffer, FlatMemoryNeedsNoDescription) {
   }
 }
 
-TYPED_TEST(ExternalBuffer, FirstStrideAloneTellsTheOrder) {
+TYPED_CASE(ExternalBuffer, FirstStrideAloneTellsTheOrder) {
   constexpr auto size = static_cast<Py_ssize_t>(sizeof(TypeParam));
   for (const Py_ssize_t first : {size, 3 * size, -size, Py_ssize_t{0}}) {
     SCOPED_TRACE(first);
@@ -419,7 +417,7 @@ TYPED_TEST(ExternalBuffer, FirstStrideAloneTellsTheOrder) {
   }
 }
 
-TYPED_TEST(ExternalBuffer, ShortMemoryIsReportedWithTypeAndCount) {
+TYPED_CASE(ExternalBuffer, ShortMemoryIsReportedWithTypeAndCount) {
   SampleExporter<TypeParam> exporter({6});
   exporter.exports.len = Py_ssize_t{1} << 62;
   EXPECT_FALSE(parse<TypeParam>(exporter.object).isOk);
@@ -430,7 +428,7 @@ TYPED_TEST(ExternalBuffer, ShortMemoryIsReportedWithTypeAndCount) {
   expectOneRequest(exporter.exports);
 }
 
-TYPED_TEST(ExternalBuffer, RefusalOfTheExporterStaysSet) {
+TYPED_CASE(ExternalBuffer, RefusalOfTheExporterStaysSet) {
   SampleExporter<TypeParam> exporter({2, 3});
   exporter.exports.refuses = true;
   EXPECT_FALSE(parse<TypeParam>(exporter.object).isOk);
@@ -449,7 +447,7 @@ struct SizeRow {
   const char* dimensionsNamed;
 };
 
-TYPED_TEST(ExternalBuffer, MustAgreeWithTheSize) {
+TYPED_CASE(ExternalBuffer, MustAgreeWithTheSize) {
   const SizeRow rows[] = {
       {{6}, 'F', "(2, 3)", {2, 3}, nullptr, nullptr},
       {{6}, 'F', "(6,)", {1, 6}, nullptr, nullptr},

@@ -219,11 +219,9 @@ TEST(TranspositionPlan, HasShortPieces) {
   }
 }
 
-template <class T>
-class Reorder : public ::testing::Test {};
-TYPED_TEST_SUITE(Reorder, AllTypes, TypeWords);
+TYPED_SUITE(Reorder, AllTypes, TypeWords);
 
-TYPED_TEST(Reorder, PutsEachElementInItsPlace) {
+TYPED_CASE(Reorder, PutsEachElementInItsPlace) {
   for (const Numbers& dimensions : shapes) {
     SCOPED_TRACE(testing::PrintToString(dimensions));
     const std::int64_t count = productOf(dimensions);
@@ -283,42 +281,40 @@ TEST(ReorderFailure, MemoryIsShort) {
 
 // --- Adoption
 
-template <class T>
-class Adoption : public ::testing::Test {
- protected:
-  // Expects that the array has the block of the buffer it is made of.
-  static void expectAdopted(const Numbers& dimensions, bool bufferInStorageOrder,
-                            std::int64_t numberOfElements) {
-    const std::int64_t count = productOf(dimensions);
-    auto buffer = scatteredBuffer<T>(count);
-    const void* const block = buffer.get();
-    const std::optional<Array> array = makeTypedArrayFromBuf(
-        std::move(buffer), bufferInStorageOrder, dimensions, numberOfElements);
-    ASSERT_TRUE(array);
-    EXPECT_EQ(buffer.get(), nullptr);  // NOLINT(bugprone-use-after-move): null by contract
-    const TypedArray<T> typed(*array);
-    EXPECT_EQ(addressOf(typed), block);
-    EXPECT_EQ(array->getDimensions(), Dimensions(dimensions.begin(), dimensions.end()));
-    for (std::int64_t k = 0; k < count; ++k) ASSERT_EQ(typed.begin()[k], scattered<T>(k));
-  }
-};
-TYPED_TEST_SUITE(Adoption, AllTypes, TypeWords);
+TYPED_SUITE(Adoption, AllTypes, TypeWords);
 
-TYPED_TEST(Adoption, OfABufferInStorageOrder) {
-  this->expectAdopted({2, 3}, true, 6);
-  this->expectAdopted({3, 5, 7}, true, 105);
+// Expects that the array has the block of the buffer it is made of.
+template <class T>
+void expectAdopted(const Numbers& dimensions, bool bufferInStorageOrder,
+                   std::int64_t numberOfElements) {
+  const std::int64_t count = productOf(dimensions);
+  auto buffer = scatteredBuffer<T>(count);
+  const void* const block = buffer.get();
+  const std::optional<Array> array =
+      makeTypedArrayFromBuf(std::move(buffer), bufferInStorageOrder, dimensions, numberOfElements);
+  ASSERT_TRUE(array);
+  EXPECT_EQ(buffer.get(), nullptr);  // NOLINT(bugprone-use-after-move): null by contract
+  const TypedArray<T> typed(*array);
+  EXPECT_EQ(addressOf(typed), block);
+  EXPECT_EQ(array->getDimensions(), Dimensions(dimensions.begin(), dimensions.end()));
+  for (std::int64_t k = 0; k < count; ++k) ASSERT_EQ(typed.begin()[k], scattered<T>(k));
 }
 
-TYPED_TEST(Adoption, OfABufferThatNeedsNoReordering) {
-  this->expectAdopted({2, 3}, false, 0);  // no element was flattened
-  this->expectAdopted({1, 1}, false, 1);
-  this->expectAdopted({2, 3}, false, 1);  // a single element needs no reordering
-  this->expectAdopted({1, 1, 1, 1}, false, 1);
-  this->expectAdopted({0, 0}, false, 0);
-  this->expectAdopted({3, 0, 2}, false, 0);
-  this->expectAdopted({1, 2}, false, 2);  // only one length differs from 1
-  this->expectAdopted({97, 1}, false, 97);
-  this->expectAdopted({1, 1, 6, 1}, false, 6);
+TYPED_CASE(Adoption, OfABufferInStorageOrder) {
+  expectAdopted<TypeParam>({2, 3}, true, 6);
+  expectAdopted<TypeParam>({3, 5, 7}, true, 105);
+}
+
+TYPED_CASE(Adoption, OfABufferThatNeedsNoReordering) {
+  expectAdopted<TypeParam>({2, 3}, false, 0);  // no element was flattened
+  expectAdopted<TypeParam>({1, 1}, false, 1);
+  expectAdopted<TypeParam>({2, 3}, false, 1);  // a single element needs no reordering
+  expectAdopted<TypeParam>({1, 1, 1, 1}, false, 1);
+  expectAdopted<TypeParam>({0, 0}, false, 0);
+  expectAdopted<TypeParam>({3, 0, 2}, false, 0);
+  expectAdopted<TypeParam>({1, 2}, false, 2);  // only one length differs from 1
+  expectAdopted<TypeParam>({97, 1}, false, 97);
+  expectAdopted<TypeParam>({1, 1, 6, 1}, false, 6);
 }
 
 // --- Buffers that are not adopted

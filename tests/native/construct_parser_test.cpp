@@ -101,11 +101,9 @@ const ParsedRow parsedRows[] = {
     {"vector=[1, 2], size=(2, 1)", {2, 1}, {2}, true, 0, {1, 2}},
 };
 
-template <class T>
-class Parser : public ::testing::Test {};
-TYPED_TEST_SUITE(Parser, AllTypes, TypeWords);
+TYPED_SUITE(Parser, AllTypes, TypeWords);
 
-TYPED_TEST(Parser, FillsABufferAndFindsTheDimensions) {
+TYPED_CASE(Parser, FillsABufferAndFindsTheDimensions) {
   for (const ParsedRow& row : parsedRows) {
     SCOPED_TRACE(row.call);
     FinalConstructorParser<TypeParam> parser;
@@ -138,7 +136,7 @@ struct RefusedRow {
   const char* message;
 };
 
-TYPED_TEST(Parser, FailureHasAnErrorAndNoBuffer) {
+TYPED_CASE(Parser, FailureHasAnErrorAndNoBuffer) {
   const RefusedRow rows[] = {
       {"[1], vector=[1]", &PyExc_TypeError,
        "more than two positional arguments must not be specified. A third will be treated as "
@@ -164,7 +162,7 @@ TYPED_TEST(Parser, FailureHasAnErrorAndNoBuffer) {
   }
 }
 
-TYPED_TEST(Parser, ShortMemoryIsReportedWithTypeAndTrueCount) {
+TYPED_CASE(Parser, ShortMemoryIsReportedWithTypeAndTrueCount) {
   const std::pair<const char*, const char*> rows[] = {
       {"size=(2**31, 2**31)", "4611686018427387904"},
       {"size=(2**32, 2**31)", "9223372036854775808"},

@@ -171,11 +171,9 @@ constexpr const char* viewExpressions[] = {
     "a[::2**70]", "a[1][::2**70]", "list(a)[2]",  "list(a[1])[3]",
 };
 
-template <class T>
-class Boxes : public ::testing::Test {};
-TYPED_TEST_SUITE(Boxes, WritableTypes, TypeWords);
+TYPED_SUITE(Boxes, WritableTypes, TypeWords);
 
-TYPED_TEST(Boxes, HaveTheElementsThatReadsFind) {
+TYPED_CASE(Boxes, HaveTheElementsThatReadsFind) {
   const PyRef array = makeRecord(makeArray<TypeParam>({4, 5, 6}));
   for (const char* expression : viewExpressions) {
     SCOPED_TRACE(expression);
@@ -190,7 +188,7 @@ TYPED_TEST(Boxes, HaveTheElementsThatReadsFind) {
   EXPECT_TRUE(raisedNothing());
 }
 
-TYPED_TEST(Boxes, AreRefusedWithoutStorageOrElements) {
+TYPED_CASE(Boxes, AreRefusedWithoutStorageOrElements) {
   const PyRef array = makeRecord(makeArray<TypeParam>({2, 3}));
   const PyRef empty = evaluate("a[1:1]", {{"a", array}});
   EXPECT_FALSE(findBox(viewOf(empty)));

@@ -230,11 +230,9 @@ TEST(SourceOfMemoryview, SuboffsetsAreRefused) {
 
 // --- Arrays of ours
 
-template <class T>
-class SourceOfArray : public ::testing::Test {};
-TYPED_TEST_SUITE(SourceOfArray, WritableTypes, TypeWords);
+TYPED_SUITE(SourceOfArray, WritableTypes, TypeWords);
 
-TYPED_TEST(SourceOfArray, HasTheItemsOfArraysAndViews) {
+TYPED_CASE(SourceOfArray, HasTheItemsOfArraysAndViews) {
   const PyRef array = makeRecord(makeArray<TypeParam>({2, 3, 4}));
   for (const char* expression : {"a", "a[1]", "a[::-1]", "a[1][1:]", "a[1][2]", "a[1][2][::-2]",
                                  "list(a)[1]", "a.clone()"}) {
@@ -248,7 +246,7 @@ TYPED_TEST(SourceOfArray, HasTheItemsOfArraysAndViews) {
   }
 }
 
-TYPED_TEST(SourceOfArray, IsRefusedWithoutStorageOrElements) {
+TYPED_CASE(SourceOfArray, IsRefusedWithoutStorageOrElements) {
   const PyRef objects[] = {makeRecord(makeExpiredView<TypeParam>({2, 3})),
                            makeRecord(makeViewWithoutStorage<TypeParam>({2, 3})),
                            makeRecord(makeArray<TypeParam>({0, 3})),
@@ -275,7 +273,7 @@ int checkRedefinedItems(const char* name) {
   return PyErr_Occurred() != nullptr ? 5 : 0;
 }
 
-TYPED_TEST(SourceOfArray, IsRefusedWhenAProgramHasRedefinedTheItems) {
+TYPED_CASE(SourceOfArray, IsRefusedWhenAProgramHasRedefinedTheItems) {
   for (const char* name : {"__getitem__", "__len__"}) {
     const pid_t child = fork();
     ASSERT_GE(child, 0);

@@ -245,11 +245,9 @@ TEST(TransferOfPlanes, PutsEachElementInItsPlace) {
   EXPECT_EQ(target, expected);
 }
 
-template <class T>
-class CopyElements : public ::testing::Test {};
-TYPED_TEST_SUITE(CopyElements, WritableTypes, TypeWords);
+TYPED_SUITE(CopyElements, WritableTypes, TypeWords);
 
-TYPED_TEST(CopyElements, MovesAllBits) {
+TYPED_CASE(CopyElements, MovesAllBits) {
   const Kind& kind = *std::find_if(kinds().begin(), kinds().end(), [](const Kind& candidate) {
     return candidate.type == arrayTypeOf<TypeParam>;
   });

@@ -130,11 +130,9 @@ ViewPointer columnOf(const std::vector<std::pair<T, std::string>>& rows) {
                                        Contents::Own);
 }
 
-template <class T>
-class ReadElement : public ::testing::Test {};
-TYPED_TEST_SUITE(ReadElement, AllTypes, TypeWords);
+TYPED_SUITE(ReadElement, AllTypes, TypeWords);
 
-TYPED_TEST(ReadElement, GivesTheNumberByPositionAndByOffset) {
+TYPED_CASE(ReadElement, GivesTheNumberByPositionAndByOffset) {
   const auto rows = elementsAndTexts<TypeParam>();
   const ViewPointer array = columnOf(rows);
   const MCppPyArray weak(*array, true);
@@ -156,7 +154,7 @@ TYPED_TEST(ReadElement, GivesTheNumberByPositionAndByOffset) {
   EXPECT_TRUE(raisedNothing());
 }
 
-TYPED_TEST(ReadElement, OutsideTheMirrorIsReported) {
+TYPED_CASE(ReadElement, OutsideTheMirrorIsReported) {
   const ViewPointer array = makeArray<TypeParam>({2, 3});
   for (const Position& position : {Position{2, 2}, Position{-1, 0}, Position{0, 0, 0}}) {
     EXPECT_EQ(getNumericPyObjectFromNormalizedIntIndices<TypeParam>(*array, position), nullptr);
@@ -164,7 +162,7 @@ TYPED_TEST(ReadElement, OutsideTheMirrorIsReported) {
   }
 }
 
-TYPED_TEST(ReadElement, OffsetOutOfRangeGivesNothingAndNoError) {
+TYPED_CASE(ReadElement, OffsetOutOfRangeGivesNothingAndNoError) {
   const ViewPointer array = makeArray<TypeParam>({2, 3});
   for (const std::int64_t offset :
        {std::int64_t{-1}, std::int64_t{6}, std::int64_t{7},
@@ -177,7 +175,7 @@ TYPED_TEST(ReadElement, OffsetOutOfRangeGivesNothingAndNoError) {
   EXPECT_TRUE(raisedNothing());
 }
 
-TYPED_TEST(ReadElement, StorageThatHasGoneIsReported) {
+TYPED_CASE(ReadElement, StorageThatHasGoneIsReported) {
   const ViewPointer views[] = {makeExpiredView<TypeParam>({2, 3}),
                                makeViewWithoutStorage<TypeParam>({2, 3})};
   for (const ViewPointer& view : views) {
@@ -212,9 +210,7 @@ TEST(ReadAnyElement, TypeIsThatOfTheTemplateAndNotOfTheArray) {
 
 // --- Handlers
 
-template <class T>
-class Subscript : public ::testing::Test {};
-TYPED_TEST_SUITE(Subscript, ClassTypes, TypeWords);
+TYPED_SUITE(Subscript, ClassTypes, TypeWords);
 
 struct ViewRow {
   const char* expression;
@@ -228,7 +224,7 @@ constexpr ViewRow viewRows[] = {
     {"a[0][1]", "(2, None)"}, {"a[1][2][0:1]", "(1, None)"},
 };
 
-TYPED_TEST(Subscript, MakesViewsOfTheClass) {
+TYPED_CASE(Subscript, MakesViewsOfTheClass) {
   const PyRef array = makeRecord(makeArray<TypeParam>({4, 3, 2}));
   for (const ViewRow& row : viewRows) {
     SCOPED_TRACE(row.expression);
@@ -244,7 +240,7 @@ TYPED_TEST(Subscript, MakesViewsOfTheClass) {
   }
 }
 
-TYPED_TEST(Subscript, ThatFixesTheLastDimensionReadsTheElement) {
+TYPED_CASE(Subscript, ThatFixesTheLastDimensionReadsTheElement) {
   const PyRef array = makeRecord(makeArray<TypeParam>({4, 3, 2}));
   for (const char* indices : {"0, 0, 0", "3, 2, 1", "1, 2, 0", "2, 0, 1"}) {
     SCOPED_TRACE(indices);
@@ -260,7 +256,7 @@ TYPED_TEST(Subscript, ThatFixesTheLastDimensionReadsTheElement) {
   }
 }
 
-TYPED_TEST(Subscript, OfAComplexArrayReadsComplexNumbers) {
+TYPED_CASE(Subscript, OfAComplexArrayReadsComplexNumbers) {
   if constexpr (!std::is_same_v<TypeParam, bool>) {
     const PyRef array = makeRecord(makeArray<std::complex<TypeParam>>({2, 3}));
     EXPECT_EQ(reprOf(evaluate("[a[0][0], a[1][2], a[::-1][0][-1]]", {{"a", array}})),

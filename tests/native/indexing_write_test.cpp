@@ -53,9 +53,7 @@ int assign(const PyRef& view, const char* index, const PyRef& value) {
 
 // --- One element
 
-template <class T>
-class WriteElement : public ::testing::Test {};
-TYPED_TEST_SUITE(WriteElement, WritableTypes, TypeWords);
+TYPED_SUITE(WriteElement, WritableTypes, TypeWords);
 
 // Stores an element through the view of all its dimensions but the last.
 template <class T>
@@ -65,7 +63,7 @@ int setItem(const MCppPyArray& array, const Position& position, const T& element
   return setItemViaFinalIntegerIndex<T>(view, position.back(), value.get());
 }
 
-TYPED_TEST(WriteElement, AlongATraversalReachesEachPlace) {
+TYPED_CASE(WriteElement, AlongATraversalReachesEachPlace) {
   for (const bool isMirrorFilled : {false, true}) {
     for (const bool isWeak : {false, true}) {
       SCOPED_TRACE(std::string(isMirrorFilled ? "mirror" : "no mirror") + (isWeak ? ", weak" : ""));
@@ -93,7 +91,7 @@ TYPED_TEST(WriteElement, AlongATraversalReachesEachPlace) {
   EXPECT_TRUE(raisedNothing());
 }
 
-TYPED_TEST(WriteElement, OutsideTheStorageIsReportedAndNothingIsWritten) {
+TYPED_CASE(WriteElement, OutsideTheStorageIsReportedAndNothingIsWritten) {
   constexpr std::int64_t largest = std::numeric_limits<std::int64_t>::max();
   const Position positions[] = {
       {0, 3},
@@ -177,11 +175,9 @@ const AssignmentRow assignmentRows[] = {
     {"a[1][1][::-1]", "slice(0, 2)", "s[0:2]", {3, 9}, false},
 };
 
-template <class T>
-class Assignment : public ::testing::Test {};
-TYPED_TEST_SUITE(Assignment, WritableTypes, TypeWords);
+TYPED_SUITE(Assignment, WritableTypes, TypeWords);
 
-TYPED_TEST(Assignment, StoresEachElementAtItsPlace) {
+TYPED_CASE(Assignment, StoresEachElementAtItsPlace) {
   const PyRef values = valueList<TypeParam>(12);
   for (const AssignmentRow& row : assignmentRows) {
     for (const bool isMirrorFilled : {false, true}) {
@@ -199,7 +195,7 @@ TYPED_TEST(Assignment, StoresEachElementAtItsPlace) {
   }
 }
 
-TYPED_TEST(Assignment, ToAWeakArrayKeepsNoStorageAlive) {
+TYPED_CASE(Assignment, ToAWeakArrayKeepsNoStorageAlive) {
   const PyRef values = valueList<TypeParam>(12);
   for (const AssignmentRow& row : assignmentRows) {
     SCOPED_TRACE(std::string(row.view) + "[" + row.index + "] = " + row.value);
@@ -217,7 +213,7 @@ TYPED_TEST(Assignment, ToAWeakArrayKeepsNoStorageAlive) {
   }
 }
 
-TYPED_TEST(Assignment, LeavesOtherHandlesOnTheContentsAlone) {
+TYPED_CASE(Assignment, LeavesOtherHandlesOnTheContentsAlone) {
   const PyRef values = valueList<TypeParam>(12);
   for (const AssignmentRow& row : assignmentRows) {
     SCOPED_TRACE(std::string(row.view) + "[" + row.index + "] = " + row.value);
@@ -237,7 +233,7 @@ TYPED_TEST(Assignment, LeavesOtherHandlesOnTheContentsAlone) {
   }
 }
 
-TYPED_TEST(Assignment, OfRowsLongAndShortIsWhole) {
+TYPED_CASE(Assignment, OfRowsLongAndShortIsWhole) {
   for (const Dimensions& dimensions : {Dimensions{3, 1000}, {1000, 3}, {1, 300}, {300, 1}}) {
     SCOPED_TRACE(testing::PrintToString(dimensions));
     const unsigned long count = dimensions[0] * dimensions[1];
@@ -254,16 +250,14 @@ TYPED_TEST(Assignment, OfRowsLongAndShortIsWhole) {
 
 // --- The writers by themselves
 
-template <class T>
-class Writers : public ::testing::Test {};
-TYPED_TEST_SUITE(Writers, WritableTypes, TypeWords);
+TYPED_SUITE(Writers, WritableTypes, TypeWords);
 
 template <class T>
 int setEach(MCppPyArray& view, const SliceIndexItem& places, const PyRef& values) {
   return setIndividualElementsFromFlatSeqOfMultipleIntegerIndices<T>(view, places, values.get());
 }
 
-TYPED_TEST(Writers, KeepElementsStoredBeforeAPlaceOutside) {
+TYPED_CASE(Writers, KeepElementsStoredBeforeAPlaceOutside) {
   const PyRef values = valueList<TypeParam>(9);
   const PyRef three = evaluate("s[0:3]", {{"s", values}});
   const ViewPointer array = makeArray<TypeParam>({2, 3});
@@ -291,7 +285,7 @@ TYPED_TEST(Writers, KeepElementsStoredBeforeAPlaceOutside) {
   }
 }
 
-TYPED_TEST(Writers, RefusePositionsWithTooManyEntries) {
+TYPED_CASE(Writers, RefusePositionsWithTooManyEntries) {
   const PyRef values = valueList<TypeParam>(2);
   const PyRef number = evaluate("s[0]", {{"s", values}});
   const ViewPointer array = makeArray<TypeParam>({2, 3});
@@ -305,7 +299,7 @@ TYPED_TEST(Writers, RefusePositionsWithTooManyEntries) {
   EXPECT_EQ(storedElements<TypeParam>(*array), samples<TypeParam>(6));
 }
 
-TYPED_TEST(Writers, TakeMissingTrailingEntriesAsZero) {
+TYPED_CASE(Writers, TakeMissingTrailingEntriesAsZero) {
   const PyRef values = valueList<TypeParam>(3);
   const PyRef number = evaluate("s[0]", {{"s", values}});
   const PyRef array = makeRecord(makeArray<TypeParam>({2, 3, 2}));
@@ -321,7 +315,7 @@ TYPED_TEST(Writers, TakeMissingTrailingEntriesAsZero) {
   EXPECT_EQ(storedElements<TypeParam>(viewOf(array)), expected);
 }
 
-TYPED_TEST(Writers, NormaliseAgainstTheLengthTheyAreGiven) {
+TYPED_CASE(Writers, NormaliseAgainstTheLengthTheyAreGiven) {
   const PyRef values = valueList<TypeParam>(1);
   const PyRef number = evaluate("s[0]", {{"s", values}});
   const ViewPointer array = makeArray<TypeParam>({5});
@@ -334,7 +328,7 @@ TYPED_TEST(Writers, NormaliseAgainstTheLengthTheyAreGiven) {
   }
 }
 
-TYPED_TEST(Writers, ReportStorageThatHasGone) {
+TYPED_CASE(Writers, ReportStorageThatHasGone) {
   const PyRef values = valueList<TypeParam>(3);
   const PyRef number = evaluate("s[0]", {{"s", values}});
   const ViewPointer views[] = {makeExpiredView<TypeParam>({2, 3}),

@@ -18,9 +18,7 @@ using velmardata_testing::elementsOf;
 using velmardata_testing::referenceCount;
 using velmardata_testing::samples;
 
-template <class T>
-class Dispatch : public ::testing::Test {};
-TYPED_TEST_SUITE(Dispatch, AllTypes, TypeWords);
+TYPED_SUITE(Dispatch, AllTypes, TypeWords);
 
 // Whether the handle is exactly that of element type T.
 template <class T>
@@ -39,14 +37,14 @@ struct ReferenceCount {
   }
 };
 
-TYPED_TEST(Dispatch, VisitorGetsTheTypedHandle) {
+TYPED_CASE(Dispatch, VisitorGetsTheTypedHandle) {
   const Array array = sampleArray<TypeParam>({2, 3});
   EXPECT_TRUE(applyVisitor(array, IsHandleOf<TypeParam>{}));
   const Array empty = ArrayFactory().createArray(arrayTypeOf<TypeParam>, {0, 3});
   EXPECT_TRUE(applyVisitor(empty, IsHandleOf<TypeParam>{}));
 }
 
-TYPED_TEST(Dispatch, LvalueIsCopiedAndReleased) {
+TYPED_CASE(Dispatch, LvalueIsCopiedAndReleased) {
   Array array = sampleArray<TypeParam>({2, 3});
   const auto* const impl = array.impl();
   EXPECT_EQ(applyVisitor(std::as_const(array), ReferenceCount{}), 2U);
@@ -56,7 +54,7 @@ TYPED_TEST(Dispatch, LvalueIsCopiedAndReleased) {
   EXPECT_EQ(elementsOf(TypedArray<TypeParam>(array)), samples<TypeParam>(6));
 }
 
-TYPED_TEST(Dispatch, RvalueIsMovedSoThatTheContentsAreUnshared) {
+TYPED_CASE(Dispatch, RvalueIsMovedSoThatTheContentsAreUnshared) {
   Array array = sampleArray<TypeParam>({2, 3});
   EXPECT_EQ(applyVisitor(std::move(array), ReferenceCount{}), 1U);
 }
@@ -68,7 +66,7 @@ struct HandBack {
   }
 };
 
-TYPED_TEST(Dispatch, MovedContentsComeBackUnchanged) {
+TYPED_CASE(Dispatch, MovedContentsComeBackUnchanged) {
   Array array = sampleArray<TypeParam>({2, 3});
   const auto* const impl = array.impl();
   array = applyVisitor(std::move(array), HandBack{});
@@ -76,9 +74,7 @@ TYPED_TEST(Dispatch, MovedContentsComeBackUnchanged) {
   EXPECT_EQ(referenceCount(array), 1U);
 }
 
-template <class T>
-class DispatchedWrite : public ::testing::Test {};
-TYPED_TEST_SUITE(DispatchedWrite, WritableTypes, TypeWords);
+TYPED_SUITE(DispatchedWrite, WritableTypes, TypeWords);
 
 // Makes the first element a copy of the second.
 struct WriteFirst {
@@ -92,7 +88,7 @@ struct WriteFirst {
   }
 };
 
-TYPED_TEST(DispatchedWrite, WriteThroughAMovedHandleStaysInPlace) {
+TYPED_CASE(DispatchedWrite, WriteThroughAMovedHandleStaysInPlace) {
   Array array = sampleArray<TypeParam>({2, 3});
   const void* const block = velmardata_testing::addressOf(TypedArray<TypeParam>(array));
   array = applyVisitor(std::move(array), WriteFirst{});
@@ -101,7 +97,7 @@ TYPED_TEST(DispatchedWrite, WriteThroughAMovedHandleStaysInPlace) {
   EXPECT_EQ(*written.begin(), sample<TypeParam>(1));
 }
 
-TYPED_TEST(DispatchedWrite, WriteThroughACopiedHandleDoesNotReachTheArray) {
+TYPED_CASE(DispatchedWrite, WriteThroughACopiedHandleDoesNotReachTheArray) {
   const Array array = sampleArray<TypeParam>({2, 3});
   const TypedArray<TypeParam> written(applyVisitor(array, WriteFirst{}));
   EXPECT_EQ(*written.begin(), sample<TypeParam>(1));

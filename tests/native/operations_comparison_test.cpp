@@ -90,11 +90,9 @@ TEST(Comparison, ComparesTheItemsOfTwoWalks) {
   }
 }
 
-template <class T>
-class ComparisonOf : public ::testing::Test {};
-TYPED_TEST_SUITE(ComparisonOf, WritableTypes, TypeWords);
+TYPED_SUITE(ComparisonOf, WritableTypes, TypeWords);
 
-TYPED_TEST(ComparisonOf, FindsEachElementThatDiffers) {
+TYPED_CASE(ComparisonOf, FindsEachElementThatDiffers) {
   const ViewPointer x = makeArray<TypeParam>({2, 3});
   const ViewPointer y = makeArray<TypeParam>({2, 3});
   EXPECT_EQ(areEqual(*x, *y), true);
@@ -110,7 +108,7 @@ TYPED_TEST(ComparisonOf, FindsEachElementThatDiffers) {
   EXPECT_EQ(areEqual(*x, *y), true);
 }
 
-TYPED_TEST(ComparisonOf, DifferentClassesIsFalseWhateverTheElementsAre) {
+TYPED_CASE(ComparisonOf, DifferentClassesIsFalseWhateverTheElementsAre) {
   const ViewPointer x = makeArray<TypeParam>({0, 0});
   for (std::size_t i = 0; i < numberOfArrayClasses; ++i) {
     const auto arrayClass = static_cast<SupportedArrayEnum>(i);

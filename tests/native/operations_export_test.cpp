@@ -69,13 +69,11 @@ const int grantedFlags[] = {PyBUF_SIMPLE,
                             0x30,
                             0x7FFFFFD6};
 
-template <class T>
-class Export : public ::testing::Test {};
-TYPED_TEST_SUITE(Export, WritableTypes, TypeWords);
+TYPED_SUITE(Export, WritableTypes, TypeWords);
 
 // --- Fields
 
-TYPED_TEST(Export, FieldsAreThoseOfTheStorage) {
+TYPED_CASE(Export, FieldsAreThoseOfTheStorage) {
   constexpr auto size = static_cast<std::int64_t>(sizeof(TypeParam));
   const PyRef array = makeRecord(makeArray<TypeParam>({2, 3}));
   MDArrayWrapper& storage = *viewOf(array).wrapper();
@@ -111,7 +109,7 @@ TYPED_TEST(Export, FieldsAreThoseOfTheStorage) {
   EXPECT_TRUE(raisedNothing());
 }
 
-TYPED_TEST(Export, OfAViewIsItsOwnCopyAndStays) {
+TYPED_CASE(Export, OfAViewIsItsOwnCopyAndStays) {
   const PyRef array = makeRecord(makeArray<TypeParam>({2, 3}));
   const PyRef row = evaluate("a[1]", {{"a", array}});
   const std::vector<TypeParam> elements = {sample<TypeParam>(1), sample<TypeParam>(3),
@@ -199,7 +197,7 @@ TEST(Release, DoesNothing) {
 
 // --- Refusals
 
-TYPED_TEST(Export, WritableAndContiguousRequestsAreRefusedInThatOrder) {
+TYPED_CASE(Export, WritableAndContiguousRequestsAreRefusedInThatOrder) {
   const PyRef array = makeRecord(makeArray<TypeParam>({1, 3}));
   const PyRef row = evaluate("a[0]", {{"a", array}});
   const std::pair<int, const char*> rows[] = {
@@ -309,7 +307,7 @@ TEST(ExportLifetime, TheCopyOfAWeakViewOutlivesTheStorage) {
   EXPECT_EQ(before.shape(), (Numbers{1, 3}));
 }
 
-TYPED_TEST(Export, StaysReadableThroughReshapes) {
+TYPED_CASE(Export, StaysReadableThroughReshapes) {
   constexpr auto size = static_cast<std::int64_t>(sizeof(TypeParam));
   PyRef array = makeRecord(makeArray<TypeParam>({2, 3}));
   const Request before(array, PyBUF_FULL_RO);

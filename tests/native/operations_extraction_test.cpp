@@ -59,11 +59,9 @@ std::vector<Part<T>> sampleParts(std::size_t count, OutputEnum output) {
   return parts;
 }
 
-template <class T>
-class Extraction : public ::testing::Test {};
-TYPED_TEST_SUITE(Extraction, AllTypes, TypeWords);
+TYPED_SUITE(Extraction, AllTypes, TypeWords);
 
-TYPED_TEST(Extraction, IsARealRowInStorageOrder) {
+TYPED_CASE(Extraction, IsARealRowInStorageOrder) {
   using Number = Part<TypeParam>;
   const Dimensions shapes[] = {{2, 3}, {3, 2}, {6}, {1, 2, 3}, {1, 1}, {70, 3}};
   for (const Dimensions& shape : shapes) {
@@ -82,7 +80,7 @@ TYPED_TEST(Extraction, IsARealRowInStorageOrder) {
   }
 }
 
-TYPED_TEST(Extraction, SharesNothingWithItsSource) {
+TYPED_CASE(Extraction, SharesNothingWithItsSource) {
   const TypedArray<TypeParam> array = sampleArray<TypeParam>({2, 3});
   for (const OutputEnum output : outputsOf<TypeParam>()) {
     const TypedArray<Part<TypeParam>> row(tryExtractContents(array, output));
@@ -92,7 +90,7 @@ TYPED_TEST(Extraction, SharesNothingWithItsSource) {
   EXPECT_EQ(referenceCount(array), 1U);
 }
 
-TYPED_TEST(Extraction, OfNothingIsOneEmptyRow) {
+TYPED_CASE(Extraction, OfNothingIsOneEmptyRow) {
   const Array arrays[] = {sampleArray<TypeParam>({0, 0}), sampleArray<TypeParam>({0, 3}),
                           sampleArray<TypeParam>({3, 0, 2}),
                           ArrayFactory().createArray(arrayTypeOf<TypeParam>, {0, 0})};
@@ -105,7 +103,7 @@ TYPED_TEST(Extraction, OfNothingIsOneEmptyRow) {
   }
 }
 
-TYPED_TEST(Extraction, ThrowsForAnOutputThatTheElementsDoNotHave) {
+TYPED_CASE(Extraction, ThrowsForAnOutputThatTheElementsDoNotHave) {
   const std::string kind = isComplexElement<TypeParam> ? "complex" : "noncomplex";
   const Array array = sampleArray<TypeParam>({2, 3});
   for (const int number : {0, 1, 2, 3, 9, -1}) {
@@ -127,11 +125,9 @@ TYPED_TEST(Extraction, ThrowsForAnOutputThatTheElementsDoNotHave) {
 
 // --- Through views
 
-template <class T>
-class ExtractionOf : public ::testing::Test {};
-TYPED_TEST_SUITE(ExtractionOf, WritableTypes, TypeWords);
+TYPED_SUITE(ExtractionOf, WritableTypes, TypeWords);
 
-TYPED_TEST(ExtractionOf, AViewIsThatOfTheStorageOrAnError) {
+TYPED_CASE(ExtractionOf, AViewIsThatOfTheStorageOrAnError) {
   ViewPointer owner = makeArray<TypeParam>({2, 3});
   MCppPyArray weakRow(*owner, Position{1}, true);
   const MCppPyArray rowsFirst(sampleArray<TypeParam>({2, 3}), classOfElement<TypeParam>(),
@@ -171,7 +167,7 @@ PyObject* callHandler(OutputEnum output, bool isAttribute, PyObject* object) {
 
 constexpr OutputEnum allOutputs[] = {OutputEnum::Noncomplex, OutputEnum::Real, OutputEnum::Imag};
 
-TYPED_TEST(ExtractionOf, AnObjectIsTheViewOfTheRow) {
+TYPED_CASE(ExtractionOf, AnObjectIsTheViewOfTheRow) {
   const PyRef array = makeRecord(makeArray<TypeParam>({2, 3}));
   for (const OutputEnum output : outputsOf<TypeParam>()) {
     for (const bool isAttribute : {false, true}) {
@@ -245,11 +241,9 @@ TEST(ExtractionFailure, ShortMemoryIsReportedWithTheNumberOfElements) {
 
 // --- toarray()
 
-template <class T>
-class ToArrayOf : public ::testing::Test {};
-TYPED_TEST_SUITE(ToArrayOf, ClassTypes, TypeWords);
+TYPED_SUITE(ToArrayOf, ClassTypes, TypeWords);
 
-TYPED_TEST(ToArrayOf, ARowHasTheLetterOfItsType) {
+TYPED_CASE(ToArrayOf, ARowHasTheLetterOfItsType) {
   const std::string format = formatOf<TypeParam>();
   const ViewPointer owner = makeArray<TypeParam>({2, 3});
   const PyRef rows[] = {makeRecord(std::make_unique<MCppPyArray>(*owner, Position{1}, false)),
@@ -289,7 +283,7 @@ TEST(ToArray, OfNothingAndWithoutTheClass) {
 
 // --- Description
 
-TYPED_TEST(Extraction, ItemsizeIsThatOfOneElement) {
+TYPED_CASE(Extraction, ItemsizeIsThatOfOneElement) {
   const PyRef array = makeRecord(makeArray<TypeParam>({2, 3}));
   const PyRef size = PyRef::steal(MCPyArray_GetElementSize(array.get(), nullptr));
   EXPECT_EQ(reprOf(size), std::to_string(sizeof(TypeParam)));

@@ -94,11 +94,9 @@ TEST(Iterator, OfAViewWithoutFreeDimensionsIsAtItsEnd) {
   EXPECT_EQ(itemsOf(element), "");
 }
 
-template <class T>
-class IteratorOf : public ::testing::Test {};
-TYPED_TEST_SUITE(IteratorOf, AllTypes, TypeWords);
+TYPED_SUITE(IteratorOf, AllTypes, TypeWords);
 
-TYPED_TEST(IteratorOf, YieldsTheNumbersOfARow) {
+TYPED_CASE(IteratorOf, YieldsTheNumbersOfARow) {
   const ViewPointer array = makeArray<TypeParam>({2, 9});
   MCppPyArray row(*array, {1}, false);
   MCppPyArray part(row, false);
@@ -122,7 +120,7 @@ TYPED_TEST(IteratorOf, YieldsTheNumbersOfARow) {
   EXPECT_TRUE(isAtItsEnd(backwards));
 }
 
-TYPED_TEST(IteratorOf, YieldsWeakRowsOfTheClass) {
+TYPED_CASE(IteratorOf, YieldsWeakRowsOfTheClass) {
   const ViewPointer array = makeArray<TypeParam>({2, 3});
   MCppPyIter iterator(array.get());
   for (int i = 0; i < 2; ++i) {

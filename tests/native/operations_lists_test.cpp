@@ -27,11 +27,9 @@ PyRef contentsFrom(const MCppPyArray& view, Position& indices, std::uint64_t dim
 
 // --- Lists of all types
 
-template <class T>
-class NestedList : public ::testing::Test {};
-TYPED_TEST_SUITE(NestedList, AllTypes, TypeWords);
+TYPED_SUITE(NestedList, AllTypes, TypeWords);
 
-TYPED_TEST(NestedList, HoldsEachElementAtItsPlace) {
+TYPED_CASE(NestedList, HoldsEachElementAtItsPlace) {
   const ViewPointer array = makeArray<TypeParam>({2, 3, 4});
   const MCppPyArray weak(*array, true);
   Position none;
@@ -59,7 +57,7 @@ TYPED_TEST(NestedList, HoldsEachElementAtItsPlace) {
   EXPECT_TRUE(none.empty());
 }
 
-TYPED_TEST(NestedList, OfARunHasItsOrder) {
+TYPED_CASE(NestedList, OfARunHasItsOrder) {
   const ViewPointer array = makeArray<TypeParam>({2, 9});
   MCppPyArray row(*array, {1}, false);
   row.appendIndexItem(slice(7, 0, -3, 3));
@@ -72,7 +70,7 @@ TYPED_TEST(NestedList, OfARunHasItsOrder) {
   }
 }
 
-TYPED_TEST(NestedList, StorageThatHasGoneIsReported) {
+TYPED_CASE(NestedList, StorageThatHasGoneIsReported) {
   const ViewPointer views[] = {makeExpiredView<TypeParam>({2, 3}),
                                makeViewWithoutStorage<TypeParam>({2, 3})};
   for (const ViewPointer& view : views) {
@@ -270,11 +268,9 @@ TEST(Text, HasTheFormOfItsHandlerAndNoBlanksInTheList) {
   EXPECT_EQ(repr(complex), "velmar.int8([[(1+61j),(3+63j)],[(2+62j),(4+64j)]], is_complex=True)");
 }
 
-template <class T>
-class TextOfClass : public ::testing::Test {};
-TYPED_TEST_SUITE(TextOfClass, ClassTypes, TypeWords);
+TYPED_SUITE(TextOfClass, ClassTypes, TypeWords);
 
-TYPED_TEST(TextOfClass, IsThatOfItsListAndNamesTheClass) {
+TYPED_CASE(TextOfClass, IsThatOfItsListAndNamesTheClass) {
   const ViewPointer array = makeArray<TypeParam>({2, 2});
   std::string expected = reprOf(allContents<TypeParam>(*array));
   std::erase(expected, ' ');
@@ -284,7 +280,7 @@ TYPED_TEST(TextOfClass, IsThatOfItsListAndNamesTheClass) {
   EXPECT_EQ(reprOf(record), "velmar." + word + "(" + expected + ")");
 }
 
-TYPED_TEST(TextOfClass, OfAComplexArray) {
+TYPED_CASE(TextOfClass, OfAComplexArray) {
   if constexpr (!std::is_same_v<TypeParam, bool>) {
     const PyRef record = makeRecord(makeArray<std::complex<TypeParam>>({1, 2}));
     EXPECT_EQ(textOf(record.get()), "[[(1+61j),(2+62j)]]");
@@ -293,7 +289,7 @@ TYPED_TEST(TextOfClass, OfAComplexArray) {
   }
 }
 
-TYPED_TEST(TextOfClass, StorageThatHasGoneIsReported) {
+TYPED_CASE(TextOfClass, StorageThatHasGoneIsReported) {
   const PyRef record = makeRecord(makeExpiredView<TypeParam>({2, 2}));
   for (PyObject* (*form)(PyObject*) : {PyObject_Str, PyObject_Repr}) {
     EXPECT_EQ(form(record.get()), nullptr);

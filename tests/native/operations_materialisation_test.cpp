@@ -59,11 +59,9 @@ const PartRow partRows[] = {
     {{2, 0, 4}, "a", {0, 0, 4}, {}},
 };
 
-template <class T>
-class Materialisation : public ::testing::Test {};
-TYPED_TEST_SUITE(Materialisation, AllTypes, TypeWords);
+TYPED_SUITE(Materialisation, AllTypes, TypeWords);
 
-TYPED_TEST(Materialisation, HoldsWhatTheViewShows) {
+TYPED_CASE(Materialisation, HoldsWhatTheViewShows) {
   for (const PartRow& row : partRows) {
     SCOPED_TRACE(testing::PrintToString(row.array) + row.part);
     const PyRef array = makeRecord(makeArray<TypeParam>(row.array));
@@ -79,7 +77,7 @@ TYPED_TEST(Materialisation, HoldsWhatTheViewShows) {
   }
 }
 
-TYPED_TEST(Materialisation, SharesNothingWithTheStorage) {
+TYPED_CASE(Materialisation, SharesNothingWithTheStorage) {
   const ViewPointer array = makeArray<TypeParam>({2, 3});
   const TypedArray<TypeParam> snapshot(*getIndexedArrayAsMDA(*array));
   const TypedArray<TypeParam> stored(array->wrapper()->array());
@@ -87,7 +85,7 @@ TYPED_TEST(Materialisation, SharesNothingWithTheStorage) {
   EXPECT_NE(addressOf(snapshot), addressOf(stored));
 }
 
-TYPED_TEST(Materialisation, WorksOnWeakViewsAndReportsStorageThatHasGone) {
+TYPED_CASE(Materialisation, WorksOnWeakViewsAndReportsStorageThatHasGone) {
   const ViewPointer owner = makeArray<TypeParam>({2, 3});
   MCppPyArray weak(*owner, {1}, true);
   const std::optional<Array> snapshot = getIndexedArrayAsMDA(weak);
@@ -263,11 +261,9 @@ TEST(RestrictedCopy, IsMissingAfterAFailureAndMadeByTheNextCall) {
 
 // --- Clones
 
-template <class T>
-class Clone : public ::testing::Test {};
-TYPED_TEST_SUITE(Clone, WritableTypes, TypeWords);
+TYPED_SUITE(Clone, WritableTypes, TypeWords);
 
-TYPED_TEST(Clone, IsAnArrayWithItsOwnStorage) {
+TYPED_CASE(Clone, IsAnArrayWithItsOwnStorage) {
   const PyRef array = makeRecord(makeArray<TypeParam>({2, 3}));
   const PyRef weak = makeRecord(std::make_unique<MCppPyArray>(viewOf(array), true));
   for (const PyRef* source : {&array, &weak}) {
@@ -291,7 +287,7 @@ TYPED_TEST(Clone, IsAnArrayWithItsOwnStorage) {
   EXPECT_TRUE(raisedNothing());
 }
 
-TYPED_TEST(Clone, OfStorageThatHasGoneHasNoViewAndLeavesTheError) {
+TYPED_CASE(Clone, OfStorageThatHasGoneHasNoViewAndLeavesTheError) {
   const PyRef sources[] = {makeRecord(makeExpiredView<TypeParam>({2, 3})),
                            makeRecord(makeViewWithoutStorage<TypeParam>({2, 3}))};
   for (const PyRef& source : sources) {

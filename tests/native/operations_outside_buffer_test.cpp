@@ -276,11 +276,9 @@ TEST(FillPyBuffer, ReadsTheInterpretersExporters) {
   }
 }
 
-template <class T>
-class FillPyBufferOf : public ::testing::Test {};
-TYPED_TEST_SUITE(FillPyBufferOf, WritableTypes, TypeWords);
+TYPED_SUITE(FillPyBufferOf, WritableTypes, TypeWords);
 
-TYPED_TEST(FillPyBufferOf, AnArrayIsItsTypeAndMemory) {
+TYPED_CASE(FillPyBufferOf, AnArrayIsItsTypeAndMemory) {
   const PyRef array = makeRecord(makeArray<TypeParam>({2, 3}));
   const PyRef row = evaluate("a[1]", {{"a", array}});
   for (const PyRef* object : {&array, &row}) {

@@ -38,7 +38,7 @@ using ClassTypes = velmardata_testing::TypesOf<void VELMARDATA_FOR_EACH_CLASS_TY
 // Names a typed test after its element type: ReadElement/complex_int8.
 struct TypeWords {
   template <class T>
-  static std::string GetName(int /*index*/) {
+  static std::string nameOf() {
     if constexpr (std::is_same_v<T, char16_t>) {
       return "char16_t";
     } else {

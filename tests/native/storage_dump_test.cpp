@@ -190,11 +190,9 @@ TEST(DumpStorage, OtherNumbersOfDimensionsAndOrders) {
             "m_buf: 1 \n");
 }
 
-template <class T>
-class DumpStorageOf : public ::testing::Test {};
-TYPED_TEST_SUITE(DumpStorageOf, AllTypes, TypeWords);
+TYPED_SUITE(DumpStorageOf, AllTypes, TypeWords);
 
-TYPED_TEST(DumpStorageOf, ChangesNothing) {
+TYPED_CASE(DumpStorageOf, ChangesNothing) {
   const Array array = sampleArray<TypeParam>({2, 3});
   const MCppPyArray view(Array(array), classOfElement<TypeParam>(), isComplexElement<TypeParam>,
                          true, Contents::Client);

@@ -25,11 +25,9 @@ using velmardata_testing::samples;
 
 using Numbers = std::vector<std::int64_t>;
 
-template <class T>
-class Buffers : public ::testing::Test {};
-TYPED_TEST_SUITE(Buffers, AllTypes, TypeWords);
+TYPED_SUITE(Buffers, AllTypes, TypeWords);
 
-TYPED_TEST(Buffers, BecomeArraysInPlace) {
+TYPED_CASE(Buffers, BecomeArraysInPlace) {
   const std::pair<Numbers, std::size_t> rows[] = {
       {{2, 3}, 6}, {{6}, 6}, {{2, 1, 3}, 6}, {{0, 3}, 0}, {{}, 1}};
   for (const auto& [dimensions, count] : rows) {
@@ -50,7 +48,7 @@ TYPED_TEST(Buffers, BecomeArraysInPlace) {
   }
 }
 
-TYPED_TEST(Buffers, AreNullWithoutAnErrorWhenMemoryIsShort) {
+TYPED_CASE(Buffers, AreNullWithoutAnErrorWhenMemoryIsShort) {
   constexpr std::uint64_t most = std::numeric_limits<std::uint64_t>::max();
   for (const std::uint64_t count : {most, most / sizeof(TypeParam)}) {
     EXPECT_EQ(tryCreateElementBuffer<TypeParam>(count), nullptr);
@@ -58,11 +56,11 @@ TYPED_TEST(Buffers, AreNullWithoutAnErrorWhenMemoryIsShort) {
   EXPECT_TRUE(raisedNothing());
 }
 
-TYPED_TEST(Buffers, OfNoElementsAreNotNull) {
+TYPED_CASE(Buffers, OfNoElementsAreNotNull) {
   EXPECT_NE(tryCreateElementBuffer<TypeParam>(0), nullptr);
 }
 
-TYPED_TEST(Buffers, CanBeMadeByTheNumberOfTheType) {
+TYPED_CASE(Buffers, CanBeMadeByTheNumberOfTheType) {
   UntypedBuffer buffer = tryCreateBuffer(arrayTypeOf<TypeParam>, 6);
   ASSERT_NE(buffer, nullptr);
   auto* const elements = static_cast<TypeParam*>(buffer.get());
@@ -74,7 +72,7 @@ TYPED_TEST(Buffers, CanBeMadeByTheNumberOfTheType) {
 
 // --- Zeros
 
-TYPED_TEST(Buffers, OfZerosAreZeroOfAnySize) {
+TYPED_CASE(Buffers, OfZerosAreZeroOfAnySize) {
   if constexpr (!std::is_same_v<TypeParam, char16_t>) {
     const std::uint64_t large = largeZeros / sizeof(TypeParam);
     for (const std::uint64_t count : {std::uint64_t{0}, std::uint64_t{6}, large - 1, large}) {
@@ -93,7 +91,7 @@ TYPED_TEST(Buffers, OfZerosAreZeroOfAnySize) {
   }
 }
 
-TYPED_TEST(Buffers, OfZerosAreNullWithoutAnErrorWhenMemoryIsShort) {
+TYPED_CASE(Buffers, OfZerosAreNullWithoutAnErrorWhenMemoryIsShort) {
   if constexpr (!std::is_same_v<TypeParam, char16_t>) {
     constexpr std::uint64_t most = std::numeric_limits<std::uint64_t>::max();
     // The size in bytes of the last one wraps around to a small number.
@@ -107,7 +105,7 @@ TYPED_TEST(Buffers, OfZerosAreNullWithoutAnErrorWhenMemoryIsShort) {
   }
 }
 
-TYPED_TEST(Buffers, OfZerosBecomeArraysInPlace) {
+TYPED_CASE(Buffers, OfZerosBecomeArraysInPlace) {
   if constexpr (!std::is_same_v<TypeParam, char16_t>) {
     const std::uint64_t count = largeZeros / sizeof(TypeParam);
     ElementBuffer<TypeParam> zeros = tryCreateZeros<TypeParam>(count);

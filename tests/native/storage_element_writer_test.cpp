@@ -32,11 +32,9 @@ const void* addressOfElements(const MDArrayWrapper& wrapper) {
 
 // --- All types
 
-template <class T>
-class ElementWriterOf : public ::testing::Test {};
-TYPED_TEST_SUITE(ElementWriterOf, WritableTypes, TypeWords);
+TYPED_SUITE(ElementWriterOf, WritableTypes, TypeWords);
 
-TYPED_TEST(ElementWriterOf, StoresInTheArrayAndInTheMirror) {
+TYPED_CASE(ElementWriterOf, StoresInTheArrayAndInTheMirror) {
   for (const bool isMirrorFilled : {false, true}) {
     SCOPED_TRACE(isMirrorFilled);
     MDArrayWrapper wrapper(sampleArray<TypeParam>({2, 3}), 'F', Contents::Client);
@@ -59,7 +57,7 @@ TYPED_TEST(ElementWriterOf, StoresInTheArrayAndInTheMirror) {
 }
 
 // Without memory for the walk along one of the two memories, both keep what they had.
-TYPED_TEST(ElementWriterOf, StoresNothingIfAStoreThrows) {
+TYPED_CASE(ElementWriterOf, StoresNothingIfAStoreThrows) {
   for (const bool isMirrorFilled : {false, true}) {
     for (const int successes : {0, 1}) {
       SCOPED_TRACE(testing::Message() << isMirrorFilled << successes);
@@ -84,7 +82,7 @@ TYPED_TEST(ElementWriterOf, StoresNothingIfAStoreThrows) {
   }
 }
 
-TYPED_TEST(ElementWriterOf, ServesManyElements) {
+TYPED_CASE(ElementWriterOf, ServesManyElements) {
   for (const bool isMirrorFilled : {false, true}) {
     SCOPED_TRACE(isMirrorFilled);
     MDArrayWrapper wrapper(sampleArray<TypeParam>({50, 40}), 'F', Contents::Client);
@@ -101,7 +99,7 @@ TYPED_TEST(ElementWriterOf, ServesManyElements) {
   }
 }
 
-TYPED_TEST(ElementWriterOf, StoresNothingOutside) {
+TYPED_CASE(ElementWriterOf, StoresNothingOutside) {
   for (const bool isMirrorFilled : {false, true}) {
     SCOPED_TRACE(isMirrorFilled);
     MDArrayWrapper wrapper(sampleArray<TypeParam>({2, 3}), 'F', Contents::Client);
@@ -125,7 +123,7 @@ TYPED_TEST(ElementWriterOf, StoresNothingOutside) {
   EXPECT_TRUE(raisedNothing()) << "the caller reports";
 }
 
-TYPED_TEST(ElementWriterOf, WritesAfterAPlaceOutside) {
+TYPED_CASE(ElementWriterOf, WritesAfterAPlaceOutside) {
   MDArrayWrapper wrapper(sampleArray<TypeParam>({2, 3}), 'F', Contents::Client);
   {
     ElementWriter<TypeParam> writer(wrapper);
@@ -137,7 +135,7 @@ TYPED_TEST(ElementWriterOf, WritesAfterAPlaceOutside) {
   EXPECT_EQ(arrayElements<TypeParam>(wrapper), expected);
 }
 
-TYPED_TEST(ElementWriterOf, UnsharesTheContentsOnce) {
+TYPED_CASE(ElementWriterOf, UnsharesTheContentsOnce) {
   const TypedArray<TypeParam> kept = sampleArray<TypeParam>({2, 3});
   MDArrayWrapper wrapper(copyOf(kept), 'F', Contents::Client);
   MDArrayWrapper other(copyOf(kept), 'F', Contents::Client);
@@ -161,7 +159,7 @@ TYPED_TEST(ElementWriterOf, UnsharesTheContentsOnce) {
   EXPECT_EQ(mirrorElements<TypeParam>(wrapper), expected);
 }
 
-TYPED_TEST(ElementWriterOf, WritesUnsharedContentsInPlace) {
+TYPED_CASE(ElementWriterOf, WritesUnsharedContentsInPlace) {
   MDArrayWrapper wrapper(sampleArray<TypeParam>({2, 3}), 'F', Contents::Client);
   const void* const address = addressOfElements<TypeParam>(wrapper);
   const auto* const impl = wrapper.array().impl();
@@ -172,7 +170,7 @@ TYPED_TEST(ElementWriterOf, WritesUnsharedContentsInPlace) {
 }
 
 // Contents that an earlier write unshared can be shared again.
-TYPED_TEST(ElementWriterOf, UnsharesContentsAgainThatWereSharedMeanwhile) {
+TYPED_CASE(ElementWriterOf, UnsharesContentsAgainThatWereSharedMeanwhile) {
   MDArrayWrapper wrapper(sampleArray<TypeParam>({2, 3}), 'F', Contents::Client);
   ElementWriter<TypeParam>(wrapper).write(0, otherThanSample<TypeParam>(0));
   std::vector<TypeParam> expected = samples<TypeParam>(6);
@@ -190,7 +188,7 @@ TYPED_TEST(ElementWriterOf, UnsharesContentsAgainThatWereSharedMeanwhile) {
   EXPECT_EQ(mirrorElements<TypeParam>(wrapper), expected);
 }
 
-TYPED_TEST(ElementWriterOf, FindsTheElementsAfterAReshape) {
+TYPED_CASE(ElementWriterOf, FindsTheElementsAfterAReshape) {
   MDArrayWrapper wrapper(sampleArray<TypeParam>({2, 3}), 'F', Contents::Client);
   std::vector<TypeParam> expected = samples<TypeParam>(6);
   for (std::size_t k = 0; k < expected.size(); ++k) {
@@ -202,7 +200,7 @@ TYPED_TEST(ElementWriterOf, FindsTheElementsAfterAReshape) {
   }
 }
 
-TYPED_TEST(ElementWriterOf, PutsTheArrayBack) {
+TYPED_CASE(ElementWriterOf, PutsTheArrayBack) {
   MDArrayWrapper wrapper(sampleArray<TypeParam>({2, 3}), 'F', Contents::Client);
   {
     const ElementWriter<TypeParam> writer(wrapper);

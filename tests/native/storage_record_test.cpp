@@ -158,11 +158,9 @@ TEST(RecordHelpers, DestroyedRecordDestroysItsView) {
 
 // --- Views for records
 
-template <class T>
-class NewView : public ::testing::Test {};
-TYPED_TEST_SUITE(NewView, WritableTypes, TypeWords);
+TYPED_SUITE(NewView, WritableTypes, TypeWords);
 
-TYPED_TEST(NewView, OwnsAnArrayWithMirror) {
+TYPED_CASE(NewView, OwnsAnArrayWithMirror) {
   constexpr SupportedArrayEnum type = classOfElement<TypeParam>();
   for (const bool isColumnMajor : {true, false}) {
     const ViewPointer view = makeNewView(sampleArray<TypeParam>({2, 3}), type,
@@ -179,7 +177,7 @@ TYPED_TEST(NewView, OwnsAnArrayWithMirror) {
   EXPECT_TRUE(raisedNothing());
 }
 
-TYPED_TEST(NewView, IsGivenToARecord) {
+TYPED_CASE(NewView, IsGivenToARecord) {
   constexpr SupportedArrayEnum type = classOfElement<TypeParam>();
   const PyRef record = PyRef::steal(allocMCPyArray(typeObjectOf(type)));
   const MCppPyArray* const view = giveNewView(record.get(), sampleArray<TypeParam>({2, 3}), type,

@@ -34,9 +34,7 @@ const void* addressOfElements(const MDArrayWrapper& wrapper) {
   return addressOf(TypedArray<T>(wrapper.array()));
 }
 
-template <class T>
-class Reshape : public ::testing::Test {};
-TYPED_TEST_SUITE(Reshape, AllTypes, TypeWords);
+TYPED_SUITE(Reshape, AllTypes, TypeWords);
 
 // --- Elements and description
 
@@ -52,7 +50,7 @@ const ShapeRow shapeRows[] = {
     {{0, 3}, {0, 5}, {1, 0}}, {{0, 5}, {5, 0}, {1, 5}},       {{2, 0, 4}, {0}, {1}},
 };
 
-TYPED_TEST(Reshape, KeepsElementsAndTheirPlaces) {
+TYPED_CASE(Reshape, KeepsElementsAndTheirPlaces) {
   for (const ShapeRow& row : shapeRows) {
     for (const bool isMirrorFilled : {true, false}) {
       SCOPED_TRACE(testing::PrintToString(row.before) + testing::PrintToString(row.after));
@@ -87,7 +85,7 @@ TYPED_TEST(Reshape, KeepsElementsAndTheirPlaces) {
   EXPECT_TRUE(raisedNothing());
 }
 
-TYPED_TEST(Reshape, OrderIsTheArgument) {
+TYPED_CASE(Reshape, OrderIsTheArgument) {
   constexpr auto size = static_cast<std::int64_t>(sizeof(TypeParam));
   MDArrayWrapper wrapper(sampleArray<TypeParam>({2, 3}), 'C', Contents::Client);
   EXPECT_EQ(stridesOf(wrapper), (Numbers{3 * size, size}));
@@ -100,7 +98,7 @@ TYPED_TEST(Reshape, OrderIsTheArgument) {
   EXPECT_EQ(mirrorElements<TypeParam>(wrapper), samples<TypeParam>(6));
 }
 
-TYPED_TEST(Reshape, ContentsOfOtherHandlesAreCopied) {
+TYPED_CASE(Reshape, ContentsOfOtherHandlesAreCopied) {
   for (const bool isMirrorFilled : {true, false}) {
     const TypedArray<TypeParam> kept = sampleArray<TypeParam>({2, 3});
     const void* const place = addressOf(kept);
@@ -126,11 +124,9 @@ TYPED_TEST(Reshape, ContentsOfOtherHandlesAreCopied) {
 
 // --- Through views
 
-template <class T>
-class ReshapeView : public ::testing::Test {};
-TYPED_TEST_SUITE(ReshapeView, WritableTypes, TypeWords);
+TYPED_SUITE(ReshapeView, WritableTypes, TypeWords);
 
-TYPED_TEST(ReshapeView, WritesReachArrayAndMirrorOfTheNewShape) {
+TYPED_CASE(ReshapeView, WritesReachArrayAndMirrorOfTheNewShape) {
   for (const bool isMirrorFilled : {true, false}) {
     const ViewPointer array = makeArray<TypeParam>({2, 3});
     const MCppPyArray weak(*array, true);

@@ -37,15 +37,14 @@ Array handOut(MDArrayWrapper& wrapper) {
   return Array(wrapper.tryHandOut());
 }
 
-template <class T>
-class ShownBlock : public ::testing::Test {};
 // One type of each size: nothing here depends on what an element means.
-using TypesOfEachSize = ::testing::Types<bool, std::int16_t, float, double, std::complex<double>>;
-TYPED_TEST_SUITE(ShownBlock, TypesOfEachSize, TypeWords);
+using TypesOfEachSize =
+    typed_testing::TypeList<bool, std::int16_t, float, double, std::complex<double>>;
+TYPED_SUITE(ShownBlock, TypesOfEachSize, TypeWords);
 
 // --- One memory
 
-TYPED_TEST(ShownBlock, IsTheMemoryOfReads) {
+TYPED_CASE(ShownBlock, IsTheMemoryOfReads) {
   for (const Contents contents : {Contents::Own, Contents::Frozen}) {
     const MDArrayWrapper wrapper(sampleArray<TypeParam>({2, 3}), 'F', contents);
     EXPECT_TRUE(wrapper.hasMirror());
@@ -57,7 +56,7 @@ TYPED_TEST(ShownBlock, IsTheMemoryOfReads) {
   EXPECT_NE(static_cast<const void*>(shared.buf()), addressOfElements<TypeParam>(shared));
 }
 
-TYPED_TEST(ShownBlock, IsWrittenInPlace) {
+TYPED_CASE(ShownBlock, IsWrittenInPlace) {
   for (const bool isLookedAt : {false, true}) {
     MDArrayWrapper wrapper(sampleArray<TypeParam>({2, 3}), 'F', Contents::Own);
     const void* const address = addressOfElements<TypeParam>(wrapper);
@@ -79,7 +78,7 @@ TYPED_TEST(ShownBlock, IsWrittenInPlace) {
   }
 }
 
-TYPED_TEST(ShownBlock, IsOneMemoryForWholeStores) {
+TYPED_CASE(ShownBlock, IsOneMemoryForWholeStores) {
   int stores = 0;
   const auto count = [&stores](std::byte*) { ++stores; };
   MDArrayWrapper own(sampleArray<TypeParam>({2, 3}), 'F', Contents::Own);
@@ -96,7 +95,7 @@ TYPED_TEST(ShownBlock, IsOneMemoryForWholeStores) {
   EXPECT_EQ(stores, 2);
 }
 
-TYPED_TEST(ShownBlock, OfArraysWithoutElementsHasAnAddressOfItsOwn) {
+TYPED_CASE(ShownBlock, OfArraysWithoutElementsHasAnAddressOfItsOwn) {
   for (const Contents contents :
        {Contents::Own, Contents::Client, Contents::Copied, Contents::Frozen}) {
     std::array<std::unique_ptr<MDArrayWrapper>, 3> wrappers;
@@ -117,7 +116,7 @@ TYPED_TEST(ShownBlock, OfArraysWithoutElementsHasAnAddressOfItsOwn) {
 
 // --- Handing out
 
-TYPED_TEST(ShownBlock, GoesOutBeforeALookAndAMirrorIsLookedAt) {
+TYPED_CASE(ShownBlock, GoesOutBeforeALookAndAMirrorIsLookedAt) {
   MDArrayWrapper wrapper(sampleArray<TypeParam>({2, 3}), 'F', Contents::Own);
   const void* const address = addressOfElements<TypeParam>(wrapper);
   const auto* const impl = wrapper.array().impl();
@@ -128,7 +127,7 @@ TYPED_TEST(ShownBlock, GoesOutBeforeALookAndAMirrorIsLookedAt) {
   EXPECT_EQ(mirrorElements<TypeParam>(wrapper), samples<TypeParam>(6));
 }
 
-TYPED_TEST(ShownBlock, StaysAfterALookAndACopyGoesOut) {
+TYPED_CASE(ShownBlock, StaysAfterALookAndACopyGoesOut) {
   MDArrayWrapper wrapper(sampleArray<TypeParam>({2, 3}), 'F', Contents::Own);
   const std::byte* const address = wrapper.buf();
   const TypedArray<TypeParam> client(handOut(wrapper));
@@ -142,7 +141,7 @@ TYPED_TEST(ShownBlock, StaysAfterALookAndACopyGoesOut) {
 }
 
 // All orders of looks, writes, hand-outs, reshapes and writes of clients, up to four of them.
-TYPED_TEST(ShownBlock, KeepsItsElementsInEveryOrder) {
+TYPED_CASE(ShownBlock, KeepsItsElementsInEveryOrder) {
   enum Step { Look, Write, HandOut, Reshape, ClientWrite, Steps };
   constexpr int length = 4;
   int sequences = 1;
@@ -196,7 +195,7 @@ TYPED_TEST(ShownBlock, KeepsItsElementsInEveryOrder) {
 }
 
 // A handle that the module itself holds for a moment, while Python code runs.
-TYPED_TEST(ShownBlock, IsAMirrorAfterAReshapeWhoseContentsHadToBeCopied) {
+TYPED_CASE(ShownBlock, IsAMirrorAfterAReshapeWhoseContentsHadToBeCopied) {
   MDArrayWrapper wrapper(sampleArray<TypeParam>({2, 3}), 'F', Contents::Own);
   const std::byte* const address = wrapper.buf();
   {
@@ -269,7 +268,7 @@ TEST(ShownBlockMemory, WithoutMemoryToHandOutNothingChanges) {
 
 // --- Clones and snapshots
 
-TYPED_TEST(ShownBlock, OfACloneIsItsOwn) {
+TYPED_CASE(ShownBlock, OfACloneIsItsOwn) {
   for (const bool isSourceAlive : {true, false}) {
     SCOPED_TRACE(isSourceAlive);
     ViewPointer source = makeArray<TypeParam>({2, 3});
@@ -291,7 +290,7 @@ TYPED_TEST(ShownBlock, OfACloneIsItsOwn) {
   }
 }
 
-TYPED_TEST(ShownBlock, OfAnExportIsThatOfTheSnapshot) {
+TYPED_CASE(ShownBlock, OfAnExportIsThatOfTheSnapshot) {
   const PyRef array = makeRecord(makeArray<TypeParam>({2, 3}));
   const PyRef row = evaluate("a[1]", {{"a", array}});
   MCppPyArray& view = viewOf(row);

@@ -20,11 +20,9 @@ using velmardata_testing::referenceCount;
 
 // --- New arrays
 
-template <class T>
-class FreshView : public ::testing::Test {};
-TYPED_TEST_SUITE(FreshView, ClassTypes, TypeWords);
+TYPED_SUITE(FreshView, ClassTypes, TypeWords);
 
-TYPED_TEST(FreshView, HasStorageOfItsOwnAndNoChain) {
+TYPED_CASE(FreshView, HasStorageOfItsOwnAndNoChain) {
   constexpr SupportedArrayEnum type = classOf<TypeParam>;
   for (const bool isColumnMajor : {true, false}) {
     const Array kept = sampleArray<TypeParam>({2, 3});

@@ -34,11 +34,9 @@ Numbers stridesOf(const MDArrayWrapper& wrapper) {
 
 // --- The description, for all types
 
-template <class T>
-class Wrapper : public ::testing::Test {};
-TYPED_TEST_SUITE(Wrapper, AllTypes, TypeWords);
+TYPED_SUITE(Wrapper, AllTypes, TypeWords);
 
-TYPED_TEST(Wrapper, DescribesItsArray) {
+TYPED_CASE(Wrapper, DescribesItsArray) {
   constexpr auto size = static_cast<std::int64_t>(sizeof(TypeParam));
   MDArrayWrapper wrapper(sampleArray<TypeParam>({2, 3}), 'F', Contents::Client);
   EXPECT_EQ(wrapper.getElementSizeInBytes(), size);
@@ -53,7 +51,7 @@ TYPED_TEST(Wrapper, DescribesItsArray) {
   EXPECT_EQ(wrapper.array().getType(), arrayTypeOf<TypeParam>);
 }
 
-TYPED_TEST(Wrapper, MirrorsTheElementsInABlockOfItsOwn) {
+TYPED_CASE(Wrapper, MirrorsTheElementsInABlockOfItsOwn) {
   const TypedArray<TypeParam> array = sampleArray<TypeParam>({2, 3});
   const MDArrayWrapper wrapper(copyOf(array), 'F', Contents::Client);
   ASSERT_NE(wrapper.buf(), nullptr);
@@ -62,7 +60,7 @@ TYPED_TEST(Wrapper, MirrorsTheElementsInABlockOfItsOwn) {
   EXPECT_EQ(addressOf(TypedArray<TypeParam>(wrapper.array())), addressOf(array));
 }
 
-TYPED_TEST(Wrapper, HoldsOneReferenceToTheContents) {
+TYPED_CASE(Wrapper, HoldsOneReferenceToTheContents) {
   const Array kept = sampleArray<TypeParam>({2, 3});
   {
     Array moved = kept;

@@ -25,11 +25,9 @@ bool isAligned(const void* address, std::uintptr_t alignment) {
   return reinterpret_cast<std::uintptr_t>(address) % alignment == 0;
 }
 
-template <class T>
-class BlockOfType : public ::testing::Test {};
-TYPED_TEST_SUITE(BlockOfType, AllTypes, TypeNames);
+TYPED_SUITE(BlockOfType, AllTypes, TypeNames);
 
-TYPED_TEST(BlockOfType, HasRoomForItsElements) {
+TYPED_CASE(BlockOfType, HasRoomForItsElements) {
   for (const unsigned long count : {1UL, 2UL, 3UL, 100UL, 5000UL}) {
     const UntypedBuffer block = sampleBuffer<TypeParam>(count);
     ASSERT_NE(block, nullptr);
@@ -41,7 +39,7 @@ TYPED_TEST(BlockOfType, HasRoomForItsElements) {
 }
 
 // The size in bytes must not wrap around to a small one.
-TYPED_TEST(BlockOfType, IsNullForImpossibleSizes) {
+TYPED_CASE(BlockOfType, IsNullForImpossibleSizes) {
   const std::uint64_t size = sizeof(TypeParam);
   for (const std::uint64_t count :
        {mostCounts, mostCounts / 2 + 2, mostCounts / size, mostCounts / size - 1,
@@ -53,7 +51,7 @@ TYPED_TEST(BlockOfType, IsNullForImpossibleSizes) {
   }
 }
 
-TYPED_TEST(BlockOfType, IsNotNullForNoElements) {
+TYPED_CASE(BlockOfType, IsNotNullForNoElements) {
   const UntypedBuffer first = newBuffer(arrayTypeOf<TypeParam>, 0);
   const UntypedBuffer second = newBuffer(arrayTypeOf<TypeParam>, 0);
   EXPECT_NE(first, nullptr);
@@ -61,11 +59,9 @@ TYPED_TEST(BlockOfType, IsNotNullForNoElements) {
   EXPECT_TRUE(isAligned(first.get(), 16));
 }
 
-template <class T>
-class TypedBlock : public ::testing::Test {};
-TYPED_TEST_SUITE(TypedBlock, WritableTypes, TypeNames);
+TYPED_SUITE(TypedBlock, WritableTypes, TypeNames);
 
-TYPED_TEST(TypedBlock, IsOwnedAndWritable) {
+TYPED_CASE(TypedBlock, IsOwnedAndWritable) {
   auto block = ArrayFactory().createBuffer<TypeParam>(3);
   ASSERT_NE(block, nullptr);
   for (std::size_t i = 0; i < 3; ++i) block[i] = sample<TypeParam>(i);

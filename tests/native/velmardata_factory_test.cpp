@@ -21,11 +21,9 @@ namespace {
 
 using namespace velmardata_testing;
 
-template <class T>
-class FactoryOfType : public ::testing::Test {};
-TYPED_TEST_SUITE(FactoryOfType, AllTypes, TypeNames);
+TYPED_SUITE(FactoryOfType, AllTypes, TypeNames);
 
-TYPED_TEST(FactoryOfType, NewArraysAreZero) {
+TYPED_CASE(FactoryOfType, NewArraysAreZero) {
   // Frees used memory that the new array may get.
   for (int i = 0; i < 8; ++i) sampleArray<TypeParam>({4, 5});
   const Array array = ArrayFactory().createArray(arrayTypeOf<TypeParam>, {4, 5});
@@ -44,7 +42,7 @@ TEST(NewArrays, OfAnySizeAreZero) {
   }
 }
 
-TYPED_TEST(FactoryOfType, BlocksAreAdoptedInPlace) {
+TYPED_CASE(FactoryOfType, BlocksAreAdoptedInPlace) {
   UntypedBuffer block = sampleBuffer<TypeParam>(6);
   const void* const address = block.get();
   const Array array = ArrayFactory().createArrayFromBuffer({2, 3}, arrayTypeOf<TypeParam>,
@@ -56,7 +54,7 @@ TYPED_TEST(FactoryOfType, BlocksAreAdoptedInPlace) {
   EXPECT_EQ(elementsOf(typed), samples<TypeParam>(6));
 }
 
-TYPED_TEST(FactoryOfType, ShortMemoryIsBadAlloc) {
+TYPED_CASE(FactoryOfType, ShortMemoryIsBadAlloc) {
   const std::uint64_t tooMany = (std::uint64_t{1} << 63) / sizeof(TypeParam);
   for (const Dimensions& dimensions :
        {Dimensions{1, tooMany}, Dimensions{std::uint64_t{1} << 32, std::uint64_t{1} << 32},
@@ -66,7 +64,7 @@ TYPED_TEST(FactoryOfType, ShortMemoryIsBadAlloc) {
   }
 }
 
-TYPED_TEST(FactoryOfType, NoElements) {
+TYPED_CASE(FactoryOfType, NoElements) {
   const Array made = ArrayFactory().createArray(arrayTypeOf<TypeParam>, {0, 3});
   const Array adopted = ArrayFactory().createArrayFromBuffer(
       {0, 3}, arrayTypeOf<TypeParam>, sampleBuffer<TypeParam>(0), storageLayout);
@@ -83,11 +81,9 @@ TYPED_TEST(FactoryOfType, NoElements) {
   EXPECT_EQ(ofNull.getDimensions(), (Dimensions{3, 0}));
 }
 
-template <class T>
-class TypedFactory : public ::testing::Test {};
-TYPED_TEST_SUITE(TypedFactory, RealNumericTypes, TypeNames);
+TYPED_SUITE(TypedFactory, RealNumericTypes, TypeNames);
 
-TYPED_TEST(TypedFactory, TypedBlocksAreAdoptedInPlace) {
+TYPED_CASE(TypedFactory, TypedBlocksAreAdoptedInPlace) {
   auto block = ArrayFactory().createBuffer<TypeParam>(4);
   for (std::size_t i = 0; i < 4; ++i) block[i] = sample<TypeParam>(i);
   const void* const address = block.get();
@@ -99,11 +95,9 @@ TYPED_TEST(TypedFactory, TypedBlocksAreAdoptedInPlace) {
   EXPECT_EQ(elementsOf(array), samples<TypeParam>(4));
 }
 
-template <class T>
-class ScalarFactory : public ::testing::Test {};
-TYPED_TEST_SUITE(ScalarFactory, WritableTypes, TypeNames);
+TYPED_SUITE(ScalarFactory, WritableTypes, TypeNames);
 
-TYPED_TEST(ScalarFactory, ScalarsAreOneByOne) {
+TYPED_CASE(ScalarFactory, ScalarsAreOneByOne) {
   for (std::size_t i = 0; i < 3; ++i) {
     const standalone::ClientArrayFactory factory;
     const auto scalar = factory.createScalarInternal<TypeParam>(sample<TypeParam>(i));

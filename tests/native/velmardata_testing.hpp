@@ -16,13 +16,15 @@
 #include <vector>
 #include <velmardata/velmardata.hpp>
 
+#include "typed_testing.hpp"
+
 namespace velmardata_testing {
 
 using namespace foundation::velmardata;
 
 template <class Nothing, class... T>
 struct TypesOf {
-  using type = ::testing::Types<T...>;
+  using type = typed_testing::TypeList<T...>;
 };
 
 #define X(name, number, type) , type
@@ -36,7 +38,7 @@ using RealNumericTypes = TypesOf<void VELMARDATA_FOR_EACH_NUMERIC_TYPE(X)>::type
 // Names a typed test after its element type: TypedArrayTest/COMPLEX_INT8.
 struct TypeNames {
   template <class T>
-  static std::string GetName(int /*index*/) {
+  static std::string nameOf() {
     switch (arrayTypeOf<T>) {
 #define X(name, number, type) \
   case ArrayType::name:       \

@@ -19,25 +19,23 @@ using namespace velmardata_testing;
 
 // --- Reading and releasing: all 22 types
 
-template <class T>
-class ReadArray : public ::testing::Test {};
-TYPED_TEST_SUITE(ReadArray, AllTypes, TypeNames);
+TYPED_SUITE(ReadArray, AllTypes, TypeNames);
 
-TYPED_TEST(ReadArray, ElementsLieInOneBlockInStorageOrder) {
+TYPED_CASE(ReadArray, ElementsLieInOneBlockInStorageOrder) {
   const TypedArray<TypeParam> array = sampleArray<TypeParam>({2, 3});
   EXPECT_EQ(array.end() - array.begin(), 6);
   const TypeParam* const first = &*array.begin();
   for (std::size_t i = 0; i < 6; ++i) EXPECT_EQ(first[i], sample<TypeParam>(i)) << i;
 }
 
-TYPED_TEST(ReadArray, ReadingSharedContentsCopiesNothing) {
+TYPED_CASE(ReadArray, ReadingSharedContentsCopiesNothing) {
   const TypedArray<TypeParam> first = sampleArray<TypeParam>({2, 3});
   const TypedArray<TypeParam> second = copyOf(first);
   EXPECT_EQ(addressOf(first), addressOf(second));
   EXPECT_EQ(first.impl(), second.impl());
 }
 
-TYPED_TEST(ReadArray, SoleOwnerReleasesItsOwnBlock) {
+TYPED_CASE(ReadArray, SoleOwnerReleasesItsOwnBlock) {
   TypedArray<TypeParam> array = sampleArray<TypeParam>({2, 3});
   const void* const address = addressOf(array);
   const auto block = array.release();
@@ -47,7 +45,7 @@ TYPED_TEST(ReadArray, SoleOwnerReleasesItsOwnBlock) {
   EXPECT_EQ(array.getNumberOfElements(), 0U);
 }
 
-TYPED_TEST(ReadArray, SharedContentsAreReleasedAsACopy) {
+TYPED_CASE(ReadArray, SharedContentsAreReleasedAsACopy) {
   const TypedArray<TypeParam> kept = sampleArray<TypeParam>({2, 3});
   TypedArray<TypeParam> released = kept;
   const auto block = released.release();
@@ -59,7 +57,7 @@ TYPED_TEST(ReadArray, SharedContentsAreReleasedAsACopy) {
   EXPECT_EQ(released.impl(), nullptr);
 }
 
-TYPED_TEST(ReadArray, ReleasedBlocksAreAdoptedAgainInPlace) {
+TYPED_CASE(ReadArray, ReleasedBlocksAreAdoptedAgainInPlace) {
   TypedArray<TypeParam> array = sampleArray<TypeParam>({2, 3});
   auto block = array.release();
   void (*const deleter)(void*) = block.get_deleter();
@@ -72,9 +70,7 @@ TYPED_TEST(ReadArray, ReleasedBlocksAreAdoptedAgainInPlace) {
 
 // --- Writing: 21 types
 
-template <class T>
-class WriteArray : public ::testing::Test {};
-TYPED_TEST_SUITE(WriteArray, WritableTypes, TypeNames);
+TYPED_SUITE(WriteArray, WritableTypes, TypeNames);
 
 // A value other than sample number 0.
 template <class T>
@@ -82,7 +78,7 @@ T otherValue() {
   return sample<T>(1);
 }
 
-TYPED_TEST(WriteArray, SoleOwnerWritesInPlace) {
+TYPED_CASE(WriteArray, SoleOwnerWritesInPlace) {
   TypedArray<TypeParam> array = sampleArray<TypeParam>({2, 3});
   const void* const address = addressOf(array);
   const auto* const impl = array.impl();
@@ -92,7 +88,7 @@ TYPED_TEST(WriteArray, SoleOwnerWritesInPlace) {
   EXPECT_EQ(*std::as_const(array).begin(), otherValue<TypeParam>());
 }
 
-TYPED_TEST(WriteArray, WriteToSharedContentsUnsharesThem) {
+TYPED_CASE(WriteArray, WriteToSharedContentsUnsharesThem) {
   const TypedArray<TypeParam> kept = sampleArray<TypeParam>({2, 3});
   const void* const address = addressOf(kept);
   TypedArray<TypeParam> written = kept;
@@ -108,7 +104,7 @@ TYPED_TEST(WriteArray, WriteToSharedContentsUnsharesThem) {
   EXPECT_EQ(referenceCount(written), 1U);
 }
 
-TYPED_TEST(WriteArray, ReferenceAssignsOneElement) {
+TYPED_CASE(WriteArray, ReferenceAssignsOneElement) {
   TypedArray<TypeParam> array = sampleArray<TypeParam>({2, 3});
   array[3] = otherValue<TypeParam>();
   detail::setElement<TypeParam>(array[5].impl(), otherValue<TypeParam>());
@@ -117,7 +113,7 @@ TYPED_TEST(WriteArray, ReferenceAssignsOneElement) {
   EXPECT_EQ(elementsOf(array), expected);
 }
 
-TYPED_TEST(WriteArray, ReferenceToSharedContentsUnsharesThem) {
+TYPED_CASE(WriteArray, ReferenceToSharedContentsUnsharesThem) {
   const TypedArray<TypeParam> kept = sampleArray<TypeParam>({2, 3});
   TypedArray<TypeParam> written = kept;
   written[0] = otherValue<TypeParam>();
@@ -125,7 +121,7 @@ TYPED_TEST(WriteArray, ReferenceToSharedContentsUnsharesThem) {
   EXPECT_EQ(*std::as_const(written).begin(), otherValue<TypeParam>());
 }
 
-TYPED_TEST(WriteArray, MovedHandleWritesInPlace) {
+TYPED_CASE(WriteArray, MovedHandleWritesInPlace) {
   Array array = sampleArray<TypeParam>({2, 3});
   const auto* const impl = array.impl();
   TypedArray<TypeParam> typed(std::move(array));

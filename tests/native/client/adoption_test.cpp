@@ -18,11 +18,9 @@ namespace {
 
 using namespace client_testing;
 
-template <class T>
-class Adoption : public ::testing::Test {};
-TYPED_TEST_SUITE(Adoption, WritableTypes, TypeNames);
+TYPED_SUITE(Adoption, WritableTypes, TypeNames);
 
-TYPED_TEST(Adoption, IsAnArrayOfTheClassWithTheElements) {
+TYPED_CASE(Adoption, IsAnArrayOfTheClassWithTheElements) {
   const Array array = sampleArray<TypeParam>({2, 3});
   const PyRef adopted = adopt(array);
   EXPECT_TRUE(raisedNothing());
@@ -32,7 +30,7 @@ TYPED_TEST(Adoption, IsAnArrayOfTheClassWithTheElements) {
   EXPECT_EQ(reprOf(evaluate("a.size", {{"a", adopted}})), "(2, 3)");
 }
 
-TYPED_TEST(Adoption, TakesOneReferenceAndGivesOne) {
+TYPED_CASE(Adoption, TakesOneReferenceAndGivesOne) {
   const PyRef arrayClass = classObject<TypeParam>();
   const Py_ssize_t classReferences = Py_REFCNT(arrayClass.get());
   const Array array = sampleArray<TypeParam>({2, 3});
@@ -49,7 +47,7 @@ TYPED_TEST(Adoption, TakesOneReferenceAndGivesOne) {
   EXPECT_EQ(Py_REFCNT(arrayClass.get()), classReferences + 1);
 }
 
-TYPED_TEST(Adoption, KeepsContentsWithoutOtherOwners) {
+TYPED_CASE(Adoption, KeepsContentsWithoutOtherOwners) {
   Array array = sampleArray<TypeParam>({2, 3});
   const PyRef adopted = adopt(array);
   const ArrayImpl* const impl = array.impl();
@@ -58,7 +56,7 @@ TYPED_TEST(Adoption, KeepsContentsWithoutOtherOwners) {
   EXPECT_EQ(reprOf(adopted), textOfRows(samples<TypeParam>(6)));
 }
 
-TYPED_TEST(Adoption, OffersTheElementsAsMemory) {
+TYPED_CASE(Adoption, OffersTheElementsAsMemory) {
   const TypedArray<TypeParam> array = sampleArray<TypeParam>({2, 3});
   const PyRef adopted = adopt(array);
   Py_buffer buffer = {};
@@ -75,7 +73,7 @@ TYPED_TEST(Adoption, OffersTheElementsAsMemory) {
   PyBuffer_Release(&buffer);
 }
 
-TYPED_TEST(Adoption, WritesFromPythonDoNotReachTheClient) {
+TYPED_CASE(Adoption, WritesFromPythonDoNotReachTheClient) {
   const TypedArray<TypeParam> array = sampleArray<TypeParam>({2, 3});
   const PyRef adopted = adopt(array);
   setFromPython(adopted, 1, 2, otherThanSample<TypeParam>(5));
@@ -87,7 +85,7 @@ TYPED_TEST(Adoption, WritesFromPythonDoNotReachTheClient) {
   EXPECT_EQ(elementsOf(TypedArray<TypeParam>(handOut(adopted))), written);
 }
 
-TYPED_TEST(Adoption, WritesOfTheClientDoNotReachPython) {
+TYPED_CASE(Adoption, WritesOfTheClientDoNotReachPython) {
   TypedArray<TypeParam> array = sampleArray<TypeParam>({2, 3});
   const PyRef adopted = adopt(array);
   *array.begin() = otherThanSample<TypeParam>(0);
@@ -98,7 +96,7 @@ TYPED_TEST(Adoption, WritesOfTheClientDoNotReachPython) {
 
 // An old iterator writes to shared contents. The elements that Python reads were copied in the
 // call.
-TYPED_TEST(Adoption, ReadsSeeTheElementsOfTheTimeOfTheCall) {
+TYPED_CASE(Adoption, ReadsSeeTheElementsOfTheTimeOfTheCall) {
   TypedArray<TypeParam> array = sampleArray<TypeParam>({2, 3});
   const auto first = array.begin();
   const PyRef adopted = adopt(array);
@@ -106,7 +104,7 @@ TYPED_TEST(Adoption, ReadsSeeTheElementsOfTheTimeOfTheCall) {
   EXPECT_EQ(reprOf(adopted), textOfRows(samples<TypeParam>(6)));
 }
 
-TYPED_TEST(Adoption, OneArrayManyTimes) {
+TYPED_CASE(Adoption, OneArrayManyTimes) {
   const Array array = sampleArray<TypeParam>({2, 3});
   const PyRef first = adopt(array);
   const PyRef second = adopt(array);

@@ -21,13 +21,11 @@ using namespace client_testing;
 template <class T>
 constexpr int typeNumber = std::is_same_v<T, bool> ? 14 : static_cast<int>(arrayTypeOf<T>);
 
-template <class T>
-class BufferObject : public ::testing::Test {};
-TYPED_TEST_SUITE(BufferObject, WritableTypes, TypeNames);
+TYPED_SUITE(BufferObject, WritableTypes, TypeNames);
 
 // --- Objects of every type
 
-TYPED_TEST(BufferObject, BecomesAnArrayOfTheClassOfItsFormat) {
+TYPED_CASE(BufferObject, BecomesAnArrayOfTheClassOfItsFormat) {
   const PyRef arrayClass = classObject<TypeParam>();
   const PyRef array = pythonSamples<TypeParam>();
   struct Row {
@@ -58,7 +56,7 @@ TYPED_TEST(BufferObject, BecomesAnArrayOfTheClassOfItsFormat) {
   }
 }
 
-TYPED_TEST(BufferObject, IsReleasedAndCopied) {
+TYPED_CASE(BufferObject, IsReleasedAndCopied) {
   SampleExporter<TypeParam> exporter({2, 3});
   const Py_ssize_t references = Py_REFCNT(exporter.object.get());
   const Converted converted = convertBuffer(exporter.object);
@@ -75,7 +73,7 @@ TYPED_TEST(BufferObject, IsReleasedAndCopied) {
   EXPECT_EQ(referenceCount(array), 2U);
 }
 
-TYPED_TEST(BufferObject, InRowMajorOrderKeepsItsShape) {
+TYPED_CASE(BufferObject, InRowMajorOrderKeepsItsShape) {
   const SampleExporter<TypeParam> exporter({2, 3}, 'C');
   const Converted converted = convertBuffer(exporter.object);
   std::vector<TypeParam> expected;

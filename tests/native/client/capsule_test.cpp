@@ -51,11 +51,9 @@ TEST(Capsule, IsNotFoundUnderAnotherName) {
 
 // --- Destroying
 
-template <class T>
-class Destruction : public ::testing::Test {};
-TYPED_TEST_SUITE(Destruction, WritableTypes, TypeNames);
+TYPED_SUITE(Destruction, WritableTypes, TypeNames);
 
-TYPED_TEST(Destruction, ReleasesTheContents) {
+TYPED_CASE(Destruction, ReleasesTheContents) {
   const Array array = sampleArray<TypeParam>({2, 3});
   PyRef object = adopt(array);
   EXPECT_EQ(referenceCount(array), 2U);
@@ -64,7 +62,7 @@ TYPED_TEST(Destruction, ReleasesTheContents) {
   EXPECT_TRUE(raisedNothing());
 }
 
-TYPED_TEST(Destruction, IgnoresTheReferenceCount) {
+TYPED_CASE(Destruction, IgnoresTheReferenceCount) {
   const Array array = sampleArray<TypeParam>({2, 3});
   PyObject* const object = adopt(array).release();
   PyObject* const second = PyRef::borrow(object).release();  // never released
@@ -73,7 +71,7 @@ TYPED_TEST(Destruction, IgnoresTheReferenceCount) {
   EXPECT_EQ(referenceCount(array), 1U);
 }
 
-TYPED_TEST(Destruction, OfARecordBeforeItsConstruction) {
+TYPED_CASE(Destruction, OfARecordBeforeItsConstruction) {
   PyRef record = bareRecord(classObject<TypeParam>());
   capsuleTable().DestroyMCPyArray(record.release());
   EXPECT_TRUE(raisedNothing());
@@ -183,7 +181,7 @@ TEST(BufferQuestion, DependsOnTheClassOfTheObject) {
   EXPECT_TRUE(raisedNothing());
 }
 
-TYPED_TEST(Destruction, ArraysAnswerThatTheyHaveABuffer) {
+TYPED_CASE(Destruction, ArraysAnswerThatTheyHaveABuffer) {
   const PyRef object = adopt(sampleArray<TypeParam>({2, 3}));
   EXPECT_TRUE(capsuleTable().SatisfiesBufferProtocol(object.get()));
 }

@@ -14,13 +14,11 @@ using namespace client_testing;
 
 constexpr const char* notInitialized = "object not initialized.";
 
-template <class T>
-class HandingOut : public ::testing::Test {};
-TYPED_TEST_SUITE(HandingOut, WritableTypes, TypeNames);
+TYPED_SUITE(HandingOut, WritableTypes, TypeNames);
 
 // --- Arrays without subscripts
 
-TYPED_TEST(HandingOut, GivesTheArrayItselfWithANewReference) {
+TYPED_CASE(HandingOut, GivesTheArrayItselfWithANewReference) {
   const Array array = sampleArray<TypeParam>({2, 3});
   const PyRef adopted = adopt(array);
   const Py_ssize_t references = Py_REFCNT(adopted.get());
@@ -37,7 +35,7 @@ TYPED_TEST(HandingOut, GivesTheArrayItselfWithANewReference) {
   EXPECT_TRUE(raisedNothing());
 }
 
-TYPED_TEST(HandingOut, GivesArraysMadeByPython) {
+TYPED_CASE(HandingOut, GivesArraysMadeByPython) {
   const PyRef object = pythonSamples<TypeParam>();
   const Array array = handOut(object);
   EXPECT_TRUE(raisedNothing());
@@ -47,7 +45,7 @@ TYPED_TEST(HandingOut, GivesArraysMadeByPython) {
   EXPECT_EQ(elementsOf(TypedArray<TypeParam>(array)), samples<TypeParam>(6));
 }
 
-TYPED_TEST(HandingOut, OutlivesTheObject) {
+TYPED_CASE(HandingOut, OutlivesTheObject) {
   PyRef object = pythonSamples<TypeParam>();
   const Array array = handOut(object);
   object = PyRef();
@@ -55,7 +53,7 @@ TYPED_TEST(HandingOut, OutlivesTheObject) {
   EXPECT_EQ(elementsOf(TypedArray<TypeParam>(array)), samples<TypeParam>(6));
 }
 
-TYPED_TEST(HandingOut, WritesDoNotReachTheOtherSide) {
+TYPED_CASE(HandingOut, WritesDoNotReachTheOtherSide) {
   const PyRef object = pythonSamples<TypeParam>();
   TypedArray<TypeParam> array(handOut(object));
   *array.begin() = otherThanSample<TypeParam>(0);
@@ -75,7 +73,7 @@ TYPED_TEST(HandingOut, WritesDoNotReachTheOtherSide) {
 
 // --- Views
 
-TYPED_TEST(HandingOut, GivesACopyOfAView) {
+TYPED_CASE(HandingOut, GivesACopyOfAView) {
   const Array array = sampleArray<TypeParam>({2, 3});
   const PyRef adopted = adopt(array);
   const PyRef row = evaluate("a[1]", {{"a", adopted}});
@@ -96,7 +94,7 @@ TYPED_TEST(HandingOut, GivesACopyOfAView) {
   EXPECT_EQ(Py_REFCNT(row.get()), references);
 }
 
-TYPED_TEST(HandingOut, GivesOneCopyForEachView) {
+TYPED_CASE(HandingOut, GivesOneCopyForEachView) {
   const PyRef object = pythonSamples<TypeParam>();
   PyRef row = evaluate("a[1]", {{"a", object}});
   const PyRef sameRow = evaluate("a[1]", {{"a", object}});
@@ -118,7 +116,7 @@ TYPED_TEST(HandingOut, GivesOneCopyForEachView) {
   EXPECT_EQ(referenceCount(first), 3U) << "only those of the three handles";
 }
 
-TYPED_TEST(HandingOut, WritesToTheCopyOfAViewDoNotReachTheView) {
+TYPED_CASE(HandingOut, WritesToTheCopyOfAViewDoNotReachTheView) {
   const PyRef object = pythonSamples<TypeParam>();
   const PyRef row = evaluate("a[1]", {{"a", object}});
   TypedArray<TypeParam> copy(handOut(row));
@@ -191,7 +189,7 @@ TEST(HandingOutOf, AReshapedArrayHasItsNewDimensions) {
 
 // --- Round trips
 
-TYPED_TEST(HandingOut, RoundTripGivesTheSameArray) {
+TYPED_CASE(HandingOut, RoundTripGivesTheSameArray) {
   Array array = sampleArray<TypeParam>({2, 3});
   const ArrayImpl* const impl = array.impl();
   PyRef object = adopt(array);
@@ -206,7 +204,7 @@ TYPED_TEST(HandingOut, RoundTripGivesTheSameArray) {
   EXPECT_EQ(reprOf(object), textOfRows(samples<TypeParam>(6)));
 }
 
-TYPED_TEST(HandingOut, RoundTripOfAViewGivesANewArray) {
+TYPED_CASE(HandingOut, RoundTripOfAViewGivesANewArray) {
   const PyRef object = pythonSamples<TypeParam>();
   const PyRef view = evaluate("a[::-1]", {{"a", object}});
   const PyRef back = adopt(handOut(view));
@@ -245,7 +243,7 @@ TEST(HandingOutFailure, OtherObjectsAreReported) {
   }
 }
 
-TYPED_TEST(HandingOut, ReportsARecordBeforeItsConstruction) {
+TYPED_CASE(HandingOut, ReportsARecordBeforeItsConstruction) {
   const PyRef record = bareRecord(classObject<TypeParam>());
   EXPECT_EQ(capsuleTable().MCPyArrayToMDAImpl(record.get()), nullptr);
   EXPECT_TRUE(raised(PyExc_RuntimeError, notInitialized));
