@@ -23,7 +23,7 @@ constexpr double notANumber = std::numeric_limits<double>::quiet_NaN();
 
 // "value", or the class and the text of the failure.
 template <class T>
-std::string describe(const ConversionResult<T>& result) {
+std::string stateOf(const ConversionResult<T>& result) {
   if (result.value && result.failure) return "both";
   if (result.value) return "value";
   if (!result.failure) return "neither";
@@ -76,10 +76,10 @@ TEST(ReadInt, GivesAValueAFailureOrNeither) {
     const PyRef object = evaluate(row.expression);
     const auto number = getLongLongFromPyObject(object.get());
     EXPECT_EQ(number.value, row.number);
-    EXPECT_EQ(describe(number), row.state);
+    EXPECT_EQ(stateOf(number), row.state);
     const auto unsignedNumber = getUnsignedLongLongFromPyObject(object.get(), "some word");
     EXPECT_EQ(unsignedNumber.value, row.unsignedNumber);
-    EXPECT_EQ(describe(unsignedNumber), row.unsignedState);
+    EXPECT_EQ(stateOf(unsignedNumber), row.unsignedState);
     EXPECT_TRUE(raisedNothing());
   }
 }
@@ -285,7 +285,7 @@ TEST(CharacterElement, IsReadAsAnUnsignedIntegerThatIsCalledDouble) {
       SCOPED_TRACE(row.expression);
       const auto result =
           convertPyObjectToElement<char16_t>(evaluate(row.expression).get(), allowFloatingPoint);
-      EXPECT_EQ(describe(result), row.state);
+      EXPECT_EQ(stateOf(result), row.state);
       EXPECT_EQ(result.value.value_or(u'\0'), row.expected);
       EXPECT_TRUE(raisedNothing());
     }
@@ -319,7 +319,7 @@ TEST(LogicalElement, TakesFloatsAndComplexNumbersOnlyWhereAllowed) {
     EXPECT_EQ(convertPyObjectToElement<bool>(object.get(), false).value, row.notAllowed);
   }
   const auto refusal = [](const char* expression) {
-    return describe(convertPyObjectToElement<bool>(evaluate(expression).get(), false));
+    return stateOf(convertPyObjectToElement<bool>(evaluate(expression).get(), false));
   };
   EXPECT_EQ(refusal("0.5"), "TypeError: velmar.logical does not accept floating-point values.");
   EXPECT_EQ(refusal("1j"),
@@ -393,7 +393,7 @@ TYPED_CASE(ElementConversion, OfObjectsThatAreNotNumbers) {
     if constexpr (isComplexElement<TypeParam>) {
       EXPECT_EQ(result.value, TypeParam());
     } else {
-      EXPECT_EQ(describe(result), "TypeError: " + makeRefusal(object.get()).message);
+      EXPECT_EQ(stateOf(result), "TypeError: " + makeRefusal(object.get()).message);
     }
   }
 }

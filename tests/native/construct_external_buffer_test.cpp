@@ -27,9 +27,6 @@ using namespace python_testing;
 using namespace foundation::velmardata;
 using velmardata_testing::elementsOf;
 
-using Numbers = std::vector<std::int64_t>;
-
-constexpr int contiguousWithFormat = 0x9C;
 constexpr const char* doesNotFit = "input does not fit evenly into output type.";
 
 // The result of a construction from an exporter.

@@ -23,8 +23,6 @@ namespace {
 using namespace python_testing;
 using foundation::velmardata::Array;
 
-using Numbers = std::vector<std::int64_t>;
-
 // --- The store of elements
 
 TEST(ElementStoreTest, ReservedBlockIsTakenForItsOwnNumberOnly) {

@@ -24,8 +24,6 @@ using foundation::velmardata::TypedArray;
 using velmardata_testing::addressOf;
 using velmardata_testing::elementsOf;
 
-using Numbers = std::vector<std::int64_t>;
-
 std::int64_t productOf(const Numbers& dimensions) {
   std::int64_t product = 1;
   for (const std::int64_t dimension : dimensions) product *= dimension;

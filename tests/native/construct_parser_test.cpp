@@ -17,8 +17,6 @@ namespace {
 
 using namespace python_testing;
 
-using Numbers = std::vector<std::int64_t>;
-
 // --- Arguments
 
 TEST(BoolArgument, IsOneOfTheTwoObjects) {

@@ -7,7 +7,6 @@
 #include <optional>
 #include <string>
 #include <utility>
-#include <vector>
 
 #include "module/support.hpp"
 #include "python_testing.hpp"
@@ -15,8 +14,6 @@
 namespace {
 
 using namespace python_testing;
-
-using Numbers = std::vector<std::int64_t>;
 
 constexpr const char* raisingLength =
     "type('Raises', (), {'__len__': lambda s: {}['len'], '__getitem__': lambda s, i: i})()";
@@ -237,8 +234,6 @@ ConstructionShape makeShape(const Numbers& specified, const Numbers& calculated)
   for (std::size_t i = 0; i < calculated.size(); ++i) EXPECT_TRUE(shape.leaveLevel());
   return shape;
 }
-
-constexpr std::int64_t two32 = std::int64_t{1} << 32;
 
 struct AgreementRow {
   Numbers specified;

@@ -5,7 +5,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <limits>
 #include <memory>
 #include <optional>
 #include <string>
@@ -18,17 +17,8 @@ namespace {
 
 using namespace python_testing;
 
-using Numbers = std::vector<std::int64_t>;
-constexpr std::int64_t largest = std::numeric_limits<std::int64_t>::max();
-
-IndexChain chainOf(const Position& integers, const std::optional<SliceIndexItem>& slice = {}) {
-  IndexChain chain(integers);
-  if (slice) chain.append(*slice);
-  return chain;
-}
-
 // "offset: count*stride ..." in units of elements.
-std::string describe(const std::optional<Region>& region, std::int64_t elementSize) {
+std::string describeRegion(const std::optional<Region>& region, std::int64_t elementSize) {
   if (!region) return "nothing";
   std::string text = std::to_string(region->offset / elementSize) + ":";
   std::int64_t count = 1;
@@ -95,47 +85,48 @@ TEST(Regions, AreFoundOrRefused) {
   const MDArrayWrapper ofBytes(sampleArray<bool>({4, 5, 6}), 'F', Contents::Own);
   for (const RegionRow& row : regionRows) {
     SCOPED_TRACE(row.label);
-    EXPECT_EQ(describe(findRegion(storage, row.chain), 8), row.expected);
-    EXPECT_EQ(describe(findRegion(ofBytes, row.chain), 1), row.expected);
+    EXPECT_EQ(describeRegion(findRegion(storage, row.chain), 8), row.expected);
+    EXPECT_EQ(describeRegion(findRegion(ofBytes, row.chain), 1), row.expected);
     EXPECT_TRUE(raisedNothing());
   }
 }
 
 TEST(Regions, FollowTheOrderOfTheStorage) {
   const MDArrayWrapper storage(sampleArray<std::int16_t>({4, 5, 6}), 'C', Contents::Own);
-  EXPECT_EQ(describe(findRegion(storage, {}), 2), "0: 4*30 5*6 6*1");
-  EXPECT_EQ(describe(findRegion(storage, chainOf({3}, slice(4, -1, -1, 5))), 2), "114: 5*-6 6*1");
+  EXPECT_EQ(describeRegion(findRegion(storage, {}), 2), "0: 4*30 5*6 6*1");
+  EXPECT_EQ(describeRegion(findRegion(storage, chainOf({3}, slice(4, -1, -1, 5))), 2),
+            "114: 5*-6 6*1");
 }
 
 TEST(Regions, OfOneDimensionAndOfNone) {
   const MDArrayWrapper row(sampleArray<float>({5}), 'F', Contents::Own);
-  EXPECT_EQ(describe(findRegion(row, {}), 4), "0: 5*1");
-  EXPECT_EQ(describe(findRegion(row, chainOf({}, slice(4, -1, -2, 3))), 4), "4: 3*-2");
-  EXPECT_EQ(describe(findRegion(row, chainOf({2})), 4), "nothing");
+  EXPECT_EQ(describeRegion(findRegion(row, {}), 4), "0: 5*1");
+  EXPECT_EQ(describeRegion(findRegion(row, chainOf({}, slice(4, -1, -2, 3))), 4), "4: 3*-2");
+  EXPECT_EQ(describeRegion(findRegion(row, chainOf({2})), 4), "nothing");
   const MDArrayWrapper scalar(sampleArray<float>({}), 'F', Contents::Own);
-  EXPECT_EQ(describe(findRegion(scalar, {}), 4), "nothing");
+  EXPECT_EQ(describeRegion(findRegion(scalar, {}), 4), "nothing");
 }
 
 TEST(Regions, OfStorageWithoutElementsAreRefused) {
   for (const Dimensions& dimensions : {Dimensions{0, 3}, Dimensions{3, 0}, Dimensions{2, 0, 4}}) {
     const MDArrayWrapper storage(sampleArray<double>(dimensions), 'F', Contents::Own);
-    EXPECT_EQ(describe(findRegion(storage, {}), 8), "nothing");
-    EXPECT_EQ(describe(findRegion(storage, chainOf({0})), 8), "nothing");
+    EXPECT_EQ(describeRegion(findRegion(storage, {}), 8), "nothing");
+    EXPECT_EQ(describeRegion(findRegion(storage, chainOf({0})), 8), "nothing");
   }
 }
 
 TEST(Regions, FollowAReshape) {
   MDArrayWrapper storage(sampleArray<double>({4, 6}), 'F', Contents::Own);
   const IndexChain chain = chainOf({3}, slice(5, 1, -2, 2));
-  EXPECT_EQ(describe(findRegion(storage, chain), 8), "23: 2*-8");
+  EXPECT_EQ(describeRegion(findRegion(storage, chain), 8), "23: 2*-8");
   ASSERT_TRUE(storage.reshape(Numbers{6, 4}, 'F'));
-  EXPECT_EQ(describe(findRegion(storage, chain), 8), "nothing") << "the last is outside now";
-  EXPECT_EQ(describe(findRegion(storage, chainOf({3})), 8), "3: 4*6");
+  EXPECT_EQ(describeRegion(findRegion(storage, chain), 8), "nothing") << "the last is outside now";
+  EXPECT_EQ(describeRegion(findRegion(storage, chainOf({3})), 8), "3: 4*6");
   ASSERT_TRUE(storage.reshape(Numbers{2, 2, 6}, 'C'));
-  EXPECT_EQ(describe(findRegion(storage, chainOf({1})), 8), "12: 2*6 6*1");
+  EXPECT_EQ(describeRegion(findRegion(storage, chainOf({1})), 8), "12: 2*6 6*1");
   ASSERT_TRUE(storage.reshape(Numbers{24}, 'F'));
-  EXPECT_EQ(describe(findRegion(storage, chain), 8), "nothing");
-  EXPECT_EQ(describe(findRegion(storage, {}), 8), "0: 24*1");
+  EXPECT_EQ(describeRegion(findRegion(storage, chain), 8), "nothing");
+  EXPECT_EQ(describeRegion(findRegion(storage, {}), 8), "0: 24*1");
 }
 
 // --- Boxes of views

@@ -53,7 +53,7 @@ bool areEqualInPython(const Kind& a, const std::byte* x, const Kind& b, const st
 }
 
 template <class Check>
-void forEachPair(Check check) {
+void forEachPairOfOneClass(Check check) {
   for (const Kind& a : kinds()) {
     for (const Kind& b : kinds()) {
       if (!areOfOneClass(a, b)) continue;
@@ -67,7 +67,7 @@ void forEachPair(Check check) {
 TEST(Equality, IsThatOfPythonForEachPairOfValues) {
   int equal = 0;
   int unequal = 0;
-  forEachPair([&](const Kind& a, const Kind& b) {
+  forEachPairOfOneClass([&](const Kind& a, const Kind& b) {
     Memory x(a, 1);
     Memory y(b, 1);
     for (std::size_t i = 0; i < a.count(); ++i) {
@@ -94,7 +94,7 @@ TEST(Equality, IsThatOfPythonForEachPairOfValues) {
 // that differs.
 TEST(Equality, FindsOneDifferenceAnywhere) {
   constexpr std::size_t count = 5000;
-  forEachPair([](const Kind& a, const Kind& b) {
+  forEachPairOfOneClass([](const Kind& a, const Kind& b) {
     // Value 0 and another one, the same numbers in both forms of the class.
     std::optional<std::size_t> same;
     std::optional<std::size_t> different;

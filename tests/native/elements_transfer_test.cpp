@@ -98,7 +98,7 @@ std::optional<std::vector<Bytes>> transferred(const Kind& from, const Kind& to, 
 }
 
 template <class Check>
-void forEachPair(Check check) {
+void forEachTransfer(Check check) {
   for (const Kind& from : kinds()) {
     for (const Kind& to : kinds()) {
       for (const Purpose purpose : purposes) {
@@ -112,7 +112,7 @@ void forEachPair(Check check) {
 }
 
 TEST(Transfer, HandlesEachValueAsPythonDoes) {
-  forEachPair([](const Kind& from, const Kind& to, Purpose purpose, const Converted& expected) {
+  forEachTransfer([](const Kind& from, const Kind& to, Purpose purpose, const Converted& expected) {
     for (std::size_t k = 0; k < from.count(); ++k) {
       const std::vector<std::size_t> one = {k};
       const auto results = transferred(from, to, purpose, one, layouts[0]);
@@ -127,7 +127,7 @@ TEST(Transfer, HandlesEachValueAsPythonDoes) {
 
 // Twice each, so that rows are longer than the widest vectors.
 TEST(Transfer, HandlesManyValuesAtOnceInEveryLayout) {
-  forEachPair([](const Kind& from, const Kind& to, Purpose purpose, const Converted& expected) {
+  forEachTransfer([](const Kind& from, const Kind& to, Purpose purpose, const Converted& expected) {
     std::vector<std::size_t> accepted;
     std::optional<std::size_t> refused;
     for (int repetition = 0; repetition < 2; ++repetition) {
@@ -160,7 +160,7 @@ TEST(Transfer, HandlesManyValuesAtOnceInEveryLayout) {
 
 TEST(Transfer, AlwaysConvertsOnlyWhatIsNeverRefused) {
   int certain = 0;
-  forEachPair([&certain](const Kind& from, const Kind& to, Purpose, const Converted& expected) {
+  forEachTransfer([&certain](const Kind& from, const Kind& to, Purpose, const Converted& expected) {
     if (!alwaysConverts(from.type, to.type)) return;
     ++certain;
     for (std::size_t k = 0; k < from.count(); ++k) {

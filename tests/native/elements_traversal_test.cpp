@@ -4,8 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <limits>
-#include <optional>
 #include <vector>
 
 #include "python_testing.hpp"
@@ -13,15 +11,6 @@
 namespace {
 
 using namespace python_testing;
-
-using Numbers = std::vector<std::int64_t>;
-constexpr std::int64_t largest = std::numeric_limits<std::int64_t>::max();
-
-IndexChain chainOf(const Position& integers, const std::optional<SliceIndexItem>& slice = {}) {
-  IndexChain chain(integers);
-  if (slice) chain.append(*slice);
-  return chain;
-}
 
 // --- The range of a dimension
 

@@ -1,4 +1,6 @@
 // Walks along two boxes: the plan, the planes, and the places that they reach.
+#include "module/python.hpp"
+
 #include "elements/walk.hpp"
 
 #include <gtest/gtest.h>
@@ -8,11 +10,12 @@
 #include <set>
 #include <string>
 #include <utility>
-#include <vector>
+
+#include "python_testing.hpp"
 
 namespace {
 
-using Numbers = std::vector<std::int64_t>;
+using namespace python_testing;
 
 Lanes lanesOf(const Numbers& counts, const Numbers& strides) {
   Lanes lanes;
@@ -21,7 +24,7 @@ Lanes lanesOf(const Numbers& counts, const Numbers& strides) {
 }
 
 // "count:strideA/strideB" for each pair.
-std::string describe(const WalkPlan& plan) {
+std::string describePlan(const WalkPlan& plan) {
   std::string text;
   for (const WalkPlan::Pair& pair : plan.pairs) {
     if (!text.empty()) text += ' ';
@@ -64,7 +67,7 @@ TEST(WalkPlan, DropsSortsAndJoins) {
   for (const PlanRow& row : planRows) {
     SCOPED_TRACE(row.label);
     const WalkPlan plan = planWalk(lanesOf(row.counts, row.a), lanesOf(row.counts, row.b));
-    EXPECT_EQ(describe(plan), row.expected);
+    EXPECT_EQ(describePlan(plan), row.expected);
   }
 }
 

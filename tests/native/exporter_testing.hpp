@@ -35,6 +35,9 @@ std::string formatOf() {
 
 using Lengths = std::vector<Py_ssize_t>;
 
+// The flags of requests for buffers: contiguous in any order, with a format.
+constexpr int contiguousWithFormat = 0x9C;
+
 // The fields of the buffers that are exported, and counts of requests. An empty optional is a null
 // field.
 struct Exports {

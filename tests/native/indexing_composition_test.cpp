@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <limits>
 #include <optional>
 #include <string>
 #include <vector>
@@ -16,8 +15,6 @@
 namespace {
 
 using namespace python_testing;
-
-using Numbers = std::vector<std::int64_t>;
 
 SliceIndexItem sliceOf(const std::string& expression, std::int64_t length) {
   return getSliceData(evaluate(expression).get(), length).value();
@@ -136,7 +133,6 @@ TEST(SliceOfSlice, ComposesAsPythonDoes) {
   }
 }
 
-constexpr std::int64_t largest = std::numeric_limits<std::int64_t>::max();
 constexpr std::int64_t half = std::int64_t{1} << 62;
 
 struct ExtremeRow {
@@ -169,19 +165,19 @@ TEST(SliceOfSlice, ExtremeStepsStayWithinTheRange) {
 
 // --- Integers of slices
 
-struct IntegerRow {
+struct IntegerOfSliceRow {
   SliceIndexItem parent;
   std::int64_t index;
   std::int64_t expected;
 };
 
 TEST(IntegerOfSlice, IsAStorageCoordinateThatIsNotNormalised) {
-  const IntegerRow rows[] = {
+  const IntegerOfSliceRow rows[] = {
       {slice(1, 3, 1, 2), 0, 1},    {slice(1, 3, 1, 2), 1, 2},    {slice(1, 10, 2, 5), 4, 9},
       {slice(9, -1, -1, 10), 0, 9}, {slice(9, -1, -1, 10), 9, 0}, {slice(4, -2, -2, 3), 2, 0},
       {slice(0, 10, 1, 0), 9, 9},  // the positions count, not the length of the item
   };
-  for (const IntegerRow& row : rows) {
+  for (const IntegerOfSliceRow& row : rows) {
     SCOPED_TRACE(describe(row.parent) + " at " + std::to_string(row.index));
     IntegerIndexItem item{row.index, true};
     EXPECT_TRUE(getReplacementIndexForSliceAndInt(row.parent, item));
@@ -191,12 +187,12 @@ TEST(IntegerOfSlice, IsAStorageCoordinateThatIsNotNormalised) {
 }
 
 TEST(IntegerOfSlice, PastThePositionsIsRefused) {
-  const IntegerRow rows[] = {{slice(1, 3, 1, 2), 2, 0},
-                             {slice(1, 3, 1, 9), 2, 0},
-                             {slice(0, 0, 1, 0), 0, 0},
-                             {slice(3, 3, 1, 0), 0, 0},
-                             {slice(9, -1, -1, 10), 10, 0}};
-  for (const IntegerRow& row : rows) {
+  const IntegerOfSliceRow rows[] = {{slice(1, 3, 1, 2), 2, 0},
+                                    {slice(1, 3, 1, 9), 2, 0},
+                                    {slice(0, 0, 1, 0), 0, 0},
+                                    {slice(3, 3, 1, 0), 0, 0},
+                                    {slice(9, -1, -1, 10), 10, 0}};
+  for (const IntegerOfSliceRow& row : rows) {
     SCOPED_TRACE(describe(row.parent) + " at " + std::to_string(row.index));
     IntegerIndexItem item{row.index, true};
     EXPECT_FALSE(getReplacementIndexForSliceAndInt(row.parent, item));
@@ -286,12 +282,6 @@ TEST(ViewsOfPython, HaveIntegersAndAtMostOneSlice) {
 }
 
 // --- The active dimension
-
-IndexChain chainOf(const Position& integers, const std::optional<SliceIndexItem>& slice = {}) {
-  IndexChain chain(integers);
-  if (slice) chain.append(*slice);
-  return chain;
-}
 
 struct LengthRow {
   Position integers;

@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <limits>
 #include <optional>
 #include <span>
 
@@ -40,7 +39,6 @@ TEST(TraversalGuards, DimensionBehindTheShapeEndsAtZero) {
 }
 
 TEST(CompositionGuards, SumStopsAtTheLowerEnd) {
-  constexpr std::int64_t largest = std::numeric_limits<std::int64_t>::max();
   SliceIndexItem item = slice(0, 1, 1, 1);
   getReplacementIndexForSliceAndSlice(slice(-10, -20, -largest, 1), item);
   EXPECT_EQ(describe(item), "-10:-9223372036854775807:-9223372036854775807/1");

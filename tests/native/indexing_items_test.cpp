@@ -15,9 +15,7 @@ namespace {
 
 using namespace python_testing;
 
-using Numbers = std::vector<std::int64_t>;
 constexpr std::nullopt_t none = std::nullopt;
-constexpr std::int64_t largest = std::numeric_limits<std::int64_t>::max();
 constexpr std::int64_t smallest = std::numeric_limits<std::int64_t>::min();
 
 // --- Subscripts that are ints

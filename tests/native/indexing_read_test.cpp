@@ -15,8 +15,6 @@
 namespace {
 
 using namespace python_testing;
-constexpr const char* nullPointer = "null data pointer.";
-
 // --- Addresses
 
 TEST(ElementAddress, IsTheBaseAndTheStridesOfTheEntries) {
@@ -45,7 +43,6 @@ TEST(ElementAddress, IgnoresTheChain) {
 }
 
 TEST(ElementAddress, OutsideTheMirrorIsNull) {
-  constexpr std::int64_t largest = std::numeric_limits<std::int64_t>::max();
   const ViewPointer array = makeArray<double>({4, 5, 6});
   const Position positions[] = {{0, 0, 6},   {-1, 0, 0},      {0, 0, -1},
                                 {120, 0, 0}, {largest, 0, 0}, {0, 0, 0, 0}};
@@ -266,7 +263,7 @@ TYPED_CASE(Subscript, OfAComplexArrayReadsComplexNumbers) {
   }
 }
 
-struct RefusedRow {
+struct RefusedSubscriptRow {
   const char* index;
   PyObject** exceptionClass;
   const char* message;
@@ -274,7 +271,7 @@ struct RefusedRow {
 
 TEST(SubscriptFailure, EachHasItsClassAndWords) {
   const char* const noIndex = "index is not an integer or slice.";
-  const RefusedRow rows[] = {
+  const RefusedSubscriptRow rows[] = {
       {"3", &PyExc_IndexError, "index has an invalid value: 3"},
       {"-4", &PyExc_IndexError, "index has an invalid value: -4"},
       {"2**63 - 1", &PyExc_IndexError, "index has an invalid value: 9223372036854775807"},
@@ -290,7 +287,7 @@ TEST(SubscriptFailure, EachHasItsClassAndWords) {
   };
   const PyRef array = makeRecord(makeArray<double>({3, 4}));
   const PyRef sliced = evaluate("a[0:3]", {{"a", array}});
-  for (const RefusedRow& row : rows) {
+  for (const RefusedSubscriptRow& row : rows) {
     SCOPED_TRACE(row.index);
     const PyRef index = evaluate(row.index);
     for (const PyRef* object : {&array, &sliced}) {

@@ -5,7 +5,6 @@
 
 #include <complex>
 #include <cstdint>
-#include <limits>
 #include <memory>
 #include <string>
 #include <vector>
@@ -92,7 +91,6 @@ TYPED_CASE(WriteElement, AlongATraversalReachesEachPlace) {
 }
 
 TYPED_CASE(WriteElement, OutsideTheStorageIsReportedAndNothingIsWritten) {
-  constexpr std::int64_t largest = std::numeric_limits<std::int64_t>::max();
   const Position positions[] = {
       {0, 3},
       {2, 2},

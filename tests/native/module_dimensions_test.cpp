@@ -1,21 +1,20 @@
 // Arithmetic on dimensions: products, trailing ones, at least two dimensions, text.
+#include "module/python.hpp"
+
 #include "module/dimensions.hpp"
 
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <limits>
 #include <optional>
 #include <string>
 #include <utility>
-#include <vector>
+
+#include "python_testing.hpp"
 
 namespace {
 
-using Numbers = std::vector<std::int64_t>;
-
-constexpr std::int64_t two32 = std::int64_t{1} << 32;
-constexpr std::int64_t largest = std::numeric_limits<std::int64_t>::max();
+using namespace python_testing;
 
 struct ProductRow {
   Numbers dimensions;

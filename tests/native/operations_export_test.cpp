@@ -18,10 +18,6 @@ namespace {
 using namespace python_testing;
 using namespace foundation::velmardata;
 
-using Numbers = std::vector<std::int64_t>;
-
-constexpr const char* nullPointer = "null data pointer.";
-constexpr const char* notInitialized = "object not initialized.";
 constexpr const char* notWritable = "underlying buffer is not writable.";
 constexpr const char* notContiguous = "underlying buffer not C-contiguous.";
 

@@ -27,7 +27,6 @@ using velmardata_testing::addressOf;
 using velmardata_testing::elementsOf;
 using velmardata_testing::referenceCount;
 
-constexpr const char* notInitialized = "object not initialized.";
 constexpr const char* onlyReal = "noncomplex() must not be called on a complex array.";
 constexpr const char* onlyComplex = "real() and imag() can be called only on a complex array.";
 

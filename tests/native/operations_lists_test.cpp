@@ -92,12 +92,12 @@ TYPED_CASE(NestedList, StorageThatHasGoneIsReported) {
 
 // --- Shapes and parts
 
-struct PartRow {
+struct ListedRow {
   Dimensions dimensions;
   const char* expression;
   const char* expected;
 };
-const PartRow partRows[] = {
+const ListedRow listedRows[] = {
     {{1, 3}, "a", "[[1.0, 2.0, 3.0]]"},
     {{3, 1}, "a", "[[1.0], [2.0], [3.0]]"},
     {{2, 3}, "a", "[[1.0, 3.0, 5.0], [2.0, 4.0, 6.0]]"},
@@ -132,7 +132,7 @@ const PartRow partRows[] = {
 };
 
 TEST(NestedListOf, APartShowsThatPartOnly) {
-  for (const PartRow& row : partRows) {
+  for (const ListedRow& row : listedRows) {
     SCOPED_TRACE(testing::PrintToString(row.dimensions) + row.expression);
     const PyRef array = makeRecord(makeArray<double>(row.dimensions));
     const PyRef part = evaluate(row.expression, {{"a", array}});
@@ -190,7 +190,6 @@ TEST(ContentsFromADimension, IgnoreTheChain) {
 
 // --- Elements outside the storage
 
-constexpr const char* nullPointer = "null data pointer.";
 constexpr const char* cannotSet = "unable to set list item.";
 
 // Deliberate: the walk goes on, the item is null, and the error stays pending.

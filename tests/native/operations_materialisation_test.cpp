@@ -24,8 +24,6 @@ using velmardata_testing::addressOf;
 using velmardata_testing::elementsOf;
 using velmardata_testing::referenceCount;
 
-constexpr const char* nullPointer = "null data pointer.";
-
 // --- Contents
 
 struct PartRow {

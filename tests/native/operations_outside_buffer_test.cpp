@@ -14,8 +14,6 @@ namespace {
 
 using namespace python_testing;
 
-constexpr int contiguousWithFormat = 0x9C;
-
 // --- Failures that obtain no buffer
 
 TEST(FillPyBuffer, NoObjectAndNoBufferInterfaceSetNoError) {

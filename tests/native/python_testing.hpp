@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <memory>
 #include <optional>
 #include <span>
@@ -24,6 +25,15 @@
 #include "velmardata_testing.hpp"
 
 namespace python_testing {
+
+using Numbers = std::vector<std::int64_t>;  // lengths, strides or indices
+
+constexpr std::int64_t largest = std::numeric_limits<std::int64_t>::max();
+constexpr std::int64_t two32 = std::int64_t{1} << 32;
+
+// Texts of errors that several functions report.
+constexpr const char* nullPointer = "null data pointer.";
+constexpr const char* notInitialized = "object not initialized.";
 
 using velmardata_testing::AllTypes;
 using velmardata_testing::Dimensions;
@@ -113,6 +123,13 @@ inline std::string describe(const SliceIndexItem& item) {
 inline std::string describe(const IntegerIndexItem& item) {
   return std::to_string(item.m_index) + (item.m_isNormalized ? "" : "?");
 }
+// A chain of integers, then a slice if there is one.
+inline IndexChain chainOf(const Position& integers,
+                          const std::optional<SliceIndexItem>& finalSlice = {}) {
+  IndexChain chain(integers);
+  if (finalSlice) chain.append(*finalSlice);
+  return chain;
+}
 // The items of a chain with a blank between them.
 inline std::string describe(const IndexChain& chain) {
   std::string text;
@@ -125,16 +142,16 @@ inline std::string describe(const IndexChain& chain) {
   return text;
 }
 
-inline std::vector<std::int64_t> entriesOf(const Position& position) {
+inline Numbers entriesOf(const Position& position) {
   return {position.begin(), position.end()};
 }
 // Lengths or strides of an array.
-inline std::vector<std::int64_t> numbersOf(std::span<const std::int64_t> numbers) {
+inline Numbers numbersOf(std::span<const std::int64_t> numbers) {
   return {numbers.begin(), numbers.end()};
 }
 // The positions of a normalised slice.
-inline std::vector<std::int64_t> valuesOf(const SliceIndexItem& item) {
-  std::vector<std::int64_t> values;
+inline Numbers valuesOf(const SliceIndexItem& item) {
+  Numbers values;
   for (std::int64_t k = 0; k < item.numberOfValues(); ++k) values.push_back(item.valueAt(k));
   return values;
 }

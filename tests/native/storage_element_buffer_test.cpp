@@ -11,7 +11,6 @@
 #include <string>
 #include <type_traits>
 #include <utility>
-#include <vector>
 
 #include "python_testing.hpp"
 
@@ -22,8 +21,6 @@ using namespace foundation::velmardata;
 using velmardata_testing::addressOf;
 using velmardata_testing::elementsOf;
 using velmardata_testing::samples;
-
-using Numbers = std::vector<std::int64_t>;
 
 TYPED_SUITE(Buffers, AllTypes, TypeWords);
 

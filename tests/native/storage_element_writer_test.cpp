@@ -20,15 +20,9 @@ namespace {
 
 using namespace python_testing;
 using namespace foundation::velmardata;
-using velmardata_testing::addressOf;
 using velmardata_testing::copyOf;
 using velmardata_testing::elementsOf;
 using velmardata_testing::referenceCount;
-
-template <class T>
-const void* addressOfElements(const MDArrayWrapper& wrapper) {
-  return addressOf(TypedArray<T>(wrapper.array()));
-}
 
 // --- All types
 
@@ -192,7 +186,6 @@ TYPED_CASE(ElementWriterOf, FindsTheElementsAfterAReshape) {
   MDArrayWrapper wrapper(sampleArray<TypeParam>({2, 3}), 'F', Contents::Client);
   std::vector<TypeParam> expected = samples<TypeParam>(6);
   for (std::size_t k = 0; k < expected.size(); ++k) {
-    using Numbers = std::vector<std::int64_t>;
     ASSERT_TRUE(wrapper.reshape(k % 2 == 0 ? Numbers{2, 3} : Numbers{3, 2}, 'F'));
     expected[k] = otherThanSample<TypeParam>(k);
     ElementWriter<TypeParam>(wrapper).write(static_cast<std::int64_t>(k), expected[k]);

@@ -23,17 +23,6 @@ using velmardata_testing::elementsOf;
 using velmardata_testing::heapInUse;
 using velmardata_testing::referenceCount;
 
-using Numbers = std::vector<std::int64_t>;
-
-Numbers stridesOf(const MDArrayWrapper& wrapper) {
-  return numbersOf(wrapper.bytewiseStrides());
-}
-
-template <class T>
-const void* addressOfElements(const MDArrayWrapper& wrapper) {
-  return addressOf(TypedArray<T>(wrapper.array()));
-}
-
 TYPED_SUITE(Reshape, AllTypes, TypeWords);
 
 // --- Elements and description

@@ -25,13 +25,6 @@ using velmardata_testing::addressOf;
 using velmardata_testing::elementsOf;
 using velmardata_testing::referenceCount;
 
-using Numbers = std::vector<std::int64_t>;
-
-template <class T>
-const void* addressOfElements(const MDArrayWrapper& wrapper) {
-  return addressOf(TypedArray<T>(wrapper.array()));
-}
-
 // The contents as a native client gets them. The handle owns the reference.
 Array handOut(MDArrayWrapper& wrapper) {
   return Array(wrapper.tryHandOut());

@@ -15,6 +15,16 @@ namespace python_testing {
 using velmardata_testing::otherThanSample;
 using velmardata_testing::samples;
 
+inline Numbers stridesOf(const MDArrayWrapper& wrapper) {
+  return numbersOf(wrapper.bytewiseStrides());
+}
+
+// The address of the array's elements. Those of the mirror are elsewhere.
+template <class T>
+const void* addressOfElements(const MDArrayWrapper& wrapper) {
+  return velmardata_testing::addressOf(foundation::velmardata::TypedArray<T>(wrapper.array()));
+}
+
 // Stores one element at a position of the storage and ignores the view's chain. False, with no
 // error set, if the element was not stored. The storage must not have expired.
 template <class T>

@@ -7,12 +7,10 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <limits>
 #include <stdexcept>
 #include <string>
 #include <type_traits>
 #include <utility>
-#include <vector>
 
 #include "module/element_types.hpp"
 #include "python_testing.hpp"
@@ -25,12 +23,6 @@ using namespace foundation::velmardata;
 using velmardata_testing::addressOf;
 using velmardata_testing::copyOf;
 using velmardata_testing::referenceCount;
-
-using Numbers = std::vector<std::int64_t>;
-
-Numbers stridesOf(const MDArrayWrapper& wrapper) {
-  return numbersOf(wrapper.bytewiseStrides());
-}
 
 // --- The description, for all types
 
@@ -189,7 +181,6 @@ TEST(WrapperNormalizedIndex, CountsFromTheEndOrMarksTheOutside) {
   EXPECT_EQ(empty.normalizedIndex(-1, 0), -1);
 }
 
-constexpr std::int64_t largest = std::numeric_limits<std::int64_t>::max();
 constexpr std::int64_t outside = -1;
 
 TEST(WrapperAddresses, LieInTheMirrorOrAreNull) {
