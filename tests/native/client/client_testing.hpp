@@ -145,8 +145,8 @@ constexpr const char* expiredViews[] = {
     "list(__import__('velmar').logical([[True, False]] * 2))[1]",
     "list(__import__('velmar').int8([[1, 2], [3, 4]], is_complex=True))[1]",
     // A slice of a view that a loop yields has no storage even while the array exists.
-    "[row[::-1] for row in [__import__('velmar').double([[1, 2, 3], [4, 5, 6]])] for row in "
-    "row][0]",
+    ("[row[::-1] for row in [__import__('velmar').double([[1, 2, 3], [4, 5, 6]])] for row in "
+     "row][0]"),
 };
 
 // --- Leaks
