@@ -1,6 +1,7 @@
 // Blocks on huge pages: alignment, size, zeros, and the freed region that is kept for the next
 // block.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstddef>

@@ -3,11 +3,11 @@
 
 #include <gtest/gtest.h>
 #include <malloc.h>
-#include <unistd.h>
 
 #include <complex>
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <fstream>
 #include <memory>
 #include <string>
@@ -147,11 +147,17 @@ inline std::uint64_t referenceCount(const Array& array) {
 }
 
 // The number of bytes of address space in use. Shows the largest blocks, which come directly from
-// the system.
+// the system. Adds up the mappings, because in an emulator the total of the system also has the
+// memory of the emulator.
 inline std::size_t addressSpaceInUse() {
-  std::size_t pages = 0;
-  std::ifstream("/proc/self/statm") >> pages;
-  return pages * static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+  std::ifstream mappings("/proc/self/maps");
+  std::size_t total = 0;
+  for (std::string line; std::getline(mappings, line);) {
+    std::size_t begin = 0;
+    std::size_t end = 0;
+    if (std::sscanf(line.c_str(), "%zx-%zx", &begin, &end) == 2) total += end - begin;
+  }
+  return total;
 }
 
 // The number of bytes that are allocated and not freed. Constant under a sanitizer, which has its
