@@ -153,9 +153,13 @@ def requested(f: Form, made: Any) -> Any:
     return answer.error
 
 
+def raise_key_error() -> Any:
+    raise KeyError("no item")
+
+
 def raising() -> Scripted:
-    """A sequence that raises for every item."""
-    return Scripted([KeyError(0), KeyError(1)])
+    """A sequence that raises a new error for every item: a kept one would keep the arrays alive."""
+    return Scripted([raise_key_error, raise_key_error])
 
 
 def nested_twos(depth: int) -> Any:
