@@ -50,17 +50,3 @@ install_packages() {
   "${as_root[@]}" apt-get update -qq </dev/null
   "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq "$@" </dev/null
 }
-
-# Puts the tools that check sdists and wheels first on PATH, after installing them if necessary.
-use_package_tools() {
-  local environment=$PWD/build/environments/package stamp
-  stamp=$environment/made_of.txt
-  if ! cmp -s script/requirements-package.txt "$stamp"; then
-    say "making $environment"
-    python -m venv --clear --without-pip "$environment"
-    python -m pip --python "$environment/bin/python" install -qq --only-binary :all: \
-      -r script/requirements-package.txt
-    cp script/requirements-package.txt "$stamp"
-  fi
-  export PATH="$environment/bin:$PATH"
-}
