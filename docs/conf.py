@@ -19,6 +19,12 @@ exclude_patterns = ["README.md", "drawings/README.md", "plots/README.md"]
 nitpicky = True
 keep_warnings = True
 
+# The copy button of a block with prompts copies the code alone: neither prompts nor output.
+copybutton_exclude = ".linenos, .go, .gt, .gr"
+copybutton_prompt_text = r">>> |\.\.\. ?"
+copybutton_prompt_is_regexp = True
+copybutton_copy_empty_lines = False
+
 # Headings are link targets on a git host; here they are the same ones.
 myst_heading_anchors = 3
 # The quotes of a message are to be found as they are printed.
@@ -31,6 +37,7 @@ html_js_files = ["page.js"]
 html_copy_source = False
 html_show_sphinx = False
 html_show_copyright = False
+html_use_index = False
 pygments_style = "friendly"
 pygments_dark_style = "github-dark"
 
@@ -55,13 +62,15 @@ def language_of(file):
 
 def files_that_become_pages():
     yield from (ROOT / name for name in ("CHANGELOG.md", "CONTRIBUTING.md", "SECURITY.md"))
-    yield from (ROOT / name / "README.md" for name in ("bench", "torture"))
+    yield from (ROOT / name / "README.md" for name in ("bench", "script", "torture"))
     for file in sorted((ROOT / "examples").rglob("*")):
         if file.is_file() and (file.suffix == ".md" or language_of(file)):
             yield file
 
 
 PAGES_OF_FILES = list(files_that_become_pages())
+# The files that the examples read.
+DOWNLOADS = [*ROOT.glob("examples/data/*.csv"), *ROOT.glob("examples/data/*.bin")]
 
 
 def page_name(file):
@@ -72,7 +81,8 @@ def page_name(file):
 def with_links_of_pages(text, folder, page):
     """The text of a page with links to other pages; links to other files show the file name.
 
-    `folder` is the folder that the links are relative to.
+    `folder` is the folder that the links are relative to. A link whose words are the name of a Markdown
+    file gets no words, so that it shows the title of the page: readers of HTML do not have the file.
     """
 
     def new_link(found):
@@ -86,8 +96,12 @@ def with_links_of_pages(text, folder, page):
             name = target.relative_to(ROOT / "docs").as_posix()
         elif target in PAGES_OF_FILES:
             name = f"{page_name(target)}.md"
+        elif target in DOWNLOADS:
+            name = posixpath.relpath(target, ROOT / "docs")
         else:
             return f"`{target.relative_to(ROOT).as_posix()}`"
+        if words.endswith(".md"):
+            words = ""
         return f"[{words}]({posixpath.relpath(name, posixpath.dirname(page) or '.')}{anchor})"
 
     return LINK.sub(new_link, text)

@@ -27,6 +27,7 @@ FENCE = re.compile(r"^```(\S*)\n(.*?)^```$", re.MULTILINE | re.DOTALL)
 KINDS = {
     "python": None,
     "sh": None,
+    "text": {"examples.md"},
     "{toctree}": {"index.md"},
     "cpp": {"native_clients.md"},
     "cmake": {"native_clients.md"},
@@ -263,6 +264,13 @@ class TestIndex:
     def test_words_that_readers_search_for_are_in_headings(self, word, page):
         headings = re.findall(r"^#+ .+$", FENCE.sub("", PAGES[page]), re.MULTILINE)
         assert any(word in heading.lower() for heading in headings)
+
+    def test_output_of_the_tour(self):
+        (shown,) = blocks_of(PAGES["examples.md"], "text")
+        tour = [sys.executable, "-P", str(ROOT / "examples" / "tour.py")]
+        output = subprocess.run(tour, capture_output=True, text=True, check=True).stdout
+        assert len(shown.splitlines()) > 10
+        assert output.startswith(shown)
 
     def test_every_example_is_linked(self):
         programs = [*ROOT.glob("examples/*.py"), *ROOT.glob("examples/neighbours/*.py")]
