@@ -1,5 +1,6 @@
 """Every example in the documentation prints what the page says."""
 
+import codeop
 import doctest
 import re
 import sys
@@ -9,6 +10,8 @@ import pytest
 
 ROOT = Path(__file__).resolve().parents[2]
 PAGES = [ROOT / "README.md", ROOT / "python/description.md", *sorted((ROOT / "docs").glob("*.md"))]
+
+PROMPTED = re.compile(r"^>>> .*(?:\n\.\.\..*)*", re.MULTILINE)
 
 # The pages show a little-endian machine: what they show, and what is right on a big-endian one.
 ON_BIG_ENDIAN = {
@@ -28,6 +31,14 @@ def test_examples(page):
     names = {"__name__": "__main__"}
     examples = doctest.DocTestParser().get_doctest(text, names, page.name, str(page), 0)
     assert doctest.DocTestRunner().run(examples).failed == 0
+
+
+@pytest.mark.parametrize("page", PAGES, ids=lambda page: page.name)
+def test_a_prompt_accepts_each_example(page):
+    """A compound statement needs an empty line at its end, which the page shows as `...`."""
+    for example in PROMPTED.findall(page.read_text(encoding="utf-8")):
+        source = re.sub(r"^(>>> |\.\.\. ?)", "", example, flags=re.MULTILINE)
+        assert codeop.compile_command(source, symbol="single"), example
 
 
 def test_pages_have_examples():
