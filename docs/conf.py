@@ -81,8 +81,9 @@ def page_name(file):
 def with_links_of_pages(text, folder, page):
     """The text of a page with links to other pages; links to other files show the file name.
 
-    `folder` is the folder that the links are relative to. A link whose words are the name of a Markdown
-    file gets no words, so that it shows the title of the page: readers of HTML do not have the file.
+    `folder` is the folder that the links are relative to. A link whose words are the name of a
+    Markdown file gets no words, so that it shows the title of the page: readers of HTML do not have
+    the file.
     """
 
     def new_link(found):
