@@ -224,7 +224,9 @@ bool convertSpread(const std::byte* from, std::byte* to, std::int64_t count,
 
 template <class From, class To>
 bool convertPlane(const std::byte* from, std::byte* to, const Plane& plane) {
-  // In pieces, so that an early refusal costs little.
+  // In pieces, so that an early refusal costs little. The length of a piece and the loop for dense
+  // elements affect only the speed, so no test detects a change of `64` or of the condition to
+  // `false`.
   if (plane.innerStrideA == sizeof(From) && plane.innerStrideB == sizeof(To)) {
     return walkRows<64, sizeof(From), sizeof(To)>(
         from, to, plane, [](const std::byte* source, std::byte* target, std::int64_t count) {
@@ -232,6 +234,7 @@ bool convertPlane(const std::byte* from, std::byte* to, const Plane& plane) {
                                         reinterpret_cast<To*>(target), count);
         });
   }
+  // The length affects only the speed, so no test detects a change of `16` or of `1` to `2`.
   return walkRows<1 << 16>(
       from, to, plane, [&plane](const std::byte* source, std::byte* target, std::int64_t count) {
         return convertSpread<From, To>(source, target, count, plane.innerStrideA,
