@@ -68,7 +68,8 @@ bool Source::findInBuffer(PyObject* object) {
   const Py_buffer& view = m_buffer.view();
   if (view.ndim != 1) return false;
   // These two classes always tell both when they are asked.
-  assert(view.shape != nullptr && view.strides != nullptr);
+  assert(view.shape != nullptr);
+  assert(view.strides != nullptr);
   if (view.shape[0] == 0 || view.suboffsets != nullptr || view.itemsize <= 0 || !isAligned(view)) {
     return false;
   }
