@@ -10,6 +10,7 @@ import sys
 import sysconfig
 
 import pytest
+import velmarmultidimarrayforpython
 from helpers.child_interpreter import run_script
 
 EMBEDDING = """
@@ -64,7 +65,16 @@ def fixture_program(tmp_path_factory):
     done = subprocess.run(command, capture_output=True, text=True, check=False)
     if done.returncode != 0:
         pytest.skip(f"the interpreter has no shared library to link with: {done.stderr}")
+    if machine_of(program) != machine_of(velmarmultidimarrayforpython.__file__):
+        pytest.skip("the compiler makes programs for another machine")
     return program
+
+
+def machine_of(path):
+    """The word size, byte order and machine in the header of a program or library."""
+    with open(path, "rb") as file:
+        header = file.read(20)
+    return header[4:6], header[18:20]
 
 
 def test_interpreters_one_after_the_other(program):
