@@ -39,6 +39,15 @@ GROUP = (
     "A dot for each size, darker for more elements: our time divided by that of NumPy in"
     " column-major order. In the green part we are faster."
 )
+READING = """\
+How to read the sections below:
+
+- "500 ns and 2 ns an element" is the line with the smallest relative errors over all sizes. The
+  text gives it if every point is within a factor of {rough:g} of the line. Otherwise the text has
+  the figures at both ends: "1 us at 1, 3 ns an element at 10^6".
+- "About as fast" is within a tenth. A difference at only one size is ignored.
+- In the calls, `a` is the array of the column, or the memory from which one is made. `b` is equal
+  to `a` and shares nothing with it. `data` has the elements as nested lists, `flat` as one list."""
 JOBS = (
     "`script/bench --check` fails if one of these limits is exceeded. The brackets contain our"
     " figure divided by that of the column.\n\n"
@@ -59,12 +68,6 @@ MEASURED = """\
 - `numpy-F` is NumPy in column-major order. `array` is a list of `array.array` rows, or a flat one;
   `list` is a list of lists, which shares its elements instead of converting them; `pyarrow` is a
   list array, or a flat one.
-- `n` is a NumPy array of random elements, `data` the same as nested lists, `flat` as one list; `b`
-  is equal to `a` and shares nothing with it.
-- "500 ns and 2 ns an element" is the line with the smallest relative errors over all sizes. The
-  text gives it if every point is within a factor of {rough:g} of the line. Otherwise the text has
-  the figures at both ends.
-- "About equal" is within a tenth. A difference at only one size is ignored.
 - A column ends where the next size would have taken more than its share of the time.
 - {spread}
 - The run took {minutes:g} minutes and {memory:.2g} GB of memory.
@@ -141,7 +144,7 @@ def judgement(rows):
     both = [row for row in rows if fairest_peer(row) in (NUMPY, NUMPY_F) and ratios_of(row)]
     never = [row for row in both if all(ratio < 1 for ratio in decided(ratios_of(row)).values())]
     much = [row for row in both if list(ratios_of(row).values())[-1] > MUCH_SLOWER]
-    lines = [f"NumPy has {len(both)} of these operations as well:\n"]
+    lines = [f"NumPy has {len(both)} of the operations that were measured:\n"]
     for found, words in (
         (never, "faster here, or about equal, at every size"),
         (much, f"more than {MUCH_SLOWER} times slower at the largest size"),
@@ -163,9 +166,8 @@ def section(row):
         words.append(f"{OURS}: {fit_text(ours)}; {peer}: {fit_text(times_of(row, peer))}.")
     words = " ".join(filter(None, [*words, row["note"]]))
     picture = f"![Time against size, {row['title']}](plots/{picture_name(row)})"
-    title = row["title"][0].upper() + row["title"][1:]
     folded = fold("Calls and diagram", "; ".join(calls) + ".", picture)
-    return "\n".join(filter(None, [f"### {title}", words, folded]))
+    return "\n".join(filter(None, [f"### {row['title']}", words, folded]))
 
 
 def sections(rows):
@@ -218,13 +220,12 @@ def page_of(sizes, jobs=None):
     if jobs:
         job_table = table(["job", "here", NUMPY, NUMPY_F, "at most", ""], job_rows(jobs))
         parts += ["## Jobs with a limit", JOBS, fold("Table of jobs", job_table, "")]
-    parts += sections(rows)
+    parts += ["## Operations over sizes", READING.format(rough=ROUGH_FACTOR), *sections(rows)]
     measured = MEASURED.format(
         repeats=REPEATS,
         least=time_text(sizes["least_seconds"]),
         long_repeats=LONG_REPEATS,
         long=time_text(LONG_SECONDS),
-        rough=ROUGH_FACTOR,
         spread=spread_text(rows),
         minutes=sizes["minutes"],
         memory=max(row["peak_bytes"] for row in sizes["operations"]) / 1e9,

@@ -312,7 +312,7 @@ class TestPage:
         slow = [{"size": size, "medians": times, "spreads": {}} for size in LINE]
         text = report.judgement([result_row(), result_row(title="pickle", points=slow)])
         assert text == (
-            "NumPy has 2 of these operations as well:\n\n"
+            "NumPy has 2 of the operations that were measured:\n\n"
             "- 1 are faster here, or about equal, at every size: from floats.\n"
             "- 1 are more than 3 times slower at the largest size: pickle."
         )
