@@ -166,7 +166,7 @@ def section(row):
         words.append(f"{OURS}: {fit_text(ours)}; {peer}: {fit_text(times_of(row, peer))}.")
     words = " ".join(filter(None, [*words, row["note"]]))
     picture = f"![Time against size, {row['title']}](plots/{picture_name(row)})"
-    folded = fold("Calls and diagram", "; ".join(calls) + ".", picture)
+    folded = fold("Calls and diagram", f"{'; '.join(calls)}. {picture}")
     return "\n".join(filter(None, [f"### {row['title']}", words, folded]))
 
 

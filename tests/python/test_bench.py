@@ -285,8 +285,11 @@ class TestPage:
             ),
             ("overview", "| [from floats](#from-floats) | 0.50 | 0.50 | 0.50 | - |"),
             ("job", "| 10x10 | 1 us | - | 4 us (0.25) | 0.6 of numpy-F (0.25) | holds |"),
-            ("statements", "velmar: `f(data)`; numpy, list: `g(data)`."),
-            ("picture", "![Time against size, from floats](plots/floats.svg)"),
+            (
+                "statements_and_picture",
+                "velmar: `f(data)`; numpy, list: `g(data)`."
+                " ![Time against size, from floats](plots/floats.svg)",
+            ),
             ("group", "![Making arrays, ratios to NumPy](plots/group_making_arrays.svg)"),
             ("fold", "<details><summary>Calls and diagram</summary>"),
             (

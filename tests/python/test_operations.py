@@ -2,23 +2,12 @@
 
 from __future__ import annotations
 
-import gc
-
 import pytest
 from helpers.cases import each_form
 from helpers.memory_blocks import blocks_per_call, counts_blocks
 from helpers.operations import DICTIONARY, RECORD, SMALL, of_form, seen
 
 BLOCKS = {"": 0, RECORD: 1, DICTIONARY: 2}  # that are required to stay
-
-
-@pytest.fixture(autouse=True, scope="module")
-def fixture_quick_collections():
-    """Collections leave out the objects of other tests, so that they take little time."""
-    gc.collect()
-    gc.freeze()
-    yield
-    gc.unfreeze()
 
 
 @each_form
