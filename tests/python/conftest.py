@@ -3,6 +3,7 @@
 import gc
 import os
 
+import pytest
 from hypothesis import HealthCheck, settings
 
 # The profile "ci" has the same examples in every run. No deadline: the sanitizers are slow.
@@ -22,8 +23,9 @@ settings.register_profile("brief", settings.get_profile("ci"), max_examples=40)
 settings.load_profile(os.environ.get("HYPOTHESIS_PROFILE", "ci"))
 
 
-def pytest_collection_finish():
-    # Collections skip the objects of the collected tests, which are many.
+@pytest.fixture(autouse=True, scope="module")
+def frozen_heap():
+    """Collections skip the objects of the tests and of their reports, which are many."""
     gc.collect()
     gc.freeze()
 
