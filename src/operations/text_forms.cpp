@@ -48,6 +48,8 @@ class TextBuilder {
   bool appendList(PyObject* list) {
     const Py_ssize_t length = PyList_Size(list);
     const Py_ssize_t below = length > 0 ? elementsBelow(PyList_GetItem(list, 0)) : 1;
+    // The size of a part affects only memory and speed, so no test detects a change of
+    // `elementsOfPart / below`.
     const Py_ssize_t itemsOfPart = below < elementsOfPart ? elementsOfPart / below : 0;
     if (length <= itemsOfPart) return appendText(list, Brackets::Keep);
     m_end += '[';
