@@ -473,3 +473,25 @@ class TestReferences:
             assert a == b
         after = sys.getrefcount(a), sys.getrefcount(b)
         assert after == before
+
+
+class TestMoreSubscriptsThanDimensions:
+    """After a reshape to fewer dimensions a view can have more subscripts than there are."""
+
+    @staticmethod
+    def view():
+        array = velmar.double(size=(2, 2, 2, 2))
+        row = array[0][1][1]
+        array.reshape(4, 4)
+        return row, array
+
+    def test_such_views_are_equal(self):
+        row, array = self.view()
+        other, another = self.view()
+        assert array == another
+        assert (row == other, row != other) == (True, False)
+
+    def test_other_arrays_differ(self):
+        row, array = self.view()
+        empty = velmar.double(size=(2, 0))
+        assert [row == array, array == row, row == empty, empty == row] == [False] * 4
