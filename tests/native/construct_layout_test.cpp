@@ -291,7 +291,7 @@ void expectAdopted(const Numbers& dimensions, bool bufferInStorageOrder,
   const std::optional<Array> array =
       makeTypedArrayFromBuf(std::move(buffer), bufferInStorageOrder, dimensions, numberOfElements);
   ASSERT_TRUE(array);
-  EXPECT_EQ(buffer.get(), nullptr);  // NOLINT(bugprone-use-after-move): null by contract
+  EXPECT_EQ(buffer.get(), nullptr) << "the function takes the buffer";
   const TypedArray<T> typed(*array);
   EXPECT_EQ(addressOf(typed), block);
   EXPECT_EQ(array->getDimensions(), Dimensions(dimensions.begin(), dimensions.end()));
@@ -333,7 +333,7 @@ ElementBuffer<double> countedBuffer(std::size_t count) {
 TEST(ReorderedBuffer, IsFreedAfterwards) {
   auto buffer = countedBuffer(6);
   const auto array = makeTypedArrayFromBuf(std::move(buffer), false, {2, 3}, 6);
-  EXPECT_EQ(buffer.get(), nullptr);  // NOLINT(bugprone-use-after-move): null by contract
+  EXPECT_EQ(buffer.get(), nullptr) << "the function takes the buffer";
   EXPECT_EQ(s_freed, 1);
   ASSERT_TRUE(array);
   EXPECT_EQ(elementsOf(TypedArray<double>(*array)), (std::vector<double>{1, 4, 2, 5, 3, 6}));

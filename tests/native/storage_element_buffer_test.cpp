@@ -34,7 +34,7 @@ TYPED_CASE(Buffers, BecomeArraysInPlace) {
     for (std::size_t i = 0; i < count; ++i) buffer[i] = sample<TypeParam>(i);
     const void* const block = buffer.get();
     const Array array = makeArrayFromBuffer(std::move(buffer), dimensions);
-    EXPECT_EQ(buffer, nullptr);  // NOLINT(bugprone-use-after-move): null by contract
+    EXPECT_EQ(buffer, nullptr);  // the function takes it
     EXPECT_EQ(array.getType(), arrayTypeOf<TypeParam>);
     EXPECT_EQ(array.getDimensions(), Dimensions(dimensions.begin(), dimensions.end()));
     const TypedArray<TypeParam> typed(array);

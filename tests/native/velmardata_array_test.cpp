@@ -192,16 +192,16 @@ TEST(EmptyHandle, HasNoContents) {
 TEST(EmptyHandle, IsTheStateAfterAMove) {
   Array source = ArrayFactory().createArray(ArrayType::DOUBLE, {2, 2});
   Array target(std::move(source));
-  expectEmpty(source);  // NOLINT(bugprone-use-after-move): the test is about the moved-from handle
+  expectEmpty(source);  // the test is about the moved-from handle
   source = std::move(target);
   EXPECT_EQ(source.getNumberOfElements(), 4U);
-  expectEmpty(target);  // NOLINT(bugprone-use-after-move): as above
+  expectEmpty(target);  // moved from, too
 }
 
 TEST(EmptyHandle, HasNoElementsAsTypedArray) {
   TypedArray<double> array = sampleArray<double>({2, 2});
   const TypedArray<double> taken(std::move(array));
-  expectEmpty(array);  // NOLINT(bugprone-use-after-move): an empty handle is well defined
+  expectEmpty(array);  // an empty handle is well defined
   EXPECT_TRUE(std::as_const(array).begin() == array.end());
   EXPECT_TRUE(array.begin() == array.end());
   EXPECT_EQ(array.release(), nullptr);
@@ -228,7 +228,7 @@ TEST(TypedHandle, RefusesAnotherElementType) {
   expectRefusal<TypedArray<std::int32_t>>(Array());
   EXPECT_EQ(referenceCount(array), 1U);
   expectRefusal<TypedArray<std::uint32_t>>(std::move(array));
-  // NOLINTNEXTLINE(bugprone-use-after-move): a refused handle is not moved from
+  // A refused handle is not moved from.
   EXPECT_EQ(array.getNumberOfElements(), 4U);
 }
 
