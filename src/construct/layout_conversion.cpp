@@ -108,13 +108,13 @@ void transposePiece(const Offsets& rows, const Offsets& columns, const std::byte
   std::array<std::int64_t, static_cast<std::size_t>(tileColumns)> columnOffsets;
   source += columns.first() * size;
   target += rows.first() * size;
-  // The first tiles end at a cache line of the source, so that later tiles read whole lines.
-  const auto intoLine = static_cast<std::int64_t>(reinterpret_cast<std::uintptr_t>(source) % 64);
-  // For speed only, so no test detects a change.
-  std::int64_t columnCount = tileColumns - intoLine / size % tileColumns;
+  // Elements of a cache line of the source that lie before the first column. A tile ends where a
+  // line ends. Where tiles end affects only the speed, so no test detects a change.
+  const auto before =
+      static_cast<std::int64_t>(reinterpret_cast<std::uintptr_t>(source) % 64) / size;
+  std::int64_t columnCount = 0;  // Set in the loop, so no test detects a change.
   for (std::int64_t column = 0; column < columns.size(); column += columnCount) {
-    if (column != 0) columnCount = tileColumns;
-    columnCount = std::min(columnCount, columns.size() - column);
+    columnCount = std::min(tileColumns - (column + before) % tileColumns, columns.size() - column);
     for (std::int64_t c = 0; c < columnCount; ++c) {
       columnOffsets[static_cast<std::size_t>(c)] = columns.at(column + c);
     }

@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import array
 import math
 
 import pytest
@@ -100,6 +101,19 @@ class TestReordering:
         assert exact(contents(made)) == expected
         made = row.cls(vector=stored, size=shape, is_complex=is_complex)
         assert exact(contents(made)) == expected
+
+    @pytest.mark.parametrize(
+        "letter, cls",
+        [("b", velmar.int8), ("h", velmar.int16), ("f", velmar.single), ("d", velmar.double)],
+    )
+    def test_memory_at_any_address(self, letter, cls):
+        rows, columns = 11, 150
+        expected = nested((rows, columns), [number % 113 for number in range(rows * columns)])
+        content = b"".join(array.array(letter, row).tobytes() for row in expected)
+        for offset in range(64):
+            memory = memoryview(bytearray(offset) + content)[offset:]
+            made = cls(memory.cast(letter, (rows, columns)))
+            assert contents(made) == expected, offset
 
     LARGE = [(150, 200), (20, 30, 50)] if IS_BRIEF else [(300, 400), (40, 50, 60)]
 
