@@ -3,50 +3,44 @@
 import gc
 import json
 import os
+import pickle
 import statistics
 import subprocess
 import sys
 import timeit
+from array import array
 from importlib import import_module
 from importlib.util import find_spec
 from pathlib import Path
 
-from operation import ARROW
+from operation import ARROW, ELEMENTS
 
 BENCH = Path(__file__).resolve().parent
 sys.path.append(str(BENCH.parent / "tests" / "python"))  # for the package helpers
 
 
-def modules_for(operation):
-    """The modules and functions that the statements of an operation can use."""
-    import array
-    import pickle
-
-    import numpy
-    import velmar
-
-    names = {"velmar": velmar, "np": numpy, "array": array.array, "pickle": pickle, "sys": sys}
-    if ARROW in operation.statements and find_spec(ARROW):
-        names["pa"] = import_module(ARROW)
-    return names
+def columns_of(operation):
+    """The columns of an operation whose packages are installed."""
+    return [column for column in operation.statements if column != ARROW or find_spec(ARROW)]
 
 
 def names_for(operation, shape):
     """What all columns of an operation can use: modules, and those of n, data, flat it needs."""
-    names = modules_for(operation)
+    import numpy
+    import velmar
+
+    names = {"array": array, "np": numpy, "pickle": pickle, "sys": sys, "velmar": velmar}
+    if ARROW in columns_of(operation):
+        names["pa"] = import_module(ARROW)
     if not operation.elements:
         return names
     generator = names["np"].random.default_rng(shape.rows * shape.columns)
-    n = names["n"] = eval(operation.elements, {"generator": generator, "shape": shape})
+    n = names["n"] = eval(ELEMENTS[operation.elements], {"generator": generator, "shape": shape})
     if operation.uses("data"):
         names["data"] = n.tolist()
     if operation.uses("flat"):
         names["flat"] = n.ravel().tolist()
     return names
-
-
-def columns_of(operation):
-    return [column for column in operation.statements if column != ARROW or find_spec(ARROW)]
 
 
 def statement_and_names(operation, column, shape, names):

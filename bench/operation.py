@@ -7,7 +7,7 @@ column makes of them. With makers of b there is also b, with separate element ob
 """
 
 import re
-from dataclasses import dataclass, field
+from dataclasses import dataclass, field, fields, replace
 from enum import Enum
 from typing import NamedTuple
 
@@ -63,20 +63,16 @@ class Shape(NamedTuple):
 def shape_of(size, layout):
     if layout is Layout.ROW:
         return Shape(ROWS_BESIDE, size)
-    rows = 1
-    while (rows * 10) ** 2 <= size:
-        rows *= 10
+    digits = len(str(size))
+    rows = 10 ** ((digits - 1) // 2)
     return Shape(rows, size // rows)
 
 
 def sizes_up_to(most, layout, steps=(1, 3)):
     """1, 3, 10, 30, ... (with one step: powers of ten), for arrays of at most `most` elements."""
     most //= ROWS_BESIDE if layout is Layout.ROW else 1
-    sizes, power = [], 1
-    while power <= most:
-        sizes += [step * power for step in steps if step * power <= most]
-        power *= 10
-    return sizes
+    sizes = [step * 10**power for power in range(len(str(most))) for step in steps]
+    return [size for size in sizes if size <= most]
 
 
 @dataclass(frozen=True)
@@ -87,9 +83,24 @@ class Operation:
     statements: dict[str, str]
     makers: dict[str, str] = field(default_factory=dict)
     makers_of_b: dict[str, str] = field(default_factory=dict)
-    elements: str = ""  # the maker of n
+    elements: str = ""  # a key of ELEMENTS
     layout: Layout = Layout.WHOLE
     note: str = ""
+
+    def changed(self, **changes):
+        """The operation with other fields and statements; the keywords are fields and columns.
+
+        A column numpy_F is numpy-F, and like numpy by default. A statement None means that the
+        column does not have the operation. Of an operation with makers, only their columns remain.
+        """
+        others = {one.name: changes.pop(one.name) for one in fields(self) if one.name in changes}
+        texts = {IDENTIFIERS.get(name, name): text for name, text in changes.items()}
+        if texts.get(NUMPY):
+            texts.setdefault(NUMPY_F, texts[NUMPY])
+        texts = self.statements | texts
+        makers = others.get("makers", self.makers) or COLUMNS
+        columns = [column for column in COLUMNS if texts.get(column) and column in makers]
+        return replace(self, statements={column: texts[column] for column in columns}, **others)
 
     def shown(self, column):
         """The statement in one line, with words instead of numbers."""
@@ -149,12 +160,14 @@ class Job:
 
 # --- Makers of `n`. In a list each element is a separate object, except small ints and bools.
 
-FLOATS = "generator.random(shape) * 1000"
-INTS = "generator.integers(-1_000_000, 1_000_000, shape)"
-SMALL_INTS = "generator.integers(0, 256, shape)"
-WHOLE_FLOATS = f"{INTS}.astype(float)"
-BOOLS = "generator.random(shape) < 0.5"
-COMPLEX = "generator.random(shape) + 1j * generator.random(shape)"
+ELEMENTS = {
+    "floats": "generator.random(shape) * 1000",
+    "ints": "generator.integers(-1_000_000, 1_000_000, shape)",
+    "small_ints": "generator.integers(0, 256, shape)",
+    "whole_floats": "generator.integers(-1_000_000, 1_000_000, shape).astype(float)",
+    "bools": "generator.random(shape) < 0.5",
+    "complex": "generator.random(shape) + 1j * generator.random(shape)",
+}
 
 # --- Makers of `a` by column: arrays in resident memory.
 
@@ -169,45 +182,15 @@ DOUBLES = {
         " n.copy().ravel())"
     ),
 }
-COMPLEX_DOUBLES = {
-    OURS: "velmar.double(n, is_complex=True)",
-    NUMPY: "n.copy()",
-    NUMPY_F: 'n.copy("F")',
-}
 FLAT_ARRAY = 'array("d", n.tobytes())'
 
 
-# --- Operations in one call. Keywords are columns; numpy_F is numpy-F, and like numpy by default.
-
-
-def changed(statements, texts):
-    """The statements with these texts instead, sorted like COLUMNS.
-
-    A text None means that the column does not have the operation.
-    """
-    texts = {IDENTIFIERS.get(name, name): text for name, text in texts.items()}
-    if texts.get(NUMPY):
-        texts.setdefault(NUMPY_F, texts[NUMPY])
-    texts = statements | texts
-    return {column: texts[column] for column in COLUMNS if texts.get(column)}
-
-
-def build(title, elements, note="", **texts):
+def build(title, elements, **changes):
     """An operation that makes an array from data, flat or n."""
-    return Operation(title, changed({}, texts), elements=elements, note=note)
+    return Operation(title, {}, elements=elements).changed(**changes)
 
 
-def use(
-    title,
-    statement,
-    makers=DOUBLES,
-    elements=FLOATS,
-    layout=Layout.WHOLE,
-    makers_of_b=None,
-    note="",
-    **others,
-):
-    """An operation on the arrays of the makers. `others` are the statements that differ."""
-    texts = changed(dict.fromkeys(makers, statement), others)
-    statements = {column: text for column, text in texts.items() if column in makers}
-    return Operation(title, statements, makers, makers_of_b or {}, elements, layout, note)
+def use(title, statement, makers=DOUBLES, **changes):
+    """An operation with the same statement in all columns of the makers, except for the changes."""
+    statements = dict.fromkeys(makers, statement)
+    return Operation(title, statements, makers, elements="floats").changed(**changes)

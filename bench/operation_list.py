@@ -3,24 +3,7 @@
 is the name of its picture; the note tells readers what the columns do differently.
 """
 
-from operation import (
-    ARRAY,
-    ARROW,
-    BOOLS,
-    COMPLEX,
-    COMPLEX_DOUBLES,
-    DOUBLES,
-    FLAT_ARRAY,
-    FLOATS,
-    INTS,
-    NUMPY,
-    NUMPY_F,
-    OURS,
-    SMALL_INTS,
-    Layout,
-    build,
-    use,
-)
+from operation import ARRAY, ARROW, DOUBLES, FLAT_ARRAY, NUMPY, NUMPY_F, OURS, Layout, build, use
 
 SHARES = "The column list shares the elements instead of converting them, so it is a lower bound."
 NO_COPY = "NumPy exports the memory of its array; ours is a copy of what the view shows."
@@ -40,7 +23,7 @@ def nested(title, elements, ours, theirs, letter, arrow):
     return build(
         title,
         elements,
-        SHARES,
+        note=SHARES,
         velmar=f"velmar.{ours}",
         numpy=f"np.array({theirs})",
         numpy_F=f'np.array({theirs}, order="F")',
@@ -51,13 +34,9 @@ def nested(title, elements, ours, theirs, letter, arrow):
 
 
 def from_memory(title, maker):
-    return use(
-        title,
-        "velmar.double(a)",
-        dict.fromkeys((OURS, NUMPY, NUMPY_F), maker),
-        numpy='np.array(a, order="C")',
-        numpy_F='np.array(a, order="F")',
-    )
+    makers = dict.fromkeys((OURS, NUMPY, NUMPY_F), maker)
+    theirs = {"numpy": 'np.array(a, order="C")', "numpy_F": 'np.array(a, order="F")'}
+    return use(title, "velmar.double(a)", makers, **theirs)
 
 
 def to_bytes(title, order):
@@ -71,19 +50,27 @@ def to_bytes(title, order):
     )
 
 
+def part(title, name):
+    makers = {column: DOUBLES[column] for column in (OURS, NUMPY, NUMPY_F)}
+    makers[OURS] = "velmar.double(n, is_complex=True)"
+    theirs = f'a.{name}.copy("K")'
+    return use(title, f"a.{name}()", makers, elements="complex", note=PARTS, numpy=theirs)
+
+
 IS_COMPLEX = "double(data, is_complex=True)"
 FLOAT64, INT32, UINT8 = "data, dtype=float", 'data, dtype="int32"', 'data, dtype="uint8"'
+FLAT = {OURS: "n.ravel()", NUMPY: "n.ravel()", ARRAY: FLAT_ARRAY, ARROW: "n.ravel()"}
 MAKING = {
-    "floats": nested("from nested floats", FLOATS, "double(data)", "data", "d", "float64"),
-    "ints": nested("double from nested ints", INTS, "double(data)", FLOAT64, "d", "float64"),
-    "int32": nested("int32 from nested ints", INTS, "int32(data)", INT32, "i", "int32"),
-    "uint8": nested("uint8 from nested ints", SMALL_INTS, "uint8(data)", UINT8, "B", "uint8"),
-    "logical": nested("logical from nested bools", BOOLS, "logical(data)", "data", "B", "bool_"),
-    "complex": nested("from nested complex numbers", COMPLEX, IS_COMPLEX, "data", None, None),
+    "floats": nested("from nested floats", "floats", "double(data)", "data", "d", "float64"),
+    "ints": nested("double from nested ints", "ints", "double(data)", FLOAT64, "d", "float64"),
+    "int32": nested("int32 from nested ints", "ints", "int32(data)", INT32, "i", "int32"),
+    "uint8": nested("uint8 from nested ints", "small_ints", "uint8(data)", UINT8, "B", "uint8"),
+    "logical": nested("logical from nested bools", "bools", "logical(data)", "data", "B", "bool_"),
+    "complex": nested("from nested complex numbers", "complex", IS_COMPLEX, "data", None, None),
     "flat": build(
         "from a flat list",
-        FLOATS,
-        SHARES,
+        "floats",
+        note=SHARES,
         velmar="velmar.double(vector=flat)",
         numpy="np.array(flat)",
         array='array("d", flat)',
@@ -92,8 +79,8 @@ MAKING = {
     ),
     "flat_with_size": build(
         "from a flat list, with a size",
-        FLOATS,
-        "Column by column here and in numpy-F, row by row in numpy.",
+        "floats",
+        note="Column by column here and in numpy-F, row by row in numpy.",
         velmar="velmar.double(vector=flat, size=({rows}, {columns}))",
         numpy="np.array(flat).reshape({rows}, {columns})",
         numpy_F='np.array(flat).reshape(({rows}, {columns}), order="F")',
@@ -111,7 +98,7 @@ MAKING = {
     "flat_memory": use(
         "from flat memory",
         "velmar.double(a)",
-        {OURS: "n.ravel()", NUMPY: "n.ravel()", ARRAY: FLAT_ARRAY, ARROW: "n.ravel()"},
+        FLAT,
         numpy="np.array(a)",
         array='array("d", a)',
         pyarrow=COPY_TO.format("pa.array(a)"),
@@ -253,17 +240,8 @@ WHOLE = {
         numpy_F='a.reshape(({columns}, {rows}), order="F").reshape(({rows}, {columns}), order="F")',
         **ONLY_NUMPY,
     ),
-    "real": use(
-        "the real part", "a.real()", COMPLEX_DOUBLES, COMPLEX, note=PARTS, numpy='a.real.copy("K")'
-    ),
-    "imag": use(
-        "the imaginary part",
-        "a.imag()",
-        COMPLEX_DOUBLES,
-        COMPLEX,
-        note=PARTS,
-        numpy='a.imag.copy("K")',
-    ),
+    "real": part("the real part", "real"),
+    "imag": part("the imaginary part", "imag"),
     "noncomplex": use(
         "all elements as one row", "a.noncomplex()", numpy='a.flatten("A")', **ONLY_NUMPY
     ),
