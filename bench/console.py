@@ -5,49 +5,50 @@ import contextlib
 import json
 import os
 import platform
+import re
 import sys
+from importlib import import_module
 from importlib.util import find_spec
 from pathlib import Path
 
+from operation import ARROW
 
-def parser(description, quick, only):
-    made = argparse.ArgumentParser(description=description)
+
+def parser(program, description, quick, only):
+    made = argparse.ArgumentParser(program, description=description)
     made.add_argument("--quick", action="store_true", help=quick)
     made.add_argument("--only", default="", metavar="TEXT", help=f"only {only} contains TEXT")
     made.add_argument("--json", metavar="FILE", help="also write the results to this file")
     return made
 
 
-def require(script, *packages):
-    for needed in packages:
-        if find_spec(needed) is None:
-            sys.exit(f"bench: {needed} cannot be imported; {script} sets everything up")
-
-
 def processor():
     """The name of the processor model, or the architecture if the system does not tell it."""
-    with contextlib.suppress(OSError), open("/proc/cpuinfo", encoding="utf-8") as file:
-        for line in file:
-            if line.startswith("model name"):
-                return line.partition(":")[2].strip()
+    with contextlib.suppress(OSError):
+        text = Path("/proc/cpuinfo").read_text(encoding="utf-8")
+        if named := re.search(r"^model name\s*:\s*(.+)", text, re.MULTILINE):
+            return named[1]
     return platform.machine()
 
 
-def machine():
-    import numpy
-
-    return {
-        "python": platform.python_version(),
-        "numpy": numpy.__version__,
+def start(program, *packages):
+    """Prints and returns versions, machine and load; exits if one of the packages is missing."""
+    for needed in packages:
+        if find_spec(needed) is None:
+            sys.exit(f"bench: {needed} cannot be imported; {program} sets everything up")
+    machine = {"python": platform.python_version()}
+    for name in ("numpy", ARROW):
+        if find_spec(name):
+            machine[name] = import_module(name).__version__
+    machine |= {
         "system": platform.platform(),
         "processor": processor(),
         "processors": os.cpu_count(),
+        "load": round(os.getloadavg()[0], 2),
     }
-
-
-def print_head(machine, end):
     print(", ".join(f"{name} {value}" for name, value in machine.items()))
-    print(f"medians; in brackets ours over theirs, so below 1 we are faster{end}")
+    print("medians; in brackets ours over theirs, so below 1 we are faster or smaller")
+    return machine
 
 
 def json_text(results, rows):

@@ -1,6 +1,9 @@
-# Formats times, ratios and counts for tables and pages.
+# Formats times, ratios, limits and counts for tables and pages.
 
 from operation import OURS, Kind
+
+OURS_WIDTH = 8
+PEER_WIDTH = 15
 
 
 def time_text(seconds):
@@ -18,6 +21,12 @@ def figure(value, kind=Kind.TIME):
     return time_text(value)
 
 
+def limit_text(limit, kind):
+    if limit.peer:
+        return f"{limit.ratio:g} of {limit.peer}"
+    return figure(limit.ratio, kind) + (" and 1 MiB" if kind is Kind.PEAK else "")
+
+
 def ratio_text(ratio, digits=2):
     return f"{ratio:.{digits}f}" if ratio < 10 else f"{ratio:.0f}"
 
@@ -31,15 +40,17 @@ def cells(medians, columns, kind=Kind.TIME):
         yield text
 
 
+def aligned(ours, *peers):
+    """One line of a table on the screen: names of columns, or cells."""
+    return " ".join([ours.rjust(OURS_WIDTH), *(text.rjust(PEER_WIDTH) for text in peers)])
+
+
 def count_text(count):
     """Numbers below 10000 as they are; larger ones as 10^6, 3x10^6."""
     if count < 10_000:
         return str(count)
-    power = len(str(count)) - 1
-    first, rest = divmod(count, 10**power)
-    if rest:
-        return f"{count:.2g}".replace("e+0", "x10^").replace("e+", "x10^")
-    return f"10^{power}" if first == 1 else f"{first}x10^{power}"
+    first, power = f"{count:.2g}".split("e+")
+    return ("" if first == "1" else f"{first}x") + f"10^{int(power)}"
 
 
 def table(head, rows, numbers=0):

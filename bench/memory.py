@@ -13,6 +13,7 @@ import contextlib
 import gc
 import os
 import sys
+from pathlib import Path
 
 import measure
 from cases import CASES
@@ -35,11 +36,8 @@ def ready(job, column, shape):
 
 def forget_the_peak_so_far():
     """Resets the peak to the memory resident now. If that fails, the result can be too high."""
-    with (
-        contextlib.suppress(OSError),
-        open("/proc/self/clear_refs", "w", encoding="ascii") as control,
-    ):
-        control.write("5")
+    with contextlib.suppress(OSError):
+        Path("/proc/self/clear_refs").write_text("5", encoding="ascii")
 
 
 def peak_of(job, column):

@@ -6,15 +6,12 @@ from dataclasses import asdict
 
 import console
 from cases import CASES
-from figure_text import cells, figure
+from figure_text import aligned, cells, limit_text
 from measure import BENCH, medians_of, run_fresh, samplers_for, samples_of
 from operation import ARROW, COLUMNS, OURS, Kind
 
+PROGRAM = "script/bench"
 TABLE_COLUMNS = tuple(column for column in COLUMNS if column != ARROW)
-NAME_WIDTH = 33
-OURS_WIDTH = 8
-PEER_WIDTH = 15
-LIMIT_WIDTH = 26
 
 # Allowed in addition for a construction of any size: arenas of the allocator, pages of code.
 PEAK_CONSTANT_BYTES = 1 << 20
@@ -51,13 +48,8 @@ class Result:
         limit = self.job.limit
         if not limit:
             return ""
-        if limit.peer:
-            text = f"{limit.ratio:g} of {limit.peer}"
-        elif self.job.kind is Kind.PEAK:
-            text = f"{limit.ratio:g} x + 1 MiB"
-        else:
-            text = figure(limit.ratio, self.job.kind)
-        return text + (f", aim {limit.aim:g}" if limit.aim is not None else "")
+        aim = f", aim {limit.aim:g}" if limit.aim else ""
+        return limit_text(limit, self.job.kind) + aim
 
     def verdict(self):
         if not self.holds:
@@ -81,10 +73,7 @@ class Result:
 
 
 def line_of(name, figures, limit, verdict):
-    ours, *peers = figures
-    texts = [name.ljust(NAME_WIDTH), ours.rjust(OURS_WIDTH)]
-    texts += [text.rjust(PEER_WIDTH) for text in peers]
-    return " ".join([*texts, f" {limit}".ljust(LIMIT_WIDTH), verdict]).rstrip()
+    return f"{name:33} {aligned(*figures)}  {limit:25} {verdict}".rstrip()
 
 
 def fresh_sampler(job, column):
@@ -116,7 +105,10 @@ def measured(job, quick):
 
 def parse_arguments():
     parser = console.parser(
-        "Times the arrays against their neighbours.", "fewer and shorter samples", "rows whose name"
+        PROGRAM,
+        "Times the arrays against their neighbours.",
+        "fewer and shorter samples",
+        "rows whose name",
     )
     parser.add_argument("--check", action="store_true", help="exit status 1 if a limit is missed")
     return parser.parse_args()
@@ -124,10 +116,8 @@ def parse_arguments():
 
 def main():
     arguments = parse_arguments()
-    console.require("script/bench", "velmar", "numpy")
-    machine = console.machine()
-    console.print_head(machine, " or smaller\n")
-    print(line_of("operation", TABLE_COLUMNS, "at most", "verdict"))
+    machine = console.start(PROGRAM, "velmar", "numpy")
+    print("\n" + line_of("operation", TABLE_COLUMNS, "at most", "verdict"))
     results = []
     for job in CASES:
         if arguments.only in job.name:

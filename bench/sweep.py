@@ -1,5 +1,5 @@
 # Runs in a fresh process for one operation: times all its columns over sizes, smallest first.
-"""sweep.py KEY SECONDS LEAST SIZE...: prints one line of JSON for each size, then the memory peak.
+"""sweep.py KEY SECONDS LEAST SIZE...: prints one line of JSON for each size.
 
 The samples of a column can take SECONDS in total; a sample takes at least LEAST seconds. A column
 stops if its next size would need more than the remaining time; the other columns continue.
@@ -18,6 +18,7 @@ from operation_list import OPERATIONS
 LONG_SECONDS = 0.05
 REPEATS, LONG_REPEATS = 7, 3
 RUNS_TO_CALIBRATE = 3
+DIGITS = 4
 
 
 def repeats_for(seconds):
@@ -33,6 +34,10 @@ def spread_of(samples):
     """The upper quartile divided by the lower one: 1 if all samples are equal."""
     lower, _, upper = statistics.quantiles(samples, n=4, method="inclusive")
     return upper / lower
+
+
+def rounded(figures):
+    return {column: float(f"{value:.{DIGITS}g}") for column, value in figures.items()}
 
 
 class Sweep:
@@ -51,7 +56,7 @@ class Sweep:
         return cost_of(median * size / latest_size, self.least_seconds) > self.left[column]
 
     def measure(self, size):
-        """The results for one size: medians, spreads of the samples, columns that stopped."""
+        """Medians, spreads of the samples, columns that stopped, the memory peak so far."""
         stopped = [column for column in self.left if self.would_go_beyond(column, size)]
         for column in stopped:
             del self.left[column]
@@ -63,15 +68,19 @@ class Sweep:
         for column, sampler in samplers.items():
             self.left[column] -= sampler.spent
             self.latest[column] = size, medians[column]
-        spreads = {column: spread_of(values) for column, values in samples.items()}
-        return {"size": size, "medians": medians, "spreads": spreads, "stopped": stopped}
+        return {
+            "size": size,
+            "medians": rounded(medians),
+            "spreads": rounded({column: spread_of(found) for column, found in samples.items()}),
+            "stopped": stopped,
+            "peak_bytes": resident_bytes("VmHWM"),
+        }
 
 
 def main(key, seconds, least_seconds, *sizes):
     sweep = Sweep(OPERATIONS[key], float(seconds), float(least_seconds))
     for size in sizes:
         print(json.dumps(sweep.measure(int(size))), flush=True)
-    print(json.dumps({"peak_bytes": resident_bytes("VmHWM")}))
 
 
 if __name__ == "__main__":

@@ -5,6 +5,7 @@ from __future__ import annotations
 import json
 import re
 import sys
+import time
 from pathlib import Path
 
 import pytest
@@ -368,7 +369,7 @@ class TestTableOfSizes:
     COLUMNS = ("velmar", "numpy", "list")
 
     def test_header(self):
-        header = sizes.aligned("size", *self.COLUMNS)
+        header = sizes.line_of("size", self.COLUMNS)
         assert header.split() == ["size", "velmar", "numpy", "list"]
 
     @rows(
@@ -384,9 +385,9 @@ class TestTableOfSizes:
         ],
     )
     def test_line(self, medians, cells):
-        line = sizes.aligned("10^4", *figure_text.cells(medians, self.COLUMNS))
+        line = sizes.line_of("10^4", figure_text.cells(medians, self.COLUMNS))
         assert " ".join(line.split()) == cells
-        assert len(line) == len(sizes.aligned("size", *self.COLUMNS))
+        assert len(line) == len(sizes.line_of("size", self.COLUMNS))
 
     def test_results_have_a_line_for_each_operation(self):
         results = {"most": 10, "operations": [result_row(), result_row(key="ints")]}
@@ -394,14 +395,8 @@ class TestTableOfSizes:
         assert json.loads(text) == results
         assert len(text.splitlines()) == 4
 
-    @rows("value, figure", [("long", 1.23456e-7, 1.235e-07), ("short", 0.5, 0.5)])
-    def test_rounded(self, value, figure):
-        assert sizes.rounded({"velmar": value}) == {"velmar": figure}
-
     def test_time_left_is_shared_by_the_columns_left(self):
-        clock = sizes.Clock(600, 60)
-        assert clock.share() == pytest.approx(10, abs=0.1)
-        clock.pairs = 6
-        assert clock.share() == pytest.approx(100, abs=1)
-        clock.end = 0
-        assert clock.share() == 0
+        end = time.monotonic() + 600
+        assert sizes.share_of(end, 60) == pytest.approx(10, abs=0.1)
+        assert sizes.share_of(end, 6) == pytest.approx(100, abs=1)
+        assert sizes.share_of(0, 6) == 0
