@@ -5,14 +5,15 @@ import sys
 
 from count import report
 from suite import (
+    ONLY_MODULE,
     ROOT,
+    build_wheel,
     find_interpreters,
     fresh_results,
     install,
     make_environment,
     native_module,
     pytest,
-    run,
     run_native_suite,
     run_suite,
     say,
@@ -23,25 +24,11 @@ FLAGS = {"clang": "", "libcxx": "-stdlib=libc++"}
 CLIENT_KIT = ("tests/wheel/test_client_kit.py", "tests/wheel/test_native_clients_page.py")
 
 
-def build(folder, settings, targets):
-    """The wheel. Warnings are errors."""
-    run(
-        *(sys.executable, "-m", "pip", "wheel", ".", "--no-deps", "--no-build-isolation"),
-        *("--no-index", "-qq", "-w", folder / "wheel", "-C", f"build-dir={folder / 'build'}"),
-        *("-C", "cmake.args=--preset=release", "-C", "cmake.define.CMAKE_CXX_COMPILER=clang++"),
-        f"-Ccmake.define.CMAKE_CXX_FLAGS={settings['CXXFLAGS']}",
-        *targets,
-        cwd=ROOT,
-        env=os.environ | settings,
-    )
-    return max((folder / "wheel").glob("*.whl"), key=lambda wheel: wheel.stat().st_mtime)
-
-
 def test_with(results, name, flags, native):
     folder = ROOT / "build/compilers" / name
     settings = {"CXX": "clang++", "CXXFLAGS": flags}
-    targets = [] if native else ["-C", "build.targets=velmarmultidimarrayforpython"]
-    wheel = build(folder, settings, targets)
+    definitions = {"CMAKE_CXX_COMPILER": "clang++", "CMAKE_CXX_FLAGS": flags}
+    wheel = build_wheel(folder, definitions, settings, () if native else ONLY_MODULE)
     say(f"{name}: built without a warning")
     python = make_environment(f"compilers-{name}", find_interpreters()[0][1])
     install(f"compilers-{name}", "--no-deps", wheel)

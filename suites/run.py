@@ -20,6 +20,7 @@ from suite import (
     pytest,
     run,
     run_native_suite,
+    run_python_suites,
     run_suite,
     say,
     test_example,
@@ -56,22 +57,20 @@ class WheelRun:
         build = ["script/wheel", "--native-tests"] if self.is_all else ["script/wheel"]
         self.wheel = run(*build, cwd=ROOT, stdout=subprocess.PIPE).stdout.strip()
         interpreters = find_interpreters()[: 1 if self.files else None]
+        lowest_version, lowest = interpreters[0]
         versions = [version for version, _ in interpreters]
-        lowest = interpreters[0][1]
-        # The longest suites come first, so that no processor waits at the end.
-        jobs = sorted(
-            (profile_of(version, versions, self.is_all) != "ci", version, interpreter)
+        jobs = [
+            (version, interpreter, profile_of(version, versions, self.is_all))
             for version, interpreter in interpreters
-        )
+        ]
+        # The longest suites come first, so that no processor waits at the end.
+        jobs.sort(key=lambda job: job[2] != "ci")
         with ThreadPoolExecutor(os.cpu_count()) as pool:
-            started = [
-                pool.submit(self.test_on, version, interpreter, "brief" if is_brief else "ci")
-                for is_brief, version, interpreter in jobs
-            ]
+            started = [pool.submit(self.test_on, *job) for job in jobs]
             if not self.files:
                 started.append(pool.submit(self.test_wheel))
             if self.is_all:
-                python = ROOT / f"build/environments/python-{versions[0]}/bin/python"
+                python = ROOT / f"build/environments/python-{lowest_version}/bin/python"
                 started.append(pool.submit(self.test_neighbours, lowest))
                 started.append(pool.submit(self.test_native, lowest))
                 client = ROOT / "build/native_client/test"
@@ -124,7 +123,8 @@ class PresetRun:
         python = self.build_and_install()
         with ThreadPoolExecutor() as pool:
             others = None if self.files else pool.submit(self.test_others, python)
-            self.test_python(python)
+            settings = self.settings | {"HYPOTHESIS_PROFILE": self.profile}
+            run_python_suites(self.results, python, self.files, settings)
             if others:
                 others.result()
 
@@ -149,19 +149,6 @@ class PresetRun:
             run_native_suite(self.results, name, module, python, self.settings)
         client = ROOT / "build/native_client" / self.preset
         test_example(self.results, "example", client, python, self.flags, self.settings)
-
-    def test_python(self, python):
-        """Tests that start processes are apart: the workers of pytest-xdist have threads."""
-        in_workers = ["-n", os.cpu_count(), "--dist", "worksteal", "-m", "not processes"]
-        settings = self.settings | {"HYPOTHESIS_PROFILE": self.profile}
-        for name, options in (("python", in_workers), ("processes", ["-m", "processes"])):
-            command = pytest(self.results, name, python, *options, *self.files)
-            run_suite(self.results, name, command, settings)
-        # Without any such test in the given files, pytest ends with status 5.
-        status = self.results / "processes.status"
-        if status.read_text().strip() == "5":
-            for file in self.results.glob("processes.*"):
-                file.unlink()
 
 
 def sanitized(results, files):

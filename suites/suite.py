@@ -10,6 +10,7 @@ from pathlib import Path
 ROOT = Path(__file__).resolve().parents[1]
 ENVIRONMENTS = ROOT / "build/environments"
 LONGEST = 1200  # seconds
+ONLY_MODULE = ("-C", "build.targets=velmarmultidimarrayforpython")  # not the native tests
 
 
 def say(text):
@@ -20,6 +21,33 @@ def run(*command, **options):
     return subprocess.run([str(part) for part in command], check=True, text=True, **options)
 
 
+def run_logged(log, *command, **options):
+    """Shows the output only if the command fails, and then ends this program."""
+    try:
+        with log.open("w") as file:
+            run(*command, stdout=file, stderr=subprocess.STDOUT, cwd=ROOT, **options)
+    except subprocess.CalledProcessError:
+        print(log.read_text(errors="replace"))
+        sys.exit("the build failed")
+
+
+def build_wheel(folder, definitions, settings, targets=()):
+    """Builds the wheel in a folder of its own, with these variables of CMake. Returns the wheel."""
+    wheels = folder / "wheel"
+    shutil.rmtree(wheels, ignore_errors=True)
+    folder.mkdir(parents=True, exist_ok=True)
+    run_logged(
+        folder / "wheel.log",
+        *(sys.executable, "-m", "pip", "wheel", ".", "-v", "--no-deps", "--no-build-isolation"),
+        *("--no-index", "-w", wheels, "-C", f"build-dir={folder / 'build'}"),
+        *("-C", "cmake.args=--preset=release"),
+        *(f"-Ccmake.define.{name}={value}" for name, value in definitions.items()),
+        *targets,
+        env=os.environ | settings,
+    )
+    return next(wheels.glob("*.whl"))
+
+
 def fresh_results(name):
     """An empty folder for the results of the suites of one run."""
     folder = ROOT / "build/results" / name
@@ -28,14 +56,14 @@ def fresh_results(name):
     return folder
 
 
-def run_suite(results, name, command, settings=None):
+def run_suite(results, name, command, settings=None, longest=LONGEST):
     """Runs a command in the root of the project, with these environment variables in addition.
 
     Writes its output to NAME.log and its exit status to NAME.status in the folder `results`.
     """
     start = time.monotonic()
     # The stack of a test that hangs comes with the signal.
-    limited = ["timeout", "--signal=ABRT", "--kill-after=30", LONGEST, *command]
+    limited = ["timeout", "--signal=ABRT", "--kill-after=30", longest, *command]
     log = results / f"{name}.log"
     with log.open("w") as output:
         done = subprocess.run(
@@ -58,6 +86,19 @@ def pytest(results, name, python, *options):
     return [python, "-P", "-m", "pytest", "-q", "-rs", "--junit-xml", report, "-o", cache, *options]
 
 
+def run_python_suites(results, python, options, settings, longest=LONGEST):
+    """Tests that start processes are apart: the workers of pytest-xdist have threads."""
+    in_workers = ["-n", os.cpu_count(), "--dist", "worksteal", "-m", "not processes"]
+    for name, of_suite in (("python", in_workers), ("processes", ["-m", "processes"])):
+        command = pytest(results, name, python, *of_suite, *options)
+        run_suite(results, name, command, settings, longest)
+    # Without any such test in the given files, pytest ends with status 5.
+    status = results / "processes.status"
+    if status.read_text().strip() == "5":
+        for file in results.glob("processes.*"):
+            file.unlink()
+
+
 def without_passed_tests(lines):
     """The log of GoogleTest without the tests that passed silently, but with an unfinished one."""
     kept, started = [], None
@@ -74,10 +115,11 @@ def without_passed_tests(lines):
     return kept if started is None else [*kept, started]
 
 
-def run_native_suite(results, name, module, python, settings=None):
+def run_native_suite(results, name, module, python, settings=None, longest=LONGEST):
     """Runs a module of native tests in an interpreter."""
     report = f"--gtest_output=xml:{results / name}.xml"
-    run_suite(results, name, [python, "-P", "tests/native/run.py", module, report], settings)
+    command = [python, "-P", "tests/native/run.py", module, report]
+    run_suite(results, name, command, settings, longest)
     log = results / f"{name}.log"
     lines = log.read_text(errors="replace").splitlines()
     log.write_text("\n".join([*without_passed_tests(lines), ""]))

@@ -1,5 +1,6 @@
 """Tests of how suites are chosen, logged and counted."""
 
+import machine
 import pytest
 from count import count_suite
 from run import profile_of
@@ -62,3 +63,35 @@ LOGS = [
 @pytest.mark.parametrize("lines, kept", LOGS)
 def test_logs(lines, kept):
     assert without_passed_tests(lines) == kept
+
+
+COMPILER, EMULATOR = "s390x-linux-gnu-g++", "qemu-s390x"
+# The commands of this computer, and the Debian packages that are missing.
+TOOLS = [
+    ([], ["g++-s390x-linux-gnu", "qemu-user"]),
+    ([COMPILER], ["qemu-user"]),
+    (["qemu-aarch64", COMPILER], ["qemu-user"]),
+    ([EMULATOR], ["g++-s390x-linux-gnu"]),
+    ([COMPILER, EMULATOR], []),
+    ([COMPILER, f"{EMULATOR}-static"], []),
+]
+
+
+@pytest.mark.parametrize("commands, missing", TOOLS)
+def test_missing_tools(commands, missing, monkeypatch):
+    monkeypatch.setattr(machine.shutil, "which", lambda name: name if name in commands else None)
+    assert machine.missing_tools("s390x") == missing
+
+
+def test_what_is_made_again(tmp_path, monkeypatch):
+    monkeypatch.setattr(machine, "ROOT", tmp_path)
+    of_machine = machine.Machine("s390x")
+    root = of_machine.folder / "root"
+    assert not of_machine.is_made("root", "inputs")
+    root.mkdir(parents=True)
+    assert not of_machine.is_made("root", "inputs")
+    of_machine.mark_made("root", "inputs")
+    assert of_machine.is_made("root", "inputs")
+    assert not of_machine.is_made("root", "other inputs")
+    root.rmdir()
+    assert not of_machine.is_made("root", "inputs")

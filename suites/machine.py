@@ -1,0 +1,196 @@
+"""Prepares this computer to build for another machine and to run its programs in an emulator.
+
+Debian's cross compilers build, qemu-user runs the programs. All files are in build/machines/NAME.
+"""
+
+import os
+import shutil
+import subprocess
+import sys
+from pathlib import Path
+
+from suite import ONLY_MODULE, ROOT, build_wheel, run, say
+
+DEBIAN_NAMES = {"aarch64": "arm64", "s390x": "s390x"}
+# Python, its headers and all libraries that it needs.
+PACKAGES = ("python3", "libpython3-dev", "libstdc++6")
+# All files of apt are in the folder `apt`, so that apt neither reads nor changes what is installed
+# on this computer: for apt no package is installed.
+APT_SETTINGS = """\
+APT::Install-Recommends "false";
+APT::Sandbox::User "";
+Acquire::Languages "none";
+Dir::State "{apt}";
+Dir::State::lists "lists";
+Dir::State::status "{apt}/status";
+Dir::Cache "{apt}";
+Dir::Cache::archives "archives";
+"""
+APT_SETTINGS_OF_MACHINE = """\
+APT::Architecture "{architecture}";
+APT::Architectures "{architecture}";
+Dir::Etc::sourcelist "{apt}/sources.list";
+Dir::Etc::sourceparts "/dev/null";
+"""
+
+
+def find_emulator(name):
+    return shutil.which(f"qemu-{name}") or shutil.which(f"qemu-{name}-static")
+
+
+def missing_tools(name):
+    """The Debian packages of the cross compiler and of the emulator, if these are missing."""
+    compiler = [] if shutil.which(f"{name}-linux-gnu-g++") else [f"g++-{name}-linux-gnu"]
+    return compiler if find_emulator(name) else [*compiler, "qemu-user"]
+
+
+def install_on_this_computer(packages):
+    install = 'source script/common.sh && install_packages --no-install-recommends "$@"'
+    if subprocess.call(["bash", "-c", install, "install", *packages], cwd=ROOT):
+        sys.exit(1)
+
+
+class Machine:
+    """The tools, the folders and the Debian packages of one machine, made when they are missing."""
+
+    def __init__(self, name):
+        self.name = name
+        self.folder = ROOT / "build/machines" / name
+        self.root = self.folder / "root"  # unpacked Debian packages of the machine
+        self.apt = self.folder / "apt"
+
+    def prepare(self):
+        self.folder.mkdir(parents=True, exist_ok=True)
+        missing = missing_tools(self.name)
+        if missing:
+            install_on_this_computer(missing)
+        if not self.is_made("root", " ".join(PACKAGES)):
+            say(f"unpacking Debian packages of {self.name} in {self.root}")
+            self.make_root()
+            self.mark_made("root", " ".join(PACKAGES))
+
+    def is_made(self, name, inputs):
+        """Whether the folder `name` is there and mark_made() recorded that it has these inputs."""
+        record = self.folder / f"{name}.made"
+        return (self.folder / name).exists() and record.exists() and record.read_text() == inputs
+
+    def mark_made(self, name, inputs):
+        (self.folder / f"{name}.made").write_text(inputs)
+
+    def apt_get(self, *command, **options):
+        settings = os.environ | {"APT_CONFIG": str(self.apt / "apt.conf")}
+        nothing = subprocess.DEVNULL
+        return run("apt-get", "-qq", *command, env=settings, stdin=nothing, **options)
+
+    def configure_apt(self, settings):
+        text = settings.format(apt=self.apt, architecture=DEBIAN_NAMES[self.name])
+        (self.apt / "apt.conf").write_text(text)
+
+    def download_packages(self):
+        """Into the folder apt/archives, with the packages that they need."""
+        shutil.rmtree(self.apt, ignore_errors=True)
+        for name in ("lists", "archives"):
+            (self.apt / name / "partial").mkdir(parents=True)
+        (self.apt / "status").touch()
+        # Use the archives of Debian that this computer uses. The origin of an archive is known
+        # after an update.
+        self.configure_apt(APT_SETTINGS)
+        self.apt_get("update")
+        source = "deb $(REPO_URI) $(RELEASE) $(COMPONENT)"
+        which = ("Identifier: Packages", "Origin: Debian")
+        found = self.apt_get("indextargets", "--format", source, *which, stdout=subprocess.PIPE)
+        (self.apt / "sources.list").write_text("".join(sorted(set(found.stdout.splitlines(True)))))
+        self.configure_apt(APT_SETTINGS + APT_SETTINGS_OF_MACHINE)
+        self.apt_get("update")
+        self.apt_get("install", "-y", "--download-only", *PACKAGES)
+
+    def make_root(self):
+        """Unpacks the packages, and puts the headers of Python into the folder `include`."""
+        include = self.folder / "include"
+        shutil.rmtree(self.root, ignore_errors=True)
+        shutil.rmtree(include, ignore_errors=True)
+        self.download_packages()
+        # As on an installed Debian; some packages still have files in /lib.
+        for name in ("bin", "sbin", "lib"):
+            (self.root / "usr" / name).mkdir(parents=True)
+            (self.root / name).symlink_to(f"usr/{name}")
+        unpack = 'dpkg-deb --fsys-tarfile "$0" | tar -x --keep-directory-symlink -C "$1"'
+        for package in sorted(self.apt.glob("archives/*.deb")):
+            run("bash", "-o", "pipefail", "-c", unpack, package, self.root)
+        # Debian's pyconfig.h includes that of the machine from a folder which would also offer the
+        # headers of the C library; here it is the machine's own.
+        python, headers = self.python_name(), self.root / "usr/include"
+        shutil.copytree(headers / python, include, symlinks=True)
+        shutil.copy(headers / f"{self.name}-linux-gnu" / python / "pyconfig.h", include)
+        self.compile_bytecode(self.root / "usr/lib" / python)
+
+    def python_name(self):
+        """Of the interpreter of the machine, such as python3.11."""
+        return os.readlink(self.root / "usr/bin/python3")
+
+    def compile_bytecode(self, folder):
+        """It is the same for all machines; without this the emulator would make it, slowly."""
+        python = shutil.which(self.python_name())
+        if python:  # no check, because the standard library has files with intended mistakes
+            subprocess.run([python, "-W", "ignore", "-m", "compileall", "-qq", folder], check=False)
+
+    def site_packages(self, environment):
+        return self.folder / environment / "lib" / self.python_name() / "site-packages"
+
+    def make_environment(self, name):
+        """A fresh virtual environment of the machine. Returns its interpreter.
+
+        That is a script which runs the interpreter in the emulator, so that this also works for
+        child processes.
+        """
+        environment = self.folder / name
+        python = environment / "bin/python"
+        shutil.rmtree(environment, ignore_errors=True)
+        python.parent.mkdir(parents=True)
+        self.site_packages(name).mkdir(parents=True)
+        home = f"home = {self.root}/usr/bin\ninclude-system-site-packages = false\n"
+        (environment / "pyvenv.cfg").write_text(home)
+        emulator, program = find_emulator(self.name), self.root / "usr/bin" / self.python_name()
+        command = f"exec '{emulator}' -L '{self.root}' -0 \"$0\" '{program}' \"$@\"\n"
+        python.write_text(f"#!/bin/sh\n{command}")
+        python.chmod(0o755)
+        return python
+
+    def make_test_environment(self):
+        """Makes the environment with the test tools if they changed. Returns its interpreter."""
+        requirements = ROOT / "script/requirements-tests.txt"
+        inputs = requirements.read_text() + Path(__file__).read_text()
+        if not self.is_made("environment", inputs):
+            self.make_environment("environment")
+            say(f"installing the test tools for {self.name}")
+            self.install("environment", "-r", requirements)
+            self.mark_made("environment", inputs)
+        return self.folder / "environment/bin/python"
+
+    def install(self, environment, *options):
+        """Installs wheels of the machine with the pip of this computer, which is faster."""
+        site = self.site_packages(environment)
+        run(
+            *(sys.executable, "-m", "pip", "install", "-qq", "--target", site, "--no-compile"),
+            *("--only-binary", ":all:", "--platform", f"manylinux_2_17_{self.name}"),
+            *("--platform", f"linux_{self.name}"),
+            *("--python-version", self.python_name().removeprefix("python"), *options),
+            cwd=ROOT,
+        )
+        self.compile_bytecode(site)
+
+    def build_wheel(self):
+        """Returns the wheel, with the tag linux_NAME. The native tests are only configured."""
+        multiarch = run("g++", "-print-multiarch", stdout=subprocess.PIPE).stdout.strip()
+        definitions = {
+            "CMAKE_SYSTEM_NAME": "Linux",
+            "CMAKE_SYSTEM_PROCESSOR": self.name,
+            "CMAKE_CXX_COMPILER": f"{self.name}-linux-gnu-g++",
+            "Python_INCLUDE_DIR": self.folder / "include",
+            # Headers only, so those of this computer will do.
+            "Boost_DIR": min(Path("/usr/lib", multiarch, "cmake").glob("Boost-*"), default=""),
+        }
+        say(f"building the wheel for {self.name}; all messages are in {self.folder}/wheel.log")
+        # The tag is that of the platform on which Python believes to run.
+        settings = {"_PYTHON_HOST_PLATFORM": f"linux-{self.name}"}
+        return build_wheel(self.folder, definitions, settings, ONLY_MODULE)
