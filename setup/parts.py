@@ -1,0 +1,159 @@
+"""Fills .venv and .cache/wheelhouse with the packages that the parts of script/setup need.
+
+script/setup runs this in the root, with the interpreter that .venv is made with. Arguments: the
+list of interpreters as script/interpreters prints it, and the parts.
+"""
+
+import fcntl
+import subprocess
+import sys
+import tempfile
+from concurrent.futures import ThreadPoolExecutor
+from pathlib import Path
+from typing import NamedTuple
+
+VENV, CACHE = Path(".venv"), Path(".cache")
+STAMPS = VENV / "parts"  # so that a new .venv has none
+WHEELHOUSE = CACHE / "wheelhouse"
+
+
+class Part(NamedTuple):
+    """The NAMEs of script/requirements-NAME.txt with the pinned packages."""
+
+    purpose: str = ""
+    in_venv: tuple[str, ...] = ()
+    downloads: tuple[str, ...] = ()  # to .cache/wheelhouse
+
+
+PARTS = {
+    "build": Part("the build tools (cmake, ninja, scikit-build-core)", ("build",)),
+    "native": Part(),
+    "demo": Part("NumPy and matplotlib", ("demo", "neighbours")),
+    "tests": Part(
+        "the test tools (pytest, hypothesis, NumPy, abi3audit, tools of the recipes)",
+        ("tests", "neighbours", "audit", "recipes"),
+        ("tests", "neighbours"),
+    ),
+    "examples": Part(downloads=("examples",)),
+    "lint": Part("the linters (clang-format, clang-tidy, ruff, shellcheck)", ("tools",)),
+}
+
+
+def say(text):
+    print(f"== {text}", flush=True)
+
+
+def requirements(name):
+    return Path(f"script/requirements-{name}.txt")
+
+
+def inputs_of(name, interpreters):
+    """A part is set up again when one of these changes."""
+    part = PARTS[name]
+    files = [Path(__file__), *map(requirements, part.in_venv + part.downloads)]
+    used = interpreters if part.downloads else sys.executable
+    return "".join([*(file.read_text() for file in files), used])
+
+
+def is_set_up(name, interpreters):
+    stamp = STAMPS / name
+    is_complete = WHEELHOUSE.is_dir() or not PARTS[name].downloads
+    return is_complete and stamp.exists() and stamp.read_text() == inputs_of(name, interpreters)
+
+
+def wanted_parts(names):
+    """These parts and those that they need, in the order in which they are set up."""
+    wanted = {"build", *names} | ({"native"} if "tests" in names else set())
+    return [name for name in PARTS if name in wanted]
+
+
+def pip(*options, **settings):
+    command = [VENV / "bin/python", "-m", "pip", *options]
+    return subprocess.run(command, check=False, **settings).returncode == 0
+
+
+def make_venv():
+    say(f"making {VENV} with {sys.executable}")
+    subprocess.run([sys.executable, "-m", "venv", "--clear", VENV], check=True)
+    STAMPS.mkdir()
+    pins = requirements("build").read_text().splitlines()
+    pin = next(line for line in pins if line.startswith("pip=="))
+    # CPython 3.11 adds an old setuptools.
+    return pip("install", "-qq", "--no-compile", pin) and pip(
+        "uninstall", "-qq", "-y", "setuptools", stderr=subprocess.DEVNULL
+    )
+
+
+def fill_venv(part):
+    say(f"installing {part.purpose} into {VENV}")
+    files = [f"--requirement={requirements(name)}" for name in part.in_venv]
+    # Without bytecode, which Python writes at the first import.
+    return pip("install", "-qq", "--no-compile", *files)
+
+
+def fetch(interpreter, names, **settings):
+    """Downloads packages for an interpreter. Several can run at the same time.
+
+    Each downloads to a folder of its own, and a file is moved when it is complete.
+    """
+    files = [f"--requirement={requirements(name)}" for name in names]
+    with tempfile.TemporaryDirectory(prefix="fetched.", dir=CACHE) as folder:
+        options = ("download", "-qq", "--only-binary", ":all:", "-d", folder, *files)
+        is_complete = pip("--python", interpreter, *options, **settings)
+        if is_complete:
+            WHEELHOUSE.mkdir(exist_ok=True)
+            for file in Path(folder).iterdir():
+                file.replace(WHEELHOUSE / file.name)
+    return is_complete
+
+
+def fetch_tests_of(version, interpreter):
+    """NumPy has no wheel for some versions."""
+    say(f"fetching the test packages of CPython {version} ({interpreter})")
+    if fetch(interpreter, ("tests", "neighbours"), stderr=subprocess.DEVNULL):
+        return True
+    is_complete = fetch(interpreter, ("tests",))
+    say(f"CPython {version} is tested without NumPy: it has no wheel for this version")
+    return is_complete
+
+
+def fetch_test_packages(interpreters):
+    """For all interpreters at once, because pip waits for the network most of the time."""
+    pairs = [line.split(" ", 1) for line in interpreters.splitlines()]
+    with ThreadPoolExecutor(len(pairs)) as pool:
+        return all(list(pool.map(fetch_tests_of, *zip(*pairs, strict=True))))
+
+
+def set_up(name, interpreters):
+    """Returns whether pip succeeded; its messages say what failed."""
+    (STAMPS / name).unlink(missing_ok=True)
+    part = PARTS[name]
+    is_done = not part.in_venv or fill_venv(part)
+    if is_done and name == "tests":
+        is_done = fetch_test_packages(interpreters)
+    elif is_done and part.downloads:
+        say(f"fetching the packages of the {name}")
+        is_done = fetch(sys.executable, part.downloads)
+    if is_done:
+        (STAMPS / name).write_text(inputs_of(name, interpreters))
+    return is_done
+
+
+def main():
+    interpreters, *names = sys.argv[1:]
+    parts = wanted_parts(names)
+    if all(is_set_up(name, interpreters) for name in parts):
+        return 0
+    # Lock, because two concurrent runs would damage .venv. A run that has nothing to do needs none,
+    # and does not wait for one that sets up other parts.
+    CACHE.mkdir(exist_ok=True)
+    with (CACHE / "setup.lock").open("w") as lock:
+        fcntl.flock(lock, fcntl.LOCK_EX)
+        if not is_set_up("build", interpreters) and not make_venv():
+            return 1
+        missing = [name for name in parts if not is_set_up(name, interpreters)]
+        return 0 if all(set_up(name, interpreters) for name in missing) else 1
+
+
+if __name__ == "__main__":
+    sys.exit(main())
