@@ -21,6 +21,7 @@ from velmar import transport
 
 SECONDS = 120  # timeout for a result
 LONG_ENOUGH = 5
+DASK = {"n_workers": 1, "threads_per_worker": 1, "dashboard_address": None}
 MARKS = "<!-- figures -->", "<!-- end of figures -->"
 
 
@@ -119,17 +120,11 @@ def in_joblib(array, packed, stack):
     }
 
 
-def dask_client(stack):
-    from distributed import Client, LocalCluster
-
-    cluster = LocalCluster(n_workers=1, threads_per_worker=1, dashboard_address=None)
-    return stack.enter_context(Client(stack.enter_context(cluster)))
-
-
 def in_dask_after_register_pickle(array, packed, stack):
     from dask.tokenize import tokenize
+    from distributed import Client
 
-    client = dask_client(stack)
+    client = stack.enter_context(Client(**DASK))
     register = registered("pickle", packed, stack)
 
     def in_submit():
@@ -142,17 +137,16 @@ def in_dask_after_register_pickle(array, packed, stack):
 
 def under_dask(array, packed, stack):
     from dask.tokenize import tokenize
-    from distributed import wait
+    from distributed import Client, wait
 
-    client = dask_client(stack)
+    client = stack.enter_context(Client(**DASK))
     if packed:
         transport.register_dask(client)
     submit = partial(client.submit, pure=False)
+    scatter = partial(client.scatter, array, hash=False)
     return {
         "token": partial(tokenize, array),
-        "scatter, a job on it": lambda: wait(
-            submit(len, client.scatter(array, hash=False)), timeout=SECONDS
-        ),
+        "scatter, a job on it": lambda: wait(submit(len, scatter()), timeout=SECONDS),
         "result fetched": lambda: submit(zeros, len(array)).result(SECONDS),
         "argument of submit, result fetched": lambda: submit(same, array).result(SECONDS),
     }
@@ -182,23 +176,19 @@ def under_ray(array, packed, stack):
     }
 
 
-TABLES = (
-    ("velmar", in_one_process, "there and back in one process"),
-    ("velmar", in_a_pool, "ProcessPoolExecutor, one spawned process"),
-    (
+# The package that a table needs, and its title.
+TABLES = {
+    in_one_process: ("velmar", "there and back in one process"),
+    in_a_pool: ("velmar", "ProcessPoolExecutor, one spawned process"),
+    after_register_pickle: (
         "velmar",
-        after_register_pickle,
-        "register_pickle(), {side} by {side}; processes are started in this time",
+        "register_pickle(), {0} by {0}; processes are started in this time",
     ),
-    ("joblib", in_joblib, "joblib, two arrays to two jobs and back, {side} by {side}"),
-    (
-        "distributed",
-        in_dask_after_register_pickle,
-        "Dask after register_pickle(), {side} by {side}",
-    ),
-    ("distributed", under_dask, "Dask, one worker process, {side} by {side}"),
-    ("ray", under_ray, "Ray, one worker, {side} by {side}"),
-)
+    in_joblib: ("joblib", "joblib, two arrays to two jobs and back, {0} by {0}"),
+    in_dask_after_register_pickle: ("distributed", "Dask after register_pickle(), {0} by {0}"),
+    under_dask: ("distributed", "Dask, one worker process, {0} by {0}"),
+    under_ray: ("ray", "Ray, one worker, {0} by {0}"),
+}
 
 
 def best_of(job, repeats):
@@ -208,7 +198,9 @@ def best_of(job, repeats):
     return min(measure.samples_of({job: sampler}, {job: repeats})[job])
 
 
-def table_of(jobs_of, title, side, repeats):
+def table_of(jobs_of, package, title, side, repeats):
+    if find_spec(package) is None:
+        return f"{package} is not installed."
     took, array = {}, square(side)
     for packed in (False, True):
         with ExitStack() as stack:
@@ -218,15 +210,13 @@ def table_of(jobs_of, title, side, repeats):
         [name, time_text(pickled), time_text(packed), ratio_text(pickled / packed, digits=1)]
         for name, (pickled, packed) in took.items()
     ]
-    return table([title.format(side=side), "pickled", "packed", "ratio"], rows)
+    return table([title.format(side), "pickled", "packed", "ratio"], rows)
 
 
 def written_into(page, figures):
-    """The text of the page with these results between its marks."""
-    before, _, rest = page.partition(MARKS[0])
-    _, found, after = rest.partition(MARKS[1])
-    if not found:
-        raise ValueError(f"the page has no lines {MARKS[0]} and {MARKS[1]}.")
+    """The text of the page with these results between its marks, which must be there."""
+    before, rest = page.split(MARKS[0])
+    _, after = rest.split(MARKS[1])
     return f"{before}{MARKS[0]}\n\n{figures}\n\n{MARKS[1]}{after}"
 
 
@@ -234,24 +224,21 @@ def main():
     parser = argparse.ArgumentParser(
         description="Compares packed and pickled arrays between processes."
     )
-    parser.add_argument("--side", type=int, default=1000, help="rows and columns of the arrays")
-    parser.add_argument("--repeats", type=int, default=9)
-    parser.add_argument("--only", nargs="+", help="the functions of this file that measure")
-    parser.add_argument("--page", type=Path, help="a page to write the results into")
+    add = parser.add_argument
+    add("--side", type=int, default=1000, help="rows and columns of the arrays")
+    add("--repeats", type=int, default=9)
+    add("--only", nargs="+", help="the functions of this file that measure")
+    add("--page", type=Path, help="a page to write the results into, between its two marks")
     options = parser.parse_args()
     figures = [
         f"Best of up to {options.repeats} runs; CPython {platform.python_version()}, "
         f"{os.cpu_count()} cores, load {os.getloadavg()[0]:.1f} from other work at the start."
     ]
     print(figures[0], end="\n\n")
-    for package, jobs_of, title in TABLES:
-        if options.only and jobs_of.__name__ not in options.only:
-            continue
-        if find_spec(package) is None:
-            figures.append(f"{package} is not installed.")
-        else:
-            figures.append(table_of(jobs_of, title, options.side, options.repeats))
-        print(figures[-1], end="\n\n", flush=True)
+    for jobs_of, (package, title) in TABLES.items():
+        if not options.only or jobs_of.__name__ in options.only:
+            figures.append(table_of(jobs_of, package, title, options.side, options.repeats))
+            print(figures[-1], end="\n\n", flush=True)
     if options.page:
         page = options.page.read_text(encoding="utf-8")
         options.page.write_text(written_into(page, "\n\n".join(figures)), encoding="utf-8")
