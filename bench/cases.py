@@ -12,7 +12,6 @@ from operation import (
     NUMPY_F,
     OTHERWISE,
     OURS,
-    Job,
     Kind,
     Limit,
     Shape,
@@ -26,21 +25,20 @@ TALL, WIDE = Shape(1000, 100), Shape(100, 1000)
 MILLION, LONG, TWO_ROWS = Shape(1, 10**6), Shape(1, 10**7), Shape(2, 5_000_000)
 
 
-def listed(key, name, limit=None, shape=THOUSAND, kind=Kind.TIME, item_bytes=8, **changes):
+def listed(key, name, limit=None, shape=THOUSAND, **changes):
     """The operation over sizes with this key, changed."""
-    operation = OPERATIONS[key].changed(title=name, **changes | NO_ARROW)
-    return Job(operation, shape, limit, kind, item_bytes)
+    return OPERATIONS[key].changed(title=name, limit=limit, shape=shape, **changes | NO_ARROW)
 
 
-def job(statement, limit=None, shape=HUNDRED, name=None, **settings):
-    """A statement on an array, of doubles unless the settings of use() differ."""
+def job(statement, limit=None, shape=HUNDRED, name=None, **changes):
+    """A statement on an array, of doubles unless the changes say otherwise."""
     name = name or f"{statement}, {shape}"
-    return Job(use(name, statement, **settings | NO_ARROW), shape, limit)
+    return use(name, statement, limit=limit, shape=shape, **changes | NO_ARROW)
 
 
-def made(name, limit=None, shape=TEN, kind=Kind.TIME, elements="", **statements):
+def made(name, limit=None, shape=TEN, elements="", **changes):
     """A job that makes an object. The column numpy-F is left out."""
-    return Job(build(name, elements, **statements, numpy_F=None), shape, limit, kind)
+    return build(name, elements, limit=limit, shape=shape, numpy_F=None, **changes)
 
 
 def buffer(name, shape, limit, maker="n.flatten()"):
@@ -195,6 +193,6 @@ CASES = (
     listed("ints", "peak, 1000x1000 from ints", Limit(4.0), kind=Kind.PEAK),
     listed("int32", "peak, 1000x1000 int32", kind=Kind.PEAK, item_bytes=4),
     listed("clone", "peak, a[:].clone()", Limit(1.2), kind=Kind.GROWTH, array=None, list=None),
-    made("held, 1000x1000", Limit(1.1 * 8_000_000), THOUSAND, Kind.HELD, **HELD),
-    made("held, 1x1", Limit(560), Shape(1, 1), Kind.HELD, **HELD),
+    made("held, 1000x1000", Limit(1.1 * 8_000_000), THOUSAND, kind=Kind.HELD, **HELD),
+    made("held, 1x1", Limit(560), Shape(1, 1), kind=Kind.HELD, **HELD),
 )

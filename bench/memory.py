@@ -27,8 +27,8 @@ MOST_OBJECTS = 50_000
 
 def ready(job, column, shape):
     """The compiled statement and its names. An array `a` was read and has exported its memory."""
-    names = measure.names_for(job.operation, shape)
-    statement, own = measure.statement_and_names(job.operation, column, shape, names)
+    names = measure.names_for(job, shape)
+    statement, own = measure.statement_and_names(job, column, shape, names)
     if "a" in own:
         memoryview(own["a"])[0, 0]
     return compile(statement, "<statement>", "eval"), own
@@ -76,7 +76,7 @@ def bytes_held(job, column):
 
 
 def main(name, column):
-    job = next(job for job in CASES if job.name == name)
+    job = next(job for job in CASES if job.title == name)
     print(bytes_held(job, column) if job.kind is Kind.HELD else peak_of(job, column))
 
 

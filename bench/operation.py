@@ -75,9 +75,31 @@ def sizes_up_to(most, layout, steps=(1, 3)):
     return [size for size in sizes if size <= most]
 
 
+class Kind(Enum):
+    """What a job measures. The values are part of the JSON results."""
+
+    TIME = "seconds of the statement"
+    IMPORT = "seconds of the import, in a fresh process"
+    PEAK = "growth of the resident peak, in sizes of the elements, in a fresh process"
+    GROWTH = "growth of the resident peak by a use, in sizes of the elements, in a fresh process"
+    HELD = "bytes that one object holds in all, in a fresh process"
+
+
+@dataclass(frozen=True)
+class Limit:
+    """The upper limit of our result divided by the peer's, or of our result without a peer.
+
+    `aim` is a lower value to work towards.
+    """
+
+    ratio: float
+    peer: str | None = None
+    aim: float | None = None
+
+
 @dataclass(frozen=True)
 class Operation:
-    """Statements and makers are dicts by column."""
+    """Statements and makers are dicts by column. A job is an operation at one shape."""
 
     title: str
     statements: dict[str, str]
@@ -86,6 +108,15 @@ class Operation:
     elements: str = ""  # a key of ELEMENTS
     layout: Layout = Layout.WHOLE
     note: str = ""
+    # Of a job:
+    shape: Shape | None = None
+    limit: Limit | None = None
+    kind: Kind = Kind.TIME
+    item_bytes: int = 8
+
+    @property
+    def element_bytes(self):
+        return self.shape.rows * self.shape.columns * self.item_bytes
 
     def changed(self, **changes):
         """The operation with other fields and statements; the keywords are fields and columns.
@@ -110,52 +141,6 @@ class Operation:
     def uses(self, name):
         texts = (*self.statements.values(), *self.makers.values(), *self.makers_of_b.values())
         return any(re.search(rf"\b{name}\b", text) for text in texts)
-
-
-# --- Jobs: operations at one shape.
-
-
-class Kind(Enum):
-    """What a job measures. The values are part of the JSON results."""
-
-    TIME = "seconds of the statement"
-    IMPORT = "seconds of the import, in a fresh process"
-    PEAK = "growth of the resident peak, in sizes of the elements, in a fresh process"
-    GROWTH = "growth of the resident peak by a use, in sizes of the elements, in a fresh process"
-    HELD = "bytes that one object holds in all, in a fresh process"
-
-
-@dataclass(frozen=True)
-class Limit:
-    """The upper limit of our result divided by the peer's, or of our result without a peer.
-
-    `aim` is a lower value to work towards.
-    """
-
-    ratio: float
-    peer: str | None = None
-    aim: float | None = None
-
-
-@dataclass(frozen=True)
-class Job:
-    operation: Operation
-    shape: Shape
-    limit: Limit | None = None
-    kind: Kind = Kind.TIME
-    item_bytes: int = 8
-
-    @property
-    def name(self):
-        return self.operation.title
-
-    @property
-    def element_bytes(self):
-        return self.shape.rows * self.shape.columns * self.item_bytes
-
-    def statements(self):
-        words = self.shape.words()
-        return {column: text.format(**words) for column, text in self.operation.statements.items()}
 
 
 # --- Makers of `n`. In a list each element is a separate object, except small ints and bools.

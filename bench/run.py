@@ -33,38 +33,34 @@ class Result:
 
     def __init__(self, job, medians):
         self.job, self.medians = job, medians
-        self.ratios = {
-            peer: medians[OURS] / medians[peer] for peer in TABLE_COLUMNS[1:] if peer in medians
-        }
-        self.holds = self.meets_aim = None
+        peers = [column for column in TABLE_COLUMNS[1:] if column in medians]
+        self.ratios = {peer: medians[OURS] / medians[peer] for peer in peers}
+        self.holds, self.limit_cell, self.verdict = None, "", ""
         if job.limit:
-            held = self.ratios[job.limit.peer] if job.limit.peer else medians[OURS]
-            if job.kind is Kind.PEAK:
-                held -= PEAK_CONSTANT_BYTES / job.element_bytes
-            self.holds = held <= job.limit.ratio
-            self.meets_aim = job.limit.aim is not None and held <= job.limit.aim
+            self.judge(job.limit)
 
-    def limit_cell(self):
-        limit = self.job.limit
-        if not limit:
-            return ""
-        aim = f", aim {limit.aim:g}" if limit.aim else ""
-        return limit_text(limit, self.job.kind) + aim
-
-    def verdict(self):
-        if not self.holds:
-            return "" if self.holds is None else "MISSED"
-        return "holds, aim met" if self.meets_aim else "holds"
+    def judge(self, limit):
+        held = self.ratios[limit.peer] if limit.peer else self.medians[OURS]
+        if self.job.kind is Kind.PEAK:
+            held -= PEAK_CONSTANT_BYTES / self.job.element_bytes
+        self.holds = held <= limit.ratio
+        self.verdict = "holds" if self.holds else "MISSED"
+        self.limit_cell = limit_text(limit, self.job.kind)
+        if limit.aim:
+            self.limit_cell += f", aim {limit.aim:g}"
+            self.verdict += ", aim met" if held <= limit.aim else ""
 
     def line(self):
         figures = cells(self.medians, TABLE_COLUMNS, self.job.kind)
-        return line_of(self.job.name, figures, self.limit_cell(), self.verdict())
+        return line_of(self.job.title, figures, self.limit_cell, self.verdict)
 
     def as_dict(self):
+        words = self.job.shape.words()
+        statements = self.job.statements.items()
         return {
-            "name": self.job.name,
+            "name": self.job.title,
             "figures": self.job.kind.value,
-            "statements": self.job.statements(),
+            "statements": {column: text.format(**words) for column, text in statements},
             "medians": self.medians,
             "ratios": self.ratios,
             "limit": self.job.limit and asdict(self.job.limit),
@@ -78,9 +74,9 @@ def line_of(name, figures, limit, verdict):
 
 def fresh_sampler(job, column):
     """Takes a sample in a fresh process: of an import, or of memory."""
-    program = (BENCH / "memory.py", job.name, column)
+    program = (BENCH / "memory.py", job.title, column)
     if job.kind is Kind.IMPORT:
-        program = ("-c", IMPORT_PROGRAM.format(statement=job.operation.statements[column]))
+        program = ("-c", IMPORT_PROGRAM.format(statement=job.statements[column]))
     settings = {"PYTHONMALLOC": "malloc"} if job.kind is Kind.HELD else {}
 
     def sample():
@@ -92,9 +88,9 @@ def fresh_sampler(job, column):
 
 def measured(job, quick):
     """The median of every column of the job."""
-    columns = job.operation.statements
+    columns = job.statements
     if job.kind is Kind.TIME:
-        samplers = samplers_for(job.operation, columns, job.shape, 0.002 if quick else 0.02)
+        samplers = samplers_for(job, columns, job.shape, 0.002 if quick else 0.02)
     else:
         samplers = {column: fresh_sampler(job, column) for column in columns}
     if job.kind is Kind.IMPORT:
@@ -103,7 +99,7 @@ def measured(job, quick):
     return medians_of(samples_of(samplers, dict.fromkeys(columns, repeats)))
 
 
-def parse_arguments():
+def main():
     parser = console.parser(
         PROGRAM,
         "Times the arrays against their neighbours.",
@@ -111,16 +107,12 @@ def parse_arguments():
         "rows whose name",
     )
     parser.add_argument("--check", action="store_true", help="exit status 1 if a limit is missed")
-    return parser.parse_args()
-
-
-def main():
-    arguments = parse_arguments()
+    arguments = parser.parse_args()
     machine = console.start(PROGRAM, "velmar", "numpy")
     print("\n" + line_of("operation", TABLE_COLUMNS, "at most", "verdict"))
     results = []
     for job in CASES:
-        if arguments.only in job.name:
+        if arguments.only in job.title:
             results.append(Result(job, measured(job, arguments.quick)))
             print(results[-1].line(), flush=True)
     judged = [result for result in results if result.holds is not None]

@@ -21,7 +21,7 @@ import plots  # noqa: E402
 import report  # noqa: E402
 import run  # noqa: E402
 import sizes  # noqa: E402
-from operation import Job, Kind, Limit, Operation, Shape  # noqa: E402
+from operation import Kind, Limit, Operation, Shape  # noqa: E402
 
 LINE = [1, 10, 100, 1000, 10_000]
 
@@ -333,7 +333,7 @@ class TestPage:
 
 
 def job(*limit, kind=Kind.TIME):
-    return Job(Operation("job", {}), Shape(250, 50), Limit(*limit), kind)
+    return Operation("job", {}, shape=Shape(250, 50), limit=Limit(*limit), kind=kind)
 
 
 class TestTableOfLimits:
@@ -343,8 +343,8 @@ class TestTableOfLimits:
     )
     def test_verdict(self, ours, verdict):
         result = run.Result(job(0.6, "numpy", 0.3), {"velmar": ours, "numpy": 1.0})
-        assert result.verdict() == verdict
-        assert result.limit_cell() == "0.6 of numpy, aim 0.3"
+        assert result.verdict == verdict
+        assert result.limit_cell == "0.6 of numpy, aim 0.3"
 
     def test_cells(self):
         line = run.Result(job(0.6, "numpy"), {"velmar": 1e-6, "numpy": 4e-6}).line()
@@ -362,7 +362,7 @@ class TestTableOfLimits:
     def test_growth_has_no_constant_on_top(self, growth, holds):
         result = run.Result(job(1.2, kind=Kind.GROWTH), {"velmar": growth})
         assert result.holds is holds
-        assert result.limit_cell() == "1.20 x"
+        assert result.limit_cell == "1.20 x"
 
 
 class TestTableOfSizes:

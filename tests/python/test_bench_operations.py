@@ -168,9 +168,9 @@ class TestOperations:
         tested = OPERATIONS[key]
         self.check_columns(tested, operation.shape_of(size, tested.layout))
 
-    @pytest.mark.parametrize("job", SMALL_JOBS, ids=[job.name for job in SMALL_JOBS])
+    @pytest.mark.parametrize("job", SMALL_JOBS, ids=[job.title for job in SMALL_JOBS])
     def test_columns_of_jobs_agree(self, job):
-        self.check_columns(job.operation, job.shape)
+        self.check_columns(job, job.shape)
 
     def test_names_of_jobs_are_unique(self):
-        assert len({job.name for job in CASES}) == len(CASES)
+        assert len({job.title for job in CASES}) == len(CASES)
