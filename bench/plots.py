@@ -4,6 +4,7 @@
 import math
 from contextlib import contextmanager
 
+from figure_text import time_text
 from fits import ratios_of, times_of
 from operation import ARRAY, ARROW, LIST, NUMPY, NUMPY_F, OURS
 
@@ -31,17 +32,9 @@ SETTINGS = {
 }
 INCHES = (4.8, 3.4)
 GROUP_INCHES, GROUP_INCHES_PER_ROW = 0.6, 0.2
-UNITS = {-12: "ps", -9: "ns", -6: "us", -3: "ms", 0: "s", 3: "ks"}  # by power of ten
 
 
-def tick_text(seconds, _position):
-    """Text for a power of ten: 1 ns, 10 ns, 100 ns, 1 us, ..."""
-    power = round(math.log10(seconds))
-    step = power % 3
-    return f"{10**step} {UNITS[power - step]}"
-
-
-def ratio_tick(ratio, _position):
+def ratio_tick(ratio):
     return f"1/{1 / ratio:g}" if ratio < 1 else f"{ratio:g}"
 
 
@@ -58,10 +51,8 @@ def picture(file, title, height):
 
 
 def set_ticks(axis, most, text):
-    from matplotlib.ticker import FuncFormatter, LogLocator
-
-    axis.set_major_locator(LogLocator(numticks=most))
-    axis.set_major_formatter(FuncFormatter(text))
+    axis.get_major_locator().set_params(numticks=most)
+    axis.set_major_formatter(lambda value, _: text(value))
 
 
 def draw(row, file):
@@ -70,7 +61,7 @@ def draw(row, file):
             times = times_of(row, column)
             axes.loglog(list(times), list(times.values()), label=column, **STYLES[column])
         axes.set_xlabel(row["size_counts"])
-        set_ticks(axes.yaxis, 14, tick_text)
+        set_ticks(axes.yaxis, 14, time_text)
         axes.minorticks_off()
         axes.grid()
         axes.figure.legend(loc="outside upper center", ncols=3, frameon=False)
@@ -84,20 +75,20 @@ def draw_group(rows, file):
     with picture(file, title, GROUP_INCHES + GROUP_INCHES_PER_ROW * len(rows)) as axes:
         axes.axvspan(1e-3, 1, color="#e8f3ea", zorder=0)
         axes.axvline(1, color="#333333", linewidth=1)
-        every = [ratio for row in rows for ratio in ratios_of(row).values()]
         for place, row in enumerate(rows):
-            found = ratios_of(row)
-            axes.plot([min(found.values()), max(found.values())], [place] * 2, color="#999999")
-            shades = [0.25 + 0.75 * math.log10(size) / 7 for size in found]
+            sizes, ratios = zip(*ratios_of(row).items(), strict=True)
+            axes.plot([min(ratios), max(ratios)], [place] * 2, color="#999999")
+            shades = [min(1.0, 0.25 + 0.75 * math.log10(size) / 7) for size in sizes]
             axes.scatter(
-                list(found.values()),
-                [place] * len(found),
+                ratios,
+                [place] * len(ratios),
                 s=26,
-                color=[colormaps["Blues"](min(1.0, shade)) for shade in shades],
+                color=colormaps["Blues"](shades),
                 edgecolors="#08306b",
                 linewidths=0.5,
                 zorder=3,
             )
+        every = [ratio for row in rows for ratio in ratios_of(row).values()]
         axes.set_xscale("log")
         axes.set_xlim(min([0.5, *every]) / 1.3, max([2, *every]) * 1.3)
         axes.set_ylim(len(rows) - 0.4, -0.6)
@@ -108,22 +99,17 @@ def draw_group(rows, file):
         axes.grid(axis="y")
 
 
-def picture_name(row):
-    return f"{row['key']}.svg"
-
-
 def group_picture_name(group):
     return f"group_{group.lower().replace(' ', '_')}.svg"
 
 
 def draw_all(results, folder):
     folder.mkdir(parents=True, exist_ok=True)
-    drawn = [row for row in results["operations"] if row["points"]]
     groups = {}
-    for row in drawn:
-        draw(row, folder / picture_name(row))
-        if ratios_of(row):
+    for row in results["operations"]:
+        if row["points"]:
+            draw(row, folder / f"{row['key']}.svg")
             groups.setdefault(row["group"], []).append(row)
     for group, rows in groups.items():
         draw_group(rows, folder / group_picture_name(group))
-    print(f"{len(drawn) + len(groups)} pictures in {folder}")
+    print(f"{sum(map(len, groups.values())) + len(groups)} pictures in {folder}")

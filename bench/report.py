@@ -11,10 +11,10 @@ import re
 import statistics
 from pathlib import Path
 
-from figure_text import cells, count_text, figure, ratio_text, table, time_text
+from figure_text import cells, count_text, limit_text, ratio_text, table, time_text
 from fits import crossings, decided, fairest_peer, fit_line, one_digit, ratios_of, times_of
-from operation import NUMPY, NUMPY_F, OURS, Kind
-from plots import draw_all, group_picture_name, picture_name
+from operation import NUMPY, NUMPY_F, OURS, Kind, Limit
+from plots import draw_all, group_picture_name
 from sweep import LONG_REPEATS, LONG_SECONDS, REPEATS
 
 OVERVIEW_SIZES = (1, 100, 10_000, 1_000_000, 10_000_000)
@@ -26,19 +26,19 @@ ROUGH_FACTOR = 1.5
 MUCH_SLOWER = 3
 
 WRITTEN = "<!-- Written by bench/report.py from the figures in bench/results; not by hand. -->"
-START = (
-    "All figures on this page were measured on one machine, and `bench/report.py` wrote the page"
-    " from them. Absolute times depend on the machine; compare the ratios."
-)
-OVERVIEW = (
-    "The table shows our time divided by that of NumPy in column-major order, which is our order"
-    " as well. Below 1 we are faster. Where NumPy does not have the operation, the row names the"
-    " column that is used instead. The first line of the table has the numbers of elements."
-)
-GROUP = (
-    "A dot for each size, darker for more elements: our time divided by that of NumPy in"
-    " column-major order. In the green part we are faster."
-)
+START = """\
+All figures on this page were measured on one machine, and `bench/report.py` wrote the page from \
+them. Absolute times depend on the machine; compare the ratios.
+
+CPython {python}, NumPy {numpy}, {arrow}{system}, {processors} processors of {processor}. The load \
+was {load:.2g} as the run began."""
+OVERVIEW = """\
+The table shows our time divided by that of NumPy in column-major order, which is our order as \
+well. Below 1 we are faster. Where NumPy does not have the operation, the row names the column \
+that is used instead. The first line of the table has the numbers of elements."""
+GROUP = """\
+A dot for each size, darker for more elements: our time divided by that of NumPy in column-major \
+order. In the green part we are faster."""
 READING = """\
 How to read the sections below:
 
@@ -48,17 +48,17 @@ How to read the sections below:
 - "About as fast" is within a tenth. A difference at only one size is ignored.
 - In the calls, `a` is the array of the column, or the memory from which one is made. `b` is equal
   to `a` and shares nothing with it. `data` has the elements as nested lists, `flat` as one list."""
-JOBS = (
-    "`script/bench --check` fails if one of these limits is exceeded. The brackets contain our"
-    " figure divided by that of the column.\n\n"
-    "- An import is timed alone in a fresh process.\n"
-    "- A peak is the most that a statement adds to the resident memory, in sizes of the elements.\n"
-    "- Held is the memory of an array that was read and exported.\n"
-    "- `bytearray` is plain memory of the same size.\n"
-    "- `ours otherwise` is our array of ten elements for the reshapes, and finite values for the"
-    " infinities. In other rows it is the steps of the statement as separate calls: nested lists,"
-    " their pickle, a construction."
-)
+JOBS = """\
+`script/bench --check` fails if one of these limits is exceeded. The brackets contain our figure \
+divided by that of the column.
+
+- An import is timed alone in a fresh process.
+- A peak is the most that a statement adds to the resident memory, in sizes of the elements.
+- Held is the memory of an array that was read and exported.
+- `bytearray` is plain memory of the same size.
+- `ours otherwise` is our array of ten elements for the reshapes, and finite values for the \
+infinities. In other rows it is the steps of the statement as separate calls: nested lists, their \
+pickle, a construction."""
 MEASURED = """\
 - Each operation runs in a fresh process. The columns of one size are sampled in turn, with the
   garbage collector off; a figure is the median of {repeats} samples of at least {least}, or of
@@ -69,7 +69,8 @@ MEASURED = """\
   `list` is a list of lists, which shares its elements instead of converting them; `pyarrow` is a
   list array, or a flat one.
 - A column ends where the next size would have taken more than its share of the time.
-- {spread}
+- The upper quartile of the samples was {spread:.2g} % above the lower one in the median of all \
+figures, and {worst_spread:.2g} % or more in the worst twentieth.
 - The run took {minutes:g} minutes and {memory:.2g} GB of memory.
 - To do it again: `script/bench --sizes --json bench/results/sizes.json`, `script/bench --json \
 bench/results/table.json`, then `python bench/report.py bench/results/sizes.json --table \
@@ -99,8 +100,6 @@ def fit_text(times):
 
 def comparison_text(ratios_by_size, peer):
     """Text that says which side is faster, and from which size on."""
-    if not ratios_by_size:
-        return f"There is no size at which both were measured with {peer}."
     clear = list(decided(ratios_by_size).values())
     if not clear:
         return f"About as fast as {peer} at every size."
@@ -122,26 +121,16 @@ def link_to(row):
 # --- The parts of the page.
 
 
-def machine_text(machine):
-    arrow = f"PyArrow {machine['pyarrow']}, " if "pyarrow" in machine else ""
-    return (
-        f"CPython {machine['python']}, NumPy {machine['numpy']}, {arrow}{machine['system']}, "
-        f"{machine['processors']} processors of {machine['processor']}. "
-        f"The load was {machine['load']:.2g} as the run began."
-    )
-
-
 def overview_rows(rows, sizes):
     for row in rows:
         peer, found = fairest_peer(row), ratios_of(row)
-        if peer:
-            name = link_to(row) + ("" if peer in (NUMPY, NUMPY_F) else f", over {peer}")
-            yield [name, *(ratio_text(found[size]) if size in found else "-" for size in sizes)]
+        name = link_to(row) + ("" if peer in (NUMPY, NUMPY_F) else f", over {peer}")
+        yield [name, *(ratio_text(found[size]) if size in found else "-" for size in sizes)]
 
 
 def judgement(rows):
     """Text with the operations that are never slower than NumPy, and those that are much slower."""
-    both = [row for row in rows if fairest_peer(row) in (NUMPY, NUMPY_F) and ratios_of(row)]
+    both = [row for row in rows if fairest_peer(row) in (NUMPY, NUMPY_F)]
     never = [row for row in both if all(ratio < 1 for ratio in decided(ratios_of(row)).values())]
     much = [row for row in both if list(ratios_of(row).values())[-1] > MUCH_SLOWER]
     lines = [f"NumPy has {len(both)} of the operations that were measured:\n"]
@@ -159,101 +148,79 @@ def section(row):
     for column, statement in row["statements"].items():
         columns_by_statement.setdefault(statement, []).append(column)
     calls = [f"{', '.join(names)}: `{text}`" for text, names in columns_by_statement.items()]
-    ours, peer = times_of(row, OURS), fairest_peer(row)
-    words = []
-    if ours and peer:
-        words.append(comparison_text(ratios_of(row), peer))
-        words.append(f"{OURS}: {fit_text(ours)}; {peer}: {fit_text(times_of(row, peer))}.")
-    words = " ".join(filter(None, [*words, row["note"]]))
-    picture = f"![Time against size, {row['title']}](plots/{picture_name(row)})"
+    peer = fairest_peer(row)
+    ours, theirs = (fit_text(times_of(row, column)) for column in (OURS, peer))
+    words = f"{comparison_text(ratios_of(row), peer)} {OURS}: {ours}; {peer}: {theirs}."
+    picture = f"![Time against size, {row['title']}](plots/{row['key']}.svg)"
     folded = fold("Calls and diagram", f"{'; '.join(calls)}. {picture}")
-    return "\n".join(filter(None, [f"### {row['title']}", words, folded]))
+    return "\n".join([f"### {row['title']}", f"{words} {row['note']}".rstrip(), folded])
 
 
 def sections(rows):
     for group, members in itertools.groupby(rows, lambda row: row["group"]):
-        members = list(members)
         yield f"## {group}"
-        if any(map(ratios_of, members)):
-            yield f"![{group}, ratios to NumPy](plots/{group_picture_name(group)})"
-            yield GROUP
+        yield f"![{group}, ratios to NumPy](plots/{group_picture_name(group)})"
+        yield GROUP
         yield from map(section, members)
 
 
 def job_rows(results):
     for row in results["rows"]:
-        kind = Kind(row["figures"])
-        figures = cells(row["medians"], (OURS, NUMPY, NUMPY_F), kind)
-        verdict = {None: "-", True: "holds", False: "missed"}[row["holds"]]
-        yield [row["name"], *figures, limit_text(row["limit"], kind, row["ratios"]), verdict]
-
-
-def limit_text(limit, kind, found):
-    """The limit and the ratio that it applies to."""
-    if limit is None:
-        return "-"
-    if limit["peer"]:
-        return f"{limit['ratio']:g} of {limit['peer']} ({ratio_text(found[limit['peer']])})"
-    return figure(limit["ratio"], kind) + (" and 1 MiB" if kind is Kind.PEAK else "")
-
-
-def spread_text(rows):
-    spreads = [
-        spread for row in rows for point in row["points"] for spread in point["spreads"].values()
-    ]
-    middle, high = (
-        f"{(spread - 1) * 100:.2g} %"
-        for spread in (statistics.median(spreads), statistics.quantiles(spreads, n=20)[-1])
-    )
-    return (
-        f"The upper quartile of the samples was {middle} above the lower one in the median of all"
-        f" figures, and {high} or more in the worst twentieth."
-    )
+        kind, limit, verdict = Kind(row["figures"]), "-", "-"
+        if row["limit"]:
+            limit = limit_text(Limit(**row["limit"]), kind)
+            peer = row["limit"]["peer"]
+            limit += f" ({ratio_text(row['ratios'][peer])})" if peer else ""
+            verdict = "holds" if row["holds"] else "missed"
+        yield [row["name"], *cells(row["medians"], (OURS, NUMPY, NUMPY_F), kind), limit, verdict]
 
 
 def page_of(sizes, jobs=None):
     rows = [row for row in sizes["operations"] if row["points"]]
     shown = [size for size in OVERVIEW_SIZES if size <= sizes["most"]]
     overview = table(["operation", *map(count_text, shown)], overview_rows(rows, shown), len(shown))
-    parts = [WRITTEN, "# Performance", START, machine_text(sizes["machine"])]
+    machine = sizes["machine"]
+    arrow = f"PyArrow {machine['pyarrow']}, " if "pyarrow" in machine else ""
+    parts = [WRITTEN, "# Performance", START.format(arrow=arrow, **machine)]
     parts += ["## In short", judgement(rows), OVERVIEW, fold("Table of ratios", overview, "")]
     if jobs:
         job_table = table(["job", "here", NUMPY, NUMPY_F, "at most", ""], job_rows(jobs))
         parts += ["## Jobs with a limit", JOBS, fold("Table of jobs", job_table, "")]
     parts += ["## Operations over sizes", READING.format(rough=ROUGH_FACTOR), *sections(rows)]
+    points = [point for row in rows for point in row["points"]]
+    spreads = [100 * (spread - 1) for point in points for spread in point["spreads"].values()]
     measured = MEASURED.format(
         repeats=REPEATS,
         least=time_text(sizes["least_seconds"]),
         long_repeats=LONG_REPEATS,
         long=time_text(LONG_SECONDS),
-        spread=spread_text(rows),
+        spread=statistics.median(spreads),
+        worst_spread=statistics.quantiles(spreads, n=20)[-1],
         minutes=sizes["minutes"],
         memory=max(row["peak_bytes"] for row in sizes["operations"]) / 1e9,
     )
     return "\n\n".join([*parts, "## How it was measured", measured]) + "\n"
 
 
-def read(file):
+def results_in(file):
     return json.loads(Path(file).read_text(encoding="utf-8"))
 
 
 def main():
     parser = argparse.ArgumentParser(description="Writes the page on performance.")
-    parser.add_argument("sizes", metavar="SIZES", help="results of script/bench --sizes --json")
-    parser.add_argument("--table", metavar="TABLE", help="results of script/bench --json")
-    parser.add_argument(
-        "--page", metavar="FILE", help="write the page to this file instead of the screen"
-    )
-    parser.add_argument("--plots", metavar="FOLDER", help="draw the pictures into this folder")
+    add = parser.add_argument
+    add("sizes", metavar="SIZES", type=results_in, help="results of script/bench --sizes --json")
+    add("--table", metavar="TABLE", type=results_in, help="results of script/bench --json")
+    add("--page", metavar="FILE", help="write the page to this file instead of the screen")
+    add("--plots", metavar="FOLDER", help="draw the pictures into this folder")
     arguments = parser.parse_args()
-    sizes = read(arguments.sizes)
-    page = page_of(sizes, read(arguments.table) if arguments.table else None)
+    page = page_of(arguments.sizes, arguments.table)
     if arguments.page:
         Path(arguments.page).write_text(page, encoding="utf-8")
     else:
         print(page, end="")
     if arguments.plots:
-        draw_all(sizes, Path(arguments.plots))
+        draw_all(arguments.sizes, Path(arguments.plots))
 
 
 if __name__ == "__main__":

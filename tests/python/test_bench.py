@@ -17,12 +17,12 @@ sys.path.append(str(ROOT / "bench"))
 import console  # noqa: E402
 import figure_text  # noqa: E402
 import fits  # noqa: E402
-import plots  # noqa: E402
 import report  # noqa: E402
 import run  # noqa: E402
 import sizes  # noqa: E402
 from operation import Kind, Limit, Operation, Shape  # noqa: E402
 
+TICKS = {"1e-9": "1 ns", "1e-8": "10 ns", "1e-5": "10 us", "0.1": "100 ms", "10": "10 s"}
 LINE = [1, 10, 100, 1000, 10_000]
 
 
@@ -36,6 +36,7 @@ class TestTexts:
             ("microseconds", 4.2e-6, "4.2 us"),
             ("nanoseconds", 9.5e-8, "95 ns"),
             ("less than one", 2.5e-10, "0.25 ns"),
+            *[(f"tick {text}", float(power), text) for power, text in TICKS.items()],
         ],
     )
     def test_time(self, seconds, text):
@@ -71,19 +72,6 @@ class TestTexts:
     )
     def test_count(self, count, text):
         assert figure_text.count_text(count) == text
-
-    @rows(
-        "seconds, text",
-        [
-            ("nanoseconds", 1e-9, "1 ns"),
-            ("tens", 1e-5, "10 us"),
-            ("hundreds", 0.1, "100 ms"),
-            ("seconds", 10, "10 s"),
-            ("below", 1e-10, "100 ps"),
-        ],
-    )
-    def test_axis(self, seconds, text):
-        assert plots.tick_text(seconds, 0) == text
 
     @rows(
         "title, link",
@@ -190,7 +178,6 @@ class TestWords:
     @rows(
         "values, text",
         [
-            ("none", [], "There is no size at which both were measured with numpy."),
             ("equal", [1, 1.05], "About as fast as numpy at every size."),
             ("below", [0.5, 1, 0.6], "Faster than numpy at every size where the two differ."),
             ("above", [2, 3, 4], "Slower than numpy at every size where the two differ."),
@@ -228,15 +215,14 @@ class TestWords:
     @rows(
         "limit, kind, text",
         [
-            ("none", None, Kind.TIME, "-"),
-            ("a peer", {"ratio": 0.6, "peer": "numpy-F"}, Kind.TIME, "0.6 of numpy-F (0.25)"),
-            ("a peak", {"ratio": 4.0, "peer": None}, Kind.PEAK, "4.00 x and 1 MiB"),
-            ("a growth", {"ratio": 1.2, "peer": None}, Kind.GROWTH, "1.20 x"),
-            ("held", {"ratio": 560, "peer": None}, Kind.HELD, "560 B"),
+            ("a peer", Limit(0.6, "numpy-F"), Kind.TIME, "0.6 of numpy-F"),
+            ("a peak", Limit(4.0), Kind.PEAK, "4.00 x and 1 MiB"),
+            ("a growth", Limit(1.2), Kind.GROWTH, "1.20 x"),
+            ("held", Limit(560), Kind.HELD, "560 B"),
         ],
     )
     def test_limit(self, limit, kind, text):
-        assert report.limit_text(limit, kind, {"numpy-F": 0.25}) == text
+        assert figure_text.limit_text(limit, kind) == text
 
 
 def result_row(**others):
@@ -272,7 +258,14 @@ class TestPage:
                 "ratios": {"numpy-F": 0.25},
                 "limit": {"ratio": 0.6, "peer": "numpy-F", "aim": None},
                 "holds": True,
-            }
+            },
+            {
+                "name": "no limit",
+                "figures": Kind.PEAK.value,
+                "medians": {"velmar": 1, "numpy": 2},
+                "limit": None,
+                "holds": None,
+            },
         ]
     }
 
@@ -286,6 +279,7 @@ class TestPage:
             ),
             ("overview", "| [from floats](#from-floats) | 0.50 | 0.50 | 0.50 | - |"),
             ("job", "| 10x10 | 1 us | - | 4 us (0.25) | 0.6 of numpy-F (0.25) | holds |"),
+            ("job_without_limit", "| no limit | 1.00 x | 2.00 x (0.50) | - | - | - |"),
             (
                 "statements_and_picture",
                 "velmar: `f(data)`; numpy, list: `g(data)`."
