@@ -2,8 +2,8 @@
 
 import itertools
 import math
-import statistics
-from dataclasses import dataclass
+from statistics import fmean, median
+from typing import NamedTuple
 
 from operation import ARRAY, ARROW, LIST, NUMPY, NUMPY_F, OURS
 
@@ -13,8 +13,7 @@ FAIREST = (NUMPY_F, NUMPY, ARRAY, LIST, ARROW)
 EQUAL_WITHIN = 1.1
 
 
-@dataclass(frozen=True)
-class Fit:
+class Fit(NamedTuple):
     """time = fixed + each * size; `off` is the factor between the fit and the worst point."""
 
     fixed: float
@@ -28,22 +27,19 @@ class Fit:
 def fit_line(sizes, times):
     """The line with the least sum of squared relative errors; both numbers are at least 0.
 
-    Relative errors give all points the same weight, from nanoseconds to milliseconds: the sum of
-    (fixed * f + each * e - 1)^2 with f = 1 / time and e = size / time.
+    Relative errors give all points the same weight, from nanoseconds to milliseconds.
     """
-    pairs = [(1 / time, size / time) for size, time in zip(sizes, times, strict=True)]
-    f, e = (sum(column) for column in zip(*pairs, strict=True))
-    ff, ee = (sum(value**2 for value in column) for column in zip(*pairs, strict=True))
-    fe = sum(one * other for one, other in pairs)
-    fixed = each = -1.0
-    if len(set(sizes)) > 1:
-        determinant = ff * ee - fe**2
-        fixed, each = (f * ee - e * fe) / determinant, (ff * e - fe * f) / determinant
-    if each < 0:
-        fixed, each = f / ff, 0.0
-    elif fixed < 0:
-        fixed, each = 0.0, e / ee
-    misses = [fixed * one + each * other for one, other in pairs]
+    weights = [time**-2 for time in times]
+    mean_size, mean_time = fmean(sizes, weights), fmean(times, weights)
+    square = fmean([(size - mean_size) ** 2 for size in sizes], weights)
+    points = list(zip(sizes, times, strict=True))
+    product = fmean([(size - mean_size) * (time - mean_time) for size, time in points], weights)
+    each = max(0.0, product / square) if square else 0.0
+    fixed = mean_time - each * mean_size
+    if fixed < 0:  # the best line through zero
+        fixed = 0.0
+        each = fmean([time / size for size, time in points], [(n / t) ** 2 for n, t in points])
+    misses = [(fixed + each * size) / time for size, time in points]
     return Fit(fixed, each, max(max(miss, 1 / miss) for miss in misses))
 
 
@@ -65,8 +61,8 @@ def ratios_of(row):
 
 def crossing(size, ratio, next_size, next_ratio):
     """The size between two points at which the ratio is 1, by logarithmic interpolation."""
-    part = math.log(ratio) / (math.log(ratio) - math.log(next_ratio))
-    return math.exp(math.log(size) + part * (math.log(next_size) - math.log(size)))
+    part = math.log(ratio) / math.log(ratio / next_ratio)
+    return size * (next_size / size) ** part
 
 
 def one_digit(number):
@@ -78,17 +74,14 @@ def one_digit(number):
 def smoothed(ratios_by_size):
     """The median of each ratio and its two neighbours, so that one disturbance has no effect."""
     sizes, values = list(ratios_by_size), list(ratios_by_size.values())
-    inner = [statistics.median(values[i - 1 : i + 2]) for i in range(1, len(values) - 1)]
+    inner = [median(values[i - 1 : i + 2]) for i in range(1, len(values) - 1)]
     return dict(zip(sizes, [*values[:1], *inner, *values[1:][-1:]], strict=True))
 
 
 def decided(ratios_by_size):
     """The smoothed ratios that differ enough from 1 to tell which side is quicker."""
-    return {
-        size: ratio
-        for size, ratio in smoothed(ratios_by_size).items()
-        if max(ratio, 1 / ratio) > EQUAL_WITHIN
-    }
+    ratios = smoothed(ratios_by_size).items()
+    return {size: ratio for size, ratio in ratios if max(ratio, 1 / ratio) > EQUAL_WITHIN}
 
 
 def crossings(ratios_by_size):

@@ -34,17 +34,12 @@ def ready(job, column, shape):
     return compile(statement, "<statement>", "eval"), own
 
 
-def forget_the_peak_so_far():
-    """Resets the peak to the memory resident now. If that fails, the result can be too high."""
-    with contextlib.suppress(OSError):
-        Path("/proc/self/clear_refs").write_text("5", encoding="ascii")
-
-
 def peak_of(job, column):
     eval(*ready(job, column, Shape(2, 2)))  # so that one-time setup is not counted
     statement, names = ready(job, column, job.shape)
     gc.collect()
-    forget_the_peak_so_far()
+    with contextlib.suppress(OSError):  # if this fails, the result can be too high
+        Path("/proc/self/clear_refs").write_text("5", encoding="ascii")  # resets the peak
     before = resident_bytes("VmRSS")
     result = eval(statement, names)
     grown = resident_bytes("VmHWM") - before

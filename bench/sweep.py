@@ -40,35 +40,25 @@ def rounded(figures):
     return {column: float(f"{value:.{DIGITS}g}") for column, value in figures.items()}
 
 
-class Sweep:
-    """The columns of one operation, with the remaining time of each."""
-
-    def __init__(self, operation, seconds, least_seconds):
-        self.operation = operation
-        self.least_seconds = least_seconds
-        self.left = dict.fromkeys(measure.columns_of(operation), seconds)
-        self.latest = {}  # column -> (size, median)
-
-    def would_go_beyond(self, column, size):
-        if column not in self.latest:
-            return False
-        latest_size, median = self.latest[column]
-        return cost_of(median * size / latest_size, self.least_seconds) > self.left[column]
-
-    def measure(self, size):
-        """Medians, spreads of the samples, columns that stopped, the memory peak so far."""
-        stopped = [column for column in self.left if self.would_go_beyond(column, size)]
+def sweep(operation, seconds, least_seconds, sizes):
+    """Yields for each size medians, spreads of the samples, columns that stopped, memory peak."""
+    left = dict.fromkeys(measure.columns_of(operation), seconds)
+    each = {}  # median of a column at the latest size, for one element
+    for size in sizes:
+        costs = {column: cost_of(each[column] * size, least_seconds) for column in each}
+        stopped = [column for column, cost in costs.items() if cost > left[column]]
         for column in stopped:
-            del self.left[column]
-        shape = shape_of(size, self.operation.layout)
-        samplers = measure.samplers_for(self.operation, self.left, shape, self.least_seconds)
+            del left[column], each[column]
+        samplers = measure.samplers_for(
+            operation, left, shape_of(size, operation.layout), least_seconds
+        )
         repeats = {column: repeats_for(sampler.seconds) for column, sampler in samplers.items()}
         samples = measure.samples_of(samplers, repeats)
         medians = measure.medians_of(samples)
         for column, sampler in samplers.items():
-            self.left[column] -= sampler.spent
-            self.latest[column] = size, medians[column]
-        return {
+            left[column] -= sampler.spent
+            each[column] = medians[column] / size
+        yield {
             "size": size,
             "medians": rounded(medians),
             "spreads": rounded({column: spread_of(found) for column, found in samples.items()}),
@@ -78,9 +68,9 @@ class Sweep:
 
 
 def main(key, seconds, least_seconds, *sizes):
-    sweep = Sweep(OPERATIONS[key], float(seconds), float(least_seconds))
-    for size in sizes:
-        print(json.dumps(sweep.measure(int(size))), flush=True)
+    points = sweep(OPERATIONS[key], float(seconds), float(least_seconds), map(int, sizes))
+    for point in points:
+        print(json.dumps(point), flush=True)
 
 
 if __name__ == "__main__":
