@@ -38,7 +38,7 @@ def job(statement, limit=None, shape=HUNDRED, name=None, **changes):
 
 def made(name, limit=None, shape=TEN, elements="", **changes):
     """A job that makes an object. The column numpy-F is left out."""
-    return build(name, elements, limit=limit, shape=shape, numpy_F=None, **changes)
+    return build(name, elements, limit=limit, shape=shape, **changes, numpy_F=None)
 
 
 def buffer(name, shape, limit, maker="n.flatten()"):
@@ -65,6 +65,7 @@ INT32 = {
     ARRAY: '[array("i", row.tobytes()) for row in n.astype("int32")]',
 }
 FLAT_INT32 = {
+    "elements": "ints",
     "velmar": "velmar.int32(vector=flat)",
     "numpy": 'np.array(flat, dtype="int32")',
     "numpy_F": None,
@@ -82,7 +83,6 @@ SIX_ROWS = {
     "array": 'a[2:8] = [array("d", row) for row in data[:6]]',
     "list": "a[2:8] = [row[:] for row in data[:6]]",
 }
-ROW_COPIED_IN = {"array": "a[3] = b[3][:]", "list": "a[3] = b[3][:]"}
 INT32_IN = {
     "makers_of_b": INT32,
     "elements": "whole_floats",
@@ -97,14 +97,13 @@ OF_INT32 = {
 }
 EQUAL = {"makers_of_b": DOUBLES, "numpy": "np.array_equal(a, b)"}
 # A view exports a copy, so the others copy as well.
-EXPORTED_ROW = {"numpy": "a[3].copy()", "array": "a[3][:]", "list": "a[3][:]"}
+EXPORTED_ROW = {"numpy": "a[3].copy()", "rows": "a[3][:]"}
 EXPORTED_ROWS = {
     "numpy": "a[100:200].copy()",
     "numpy_F": 'a[100:200].copy("F")',
-    "array": "[row[:] for row in a[100:200]]",
-    "list": "[row[:] for row in a[100:200]]",
+    "rows": "[row[:] for row in a[100:200]]",
 }
-ONLY_NUMPY_F = {"numpy": None, "array": None, "list": None}
+ONLY_NUMPY_F = {"numpy": None, "numpy_F": 'a.copy("F")', "rows": None}
 # a.__reduce__()[1][1] is the fastest way to get a nested list of an array.
 PICKLED_LIST = "velmar.double(pickle.loads(pickle.dumps(a.__reduce__()[1][1])))"
 PICKLES = {"makers": DOUBLES | {OTHERWISE: DOUBLES[OURS]}, "ours_otherwise": PICKLED_LIST}
@@ -140,7 +139,7 @@ CASES = (
     listed("logical", "1000x1000 logical"),
     listed("complex", "1000x1000 complex"),
     listed("flat", "vector of 1e6 floats", shape=MILLION, numpy_F=None),
-    listed("flat", "vector of 1e6 int32", shape=MILLION, elements="ints", **FLAT_INT32),
+    listed("flat", "vector of 1e6 int32", shape=MILLION, **FLAT_INT32),
     job(VECTOR, Limit(1.3, NUMPY_F), MILLION, "vector of an array.array", **FROM_MEMORY),
     made(
         "1x1 from a number", velmar="velmar.double(1.5)", numpy="np.array([[1.5]])", list="[[1.5]]"
@@ -159,7 +158,7 @@ CASES = (
     job("a[3][7] = 1.5", Limit(1.0, NUMPY, aim=0.6)),
     job("a[3] = data[0]", Limit(0.6, NUMPY), shape=WIDE, **ONE_ROW),
     job("a[2:8] = data[:6]", shape=WIDE, **SIX_ROWS),
-    job("a[3] = b[3]", Limit(1.5, NUMPY_F), THOUSAND, makers_of_b=DOUBLES, **ROW_COPIED_IN),
+    job("a[3] = b[3]", Limit(1.5, NUMPY_F), THOUSAND, makers_of_b=DOUBLES, rows="a[3] = b[3][:]"),
     listed("write_array", "a[:] = b, 1000x1000", Limit(1.3, NUMPY_F)),
     listed("write_array", "a[:] = b of int32, 1000x1000", Limit(1.3, NUMPY_F), **INT32_IN),
     listed("loop", "all elements, 1000x1000", Limit(1.0, NUMPY)),
@@ -192,7 +191,7 @@ CASES = (
     listed("floats", "peak, 1000x1000 from floats", Limit(4.0), kind=Kind.PEAK),
     listed("ints", "peak, 1000x1000 from ints", Limit(4.0), kind=Kind.PEAK),
     listed("int32", "peak, 1000x1000 int32", kind=Kind.PEAK, item_bytes=4),
-    listed("clone", "peak, a[:].clone()", Limit(1.2), kind=Kind.GROWTH, array=None, list=None),
+    listed("clone", "peak, a[:].clone()", Limit(1.2), kind=Kind.GROWTH, rows=None),
     made("held, 1000x1000", Limit(1.1 * 8_000_000), THOUSAND, kind=Kind.HELD, **HELD),
     made("held, 1x1", Limit(560), Shape(1, 1), kind=Kind.HELD, **HELD),
 )

@@ -20,7 +20,13 @@ BYTES = "bytearray"
 OTHERWISE = "ours otherwise"  # our arrays with other steps, size or elements, see README.md
 ARROW = "pyarrow"
 COLUMNS = (OURS, NUMPY, NUMPY_F, ARRAY, LIST, BYTES, OTHERWISE, ARROW)
-IDENTIFIERS = {"numpy_F": NUMPY_F, "ours_otherwise": OTHERWISE}
+# The columns of a keyword that is not the name of one.
+KEYWORDS = {
+    "numpy": (NUMPY, NUMPY_F),
+    "numpy_F": (NUMPY_F,),
+    "rows": (ARRAY, LIST),
+    "ours_otherwise": (OTHERWISE,),
+}
 
 MOST_ELEMENTS = 10**7
 ROWS_BESIDE = 10
@@ -121,14 +127,13 @@ class Operation:
     def changed(self, **changes):
         """The operation with other fields and statements; the keywords are fields and columns.
 
-        A column numpy_F is numpy-F, and like numpy by default. A statement None means that the
-        column does not have the operation. Of an operation with makers, only their columns remain.
+        A later keyword replaces an earlier one. A statement None means that the column does not
+        have the operation. Of an operation with makers, only their columns remain.
         """
         others = {one.name: changes.pop(one.name) for one in fields(self) if one.name in changes}
-        texts = {IDENTIFIERS.get(name, name): text for name, text in changes.items()}
-        if texts.get(NUMPY):
-            texts.setdefault(NUMPY_F, texts[NUMPY])
-        texts = self.statements | texts
+        texts = dict(self.statements)
+        for keyword, text in changes.items():
+            texts |= dict.fromkeys(KEYWORDS.get(keyword, (keyword,)), text)
         makers = others.get("makers", self.makers) or COLUMNS
         columns = [column for column in COLUMNS if texts.get(column) and column in makers]
         return replace(self, statements={column: texts[column] for column in columns}, **others)

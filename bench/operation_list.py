@@ -11,10 +11,9 @@ PARTS = "The parts are copies in both columns, ours as one row."
 
 # Columns that do not have an operation.
 NO_ARROW = {"pyarrow": None}
-ONLY_NUMPY = {"array": None, "list": None, "pyarrow": None}
+ONLY_NUMPY = {"rows": None, "pyarrow": None}
 
-COPY_ROWS = "[row[:] for row in a]"
-COPY_ROWS_OF_B = "a[:] = [row[:] for row in b]"
+IN_ROWS = "a[:] = [row[:] for row in b]"
 COPY_TO = "{}.copy_to(pa.default_cpu_memory_manager())"
 
 
@@ -180,22 +179,13 @@ WRITING = {
     ),
     # In array and list the rows are copied, because an assignment would share them.
     "write_array": use(
-        "write all from another array",
-        "a[:] = b",
-        makers_of_b=DOUBLES,
-        array=COPY_ROWS_OF_B,
-        list=COPY_ROWS_OF_B,
-        **NO_ARROW,
+        "write all from another array", "a[:] = b", makers_of_b=DOUBLES, rows=IN_ROWS, **NO_ARROW
     ),
 }
 
 MEMORY = {
     "memoryview": use(
-        "memoryview",
-        "memoryview(a)",
-        array=None,
-        list=None,
-        pyarrow="memoryview(a.values.buffers()[1])",
+        "memoryview", "memoryview(a)", rows=None, pyarrow="memoryview(a.values.buffers()[1])"
     ),
     "view_memoryview": use("memoryview of a view", "memoryview(a[:])", note=NO_COPY, **ONLY_NUMPY),
     "stored_bytes": to_bytes("bytes as stored", "A"),
@@ -225,8 +215,7 @@ WHOLE = {
         note=SHARES,
         numpy="a.copy()",
         numpy_F='a.copy("F")',
-        array=COPY_ROWS,
-        list=COPY_ROWS,
+        rows="[row[:] for row in a]",
         pyarrow=COPY_TO.format("a"),
     ),
     "pickle": use(
