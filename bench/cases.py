@@ -71,12 +71,7 @@ FLAT_INT32 = {
     "numpy_F": None,
     "array": 'array("i", flat)',
 }
-HELD = {
-    "elements": "floats",
-    "velmar": "velmar.double(n)",
-    "numpy": "np.array(n)",
-    "array": FLAT_ARRAY,
-}
+HELD = {"elements": "floats", "velmar": DOUBLES[OURS], "numpy": "np.array(n)", "array": FLAT_ARRAY}
 ZEROS = {"bytearray": "bytearray({count} * 8)"}
 ONE_ROW = {"array": 'a[3] = array("d", data[0])', "list": "a[3] = data[0][:]"}
 SIX_ROWS = {
@@ -106,14 +101,14 @@ EXPORTED_ROWS = {
 ONLY_NUMPY_F = {"numpy": None, "numpy_F": 'a.copy("F")', "rows": None}
 # a.__reduce__()[1][1] is the fastest way to get a nested list of an array.
 PICKLED_LIST = "velmar.double(pickle.loads(pickle.dumps(a.__reduce__()[1][1])))"
-PICKLES = {"makers": DOUBLES | {OTHERWISE: DOUBLES[OURS]}, "ours_otherwise": PICKLED_LIST}
+PICKLES = {"makers": DOUBLES | {OTHERWISE: DOUBLES[OURS]}, OTHERWISE: PICKLED_LIST}
 
 OURS_AND_NUMPY = {column: DOUBLES[column] for column in (OURS, NUMPY)}
 VECTOR = "velmar.double(vector=a)"
 RESHAPES = "a.reshape(5_000_000, 2)\na.reshape(2, 5_000_000)"
 BESIDE_TEN = {
     "makers": {OURS: DOUBLES[OURS], OTHERWISE: "velmar.double(n[:, :5].copy())"},
-    "ours_otherwise": "a.reshape(5, 2)\na.reshape(2, 5)",
+    OTHERWISE: "a.reshape(5, 2)\na.reshape(2, 5)",
 }
 FROM_MEMORY = {
     "makers": dict.fromkeys((OURS, NUMPY_F, ARRAY), FLAT_ARRAY),

@@ -59,12 +59,6 @@ def ratios_of(row):
     return {size: ours[size] / theirs[size] for size in sorted(ours) if size in theirs}
 
 
-def crossing(size, ratio, next_size, next_ratio):
-    """The size between two points at which the ratio is 1, by logarithmic interpolation."""
-    part = math.log(ratio) / math.log(ratio / next_ratio)
-    return size * (next_size / size) ** part
-
-
 def one_digit(number):
     """A number from 1 up, rounded to one significant digit, the accuracy of the measurement."""
     power = 10 ** math.floor(math.log10(number))
@@ -85,10 +79,12 @@ def decided(ratios_by_size):
 
 
 def crossings(ratios_by_size):
-    """The sizes at which the ratio crosses 1, between decided ratios."""
-    points = list(decided(ratios_by_size).items())
-    return [
-        crossing(*point, *next_point)
-        for point, next_point in itertools.pairwise(points)
-        if (point[1] < 1) != (next_point[1] < 1)
-    ]
+    """The sizes at which the ratio crosses 1, between decided ratios.
+
+    Logarithmic interpolation: size and ratio are lines in a picture with logarithmic axes.
+    """
+    points = decided(ratios_by_size).items()
+    for (size, ratio), (next_size, next_ratio) in itertools.pairwise(points):
+        if (ratio < 1) != (next_ratio < 1):
+            part = math.log(ratio) / math.log(ratio / next_ratio)
+            yield size * (next_size / size) ** part

@@ -21,12 +21,7 @@ OTHERWISE = "ours otherwise"  # our arrays with other steps, size or elements, s
 ARROW = "pyarrow"
 COLUMNS = (OURS, NUMPY, NUMPY_F, ARRAY, LIST, BYTES, OTHERWISE, ARROW)
 # The columns of a keyword that is not the name of one.
-KEYWORDS = {
-    "numpy": (NUMPY, NUMPY_F),
-    "numpy_F": (NUMPY_F,),
-    "rows": (ARRAY, LIST),
-    "ours_otherwise": (OTHERWISE,),
-}
+KEYWORDS = {"numpy": (NUMPY, NUMPY_F), "numpy_F": (NUMPY_F,), "rows": (ARRAY, LIST)}
 
 MOST_ELEMENTS = 10**7
 ROWS_BESIDE = 10

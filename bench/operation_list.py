@@ -59,7 +59,8 @@ def part(title, name):
 IS_COMPLEX = "double(data, is_complex=True)"
 FLOAT64, INT32, UINT8 = "data, dtype=float", 'data, dtype="int32"', 'data, dtype="uint8"'
 FLAT = {OURS: "n.ravel()", NUMPY: "n.ravel()", ARRAY: FLAT_ARRAY, ARROW: "n.ravel()"}
-MAKING = {
+GROUPS = {}
+GROUPS["Making arrays"] = {
     "floats": nested("from nested floats", "floats", "double(data)", "data", "d", "float64"),
     "ints": nested("double from nested ints", "ints", "double(data)", FLOAT64, "d", "float64"),
     "int32": nested("int32 from nested ints", "ints", "int32(data)", INT32, "i", "int32"),
@@ -115,7 +116,7 @@ MAKING = {
 }
 
 LOOP = "for row in a:\n    for x in row:\n        pass"
-READING = {
+GROUPS["Reading"] = {
     "element": use("read an element", "a[{row}][{column}]", pyarrow="a[{row}][{column}].as_py()"),
     "row": use("take a row", "a[{row}]"),
     "slice": use(
@@ -158,7 +159,7 @@ READING = {
     ),
 }
 
-WRITING = {
+GROUPS["Writing"] = {
     "write_element": use("write an element", "a[{row}][{column}] = 1.5", **NO_ARROW),
     "write_row": use(
         "write a row from a list",
@@ -183,7 +184,7 @@ WRITING = {
     ),
 }
 
-MEMORY = {
+GROUPS["Memory out"] = {
     "memoryview": use(
         "memoryview", "memoryview(a)", rows=None, pyarrow="memoryview(a.values.buffers()[1])"
     ),
@@ -200,7 +201,7 @@ MEMORY = {
     ),
 }
 
-WHOLE = {
+GROUPS["Arrays as a whole"] = {
     "equal": use(
         "a == b, all equal",
         "a == b",
@@ -237,11 +238,4 @@ WHOLE = {
     "length": use("len(a)", "len(a)"),
 }
 
-GROUPS = {
-    "Making arrays": MAKING,
-    "Reading": READING,
-    "Writing": WRITING,
-    "Memory out": MEMORY,
-    "Arrays as a whole": WHOLE,
-}
-OPERATIONS = MAKING | READING | WRITING | MEMORY | WHOLE
+OPERATIONS = {key: one for group in GROUPS.values() for key, one in group.items()}

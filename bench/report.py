@@ -103,7 +103,7 @@ def comparison_text(ratios_by_size, peer):
     clear = list(decided(ratios_by_size).values())
     if not clear:
         return f"About as fast as {peer} at every size."
-    places = crossings(ratios_by_size)
+    places = list(crossings(ratios_by_size))
     if not places:
         word = "Faster" if clear[0] < 1 else "Slower"
         return f"{word} than {peer} at every size where the two differ."

@@ -1,5 +1,7 @@
 # Runs the jobs of the benchmark and prints one table: medians, ratios, limits.
-"""A cell is a neighbour's median and, in brackets, ours divided by it: below 1 we are faster."""
+"""Times the arrays against their neighbours. A cell of the table is a neighbour's median and, in
+brackets, ours divided by it: below 1 we are faster.
+"""
 
 import sys
 from dataclasses import asdict
@@ -100,12 +102,7 @@ def measured(job, quick):
 
 
 def main():
-    parser = console.parser(
-        PROGRAM,
-        "Times the arrays against their neighbours.",
-        "fewer and shorter samples",
-        "rows whose name",
-    )
+    parser = console.parser(PROGRAM, __doc__, "fewer and shorter samples", "rows whose name")
     parser.add_argument("--check", action="store_true", help="exit status 1 if a limit is missed")
     arguments = parser.parse_args()
     machine = console.start(PROGRAM, "velmar", "numpy")

@@ -1,5 +1,7 @@
 # Times every operation over sizes, ours and the neighbours'; prints, writes and draws the results.
-"""Prints a table for each operation: by size our median, each neighbour's median and the ratio."""
+"""Times the arrays over sizes. The table of an operation has for each size our median, each
+neighbour's median and, in brackets, ours divided by it.
+"""
 
 import subprocess
 import sys
@@ -45,20 +47,6 @@ def swept(columns, *arguments):
     return {"points": points, "stopped": stopped, "peak_bytes": peak, "status": status}
 
 
-def parse_arguments():
-    parser = console.parser(
-        PROGRAM,
-        "Times the arrays over sizes.",
-        "powers of ten, shorter samples",
-        "operations whose title or key",
-    )
-    add = parser.add_argument
-    add("--most", type=int, default=MOST_ELEMENTS, help="largest number of elements of an array")
-    add("--minutes", type=float, default=30, help="approximate time of all samples")
-    add("--plots", metavar="FOLDER", help="draw a picture of each operation into this folder")
-    return parser.parse_args()
-
-
 def measured(arguments, least_seconds):
     """Measures the chosen operations. Yields a row of results for each."""
     chosen = [
@@ -84,7 +72,13 @@ def measured(arguments, least_seconds):
 
 
 def main():
-    arguments = parse_arguments()
+    only = "operations whose title or key"
+    parser = console.parser(PROGRAM, __doc__, "powers of ten, shorter samples", only)
+    add = parser.add_argument
+    add("--most", type=int, default=MOST_ELEMENTS, help="largest number of elements of an array")
+    add("--minutes", type=float, default=30, help="approximate time of all samples")
+    add("--plots", metavar="FOLDER", help="draw a picture of each operation into this folder")
+    arguments = parser.parse_args()
     drawing = ["matplotlib"] if arguments.plots else []
     machine = console.start(PROGRAM, "velmar", "numpy", *drawing)
     least_seconds = QUICK_LEAST_SECONDS if arguments.quick else LEAST_SECONDS

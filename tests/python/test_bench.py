@@ -170,7 +170,7 @@ class TestFits:
         ],
     )
     def test_crossings(self, values, places):
-        found = fits.crossings({10**power: value for power, value in enumerate(values)})
+        found = list(fits.crossings({10**power: value for power, value in enumerate(values)}))
         assert found == pytest.approx(places)
 
 
