@@ -20,7 +20,7 @@ BYTES = "bytearray"
 OTHERWISE = "ours otherwise"  # our arrays with other steps, size or elements, see README.md
 ARROW = "pyarrow"
 COLUMNS = (OURS, NUMPY, NUMPY_F, ARRAY, LIST, BYTES, OTHERWISE, ARROW)
-# The columns of a keyword that is not the name of one.
+# Columns by keyword, where a keyword is not just the name of its column.
 KEYWORDS = {"numpy": (NUMPY, NUMPY_F), "numpy_F": (NUMPY_F,), "rows": (ARRAY, LIST)}
 
 MOST_ELEMENTS = 10**7

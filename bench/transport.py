@@ -7,7 +7,7 @@ import pickle
 import platform
 import sys
 from concurrent.futures import ProcessPoolExecutor
-from contextlib import ExitStack
+from contextlib import contextmanager
 from functools import partial
 from importlib.util import find_spec
 from multiprocessing import get_context
@@ -41,50 +41,49 @@ def through_pack(array):
     return transport.unpack(*transport.pack(array))
 
 
-def registered(way, packed, stack):
-    """Registers until the end of the table. Returns the function for workers, or None."""
-    if not packed:
-        return None
-    register = getattr(transport, f"register_{way}")
-    register()
-    stack.callback(getattr(transport, f"unregister_{way}"))
-    return register
+@contextmanager
+def registered(way, packed):
+    """Registers until the end of the table. Yields the function for workers, or None."""
+    register = getattr(transport, f"register_{way}") if packed else None
+    if packed:
+        register()
+    yield register
+    if packed:
+        getattr(transport, f"unregister_{way}")()
 
 
-# --- The tables. A function returns the jobs by name; `stack` closes what they need.
+# --- The tables. A function yields the jobs with their names; it closes what they need at its end.
 
 
-def in_one_process(array, packed, stack):
+def in_one_process(array, packed):
     side = len(array)
-    arrays = {
-        "double, 10 by 10": square(10),
-        f"double, {side} by {side}": array,
-        f"its rows from 1 on, a view, {side - 1} by {side}": array[1:],
-        f"complex single, {side} by {side}": velmar.single(array, is_complex=True),
-        f"complex int16, {side} by {side}": velmar.int16(size=(side, side), is_complex=True),
-        f"logical, {side} by {side}": velmar.logical(size=(side, side)),
-    }
     way = through_pack if packed else through_pickle
-    return {name: partial(way, array) for name, array in arrays.items()}
+    yield "double, 10 by 10", partial(way, square(10))
+    yield f"double, {side} by {side}", partial(way, array)
+    yield f"its rows from 1 on, a view, {side - 1} by {side}", partial(way, array[1:])
+    single = velmar.single(array, is_complex=True)
+    yield f"complex single, {side} by {side}", partial(way, single)
+    int16 = velmar.int16(size=(side, side), is_complex=True)
+    yield f"complex int16, {side} by {side}", partial(way, int16)
+    yield f"logical, {side} by {side}", partial(way, velmar.logical(size=(side, side)))
 
 
-def in_a_pool(array, packed, stack):
+def in_a_pool(array, packed):
     side = len(array)
-    register = registered("multiprocessing", packed, stack)
-    pool = stack.enter_context(ProcessPoolExecutor(1, get_context("spawn"), register))
+    with (
+        registered("multiprocessing", packed) as register,
+        ProcessPoolExecutor(1, get_context("spawn"), register) as pool,
+    ):
 
-    def result(*call):
-        return pool.submit(*call).result(SECONDS)
+        def result(*call):
+            return pool.submit(*call).result(SECONDS)
 
-    return {
-        f"argument and result, {side} by {side}": partial(result, same, array),
-        f"result only, {side} by {side}": partial(result, zeros, side),
-        "as many bytes there and back": partial(result, same, bytes(8 * side * side)),
-    }
+        yield f"argument and result, {side} by {side}", partial(result, same, array)
+        yield f"result only, {side} by {side}", partial(result, zeros, side)
+        yield "as many bytes there and back", partial(result, same, bytes(8 * side * side))
 
 
-def after_register_pickle(array, packed, stack):
-    register = registered("pickle", packed, stack)
+def after_register_pickle(array, packed):
     fork = get_context("fork")
 
     def in_pool():
@@ -95,71 +94,63 @@ def after_register_pickle(array, packed, stack):
         with ProcessPoolExecutor(1, fork, register) as pool:
             pool.submit(same, array).result(SECONDS)
 
-    return {
-        "pickle, there and back": partial(through_pickle, array),
-        "copy.copy": partial(copy.copy, array),
-        "multiprocessing.Pool, forked": in_pool,
-        "ProcessPoolExecutor, forked": in_executor,
-    }
+    with registered("pickle", packed) as register:
+        yield "pickle, there and back", partial(through_pickle, array)
+        yield "copy.copy", partial(copy.copy, array)
+        yield "multiprocessing.Pool, forked", in_pool
+        yield "ProcessPoolExecutor, forked", in_executor
 
 
-def in_joblib(array, packed, stack):
+def in_joblib(array, packed):
     import joblib
-
-    register = registered("pickle", packed, stack)
 
     def in_backend(backend, **settings):
         with joblib.parallel_config(backend, n_jobs=2, **settings):
             joblib.Parallel()(joblib.delayed(same)(a) for a in (array, array))
 
-    return {
-        "backend loky": partial(in_backend, "loky", initializer=register),
-        "backend multiprocessing": partial(in_backend, "multiprocessing"),
-        "backend threading": partial(in_backend, "threading"),
-        "joblib.hash": partial(joblib.hash, array),
-    }
+    with registered("pickle", packed) as register:
+        yield "backend loky", partial(in_backend, "loky", initializer=register)
+        yield "backend multiprocessing", partial(in_backend, "multiprocessing")
+        yield "backend threading", partial(in_backend, "threading")
+        yield "joblib.hash", partial(joblib.hash, array)
 
 
-def in_dask_after_register_pickle(array, packed, stack):
+def in_dask_after_register_pickle(array, packed):
     from dask.tokenize import tokenize
     from distributed import Client
 
-    client = stack.enter_context(Client(**DASK))
-    register = registered("pickle", packed, stack)
-
     def in_submit():
-        if register is not None:
+        if packed:
             client.run(register)
         client.submit(same, array, pure=False).result(SECONDS)
 
-    return {"token": partial(tokenize, array), "argument of submit, result fetched": in_submit}
+    with Client(**DASK) as client, registered("pickle", packed) as register:
+        yield "token", partial(tokenize, array)
+        yield "argument of submit, result fetched", in_submit
 
 
-def under_dask(array, packed, stack):
+def under_dask(array, packed):
     from dask.tokenize import tokenize
     from distributed import Client, wait
 
-    client = stack.enter_context(Client(**DASK))
-    if packed:
-        transport.register_dask(client)
-    submit = partial(client.submit, pure=False)
-    scatter = partial(client.scatter, array, hash=False)
-    return {
-        "token": partial(tokenize, array),
-        "scatter, a job on it": lambda: wait(submit(len, scatter()), timeout=SECONDS),
-        "result fetched": lambda: submit(zeros, len(array)).result(SECONDS),
-        "argument of submit, result fetched": lambda: submit(same, array).result(SECONDS),
-    }
+    with Client(**DASK) as client:
+        if packed:
+            transport.register_dask(client)
+        submit = partial(client.submit, pure=False)
+        scatter = partial(client.scatter, array, hash=False)
+        yield "token", partial(tokenize, array)
+        yield "scatter, a job on it", lambda: wait(submit(len, scatter()), timeout=SECONDS)
+        yield "result fetched", lambda: submit(zeros, len(array)).result(SECONDS)
+        yield "argument of submit, result fetched", lambda: submit(same, array).result(SECONDS)
 
 
-def under_ray(array, packed, stack):
+def under_ray(array, packed):
     os.environ["RAY_AUTH_MODE"] = "disabled"
     import ray
 
     environment = {"env_vars": {"PYTHONPATH": os.pathsep.join(sys.path)}}
     if packed:
         environment["worker_process_setup_hook"] = transport.register_ray
-    stack.callback(ray.shutdown)
     ray.init(
         num_cpus=1,
         include_dashboard=False,
@@ -170,10 +161,9 @@ def under_ray(array, packed, stack):
     if packed:
         transport.register_ray()
     task = ray.remote(same)
-    return {
-        "put and get": lambda: ray.get(ray.put(array)),
-        "argument and result of a task": lambda: ray.get(task.remote(array)),
-    }
+    yield "put and get", lambda: ray.get(ray.put(array))
+    yield "argument and result of a task", lambda: ray.get(task.remote(array))
+    ray.shutdown()
 
 
 # The package that a table needs, and its title.
@@ -201,11 +191,10 @@ def best_of(job, repeats):
 def table_of(jobs_of, package, title, side, repeats):
     if find_spec(package) is None:
         return f"{package} is not installed."
-    took, array = {}, square(side)
+    took = {}
     for packed in (False, True):
-        with ExitStack() as stack:
-            for name, job in jobs_of(array, packed, stack).items():
-                took.setdefault(name, []).append(best_of(job, repeats))
+        for name, job in jobs_of(square(side), packed):
+            took.setdefault(name, []).append(best_of(job, repeats))
     rows = [
         [name, time_text(pickled), time_text(packed), ratio_text(pickled / packed, digits=1)]
         for name, (pickled, packed) in took.items()
@@ -221,9 +210,7 @@ def written_into(page, figures):
 
 
 def main():
-    parser = argparse.ArgumentParser(
-        description="Compares packed and pickled arrays between processes."
-    )
+    parser = argparse.ArgumentParser(description="Compares packed and pickled arrays.")
     add = parser.add_argument
     add("--side", type=int, default=1000, help="rows and columns of the arrays")
     add("--repeats", type=int, default=9)
