@@ -68,8 +68,7 @@ def wanted_parts(names):
 
 
 def pip(*options, **settings):
-    command = [VENV / "bin/python", "-m", "pip", *options]
-    return subprocess.run(command, check=False, **settings).returncode == 0
+    subprocess.run([VENV / "bin/python", "-m", "pip", *options], check=True, **settings)
 
 
 def make_venv():
@@ -77,18 +76,16 @@ def make_venv():
     subprocess.run([sys.executable, "-m", "venv", "--clear", VENV], check=True)
     STAMPS.mkdir()
     pins = requirements("build").read_text().splitlines()
-    pin = next(line for line in pins if line.startswith("pip=="))
-    # CPython 3.11 adds an old setuptools.
-    return pip("install", "-qq", "--no-compile", pin) and pip(
-        "uninstall", "-qq", "-y", "setuptools", stderr=subprocess.DEVNULL
-    )
+    pip("install", "-qq", "--no-compile", *(pin for pin in pins if pin.startswith("pip==")))
+    # CPython 3.11 adds an old one.
+    pip("uninstall", "-qq", "-y", "setuptools", stderr=subprocess.DEVNULL)
 
 
 def fill_venv(part):
     say(f"installing {part.purpose} into {VENV}")
     files = [f"--requirement={requirements(name)}" for name in part.in_venv]
     # Without bytecode, which Python writes at the first import.
-    return pip("install", "-qq", "--no-compile", *files)
+    pip("install", "-qq", "--no-compile", *files)
 
 
 def fetch(interpreter, names, **settings):
@@ -99,61 +96,56 @@ def fetch(interpreter, names, **settings):
     files = [f"--requirement={requirements(name)}" for name in names]
     with tempfile.TemporaryDirectory(prefix="fetched.", dir=CACHE) as folder:
         options = ("download", "-qq", "--only-binary", ":all:", "-d", folder, *files)
-        is_complete = pip("--python", interpreter, *options, **settings)
-        if is_complete:
-            WHEELHOUSE.mkdir(exist_ok=True)
-            for file in Path(folder).iterdir():
-                file.replace(WHEELHOUSE / file.name)
-    return is_complete
+        pip("--python", interpreter, *options, **settings)
+        WHEELHOUSE.mkdir(exist_ok=True)
+        for file in Path(folder).iterdir():
+            file.replace(WHEELHOUSE / file.name)
 
 
 def fetch_tests_of(version, interpreter):
     """NumPy has no wheel for some versions."""
     say(f"fetching the test packages of CPython {version} ({interpreter})")
-    if fetch(interpreter, ("tests", "neighbours"), stderr=subprocess.DEVNULL):
-        return True
-    is_complete = fetch(interpreter, ("tests",))
-    say(f"CPython {version} is tested without NumPy: it has no wheel for this version")
-    return is_complete
-
-
-def fetch_test_packages(interpreters):
-    """For all interpreters at once, because pip waits for the network most of the time."""
-    pairs = [line.split(" ", 1) for line in interpreters.splitlines()]
-    with ThreadPoolExecutor(len(pairs)) as pool:
-        return all(list(pool.map(fetch_tests_of, *zip(*pairs, strict=True))))
+    try:
+        fetch(interpreter, ("tests", "neighbours"), stderr=subprocess.DEVNULL)
+    except subprocess.CalledProcessError:
+        fetch(interpreter, ("tests",))
+        say(f"CPython {version} is tested without NumPy: it has no wheel for this version")
 
 
 def set_up(name, interpreters):
-    """Returns whether pip succeeded; its messages say what failed."""
     (STAMPS / name).unlink(missing_ok=True)
     part = PARTS[name]
-    is_done = not part.in_venv or fill_venv(part)
-    if is_done and name == "tests":
-        is_done = fetch_test_packages(interpreters)
-    elif is_done and part.downloads:
+    if part.in_venv:
+        fill_venv(part)
+    if name == "tests":  # all at once, because pip waits for the network most of the time
+        pairs = [line.split(" ", 1) for line in interpreters.splitlines()]
+        with ThreadPoolExecutor(len(pairs)) as pool:
+            list(pool.map(fetch_tests_of, *zip(*pairs, strict=True)))
+    elif part.downloads:
         say(f"fetching the packages of the {name}")
-        is_done = fetch(sys.executable, part.downloads)
-    if is_done:
-        (STAMPS / name).write_text(inputs_of(name, interpreters))
-    return is_done
+        fetch(sys.executable, part.downloads)
+    (STAMPS / name).write_text(inputs_of(name, interpreters))
 
 
 def main():
     interpreters, *names = sys.argv[1:]
     parts = wanted_parts(names)
     if all(is_set_up(name, interpreters) for name in parts):
-        return 0
+        return
     # Lock, because two concurrent runs would damage .venv. A run that has nothing to do needs none,
     # and does not wait for one that sets up other parts.
     CACHE.mkdir(exist_ok=True)
     with (CACHE / "setup.lock").open("w") as lock:
         fcntl.flock(lock, fcntl.LOCK_EX)
-        if not is_set_up("build", interpreters) and not make_venv():
-            return 1
-        missing = [name for name in parts if not is_set_up(name, interpreters)]
-        return 0 if all(set_up(name, interpreters) for name in missing) else 1
+        if not is_set_up("build", interpreters):
+            make_venv()
+        for name in parts:
+            if not is_set_up(name, interpreters):
+                set_up(name, interpreters)
 
 
 if __name__ == "__main__":
-    sys.exit(main())
+    try:
+        main()
+    except subprocess.CalledProcessError:
+        sys.exit(1)  # pip has said what failed

@@ -12,16 +12,17 @@ from suite import (
     fresh_results,
     install,
     make_environment,
-    native_module,
-    pytest,
-    run_native_suite,
-    run_suite,
+    run_native_suites,
+    run_pytest,
     say,
     test_example,
 )
 
 FLAGS = {"clang": "", "libcxx": "-stdlib=libc++"}
-CLIENT_KIT = ("tests/wheel/test_client_kit.py", "tests/wheel/test_native_clients_page.py")
+WHEEL_TESTS = {
+    "client_kit": ["tests/wheel/test_client_kit.py", "tests/wheel/test_native_clients_page.py"],
+    "recipes": ["tests/wheel/test_recipes.py"],
+}
 
 
 def test_with(results, name, flags, native):
@@ -33,26 +34,22 @@ def test_with(results, name, flags, native):
     python = make_environment(f"compilers-{name}", find_interpreters()[0][1])
     install(f"compilers-{name}", "--no-deps", wheel)
 
-    def run_wheel_tests(suite, *files):
-        command = pytest(results, suite, sys.executable, *files, "--wheel", wheel)
-        run_suite(results, suite, command, settings)
-
-    run_wheel_tests(f"{name}_client_kit", *CLIENT_KIT)
-    if not flags:  # the recipes have flags of their own
-        run_wheel_tests(f"{name}_recipes", "tests/wheel/test_recipes.py")
+    for suite, tests in WHEEL_TESTS.items():
+        if not (flags and suite == "recipes"):  # the recipes have flags of their own
+            options = [*tests, "--wheel", wheel]
+            run_pytest(results, f"{name}_{suite}", sys.executable, *options, settings=settings)
     test_example(results, f"{name}_example", folder / "example", python, flags, settings)
-    command = pytest(results, f"{name}_python", python, "-n", os.cpu_count(), "--dist", "worksteal")
-    run_suite(results, f"{name}_python", command, settings | {"HYPOTHESIS_PROFILE": "brief"})
-    for module in native:
-        path = native_module(folder / "build", module)
-        run_native_suite(results, f"{name}_{module}", path, python)
+    options = ["-n", os.cpu_count(), "--dist", "worksteal"]
+    brief = settings | {"HYPOTHESIS_PROFILE": "brief"}
+    run_pytest(results, f"{name}_python", python, *options, settings=brief)
+    if native:
+        run_native_suites(results, folder / "build", python, prefix=f"{name}_")
 
 
 def main():
-    native = ("native", "client") if sys.argv[1:] == ["--native"] else ()
     results = fresh_results("compilers")
     for name, flags in FLAGS.items():
-        test_with(results, name, flags, native)
+        test_with(results, name, flags, native=sys.argv[1:] == ["--native"])
     return 0 if report([results], with_logs=True) else 1
 
 

@@ -6,13 +6,13 @@ JUnit format, NAME.log the output. A suite counts as one failure if it has no re
 test but a status other than 0. Each report of a sanitizer counts as one failure, too.
 """
 
-import argparse
 import sys
 import xml.etree.ElementTree as ElementTree
 from collections import Counter
 from pathlib import Path
 
-REPORTS = ("ERROR: AddressSanitizer", "runtime error:", "AddressSanitizer:DEADLYSIGNAL")
+import sanitizers
+
 LAST_LINES = 15  # of the log of a suite that ended without a failed test
 
 
@@ -40,12 +40,7 @@ def count_suite(status_file):
     return counts, lines
 
 
-def sanitizer_reports(folder):
-    texts = [file.read_text(errors="replace") for file in sorted(folder.glob("report.*"))]
-    return [text for text in texts if any(mark in text for mark in REPORTS)]
-
-
-def report(folders, with_logs):
+def report(folders, with_logs=False):
     """Prints what failed and the total. Returns whether tests passed and none failed."""
     total, what_failed = Counter(), []
     for folder in folders:
@@ -57,7 +52,7 @@ def report(folders, with_logs):
                 good, bad, skipped = (counts[key] for key in ("passed", "failed", "skipped"))
                 print(f"== {status_file.stem}: {good} good, {bad} bad, {skipped} skipped")
                 print(status_file.with_suffix(".log").read_text(errors="replace").rstrip())
-        for text in sanitizer_reports(folder):
+        for text in sanitizers.errors(folder / "report"):
             total["failed"] += 1
             what_failed += [f"{folder.name}: {line}" for line in text.splitlines()[:LAST_LINES]]
             if with_logs:
@@ -67,13 +62,5 @@ def report(folders, with_logs):
     return total["passed"] > 0 and total["failed"] == 0
 
 
-def main():
-    parser = argparse.ArgumentParser()
-    parser.add_argument("folders", nargs="+", type=Path)
-    parser.add_argument("--logs", action="store_true", help="print the output of each suite")
-    arguments = parser.parse_args()
-    return 0 if report(arguments.folders, arguments.logs) else 1
-
-
 if __name__ == "__main__":
-    sys.exit(main())
+    sys.exit(0 if report([Path(name) for name in sys.argv[1:]]) else 1)

@@ -14,24 +14,24 @@ from suite import ONLY_MODULE, ROOT, build_wheel, run, say
 DEBIAN_NAMES = {"aarch64": "arm64", "s390x": "s390x"}
 # Python, its headers and all libraries that it needs.
 PACKAGES = ("python3", "libpython3-dev", "libstdc++6")
-# All files of apt are in the folder `apt`, so that apt neither reads nor changes what is installed
-# on this computer: for apt no package is installed.
-APT_SETTINGS = """\
-APT::Install-Recommends "false";
-APT::Sandbox::User "";
-Acquire::Languages "none";
-Dir::State "{apt}";
-Dir::State::lists "lists";
-Dir::State::status "{apt}/status";
-Dir::Cache "{apt}";
-Dir::Cache::archives "archives";
-"""
-APT_SETTINGS_OF_MACHINE = """\
-APT::Architecture "{architecture}";
-APT::Architectures "{architecture}";
-Dir::Etc::sourcelist "{apt}/sources.list";
-Dir::Etc::sourceparts "/dev/null";
-"""
+# Apt neither reads nor changes what is installed on this computer: all its files are in the folder
+# {apt}, and for it no package is installed.
+APT_SETTINGS = (
+    "APT::Install-Recommends=false",
+    "APT::Sandbox::User=",
+    "Acquire::Languages=none",
+    "Dir::State={apt}",
+    "Dir::State::lists=lists",
+    "Dir::State::status={apt}/status",
+    "Dir::Cache={apt}",
+    "Dir::Cache::archives=archives",
+)
+APT_SETTINGS_OF_MACHINE = (
+    "APT::Architecture={architecture}",
+    "APT::Architectures={architecture}",
+    "Dir::Etc::sourcelist={apt}/sources.list",
+    "Dir::Etc::sourceparts=/dev/null",
+)
 
 
 def find_emulator(name):
@@ -77,14 +77,10 @@ class Machine:
     def mark_made(self, name, inputs):
         (self.folder / f"{name}.made").write_text(inputs)
 
-    def apt_get(self, *command, **options):
-        settings = os.environ | {"APT_CONFIG": str(self.apt / "apt.conf")}
-        nothing = subprocess.DEVNULL
-        return run("apt-get", "-qq", *command, env=settings, stdin=nothing, **options)
-
-    def configure_apt(self, settings):
-        text = settings.format(apt=self.apt, architecture=DEBIAN_NAMES[self.name])
-        (self.apt / "apt.conf").write_text(text)
+    def apt_get(self, settings, *command, **options):
+        names = {"apt": self.apt, "architecture": DEBIAN_NAMES[self.name]}
+        settings = [f"--option={setting.format(**names)}" for setting in settings]
+        return run("apt-get", "-qq", *settings, *command, stdin=subprocess.DEVNULL, **options)
 
     def download_packages(self):
         """Into the folder apt/archives, with the packages that they need."""
@@ -94,15 +90,14 @@ class Machine:
         (self.apt / "status").touch()
         # Use the archives of Debian that this computer uses. The origin of an archive is known
         # after an update.
-        self.configure_apt(APT_SETTINGS)
-        self.apt_get("update")
+        self.apt_get(APT_SETTINGS, "update")
         source = "deb $(REPO_URI) $(RELEASE) $(COMPONENT)"
-        which = ("Identifier: Packages", "Origin: Debian")
-        found = self.apt_get("indextargets", "--format", source, *which, stdout=subprocess.PIPE)
-        (self.apt / "sources.list").write_text("".join(sorted(set(found.stdout.splitlines(True)))))
-        self.configure_apt(APT_SETTINGS + APT_SETTINGS_OF_MACHINE)
-        self.apt_get("update")
-        self.apt_get("install", "-y", "--download-only", *PACKAGES)
+        show = ("indextargets", "--format", source, "Identifier: Packages", "Origin: Debian")
+        found = self.apt_get(APT_SETTINGS, *show, stdout=subprocess.PIPE).stdout
+        (self.apt / "sources.list").write_text("".join(sorted(set(found.splitlines(True)))))
+        settings = APT_SETTINGS + APT_SETTINGS_OF_MACHINE
+        self.apt_get(settings, "update")
+        self.apt_get(settings, "install", "-y", "--download-only", *PACKAGES)
 
     def make_root(self):
         """Unpacks the packages, and puts the headers of Python into the folder `include`."""

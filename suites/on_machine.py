@@ -11,10 +11,9 @@ from machine import DEBIAN_NAMES, Machine
 from suite import (
     ROOT,
     fresh_results,
-    native_module,
     run,
     run_logged,
-    run_native_suite,
+    run_native_suites,
     run_python_suites,
     say,
 )
@@ -44,9 +43,7 @@ def test(machine, files):
         build = machine.folder / "build"
         say("building and running the native tests")
         run_logged(results / "build.log", "cmake", "--build", build)
-        for name in ("native", "client"):
-            module = native_module(build, name)
-            run_native_suite(results, name, module, python, longest=LONGEST)
+        run_native_suites(results, build, python, longest=LONGEST)
     times = os.times()
     user, system = times.user + times.children_user, times.system + times.children_system
     seconds = time.monotonic() - start

@@ -16,12 +16,11 @@ from suite import (
     fresh_results,
     install,
     make_environment,
-    native_module,
-    pytest,
     run,
-    run_native_suite,
+    run_logged,
+    run_native_suites,
+    run_pytest,
     run_python_suites,
-    run_suite,
     say,
     test_example,
 )
@@ -72,7 +71,8 @@ class WheelRun:
             if self.is_all:
                 python = ROOT / f"build/environments/python-{lowest_version}/bin/python"
                 started.append(pool.submit(self.test_neighbours, lowest))
-                started.append(pool.submit(self.test_native, lowest))
+                release = ROOT / "build/release"
+                started.append(pool.submit(run_native_suites, self.results, release, lowest))
                 client = ROOT / "build/native_client/test"
                 started.append(pool.submit(test_example, self.results, "example", client, python))
             for job in started:
@@ -86,82 +86,65 @@ class WheelRun:
     def test_on(self, version, interpreter, profile):
         name = f"python-{version}"
         python = self.make_environment(name, interpreter)
-        command = pytest(self.results, name, python, *self.files)
-        run_suite(self.results, name, command, {"HYPOTHESIS_PROFILE": profile})
+        settings = {"HYPOTHESIS_PROFILE": profile}
+        run_pytest(self.results, name, python, *self.files, settings=settings)
 
     def test_wheel(self):
-        command = pytest(
-            self.results, "wheel", sys.executable, "tests/wheel", "--wheel", self.wheel
-        )
-        run_suite(self.results, "wheel", command)
+        options = ["tests/wheel", "--wheel", self.wheel]
+        run_pytest(self.results, "wheel", sys.executable, *options)
 
     def test_neighbours(self, interpreter):
         python = self.make_environment("neighbours", interpreter)
         install("neighbours", "-r", "script/requirements-examples.txt")
+        run_pytest(self.results, "neighbours", python, "tests/neighbours")
         files = [f"tests/python/test_{name}.py" for name in BESIDE_NEIGHBOURS]
-        for name, of_suite in (("neighbours", ["tests/neighbours"]), ("beside_neighbours", files)):
-            run_suite(self.results, name, pytest(self.results, name, python, *of_suite))
-
-    def test_native(self, interpreter):
-        for name in ("native", "client"):
-            module = native_module(ROOT / "build/release", name)
-            run_native_suite(self.results, name, module, interpreter)
+        run_pytest(self.results, "beside_neighbours", python, *files)
 
 
-class PresetRun:
-    """A build for tests, on the lowest CPython."""
-
-    def __init__(self, results, files, preset, profile, flags="", settings=None):
-        self.results = results
-        self.files = files
-        self.preset = preset
-        self.profile = profile
-        self.flags = flags  # of the compiler, for the client of examples
-        self.settings = settings or {}
-
-    def test(self):
-        python = self.build_and_install()
-        with ThreadPoolExecutor() as pool:
-            others = None if self.files else pool.submit(self.test_others, python)
-            settings = self.settings | {"HYPOTHESIS_PROFILE": self.profile}
-            run_python_suites(self.results, python, self.files, settings)
-            if others:
-                others.result()
-
-    def build_and_install(self):
-        native = "OFF" if self.files else "ON"
-        with (self.results / "build.log").open("w") as log:
-            run(
-                "script/build", self.preset, f"-DVELMAR_NATIVE_TESTS={native}", cwd=ROOT, stdout=log
-            )
-        python = make_environment(self.preset, find_interpreters()[0][1])
-        find_site = "import sysconfig; print(sysconfig.get_path('platlib'))"
-        site = run(python, "-c", find_site, stdout=subprocess.PIPE).stdout.strip()
-        with (self.results / "install.log").open("w") as log:
-            run("cmake", "--install", ROOT / "build" / self.preset, "--prefix", site, stdout=log)
-        for package in ("velmar", "vlexceptions"):
-            shutil.copytree(ROOT / "python" / package, Path(site) / package, dirs_exist_ok=True)
-        return python
-
-    def test_others(self, python):
-        for name in ("native", "client"):
-            module = native_module(ROOT / "build" / self.preset, name)
-            run_native_suite(self.results, name, module, python, self.settings)
-        client = ROOT / "build/native_client" / self.preset
-        test_example(self.results, "example", client, python, self.flags, self.settings)
+def install_preset(results, preset, is_native):
+    """Builds a preset. Returns an interpreter, the lowest CPython, with the module and packages."""
+    native = "ON" if is_native else "OFF"
+    build_log = results / "build.log"
+    run_logged(build_log, "script/build", preset, f"-DVELMAR_NATIVE_TESTS={native}")
+    python = make_environment(preset, find_interpreters()[0][1])
+    find_site = "import sysconfig; print(sysconfig.get_path('platlib'))"
+    site = run(python, "-c", find_site, stdout=subprocess.PIPE).stdout.strip()
+    install_log = results / "install.log"
+    run_logged(install_log, "cmake", "--install", f"build/{preset}", "--prefix", site)
+    for package in ("velmar", "vlexceptions"):
+        shutil.copytree(ROOT / "python" / package, Path(site) / package, dirs_exist_ok=True)
+    return python
 
 
-def sanitized(results, files):
+def test_preset(results, files, preset, profile, flags="", settings=None):
+    """A build for tests. `flags` are for the compiler of the client of examples."""
+    settings = settings or {}
+    python = install_preset(results, preset, is_native=not files)
+
+    def test_others():
+        run_native_suites(results, ROOT / "build" / preset, python, settings)
+        client = ROOT / "build/native_client" / preset
+        test_example(results, "example", client, python, flags, settings)
+
+    with ThreadPoolExecutor() as pool:
+        others = None if files else pool.submit(test_others)
+        variables = settings | {"HYPOTHESIS_PROFILE": profile}
+        run_python_suites(results, python, files, variables)
+        if others:
+            others.result()
+
+
+def test_sanitized(results, files):
     flags = "-fsanitize=address,undefined -fno-sanitize-recover=all"
     settings = sanitizers.settings(results / "report")
-    return PresetRun(results, files, "sanitize", "brief", flags, settings)
+    test_preset(results, files, "sanitize", "brief", flags, settings)
 
 
-def covered(results, files):
+def test_covered(results, files):
     # At its end every process, also a child, adds its counts to the .gcda files beside the objects.
     for counts in (ROOT / "build/coverage").rglob("*.gcda"):
         counts.unlink()
-    return PresetRun(results, files, "coverage", "brief" if files else "ci")
+    test_preset(results, files, "coverage", "brief" if files else "ci")
 
 
 def report_coverage(results, files):
@@ -190,9 +173,9 @@ def main():
     mode, files = arguments.mode, arguments.files
     results = fresh_results(mode if mode in ("sanitize", "coverage") else "test")
     if mode == "sanitize":
-        sanitized(results, files).test()
+        test_sanitized(results, files)
     elif mode == "coverage":
-        covered(results, files).test()
+        test_covered(results, files)
     else:
         WheelRun(results, files, mode == "all").test()
     is_good = report([results], with_logs=True)

@@ -1,7 +1,9 @@
-"""The environment variables for a program that loads libraries with sanitizers."""
+"""The environment variables for a program that loads libraries with sanitizers, and its reports."""
 
 import os
 import subprocess
+
+ERRORS = ("ERROR:", "runtime error:", "AddressSanitizer:DEADLYSIGNAL")
 
 
 def _runtime(name):
@@ -23,3 +25,10 @@ def settings(reports):
         # allocation returns a null pointer, as without the sanitizer.
         "ASAN_OPTIONS": f"{options}:detect_leaks=0:allocator_may_return_null=1",
     }
+
+
+def errors(reports):
+    """The texts of the reports of errors. Other files have warnings about failed allocations."""
+    files = sorted(reports.parent.glob(f"{reports.name}.*"))
+    texts = [file.read_text(errors="replace") for file in files]
+    return [text for text in texts if any(mark in text for mark in ERRORS)]

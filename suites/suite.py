@@ -79,19 +79,20 @@ def run_suite(results, name, command, settings=None, longest=LONGEST):
     say(f"{name}, {time.monotonic() - start:.0f} s: {last}")
 
 
-def pytest(results, name, python, *options):
-    """The command of a suite of Python tests."""
-    report = results / f"{name}.xml"
-    cache = f"cache_dir={ENVIRONMENTS / name}.cache"
-    return [python, "-P", "-m", "pytest", "-q", "-rs", "--junit-xml", report, "-o", cache, *options]
+def run_pytest(results, name, python, *options, settings=None, longest=LONGEST):
+    """Runs a suite of Python tests."""
+    report = ("--junit-xml", results / f"{name}.xml")
+    cache = ("-o", f"cache_dir={ENVIRONMENTS / name}.cache")
+    command = [python, "-P", "-m", "pytest", "-q", "-rs", *report, *cache, *options]
+    run_suite(results, name, command, settings, longest)
 
 
 def run_python_suites(results, python, options, settings, longest=LONGEST):
     """Tests that start processes are apart: the workers of pytest-xdist have threads."""
     in_workers = ["-n", os.cpu_count(), "--dist", "worksteal", "-m", "not processes"]
     for name, of_suite in (("python", in_workers), ("processes", ["-m", "processes"])):
-        command = pytest(results, name, python, *of_suite, *options)
-        run_suite(results, name, command, settings, longest)
+        of_suite = [*of_suite, *options]
+        run_pytest(results, name, python, *of_suite, settings=settings, longest=longest)
     # Without any such test in the given files, pytest ends with status 5.
     status = results / "processes.status"
     if status.read_text().strip() == "5":
@@ -115,18 +116,21 @@ def without_passed_tests(lines):
     return kept if started is None else [*kept, started]
 
 
-def run_native_suite(results, name, module, python, settings=None, longest=LONGEST):
-    """Runs a module of native tests in an interpreter."""
-    report = f"--gtest_output=xml:{results / name}.xml"
-    command = [python, "-P", "tests/native/run.py", module, report]
-    run_suite(results, name, command, settings, longest)
-    log = results / f"{name}.log"
-    lines = log.read_text(errors="replace").splitlines()
-    log.write_text("\n".join([*without_passed_tests(lines), ""]))
-
-
-def native_module(folder, name):
-    return folder / f"lib/velmar_{name}_tests.abi3.so"
+def run_native_suites(results, build, python, settings=None, longest=LONGEST, prefix=""):
+    """Runs the native tests of a build, and those of its client, in an interpreter."""
+    for module in ("native", "client"):
+        name = prefix + module
+        command = [
+            python,
+            "-P",
+            "tests/native/run.py",
+            build / f"lib/velmar_{module}_tests.abi3.so",
+        ]
+        command.append(f"--gtest_output=xml:{results / name}.xml")
+        run_suite(results, name, command, settings, longest)
+        log = results / f"{name}.log"
+        lines = log.read_text(errors="replace").splitlines()
+        log.write_text("\n".join([*without_passed_tests(lines), ""]))
 
 
 def install(environment, *options, **settings):
@@ -160,9 +164,8 @@ def test_example(results, name, folder, python, flags="", settings=None):
     with (results / f"{name}.log").open("w") as log:
         options = {"cwd": ROOT, "env": os.environ | settings, "stderr": log}
         try:
-            kit = run(
-                python, "-P", "-m", "velmar", "--cmake-dir", stdout=subprocess.PIPE, **options
-            )
+            find_kit = [python, "-P", "-m", "velmar", "--cmake-dir"]
+            kit = run(*find_kit, stdout=subprocess.PIPE, **options)
             options["stdout"] = log
             run(
                 *("cmake", "-G", "Ninja", "-S", "examples/native_client", "-B", folder),
@@ -175,5 +178,5 @@ def test_example(results, name, folder, python, flags="", settings=None):
         except subprocess.CalledProcessError as error:
             (results / f"{name}.status").write_text(f"{error.returncode}\n")
             return
-    command = pytest(results, name, python, "examples/native_client")
-    run_suite(results, name, command, settings | {"PYTHONPATH": str(folder)})
+    settings = settings | {"PYTHONPATH": str(folder)}
+    run_pytest(results, name, python, "examples/native_client", settings=settings)

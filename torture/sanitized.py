@@ -5,14 +5,13 @@ from __future__ import annotations
 import os
 import subprocess
 import sys
-from pathlib import Path
 
 import part
 
 sys.path.append(str(part.ROOT / "suites"))
 import sanitizers  # noqa: E402
 
-LIBRARIES = Path(os.environ.get("SANITIZED_LIBRARIES", part.ROOT / "build" / "sanitize" / "lib"))
+LIBRARIES = part.ROOT / "build" / "sanitize" / "lib"
 REPORTS = part.WORKING_FOLDER / "reports"
 
 
@@ -26,9 +25,8 @@ def environment(name: str) -> dict[str, str]:
 
 
 def reports(name: str) -> list[str]:
-    """The reports of errors. The same files also have warnings about failed allocations."""
-    texts = [report.read_text(errors="replace") for report in sorted(REPORTS.glob(f"{name}.*"))]
-    return [text for text in texts if "ERROR:" in text or "runtime error:" in text]
+    """The texts of the reports of errors."""
+    return sanitizers.errors(REPORTS / name)
 
 
 if __name__ == "__main__":  # runs a program of this folder with the sanitizer build
