@@ -1,6 +1,7 @@
 # The operations that are timed over sizes, in the groups and order of docs/performance.md.
 """A new row calls use() for a statement on arrays, or build() for one that makes an array. The key
-is the name of its picture; the note tells readers what the columns do differently.
+is the name of its picture; the note tells readers what the columns do differently. Keywords are
+columns: `numpy` is also numpy-F unless that follows, and `rows` is array and list.
 """
 
 from operation import ARRAY, ARROW, DOUBLES, FLAT_ARRAY, NUMPY, NUMPY_F, OURS, Layout, build, use
