@@ -6,6 +6,7 @@ import shutil
 import subprocess
 import sys
 from concurrent.futures import ThreadPoolExecutor
+from dataclasses import dataclass
 from pathlib import Path
 
 import sanitizers
@@ -35,7 +36,7 @@ BESIDE_NEIGHBOURS = (
 )
 # The least shares of lines and branches. The Python tests alone reach less, because some code is
 # for native clients only.
-LEAST, LEAST_BY_SOME_FILES = (98, 95), (85, 80)
+LEAST, LEAST_BY_SOME_FILES = ("98", "95"), ("85", "80")
 
 
 def profile_of(version, versions, is_all):
@@ -44,13 +45,13 @@ def profile_of(version, versions, is_all):
     return "ci" if version in in_full else "brief"
 
 
+@dataclass
 class WheelRun:
     """The wheel on every CPython; with files, only these on the lowest CPython."""
 
-    def __init__(self, results, files, is_all):
-        self.results = results
-        self.files = files
-        self.is_all = is_all
+    results: Path
+    files: list[str]
+    is_all: bool
 
     def test(self):
         build = ["script/wheel", "--native-tests"] if self.is_all else ["script/wheel"]
@@ -150,11 +151,10 @@ def test_covered(results, files):
 def report_coverage(results, files):
     """Prints the shares of lines and branches. Returns whether they are large enough."""
     least = LEAST_BY_SOME_FILES if files else LEAST
-    program = [sys.executable, "checks/coverage_report.py", "build/coverage", "--least", *least]
+    program = ["checks/coverage_report.py", "build/coverage", "--least", *least]
     file = results / "coverage.txt"
     with file.open("w") as text, (results / "gcov.log").open("w") as log:
-        command = [str(part) for part in program]
-        done = subprocess.run(command, cwd=ROOT, stdout=text, stderr=log)
+        done = subprocess.run([sys.executable, *program], cwd=ROOT, stdout=text, stderr=log)
     for line in file.read_text().splitlines():
         if not files or line.startswith(("lines:", "branches:")):
             print(line)
