@@ -18,7 +18,8 @@ from suite import (
     say,
 )
 
-LONGEST = 3600  # seconds of a suite, because the emulator is slow
+# Seconds of a suite and of a test, because the emulator is slow.
+LONGEST, LONGEST_TEST = 3600, 1200
 DESCRIBE = """\
 import platform, sys
 print(f"CPython {platform.python_version()}, {platform.machine()}, {sys.byteorder}-endian")
@@ -37,7 +38,8 @@ def test(machine, files):
     wheel = machine.build_wheel()
     machine.install("environment", "--no-index", "--no-deps", "--upgrade", wheel)
     say(f"running the Python tests in {describe(python)}")
-    options = ["--program-steps=10000", *files]
+    limit = f"faulthandler_timeout={LONGEST_TEST}"
+    options = ["--program-steps=10000", "-o", limit, *files]
     run_python_suites(results, python, options, {"HYPOTHESIS_PROFILE": "brief"}, LONGEST)
     if not files:
         build = machine.folder / "build"
