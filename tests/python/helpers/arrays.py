@@ -44,6 +44,7 @@ CLASS_ROWS = [
 ]
 INTEGER_ROWS = [row for row in CLASS_ROWS if row.kind in ("signed", "unsigned")]
 COMPLEX_ROWS = [row for row in CLASS_ROWS if row.has_complex]
+CLASSES = tuple(row.cls for row in CLASS_ROWS)
 FORMS = [(row, False) for row in CLASS_ROWS] + [(row, True) for row in COMPLEX_ROWS]
 
 
@@ -83,7 +84,7 @@ def six() -> velmar.double:
 
 def contents(array: Any) -> Any:
     """The nested list of an array or view, read with len() and subscripts only."""
-    if not isinstance(array, tuple(row.cls for row in CLASS_ROWS)):
+    if not isinstance(array, CLASSES):
         return array
     return [contents(array[i]) for i in range(len(array))]
 

@@ -21,11 +21,14 @@ def mismatch(calculated: str, specified: str) -> str:
 def nested(dimensions: Sequence[int], elements: Iterable[Any]) -> Any:
     """The nested list of these dimensions, filled from `elements` last index fastest."""
     source = iter(elements)
+    if not dimensions:
+        return next(source)
+    *outer, row = dimensions
 
     def level(depth: int) -> Any:
-        if depth == len(dimensions):
-            return next(source)
-        return [level(depth + 1) for _ in range(dimensions[depth])]
+        if depth == len(outer):
+            return [next(source) for _ in range(row)]
+        return [level(depth + 1) for _ in range(outer[depth])]
 
     return level(0)
 
@@ -33,10 +36,14 @@ def nested(dimensions: Sequence[int], elements: Iterable[Any]) -> Any:
 def in_storage_order(dimensions: Sequence[int], elements: Sequence[Any]) -> Any:
     """The nested list of these dimensions, filled from `elements` first index fastest."""
 
+    if not dimensions:
+        return elements[0]
+    last = len(dimensions) - 1
+
     def level(depth: int, offset: int, stride: int) -> Any:
-        if depth == len(dimensions):
-            return elements[offset]
         length = dimensions[depth]
+        if depth == last:
+            return [elements[offset + i * stride] for i in range(length)]
         return [level(depth + 1, offset + i * stride, stride * length) for i in range(length)]
 
     return level(0, 0, 1)
