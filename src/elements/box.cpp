@@ -43,6 +43,8 @@ std::optional<Region> findRegion(const MDArrayWrapper& storage, const IndexChain
       lane.count = *slice->m_slice_len;
       if (__builtin_mul_overflow(step, strides[k], &lane.stride)) return std::nullopt;
     }
+    // A stride of 0 moves neither bound, so no test detects a change of `lane.stride < 0` to
+    // `lane.stride <= 0`, `lane.stride < 0` to `lane.stride < 1`.
     if (lane.count == 0 || !move(lane.count - 1, lane.stride, lane.stride < 0 ? lowest : highest) ||
         __builtin_mul_overflow(region.count, lane.count, &region.count)) {
       return std::nullopt;

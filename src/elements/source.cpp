@@ -30,7 +30,9 @@ vd::ArrayType typeOfItems(const char* format, Py_ssize_t itemsize) {
   return vd::ArrayType{};
 }
 
+// For items of a known type, which have at least one byte.
 bool isAligned(const Py_buffer& view) {
+  assert(view.itemsize > 0);
   const auto size = static_cast<std::uintptr_t>(view.itemsize);
   return reinterpret_cast<std::uintptr_t>(view.buf) % size == 0 &&
          view.strides[0] % view.itemsize == 0;
@@ -70,11 +72,9 @@ bool Source::findInBuffer(PyObject* object) {
   // These two classes always tell both when they are asked.
   assert(view.shape != nullptr);
   assert(view.strides != nullptr);
-  if (view.shape[0] == 0 || view.suboffsets != nullptr || view.itemsize <= 0 || !isAligned(view)) {
-    return false;
-  }
+  if (view.shape[0] == 0 || view.suboffsets != nullptr) return false;
   m_box.type = typeOfItems(view.format, view.itemsize);
-  if (m_box.type == vd::ArrayType{}) return false;
+  if (m_box.type == vd::ArrayType{} || !isAligned(view)) return false;
   m_box.first = static_cast<const std::byte*>(view.buf);
   m_box.lanes = {{view.shape[0], view.strides[0]}};
   m_box.count = view.shape[0];

@@ -204,6 +204,16 @@ TEST(SourceOfMemoryview, FormatsAreThoseOfOneLetter) {
   }
 }
 
+TEST(SourceOfMemoryview, ItemsWithoutBytesAreRefused) {
+  SampleExporter<double> exporter({3});
+  exporter.exports.itemsize = 0;
+  exporter.exports.shape = Lengths{3};
+  exporter.exports.strides = Lengths{0};
+  const PyRef view = PyRef::steal(PyMemoryView_FromObject(exporter.object.get()));
+  ASSERT_TRUE(view);
+  EXPECT_EQ(elementsFoundIn(view), "refused");
+}
+
 TEST(SourceOfMemoryview, ElementsThatAreNotAlignedAreRefused) {
   std::vector<double> memory(8, 1.5);
   SampleExporter<double> exporter({3});
