@@ -22,8 +22,9 @@ namespace {
 using namespace python_testing;
 using foundation::velmardata::ArrayType;
 
-// The number at an address.
+// The number at an address. Every byte but 0 is True.
 PyRef numberAt(ArrayType type, const std::byte* address) {
+  if (type == ArrayType::LOGICAL) return PyRef::steal(makeNumber(*address != std::byte{0}));
   switch (type) {
 #define X(name, number, element)                 \
   case ArrayType::name: {                        \
