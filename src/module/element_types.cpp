@@ -2,6 +2,7 @@
 #include "module/element_types.hpp"
 
 #include <mutex>
+#include <stdexcept>
 #include <string>
 
 #include <velmardata/exceptions.hpp>
@@ -63,7 +64,10 @@ char* classid2format(ArrayType type) {
       VELMARDATA_FOR_EACH_NUMERIC_TYPE(X)
 #undef X
           {ArrayType::LOGICAL, formatOfLogical}};
-  return formats.at(type);
+  // Not map::at, whose text differs between standard libraries.
+  const auto found = formats.find(type);
+  if (found == formats.end()) throw std::out_of_range("map::at");
+  return found->second;
 }
 
 void initializeCharToArrayTypeEnumMap(std::map<char, int>& map) {
