@@ -19,18 +19,6 @@ target_compile_options(
             # small_vector, by mistake.
             "$<$<AND:$<CXX_COMPILER_ID:GNU>,$<VERSION_LESS:$<CXX_COMPILER_VERSION>,13>>:-Wno-restrict;-Wno-stringop-overread>")
 
-# libc++ brings an unwinder of its own, but the C library ends a thread with that of libgcc_s, which
-# has to come first then: a stack that both unwind ends the process.
-include(CheckCXXSourceCompiles)
-check_cxx_source_compiles("#include <version>
-#ifndef _LIBCPP_VERSION
-#error
-#endif
-int main() {}" VELMAR_USES_LIBCXX)
-if(VELMAR_USES_LIBCXX)
-  target_link_options(build_flags INTERFACE LINKER:--push-state,--no-as-needed,-lgcc_s,--pop-state)
-endif()
-
 # Targets of test code have the property ONLY_TESTS. They are instrumented only for heap errors and
 # not for coverage: full instrumentation would take as long to compile as everything else.
 set(is_product "$<NOT:$<BOOL:$<TARGET_PROPERTY:ONLY_TESTS>>>")
