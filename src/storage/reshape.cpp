@@ -19,7 +19,8 @@ struct CopyVisitor {
   UntypedBuffer operator()(const vd::TypedArray<T>& array) const {
     const std::uint64_t count = array.getNumberOfElements();
     UntypedBuffer copy = tryCreateBuffer(vd::arrayTypeOf<T>, count);
-    if (copy != nullptr && count > 0) {
+    if (copy == nullptr) return copy;
+    if (count > 0) {
       const auto first = array.begin();
       std::memcpy(copy.get(), &*first, count * sizeof(T));
     }
