@@ -241,7 +241,8 @@ TEST(WrapperMirror, CanBeMissingWhenMemoryIsShort) {
     return std::make_unique<MCppPyArray>(copyOf(array), SupportedArrayEnum::Int8, false, true,
                                          Contents::Client);
   }();
-  if (view == nullptr) GTEST_SKIP() << "a limit on memory has no effect here";
+  if (view == nullptr)
+    GTEST_SKIP() << "AddressSanitizer or an emulator ignores the limit on memory";
 
   const WrapperAccess storage = view->wrapper();
   EXPECT_FALSE(storage->hasMirror());

@@ -197,7 +197,7 @@ TEST(AdoptionFailure, ShortMemoryIsReportedAndTheReferenceIsReleased) {
     isLimited = limit.isSet();
     if (isLimited) adopted = adopt(array);
   }
-  if (!isLimited) GTEST_SKIP() << "a limit on memory has no effect here";
+  if (!isLimited) GTEST_SKIP() << "AddressSanitizer or an emulator ignores the limit on memory";
   EXPECT_FALSE(adopted);
   EXPECT_TRUE(raised(PyExc_MemoryError,
                      "unable to allocate memory for array with number of elements = 268435456; "
@@ -236,7 +236,7 @@ TEST(AdoptionMemory, NoBlockOfTheInterpreterIsKept) {
     adopt(text);
     PyErr_Clear();
   });
-  if (!kept) GTEST_SKIP() << "no leak can be seen: this allocator counts no blocks";
+  if (!kept) GTEST_SKIP() << "PYTHONMALLOC=malloc counts no blocks, so no leak can be seen";
   EXPECT_LT(*kept, 0.5);
 }
 

@@ -288,7 +288,7 @@ TEST(BufferObjectMemory, ACallForComplexElementsLeavesOneDict) {
   const SampleExporter<double> real({1, 2});
   const SampleExporter<std::complex<double>> complex({1, 2});
   const std::optional<double> ofReal = blocksPerCall([&] { convertBuffer(real.object); });
-  if (!ofReal) GTEST_SKIP() << "no leak can be seen: this allocator counts no blocks";
+  if (!ofReal) GTEST_SKIP() << "PYTHONMALLOC=malloc counts no blocks, so no leak can be seen";
   const std::optional<double> ofComplex = blocksPerCall([&] { convertBuffer(complex.object); });
   const std::optional<double> ofDict = blocksPerCall([] {
     PyRef dict = PyRef::steal(PyDict_New());
