@@ -6,7 +6,10 @@ import random
 import sys
 
 import pytest
+import velmar
+from helpers.arrays import contents
 from helpers.cases import IS_BRIEF
+from helpers.hostile_objects import HostileExporter
 from helpers.hostile_walk import Walk, disagreement
 
 
@@ -45,6 +48,14 @@ class TestWalk:
         walk.steps = [fail]
         assert walk.run(5) == "fail: SystemError: returned NULL without setting an exception"
         assert walk.done == 1
+
+    def test_an_exporter_hides_a_required_error_of_an_act(self, walk):
+        array = velmar.double([[1, 2, 3]])
+        walk.harm.acts = [lambda: array[2**70]]  # its error stays pending beside its result
+        exporter = walk.harm.given_to(HostileExporter(bytes(8), b"d", 8))
+        for _ in range(20):
+            assert contents(velmar.double(exporter)) == [[0.0]]
+        assert walk.harm.done > 0
 
     def test_a_disagreement_is_found(self, walk):
         lying = Lying()

@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import ctypes
 import math
 import random
 from collections.abc import Callable
@@ -18,6 +19,10 @@ MOST_BYTES = 4096  # of the memory of an exporter
 MOST_HELD = 12
 ODD = [None, "text", b"\x01\x02", 2**70, -(2**70), 2**63 - 1, -(2**63), float("nan"), 1j, object()]
 ODD += [True, [], {}, (), range(3), slice(None), slice(None, None, 0), Ellipsis, 10**30, -0.0]
+
+
+raise_pending_error = ctypes.pythonapi.PyErr_Occurred  # raises what a call left beside its result
+raise_pending_error.restype = ctypes.c_void_p
 
 
 class Mishap(Exception):
@@ -160,10 +165,11 @@ class HostileExporter(LyingExporter):
 
     def fill(self, buffer: Any, flags: int) -> None:
         depth = self.harm.depth
-        try:
+        try:  # an exporter written with ctypes cannot raise
             self.harm.strike()
+            raise_pending_error()
         except Exception:
-            self.harm.depth = depth  # an exporter written with ctypes cannot raise
+            self.harm.depth = depth
         super().fill(buffer, flags)
         if len(self.requests) > 20:
             self.requests.clear()

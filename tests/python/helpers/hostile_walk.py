@@ -7,7 +7,6 @@ hostile_objects.py.
 from __future__ import annotations
 
 import copy
-import ctypes
 import functools
 import gc
 import operator
@@ -20,14 +19,11 @@ from typing import Any, TextIO
 
 from helpers.arrays import contents
 from helpers.buffer_requests import ask, give_back
-from helpers.hostile_objects import Choices, Cycle, HostileSequence
+from helpers.hostile_objects import Choices, Cycle, HostileSequence, raise_pending_error
 from helpers.view_states import bare_record, call_method
 
 STEPS_BETWEEN_LOOKS = 10
 BEYOND_64_BITS = "Python int too large to convert to C ssize_t"
-
-_ask_for_error = ctypes.pythonapi.PyErr_Occurred
-_ask_for_error.restype = ctypes.c_void_p
 
 
 def expect_noise() -> None:
@@ -254,7 +250,7 @@ class Walk(Choices):
         except Exception:
             pass
         try:
-            _ask_for_error()  # raises the error that an action left pending
+            raise_pending_error()
         except Exception as error:
             if not is_required(error):
                 return f"{action.__name__} left an error pending: {error!r}"
