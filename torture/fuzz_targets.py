@@ -9,7 +9,7 @@ from typing import Any
 
 from helpers.arrays import CLASS_ROWS, contents
 from helpers.buffer_requests import ask, give_back, memory_of, numbers
-from helpers.hostile_objects import MOST_BYTES, any_exporter
+from helpers.hostile_objects import any_exporter, has_endless_rows
 from helpers.hostile_walk import Walk
 from helpers.lying_exporter import LyingExporter
 from helpers.program_runs import Run
@@ -88,7 +88,7 @@ def buffers(data: bytes) -> None:
         array = row.cls([[1, 0, 1], [0, 1, 0]], is_complex=is_complex)
     look_at(array)
     for _ in range(rng.randrange(1, 6)):
-        is_whole = rng.randrange(3) > 0 or has_endless_lists(array)
+        is_whole = rng.randrange(3) > 0 or has_endless_rows(array)
         part_of_it = array if is_whole else array[any_slice(rng)]
         answer = ask(part_of_it, rng.getrandbits(rng.choice([5, 9, 16])))
         if answer.error is None:
@@ -105,13 +105,8 @@ def any_slice(rng: random.Random) -> slice:
     return slice(rng.choice(bounds), rng.choice(bounds), step)
 
 
-def has_endless_lists(array: Any) -> bool:
-    """No elements, but too many rows: a view makes a list of each row."""
-    return max(array.size) > MOST_BYTES
-
-
 def look_at(array: Any) -> None:
-    if has_endless_lists(array):
+    if has_endless_rows(array):
         return
     repr(array)
     found, size = contents(array), array.size

@@ -57,6 +57,13 @@ class TestWalk:
             assert contents(velmar.double(exporter)) == [[0.0]]
         assert walk.harm.done > 0
 
+    @pytest.mark.parametrize(
+        "size, is_kept",
+        [((2, 3), True), ((0, 2**31), True), ((4096, 0), True), ((2, 2049, 0), False)],
+    )
+    def test_arrays_with_endless_rows_are_not_kept(self, walk, size, is_kept):
+        assert (walk.keep(velmar.int8(size=size)) in walk.arrays) == is_kept
+
     def test_a_disagreement_is_found(self, walk):
         lying = Lying()
         walk.arrays.append(lying)

@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import ctypes
+import itertools
 import math
 import random
 from collections.abc import Callable
@@ -17,6 +18,7 @@ from helpers.lying_exporter import LyingExporter
 MOST_DEPTH = 3  # nested hostile actions
 MOST_BYTES = 4096  # of the memory of an exporter
 MOST_HELD = 12
+MOST_ROWS = 4096  # of an array without elements
 ODD = [None, "text", b"\x01\x02", 2**70, -(2**70), 2**63 - 1, -(2**63), float("nan"), 1j, object()]
 ODD += [True, [], {}, (), range(3), slice(None), slice(None, None, 0), Ellipsis, 10**30, -0.0]
 
@@ -220,6 +222,16 @@ class Cycle:
         self.held = None
 
 
+def has_endless_rows(array: Any) -> bool:
+    """Whether text and lists of an array without elements are too long, as for 2**31 x 0."""
+    try:
+        lengths = array.size
+    except Exception:
+        return False  # without storage
+    before_none = itertools.takewhile(bool, lengths)
+    return 0 in lengths and math.prod(before_none) > MOST_ROWS
+
+
 class Choices:
     """The arrays and the memory of a walk, and random arguments for its operations."""
 
@@ -240,6 +252,8 @@ class Choices:
     def keep(self, thing: Any) -> Any:
         """Keeps an array, an iterator or memory for later operations."""
         if hasattr(thing, "clone"):
+            if has_endless_rows(thing):
+                return thing
             pool = self.arrays
         elif isinstance(thing, memoryview | velmar.MCPyIter):
             pool = self.held
