@@ -21,12 +21,6 @@ def figure(value, kind=Kind.TIME):
     return time_text(value)
 
 
-def limit_text(limit, kind):
-    if limit.peer:
-        return f"{limit.ratio:g} of {limit.peer}"
-    return figure(limit.ratio, kind) + (" and 1 MiB" if kind is Kind.PEAK else "")
-
-
 def ratio_text(ratio, digits=2):
     return f"{ratio:.{digits}f}" if ratio < 10 else f"{ratio:.0f}"
 
@@ -40,6 +34,22 @@ def cells(medians, columns, kind=Kind.TIME):
         yield text
 
 
+def limit_cells(row):
+    """The limit of a row of job results, with the ratio that it is for, and the verdict."""
+    if not (limit := row["limit"]):
+        return "-", "-"
+    kind, peer = Kind(row["figures"]), limit["peer"]
+    if peer:
+        text = f"{limit['ratio']:g} of {peer} ({ratio_text(row['ratios'][peer])})"
+    else:
+        text = figure(limit["ratio"], kind) + (" and 1 MiB" if kind is Kind.PEAK else "")
+    verdict = "holds" if row["holds"] else "MISSED"
+    if limit["aim"]:
+        text += f", aim {limit['aim']:g}"
+        verdict += ", aim met" if row["ratios"][peer] <= limit["aim"] else ""
+    return text, verdict
+
+
 def aligned(ours, *peers):
     """One line of a table on the screen: names of columns, or cells."""
     return " ".join([ours.rjust(OURS_WIDTH), *(text.rjust(PEER_WIDTH) for text in peers)])
@@ -51,6 +61,10 @@ def count_text(count):
         return str(count)
     first, power = f"{count:.2g}".split("e+")
     return ("" if first == "1" else f"{first}x") + f"10^{int(power)}"
+
+
+def group_picture_name(group):
+    return f"group_{group.lower().replace(' ', '_')}.svg"
 
 
 def table(head, rows, numbers=0):

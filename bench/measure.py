@@ -1,6 +1,5 @@
 # Times statements, with the samples of the columns interleaved, and runs programs in new processes.
 
-import gc
 import json
 import os
 import pickle
@@ -24,82 +23,67 @@ def columns_of(operation):
     return [column for column in operation.statements if column != ARROW or find_spec(ARROW)]
 
 
-def names_for(operation, shape):
-    """What all columns of an operation can use: modules, and those of n, data, flat it needs."""
+def prepared(operation, columns, shape):
+    """Yields for each column its name, its statement and a dict of the names that this can use."""
     import numpy
     import velmar
 
     names = {"array": array, "np": numpy, "pickle": pickle, "sys": sys, "velmar": velmar}
-    if ARROW in columns_of(operation):
+    if ARROW in columns:
         names["pa"] = import_module(ARROW)
-    if not operation.elements:
-        return names
-    generator = names["np"].random.default_rng(shape.rows * shape.columns)
-    n = names["n"] = eval(ELEMENTS[operation.elements], {"generator": generator, "shape": shape})
-    if operation.uses("data"):
-        names["data"] = n.tolist()
-    if operation.uses("flat"):
-        names["flat"] = n.ravel().tolist()
-    return names
-
-
-def statement_and_names(operation, column, shape, names):
-    """The statement of a column, and a dict of its names."""
     words = shape.words()
-    own = dict(names)
-    for name, makers in (("a", operation.makers), ("b", operation.makers_of_b)):
-        if column in makers:
-            own[name] = eval(makers[column].format(**words), dict(names))
-    return operation.statements[column].format(**words), own
+    if operation.elements:
+        sources = {"generator": numpy.random.default_rng(words["count"]), "shape": shape}
+        n = names["n"] = eval(ELEMENTS[operation.elements], sources)
+        if operation.uses("data"):
+            names["data"] = n.tolist()
+        if operation.uses("flat"):
+            names["flat"] = n.ravel().tolist()
+    for column in columns:
+        own = dict(names)
+        for name, makers in (("a", operation.makers), ("b", operation.makers_of_b)):
+            if column in makers:
+                own[name] = eval(makers[column].format(**words), dict(names))
+        yield column, operation.statements[column].format(**words), own
 
 
 class Sampler:
-    """One column of an operation, compiled, with the number of runs in one sample."""
+    """One column of an operation, compiled, with the number of runs in one sample.
+
+    A call takes a sample: the seconds of one run. Garbage is not collected meanwhile.
+    """
 
     def __init__(self, statement, names, least_seconds):
         # The names are fast local variables in every column.
         setup = "\n".join(f"{name} = names['{name}']" for name in names)
         self.timer = timeit.Timer(statement, setup, globals={"names": names})
         self.runs = 1
-        self.spent = 0.0  # seconds of all runs so far
-        self.total()  # warm-up: the first run is slow because it touches new pages
-        while (seconds := min(self.total(), self.total())) < least_seconds:
-            growth = least_seconds / max(seconds, 1e-9)
-            self.runs = int(self.runs * min(10, max(2, growth * 1.1)))
-        self.seconds = seconds / self.runs  # of one run, approximately
-
-    def total(self):
-        seconds = self.timer.timeit(self.runs)
-        self.spent += seconds
-        return seconds
+        self()  # warm-up: the first run is slow because it touches new pages
+        while (seconds := min(self(), self())) * self.runs < least_seconds:
+            self.runs = min(10 * self.runs, 1 + int(1.1 * least_seconds / seconds))
+        self.seconds = seconds  # of one run, approximately
 
     def __call__(self):
-        return self.total() / self.runs
+        return self.timer.timeit(self.runs) / self.runs
 
 
 def samplers_for(operation, columns, shape, least_seconds):
-    names = names_for(operation, shape) if columns else {}
     return {
-        column: Sampler(*statement_and_names(operation, column, shape, names), least_seconds)
-        for column in columns
+        column: Sampler(statement, names, least_seconds)
+        for column, statement, names in prepared(operation, columns, shape)
     }
 
 
 def samples_of(samplers, repeats):
-    """Samples by column; `repeats` says how many of each. Garbage is not collected meanwhile.
+    """Samples by column; `repeats` says how many of each.
 
     The columns are sampled in turn, so that a slow moment affects all of them.
     """
     samples = {column: [] for column in samplers}
-    gc.collect()
-    gc.disable()
-    try:
-        for turn in range(max(repeats.values(), default=0)):
-            for column, sampler in samplers.items():
-                if turn < repeats[column]:
-                    samples[column].append(sampler())
-    finally:
-        gc.enable()
+    for turn in range(max(repeats.values())):
+        for column, sampler in samplers.items():
+            if turn < repeats[column]:
+                samples[column].append(sampler())
     return samples
 
 
@@ -108,13 +92,9 @@ def medians_of(samples):
 
 
 def run_fresh(*arguments, **settings):
-    """Runs Python with these arguments and yields the values that it prints, each a line of JSON.
+    """Runs Python with these arguments and returns the value that it prints as JSON.
 
     The settings are added to its environment.
     """
     command = [sys.executable, *map(str, arguments)]
-    environment = os.environ | settings
-    with subprocess.Popen(command, stdout=subprocess.PIPE, text=True, env=environment) as child:
-        yield from map(json.loads, child.stdout)
-    if child.returncode:
-        raise subprocess.CalledProcessError(child.returncode, command)
+    return json.loads(subprocess.check_output(command, env=os.environ | settings))

@@ -4,14 +4,13 @@ bytes that one object holds.
 
 A peak includes the result and temporary memory, but not the input, which is made before.
 
-To measure what an object holds, many are made. With PYTHONMALLOC=malloc all Python objects are on
-the heap, and the counts of the heap are exact, including the overhead of malloc. Memory that is
-mapped outside the heap shows only in the resident memory. The result is the larger of the two.
+To measure what an object holds, many are made. run.py sets PYTHONMALLOC=malloc, so all Python
+objects are on the heap, and the counts of the heap are exact, including the overhead of malloc.
+Memory that is mapped outside the heap shows only in the resident memory. The result is the larger
+of the two.
 """
 
-import contextlib
 import gc
-import os
 import sys
 from pathlib import Path
 
@@ -27,19 +26,17 @@ MOST_OBJECTS = 50_000
 
 def ready(job, column, shape):
     """The compiled statement and its names. An array `a` was read and has exported its memory."""
-    names = measure.names_for(job, shape)
-    statement, own = measure.statement_and_names(job, column, shape, names)
-    if "a" in own:
-        memoryview(own["a"])[0, 0]
-    return compile(statement, "<statement>", "eval"), own
+    [(_, statement, names)] = measure.prepared(job, [column], shape)
+    if "a" in names:
+        memoryview(names["a"])[0, 0]
+    return compile(statement, "<statement>", "eval"), names
 
 
 def peak_of(job, column):
     eval(*ready(job, column, Shape(2, 2)))  # so that one-time setup is not counted
     statement, names = ready(job, column, job.shape)
     gc.collect()
-    with contextlib.suppress(OSError):  # if this fails, the result can be too high
-        Path("/proc/self/clear_refs").write_text("5", encoding="ascii")  # resets the peak
+    Path("/proc/self/clear_refs").write_text("5", encoding="ascii")  # resets the peak
     before = resident_bytes("VmRSS")
     result = eval(statement, names)
     grown = resident_bytes("VmHWM") - before
@@ -57,7 +54,6 @@ def make_and_use(statement, names):
 
 
 def bytes_held(job, column):
-    assert os.environ.get("PYTHONMALLOC") == "malloc", "the heap would not hold the objects"
     statement, names = ready(job, column, job.shape)
     first = make_and_use(statement, names)  # keep it, so that its memory is not reused
     objects = [None] * min(MOST_OBJECTS, TOTAL_BYTES // job.element_bytes)

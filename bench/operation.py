@@ -17,7 +17,7 @@ NUMPY_F = "numpy-F"  # column-major, the fair comparison for operations that reo
 ARRAY = "array"  # a list of array.array rows, or one flat array.array
 LIST = "list"  # shares the elements; a lower bound where others convert
 BYTES = "bytearray"
-OTHERWISE = "ours otherwise"  # our arrays with other steps, size or elements, see README.md
+OTHERWISE = "ours otherwise"  # our arrays with other steps, size or elements, see report.py
 ARROW = "pyarrow"
 COLUMNS = (OURS, NUMPY, NUMPY_F, ARRAY, LIST, BYTES, OTHERWISE, ARROW)
 # Columns by keyword, where a keyword is not just the name of its column.

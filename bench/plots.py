@@ -1,11 +1,14 @@
 # Draws the times of each operation against size, and the ratios to NumPy for each group. The axes
 # of numbers are logarithmic.
 
+import itertools
 import math
 from contextlib import contextmanager
 
-from figure_text import time_text
+from figure_text import group_picture_name, time_text
 from fits import ratios_of, times_of
+from matplotlib import rc_context
+from matplotlib.figure import Figure
 from operation import ARRAY, ARROW, LIST, NUMPY, NUMPY_F, OURS
 
 # Colours that colour-blind readers can tell apart, each with its own marker.
@@ -20,7 +23,6 @@ STYLES = {
 SETTINGS = {
     "svg.fonttype": "none",
     "svg.hashsalt": "velmar",
-    "font.family": "sans-serif",
     "font.sans-serif": ["DejaVu Sans", "Helvetica", "Arial"],
     "font.size": 9,
     "lines.markersize": 4,
@@ -41,9 +43,6 @@ def ratio_tick(ratio):
 @contextmanager
 def picture(file, title, height):
     """The axes to draw on; the picture is written at the end."""
-    from matplotlib import rc_context
-    from matplotlib.figure import Figure
-
     with rc_context(SETTINGS):
         figure = Figure(figsize=(INCHES[0], height), layout="constrained", facecolor="white")
         yield figure.subplots()
@@ -69,21 +68,21 @@ def draw(row, file):
 
 def draw_group(rows, file):
     """One line for each operation: a dot for each size, darker for larger ones, over the ratio."""
-    from matplotlib import colormaps
-
     title = f"{rows[0]['group']}: ratios to NumPy"
     with picture(file, title, GROUP_INCHES + GROUP_INCHES_PER_ROW * len(rows)) as axes:
         axes.axvspan(1e-3, 1, color="#e8f3ea", zorder=0)
         axes.axvline(1, color="#333333", linewidth=1)
         for place, row in enumerate(rows):
-            sizes, ratios = zip(*ratios_of(row).items(), strict=True)
-            axes.plot([min(ratios), max(ratios)], [place] * 2, color="#999999")
-            shades = [min(1.0, 0.25 + 0.75 * math.log10(size) / 7) for size in sizes]
+            found = ratios_of(row)
+            axes.hlines(place, min(found.values()), max(found.values()), color="#999999")
             axes.scatter(
-                ratios,
-                [place] * len(ratios),
+                found.values(),
+                [place] * len(found),
                 s=26,
-                color=colormaps["Blues"](shades),
+                c=[math.log10(size) for size in found],
+                cmap="Blues",
+                vmin=-2,
+                vmax=7,
                 edgecolors="#08306b",
                 linewidths=0.5,
                 zorder=3,
@@ -99,17 +98,11 @@ def draw_group(rows, file):
         axes.grid(axis="y")
 
 
-def group_picture_name(group):
-    return f"group_{group.lower().replace(' ', '_')}.svg"
-
-
 def draw_all(results, folder):
     folder.mkdir(parents=True, exist_ok=True)
-    groups = {}
-    for row in results["operations"]:
-        if row["points"]:
-            draw(row, folder / f"{row['key']}.svg")
-            groups.setdefault(row["group"], []).append(row)
-    for group, rows in groups.items():
+    for group, members in itertools.groupby(results["operations"], lambda row: row["group"]):
+        rows = list(members)
         draw_group(rows, folder / group_picture_name(group))
-    print(f"{sum(map(len, groups.values())) + len(groups)} pictures in {folder}")
+        for row in rows:
+            draw(row, folder / f"{row['key']}.svg")
+    print(f"drew the pictures in {folder}")

@@ -1,22 +1,26 @@
 # Writes docs/performance.md from the results of runs, so that no number is typed by hand.
-"""report.py SIZES [--table TABLE] [--page FILE] [--plots FOLDER]
 
-SIZES is a file from `script/bench --sizes --json`, TABLE one from `script/bench --json`.
-"""
-
-import argparse
 import itertools
 import json
 import re
 import statistics
 from pathlib import Path
 
-from figure_text import cells, count_text, limit_text, ratio_text, table, time_text
+from console import machine_text
+from figure_text import (
+    cells,
+    count_text,
+    group_picture_name,
+    limit_cells,
+    ratio_text,
+    table,
+    time_text,
+)
 from fits import crossings, decided, fairest_peer, fit_line, one_digit, ratios_of, times_of
-from operation import NUMPY, NUMPY_F, OURS, Kind, Limit
-from plots import draw_all, group_picture_name
+from operation import NUMPY, NUMPY_F, OURS, Kind
 from sweep import LONG_REPEATS, LONG_SECONDS, REPEATS
 
+ROOT = Path(__file__).resolve().parents[1]
 OVERVIEW_SIZES = (1, 100, 10_000, 1_000_000, 10_000_000)
 # A line that grows by less than this factor over all sizes counts as flat.
 FLAT_GROWTH = 1.5
@@ -25,13 +29,15 @@ ROUGH_FACTOR = 1.5
 # More than this many times slower than the neighbour counts as much slower.
 MUCH_SLOWER = 3
 
-WRITTEN = "<!-- Written by bench/report.py from the figures in bench/results; not by hand. -->"
 START = """\
-All figures on this page were measured on one machine, and `bench/report.py` wrote the page from \
-them. Absolute times depend on the machine; compare the ratios.
+<!-- Written by bench/report.py from the figures in bench/results; not by hand. -->
 
-CPython {python}, NumPy {numpy}, {arrow}{system}, {processors} processors of {processor}. The load \
-was {load:.2g} as the run began."""
+# Performance
+
+All figures on this page were measured on one machine, and `bench/report.py` wrote the page from \
+them. Absolute times depend on the machine; compare the ratios. The load is that at the start.
+
+Machine: {machine}."""
 OVERVIEW = """\
 The table shows our time divided by that of NumPy in column-major order, which is our order as \
 well. Below 1 we are faster. Where NumPy does not have the operation, the row names the column \
@@ -39,23 +45,23 @@ that is used instead. The first line of the table has the numbers of elements.""
 GROUP = """\
 A dot for each size, darker for more elements: our time divided by that of NumPy in column-major \
 order. In the green part we are faster."""
-READING = """\
+READING = f"""\
 How to read the sections below:
 
 - "500 ns and 2 ns an element" is the line with the smallest relative errors over all sizes. The
-  text gives it if every point is within a factor of {rough:g} of the line. Otherwise the text has
-  the figures at both ends: "1 us at 1, 3 ns an element at 10^6".
+  text gives it if every point is within a factor of {ROUGH_FACTOR:g} of the line. Otherwise the
+  text has the figures at both ends: "1 us at 1, 3 ns an element at 10^6".
 - "About as fast" is within a tenth. A difference at only one size is ignored.
 - In the calls, `a` is the array of the column, or the memory from which one is made. `b` is equal
   to `a` and shares nothing with it. `data` has the elements as nested lists, `flat` as one list."""
 JOBS = """\
 `script/bench --check` fails if one of these limits is exceeded. The brackets contain our figure \
-divided by that of the column.
+divided by that of the column. An aim is a lower value to work towards.
 
 - An import is timed alone in a fresh process.
 - A peak is the most that a statement adds to the resident memory, in sizes of the elements.
 - Held is the memory of an array that was read and exported.
-- `bytearray` is plain memory of the same size.
+- `bytearray` is zeroed memory of the same size; in the rows on buffers, one copy of filled memory.
 - `ours otherwise` is our array of ten elements for the reshapes, and finite values for the \
 infinities. In other rows it is the steps of the statement as separate calls: nested lists, their \
 pickle, a construction."""
@@ -73,16 +79,15 @@ MEASURED = """\
 figures, and {worst_spread:.2g} % or more in the worst twentieth.
 - The run took {minutes:g} minutes and {memory:.2g} GB of memory.
 - To do it again: `script/bench --sizes --json bench/results/sizes.json`, `script/bench --json \
-bench/results/table.json`, then `python bench/report.py bench/results/sizes.json --table \
-bench/results/table.json --page docs/performance.md --plots docs/plots`."""
+bench/results/table.json`, then `python bench/report.py`."""
 
 
 # --- Words and cells.
 
 
-def fold(summary, *lines):
+def fold(summary, text):
     """Text that a click on the summary shows. Markdown inside HTML begins after an empty line."""
-    return "\n".join([f"<details><summary>{summary}</summary>", "", *lines, "</details>"])
+    return f"<details><summary>{summary}</summary>\n\n{text}\n\n</details>"
 
 
 def fit_text(times):
@@ -121,11 +126,10 @@ def link_to(row):
 # --- The parts of the page.
 
 
-def overview_rows(rows, sizes):
-    for row in rows:
-        peer, found = fairest_peer(row), ratios_of(row)
-        name = link_to(row) + ("" if peer in (NUMPY, NUMPY_F) else f", over {peer}")
-        yield [name, *(ratio_text(found[size]) if size in found else "-" for size in sizes)]
+def overview_cells(row):
+    peer, found = fairest_peer(row), ratios_of(row)
+    name = link_to(row) + ("" if peer in (NUMPY, NUMPY_F) else f", over {peer}")
+    return [name, *(ratio_text(found[size]) if size in found else "-" for size in OVERVIEW_SIZES)]
 
 
 def judgement(rows):
@@ -164,29 +168,16 @@ def sections(rows):
         yield from map(section, members)
 
 
-def job_rows(results):
-    for row in results["rows"]:
-        kind, limit, verdict = Kind(row["figures"]), "-", "-"
-        if row["limit"]:
-            limit = limit_text(Limit(**row["limit"]), kind)
-            peer = row["limit"]["peer"]
-            limit += f" ({ratio_text(row['ratios'][peer])})" if peer else ""
-            verdict = "holds" if row["holds"] else "missed"
-        yield [row["name"], *cells(row["medians"], (OURS, NUMPY, NUMPY_F), kind), limit, verdict]
+def job_cells(row):
+    figures = cells(row["medians"], (OURS, NUMPY, NUMPY_F), Kind(row["figures"]))
+    return [row["name"], *figures, *limit_cells(row)]
 
 
-def page_of(sizes, jobs=None):
-    rows = [row for row in sizes["operations"] if row["points"]]
-    shown = [size for size in OVERVIEW_SIZES if size <= sizes["most"]]
-    overview = table(["operation", *map(count_text, shown)], overview_rows(rows, shown), len(shown))
-    machine = sizes["machine"]
-    arrow = f"PyArrow {machine['pyarrow']}, " if "pyarrow" in machine else ""
-    parts = [WRITTEN, "# Performance", START.format(arrow=arrow, **machine)]
-    parts += ["## In short", judgement(rows), OVERVIEW, fold("Table of ratios", overview, "")]
-    if jobs:
-        job_table = table(["job", "here", NUMPY, NUMPY_F, "at most", ""], job_rows(jobs))
-        parts += ["## Jobs with a limit", JOBS, fold("Table of jobs", job_table, "")]
-    parts += ["## Operations over sizes", READING.format(rough=ROUGH_FACTOR), *sections(rows)]
+def page_of(sizes, jobs):
+    rows = sizes["operations"]
+    head = ["operation", *map(count_text, OVERVIEW_SIZES)]
+    overview = table(head, map(overview_cells, rows), len(OVERVIEW_SIZES))
+    job_table = table(["job", "here", NUMPY, NUMPY_F, "at most", ""], map(job_cells, jobs["rows"]))
     points = [point for row in rows for point in row["points"]]
     spreads = [100 * (spread - 1) for point in points for spread in point["spreads"].values()]
     measured = MEASURED.format(
@@ -197,30 +188,37 @@ def page_of(sizes, jobs=None):
         spread=statistics.median(spreads),
         worst_spread=statistics.quantiles(spreads, n=20)[-1],
         minutes=sizes["minutes"],
-        memory=max(row["peak_bytes"] for row in sizes["operations"]) / 1e9,
+        memory=max(row["peak_bytes"] for row in rows) / 1e9,
     )
-    return "\n\n".join([*parts, "## How it was measured", measured]) + "\n"
+    parts = [
+        START.format(machine=machine_text(sizes["machine"])),
+        "## In short",
+        judgement(rows),
+        OVERVIEW,
+        fold("Table of ratios", overview),
+        "## Jobs with a limit",
+        JOBS,
+        fold("Table of jobs", job_table),
+        "## Operations over sizes",
+        READING,
+        *sections(rows),
+        "## How it was measured",
+        measured,
+    ]
+    return "\n\n".join(parts) + "\n"
 
 
-def results_in(file):
-    return json.loads(Path(file).read_text(encoding="utf-8"))
+def results_in(name):
+    return json.loads((ROOT / "bench/results" / name).read_text(encoding="utf-8"))
 
 
 def main():
-    parser = argparse.ArgumentParser(description="Writes the page on performance.")
-    add = parser.add_argument
-    add("sizes", metavar="SIZES", type=results_in, help="results of script/bench --sizes --json")
-    add("--table", metavar="TABLE", type=results_in, help="results of script/bench --json")
-    add("--page", metavar="FILE", help="write the page to this file instead of the screen")
-    add("--plots", metavar="FOLDER", help="draw the pictures into this folder")
-    arguments = parser.parse_args()
-    page = page_of(arguments.sizes, arguments.table)
-    if arguments.page:
-        Path(arguments.page).write_text(page, encoding="utf-8")
-    else:
-        print(page, end="")
-    if arguments.plots:
-        draw_all(arguments.sizes, Path(arguments.plots))
+    from plots import draw_all
+
+    sizes = results_in("sizes.json")
+    page = page_of(sizes, results_in("table.json"))
+    (ROOT / "docs/performance.md").write_text(page, encoding="utf-8")
+    draw_all(sizes, ROOT / "docs/plots")
 
 
 if __name__ == "__main__":

@@ -1,6 +1,6 @@
 # Runs the jobs of the benchmark and prints one table: medians, ratios, limits.
 """Times the arrays against their neighbours. A cell of the table is a neighbour's median and, in
-brackets, ours divided by it: below 1 we are faster.
+brackets, ours divided by it: below 1 we are faster or smaller.
 """
 
 import sys
@@ -8,11 +8,10 @@ from dataclasses import asdict
 
 import console
 from cases import CASES
-from figure_text import aligned, cells, limit_text
+from figure_text import aligned, cells, limit_cells
 from measure import BENCH, medians_of, run_fresh, samplers_for, samples_of
 from operation import ARROW, COLUMNS, OURS, Kind
 
-PROGRAM = "script/bench"
 TABLE_COLUMNS = tuple(column for column in COLUMNS if column != ARROW)
 
 # Allowed in addition for a construction of any size: arenas of the allocator, pages of code.
@@ -30,48 +29,32 @@ print(time.perf_counter() - start)
 """
 
 
-class Result:
-    """The medians of one job, and whether its limit holds."""
-
-    def __init__(self, job, medians):
-        self.job, self.medians = job, medians
-        peers = [column for column in TABLE_COLUMNS[1:] if column in medians]
-        self.ratios = {peer: medians[OURS] / medians[peer] for peer in peers}
-        self.holds, self.limit_cell, self.verdict = None, "", ""
-        if job.limit:
-            self.judge(job.limit)
-
-    def judge(self, limit):
-        held = self.ratios[limit.peer] if limit.peer else self.medians[OURS]
-        if self.job.kind is Kind.PEAK:
-            held -= PEAK_CONSTANT_BYTES / self.job.element_bytes
-        self.holds = held <= limit.ratio
-        self.verdict = "holds" if self.holds else "MISSED"
-        self.limit_cell = limit_text(limit, self.job.kind)
-        if limit.aim:
-            self.limit_cell += f", aim {limit.aim:g}"
-            self.verdict += ", aim met" if held <= limit.aim else ""
-
-    def line(self):
-        figures = cells(self.medians, TABLE_COLUMNS, self.job.kind)
-        return line_of(self.job.title, figures, self.limit_cell, self.verdict)
-
-    def as_dict(self):
-        words = self.job.shape.words()
-        statements = self.job.statements.items()
-        return {
-            "name": self.job.title,
-            "figures": self.job.kind.value,
-            "statements": {column: text.format(**words) for column, text in statements},
-            "medians": self.medians,
-            "ratios": self.ratios,
-            "limit": self.job.limit and asdict(self.job.limit),
-            "holds": self.holds,
-        }
+def result_of(job, medians):
+    """A row of the results: the medians of a job, and whether its limit holds."""
+    ratios = {peer: medians[OURS] / medians[peer] for peer in medians if peer != OURS}
+    holds = None
+    if job.limit:
+        judged = ratios[job.limit.peer] if job.limit.peer else medians[OURS]
+        if job.kind is Kind.PEAK:
+            judged -= PEAK_CONSTANT_BYTES / job.element_bytes
+        holds = judged <= job.limit.ratio
+    return {
+        "name": job.title,
+        "figures": job.kind.value,
+        "medians": medians,
+        "ratios": ratios,
+        "limit": job.limit and asdict(job.limit),
+        "holds": holds,
+    }
 
 
 def line_of(name, figures, limit, verdict):
-    return f"{name:33} {aligned(*figures)}  {limit:25} {verdict}".rstrip()
+    return f"{name:33} {aligned(*figures)}  {limit:27} {verdict}"
+
+
+def line_of_result(row):
+    figures = cells(row["medians"], TABLE_COLUMNS, Kind(row["figures"]))
+    return line_of(row["name"], figures, *limit_cells(row))
 
 
 def fresh_sampler(job, column):
@@ -80,12 +63,7 @@ def fresh_sampler(job, column):
     if job.kind is Kind.IMPORT:
         program = ("-c", IMPORT_PROGRAM.format(statement=job.statements[column]))
     settings = {"PYTHONMALLOC": "malloc"} if job.kind is Kind.HELD else {}
-
-    def sample():
-        [value] = run_fresh(*program, **settings)
-        return value
-
-    return sample
+    return lambda: run_fresh(*program, **settings)
 
 
 def measured(job, quick):
@@ -102,22 +80,21 @@ def measured(job, quick):
 
 
 def main():
-    parser = console.parser(PROGRAM, __doc__, "fewer and shorter samples", "rows whose name")
+    parser = console.parser("script/bench", __doc__)
     parser.add_argument("--check", action="store_true", help="exit status 1 if a limit is missed")
     arguments = parser.parse_args()
-    machine = console.start(PROGRAM, "velmar", "numpy")
+    machine = console.machine()
+    print(console.machine_text(machine))
     print("\n" + line_of("operation", TABLE_COLUMNS, "at most", "verdict"))
-    results = []
+    rows = []
     for job in CASES:
         if arguments.only in job.title:
-            results.append(Result(job, measured(job, arguments.quick)))
-            print(results[-1].line(), flush=True)
-    judged = [result for result in results if result.holds is not None]
-    missed = [result for result in judged if not result.holds]
-    print(f"\n{len(judged) - len(missed)} of {len(judged)} limits hold")
-    rows = [result.as_dict() for result in results]
+            rows.append(result_of(job, measured(job, arguments.quick)))
+            print(line_of_result(rows[-1]), flush=True)
+    held = [row["holds"] for row in rows if row["limit"]]
+    print(f"\n{sum(held)} of {len(held)} limits hold")
     console.write_json(arguments.json, {"machine": machine, "rows": rows}, "rows")
-    return 1 if arguments.check and missed else 0
+    return 1 if arguments.check and not all(held) else 0
 
 
 if __name__ == "__main__":

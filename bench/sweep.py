@@ -1,5 +1,5 @@
 # Runs in a fresh process for one operation: times all its columns over sizes, smallest first.
-"""sweep.py KEY SECONDS LEAST SIZE...: prints one line of JSON for each size.
+"""sweep.py KEY SECONDS LEAST SIZE...: prints the results as JSON.
 
 The samples of a column can take SECONDS in total; a sample takes at least LEAST seconds. A column
 stops if its next size would need more than the remaining time; the other columns continue.
@@ -18,7 +18,6 @@ from operation_list import OPERATIONS
 LONG_SECONDS = 0.05
 REPEATS, LONG_REPEATS = 7, 3
 RUNS_TO_CALIBRATE = 3
-DIGITS = 4
 
 
 def repeats_for(seconds):
@@ -37,40 +36,37 @@ def spread_of(samples):
 
 
 def rounded(figures):
-    return {column: float(f"{value:.{DIGITS}g}") for column, value in figures.items()}
+    return {column: float(f"{value:.4g}") for column, value in figures.items()}
 
 
 def sweep(operation, seconds, least_seconds, sizes):
-    """Yields for each size medians, spreads of the samples, columns that stopped, memory peak."""
+    """The figures at each size, the sizes at which columns stopped, and the peak of memory."""
     left = dict.fromkeys(measure.columns_of(operation), seconds)
     each = {}  # median of a column at the latest size, for one element
+    points, stopped = [], {}
     for size in sizes:
-        costs = {column: cost_of(each[column] * size, least_seconds) for column in each}
-        stopped = [column for column, cost in costs.items() if cost > left[column]]
-        for column in stopped:
-            del left[column], each[column]
-        samplers = measure.samplers_for(
-            operation, left, shape_of(size, operation.layout), least_seconds
-        )
+        for column, median in list(each.items()):
+            if cost_of(median * size, least_seconds) > left[column]:
+                stopped[column] = size
+                del left[column], each[column]
+        if not left:
+            break
+        shape = shape_of(size, operation.layout)
+        samplers = measure.samplers_for(operation, left, shape, least_seconds)
         repeats = {column: repeats_for(sampler.seconds) for column, sampler in samplers.items()}
         samples = measure.samples_of(samplers, repeats)
         medians = measure.medians_of(samples)
-        for column, sampler in samplers.items():
-            left[column] -= sampler.spent
-            each[column] = medians[column] / size
-        yield {
-            "size": size,
-            "medians": rounded(medians),
-            "spreads": rounded({column: spread_of(found) for column, found in samples.items()}),
-            "stopped": stopped,
-            "peak_bytes": resident_bytes("VmHWM"),
-        }
+        spreads = {column: spread_of(found) for column, found in samples.items()}
+        for column, median in medians.items():
+            left[column] -= cost_of(median, least_seconds)
+            each[column] = median / size
+        points.append({"size": size, "medians": rounded(medians), "spreads": rounded(spreads)})
+    return {"points": points, "stopped": stopped, "peak_bytes": resident_bytes("VmHWM")}
 
 
 def main(key, seconds, least_seconds, *sizes):
-    points = sweep(OPERATIONS[key], float(seconds), float(least_seconds), map(int, sizes))
-    for point in points:
-        print(json.dumps(point), flush=True)
+    found = sweep(OPERATIONS[key], float(seconds), float(least_seconds), map(int, sizes))
+    print(json.dumps(found))
 
 
 if __name__ == "__main__":

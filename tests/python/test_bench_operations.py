@@ -78,27 +78,27 @@ class TestSizes:
 
 
 class TestSweep:
-    def lines(self, capsys, *arguments):
+    def found(self, capsys, *arguments):
         pytest.importorskip("numpy")
         sweep.main(*arguments)
-        return [json.loads(line) for line in capsys.readouterr().out.splitlines()]
+        return json.loads(capsys.readouterr().out)
 
-    def test_a_line_for_each_size(self, capsys):
-        one, three = self.lines(capsys, "length", "5", "0.0001", "1", "3")
-        assert (one["size"], three["size"]) == (1, 3)
-        for line in (one, three):
-            assert {"velmar", "numpy", "numpy-F", "array", "list"} <= set(line["medians"])
-            assert all(0 < median < 1e-3 for median in line["medians"].values())
-            assert all(spread >= 1 for spread in line["spreads"].values())
-            assert line["stopped"] == []
-            assert line["peak_bytes"] > 1_000_000
+    def test_a_point_for_each_size(self, capsys):
+        found = self.found(capsys, "length", "5", "0.0001", "1", "3")
+        assert [point["size"] for point in found["points"]] == [1, 3]
+        for point in found["points"]:
+            assert {"velmar", "numpy", "numpy-F", "array", "list"} <= set(point["medians"])
+            assert all(0 < median < 1e-3 for median in point["medians"].values())
+            assert all(spread >= 1 for spread in point["spreads"].values())
+        assert found["stopped"] == {}
+        assert found["peak_bytes"] > 1_000_000
 
     def test_columns_without_time_stop(self, capsys):
-        one, three = self.lines(capsys, "real", "0", "0.0001", "1", "3")
-        assert set(one["medians"]) == {"velmar", "numpy", "numpy-F"}
-        assert three.pop("peak_bytes") >= one["peak_bytes"]
-        stopped = ["velmar", "numpy", "numpy-F"]
-        assert three == {"size": 3, "medians": {}, "spreads": {}, "stopped": stopped}
+        found = self.found(capsys, "real", "0", "0.0001", "1", "3")
+        [point] = found["points"]
+        assert point["size"] == 1
+        assert set(point["medians"]) == {"velmar", "numpy", "numpy-F"}
+        assert found["stopped"] == {"velmar": 3, "numpy": 3, "numpy-F": 3}
 
     @rows(
         "left, stops",
@@ -109,7 +109,7 @@ class TestSweep:
             """A sampler of a column that takes 10 us for each element."""
 
             def __init__(self, shape):
-                self.seconds, self.spent = 1e-5 * shape.rows * shape.columns, 0
+                self.seconds = 1e-5 * shape.rows * shape.columns
 
             def __call__(self):
                 return self.seconds
@@ -119,9 +119,10 @@ class TestSweep:
             "samplers_for",
             lambda _, columns, shape, __: dict.fromkeys(columns, Known(shape)),
         )
-        # The second size takes 0.1 s, its six runs 0.6 s.
-        points = sweep.sweep(OPERATIONS["length"], 0.6 * left, 0.02, [1000, 10_000])
-        assert [point["medians"] == {} for point in points] == [False, stops]
+        # The first size takes ten times 0.02 s, the second 0.1 s, its six runs 0.6 s.
+        found = sweep.sweep(OPERATIONS["length"], 0.2 + 0.6 * left, 0.02, [1000, 10_000])
+        assert len(found["points"]) == (1 if stops else 2)
+        assert set(found["stopped"].values()) == ({10_000} if stops else set())
 
 
 class TestOperations:
@@ -161,11 +162,11 @@ class TestOperations:
 
     def check_columns(self, tested, shape):
         numpy = pytest.importorskip("numpy")
-        names = measure.names_for(tested, shape)
-        found = {}
-        for column in measure.columns_of(tested):
-            statement, own = measure.statement_and_names(tested, column, shape, names)
-            found[column] = self.numbers(self.outcome(statement, own))
+        prepared = measure.prepared(tested, measure.columns_of(tested), shape)
+        found = {
+            column: self.numbers(self.outcome(statement, names))
+            for column, statement, names in prepared
+        }
         ours = found.pop("velmar")
         found.pop("bytearray", None)
         assert len(found) > 0
