@@ -6,21 +6,16 @@ import os
 import pickle
 import platform
 import sys
+import timeit
 from concurrent.futures import ProcessPoolExecutor
-from contextlib import contextmanager
 from functools import partial
-from importlib.util import find_spec
 from multiprocessing import get_context
 from pathlib import Path
 
-import measure
 import velmar
 from figure_text import ratio_text, table, time_text
-from helpers.process_workers import same
 from velmar import transport
 
-SECONDS = 120  # timeout for a result
-LONG_ENOUGH = 5
 DASK = {"n_workers": 1, "threads_per_worker": 1, "dashboard_address": None}
 MARKS = "<!-- figures -->", "<!-- end of figures -->"
 
@@ -33,6 +28,10 @@ def zeros(side):
     return velmar.double(size=(side, side))
 
 
+def same(value):
+    return value
+
+
 def through_pickle(array):
     return pickle.loads(pickle.dumps(array, pickle.HIGHEST_PROTOCOL))
 
@@ -41,21 +40,20 @@ def through_pack(array):
     return transport.unpack(*transport.pack(array))
 
 
-@contextmanager
-def registered(way, packed):
-    """Registers until the end of the table. Yields the function for workers, or None."""
-    register = getattr(transport, f"register_{way}") if packed else None
+def registered(register, packed):
+    """Registers if arrays are to be packed. Returns the function for workers, or None."""
     if packed:
         register()
-    yield register
-    if packed:
-        getattr(transport, f"unregister_{way}")()
+        return register
+    return None
 
 
-# --- The tables. A function yields the jobs with their names; it closes what they need at its end.
+# --- The tables, with their titles. A function yields the jobs with their names, and at its end it
+# closes what it opened. It is called twice, the second time for packed arrays.
 
 
 def in_one_process(array, packed):
+    """there and back in one process"""
     side = len(array)
     way = through_pack if packed else through_pickle
     yield "double, 10 by 10", partial(way, square(10))
@@ -69,67 +67,66 @@ def in_one_process(array, packed):
 
 
 def in_a_pool(array, packed):
+    """ProcessPoolExecutor, one spawned process"""
     side = len(array)
-    with (
-        registered("multiprocessing", packed) as register,
-        ProcessPoolExecutor(1, get_context("spawn"), register) as pool,
-    ):
-
-        def result(*call):
-            return pool.submit(*call).result(SECONDS)
-
-        yield f"argument and result, {side} by {side}", partial(result, same, array)
-        yield f"result only, {side} by {side}", partial(result, zeros, side)
-        yield "as many bytes there and back", partial(result, same, bytes(8 * side * side))
+    register = registered(transport.register_multiprocessing, packed)
+    with ProcessPoolExecutor(1, get_context("spawn"), register) as pool:
+        yield f"argument and result, {side} by {side}", lambda: pool.submit(same, array).result()
+        yield f"result only, {side} by {side}", lambda: pool.submit(zeros, side).result()
+        plain = bytes(8 * side * side)
+        yield "as many bytes there and back", lambda: pool.submit(same, plain).result()
 
 
 def after_register_pickle(array, packed):
+    """register_pickle(), {0} by {0}; processes are started in this time"""
     fork = get_context("fork")
+    register = registered(transport.register_pickle, packed)
 
     def in_pool():
         with fork.Pool(1, register) as pool:
-            pool.apply_async(same, (array,)).get(SECONDS)
+            pool.apply(same, (array,))
 
     def in_executor():
         with ProcessPoolExecutor(1, fork, register) as pool:
-            pool.submit(same, array).result(SECONDS)
+            pool.submit(same, array).result()
 
-    with registered("pickle", packed) as register:
-        yield "pickle, there and back", partial(through_pickle, array)
-        yield "copy.copy", partial(copy.copy, array)
-        yield "multiprocessing.Pool, forked", in_pool
-        yield "ProcessPoolExecutor, forked", in_executor
+    yield "pickle, there and back", partial(through_pickle, array)
+    yield "copy.copy", partial(copy.copy, array)
+    yield "multiprocessing.Pool, forked", in_pool
+    yield "ProcessPoolExecutor, forked", in_executor
 
 
 def in_joblib(array, packed):
+    """joblib, two arrays to two jobs and back, {0} by {0}"""
     import joblib
 
     def in_backend(backend, **settings):
         with joblib.parallel_config(backend, n_jobs=2, **settings):
             joblib.Parallel()(joblib.delayed(same)(a) for a in (array, array))
 
-    with registered("pickle", packed) as register:
-        yield "backend loky", partial(in_backend, "loky", initializer=register)
-        yield "backend multiprocessing", partial(in_backend, "multiprocessing")
-        yield "backend threading", partial(in_backend, "threading")
-        yield "joblib.hash", partial(joblib.hash, array)
+    register = registered(transport.register_pickle, packed)
+    yield "backend loky", partial(in_backend, "loky", initializer=register)
+    yield "backend multiprocessing", partial(in_backend, "multiprocessing")
+    yield "backend threading", partial(in_backend, "threading")
+    yield "joblib.hash", partial(joblib.hash, array)
 
 
 def in_dask_after_register_pickle(array, packed):
+    """Dask after register_pickle(), {0} by {0}"""
     from dask.tokenize import tokenize
     from distributed import Client
 
-    def in_submit():
+    with Client(**DASK) as client:
         if packed:
-            client.run(register)
-        client.submit(same, array, pure=False).result(SECONDS)
-
-    with Client(**DASK) as client, registered("pickle", packed) as register:
+            transport.register_pickle()
+            client.run(transport.register_pickle)
+        submit = partial(client.submit, pure=False)
         yield "token", partial(tokenize, array)
-        yield "argument of submit, result fetched", in_submit
+        yield "argument of submit, result fetched", lambda: submit(same, array).result()
 
 
 def under_dask(array, packed):
+    """Dask, one worker process, {0} by {0}"""
     from dask.tokenize import tokenize
     from distributed import Client, wait
 
@@ -139,12 +136,13 @@ def under_dask(array, packed):
         submit = partial(client.submit, pure=False)
         scatter = partial(client.scatter, array, hash=False)
         yield "token", partial(tokenize, array)
-        yield "scatter, a job on it", lambda: wait(submit(len, scatter()), timeout=SECONDS)
-        yield "result fetched", lambda: submit(zeros, len(array)).result(SECONDS)
-        yield "argument of submit, result fetched", lambda: submit(same, array).result(SECONDS)
+        yield "scatter, a job on it", lambda: wait(submit(len, scatter()))
+        yield "result fetched", lambda: submit(zeros, len(array)).result()
+        yield "argument of submit, result fetched", lambda: submit(same, array).result()
 
 
 def under_ray(array, packed):
+    """Ray, one worker, {0} by {0}"""
     os.environ["RAY_AUTH_MODE"] = "disabled"
     import ray
 
@@ -166,47 +164,42 @@ def under_ray(array, packed):
     ray.shutdown()
 
 
-# The package that a table needs, and its title.
-TABLES = {
-    in_one_process: ("velmar", "there and back in one process"),
-    in_a_pool: ("velmar", "ProcessPoolExecutor, one spawned process"),
-    after_register_pickle: (
-        "velmar",
-        "register_pickle(), {0} by {0}; processes are started in this time",
-    ),
-    in_joblib: ("joblib", "joblib, two arrays to two jobs and back, {0} by {0}"),
-    in_dask_after_register_pickle: ("distributed", "Dask after register_pickle(), {0} by {0}"),
-    under_dask: ("distributed", "Dask, one worker process, {0} by {0}"),
-    under_ray: ("ray", "Ray, one worker, {0} by {0}"),
-}
+TABLES = (
+    in_one_process,
+    in_a_pool,
+    after_register_pickle,
+    in_joblib,
+    in_dask_after_register_pickle,
+    under_dask,
+    under_ray,
+)
 
 
-def best_of(job, repeats):
-    """The best time of some runs; of fewer runs if they take long."""
-    sampler = measure.Sampler("job()", {"job": job}, least_seconds=0)
-    repeats = min(repeats, 1 + int(LONG_ENOUGH / sampler.seconds))
-    return min(measure.samples_of({job: sampler}, {job: repeats})[job])
+def best_of_each(jobs_of, side, packed, repeats):
+    for name, job in jobs_of(square(side), packed):
+        job()  # warm-up: starts processes, touches new pages
+        yield name, min(timeit.repeat(job, number=1, repeat=repeats))
+    transport.unregister_pickle()
+    transport.unregister_multiprocessing()
 
 
-def table_of(jobs_of, package, title, side, repeats):
-    if find_spec(package) is None:
-        return f"{package} is not installed."
-    took = {}
-    for packed in (False, True):
-        for name, job in jobs_of(square(side), packed):
-            took.setdefault(name, []).append(best_of(job, repeats))
+def table_of(jobs_of, side, repeats):
+    try:
+        found = [list(best_of_each(jobs_of, side, packed, repeats)) for packed in (False, True)]
+    except ModuleNotFoundError as error:
+        return f"{error.name} is not installed."
     rows = [
         [name, time_text(pickled), time_text(packed), ratio_text(pickled / packed, digits=1)]
-        for name, (pickled, packed) in took.items()
+        for (name, pickled), (_, packed) in zip(*found, strict=True)
     ]
-    return table([title.format(side), "pickled", "packed", "ratio"], rows)
+    return table([jobs_of.__doc__.format(side), "pickled", "packed", "ratio"], rows)
 
 
-def written_into(page, figures):
-    """The text of the page with these results between its marks, which must be there."""
-    before, rest = page.split(MARKS[0])
+def write_into(page, figures):
+    """Replaces what is between the marks of the page, which must be there."""
+    before, rest = page.read_text(encoding="utf-8").split(MARKS[0])
     _, after = rest.split(MARKS[1])
-    return f"{before}{MARKS[0]}\n\n{figures}\n\n{MARKS[1]}{after}"
+    page.write_text(f"{before}{MARKS[0]}\n\n{figures}\n\n{MARKS[1]}{after}", encoding="utf-8")
 
 
 def main():
@@ -218,17 +211,16 @@ def main():
     add("--page", type=Path, help="a page to write the results into, between its two marks")
     options = parser.parse_args()
     figures = [
-        f"Best of up to {options.repeats} runs; CPython {platform.python_version()}, "
+        f"Best of {options.repeats} runs; CPython {platform.python_version()}, "
         f"{os.cpu_count()} cores, load {os.getloadavg()[0]:.1f} from other work at the start."
     ]
     print(figures[0], end="\n\n")
-    for jobs_of, (package, title) in TABLES.items():
+    for jobs_of in TABLES:
         if not options.only or jobs_of.__name__ in options.only:
-            figures.append(table_of(jobs_of, package, title, options.side, options.repeats))
+            figures.append(table_of(jobs_of, options.side, options.repeats))
             print(figures[-1], end="\n\n", flush=True)
     if options.page:
-        page = options.page.read_text(encoding="utf-8")
-        options.page.write_text(written_into(page, "\n\n".join(figures)), encoding="utf-8")
+        write_into(options.page, "\n\n".join(figures))
 
 
 if __name__ == "__main__":
