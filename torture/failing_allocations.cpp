@@ -1,7 +1,5 @@
 // Functions that replace the allocating functions in the libraries under test. They make the k-th
-// allocation fail, and no other one, and count the blocks that are not freed. Only allocations of
-// the thread that called arm() fail.
-#include <pthread.h>
+// allocation fail, and no other one, and count the blocks that are not freed. For one thread only.
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -10,7 +8,6 @@
 #include <cstdlib>
 #include <ext/malloc_allocator.h>
 #include <functional>
-#include <mutex>
 #include <new>
 #include <unordered_set>
 
@@ -18,26 +15,22 @@ namespace {
 
 long s_failAt = 0;  // 0: no allocation fails
 long s_count = 0;
-pthread_t s_thread;
 
-std::mutex s_lock;
 // What was allocated here and not freed. Its own memory comes from malloc, because the operator
 // delete of libstdc++ comes here, too.
 using Allocator = __gnu_cxx::malloc_allocator<void*>;
 std::unordered_set<void*, std::hash<void*>, std::equal_to<void*>, Allocator> s_live;
 
 bool fails() {
-  return pthread_equal(pthread_self(), s_thread) && ++s_count == s_failAt;
+  return ++s_count == s_failAt;
 }
 
 void* allocated(void* block) {
-  const std::lock_guard lock(s_lock);
   if (block != nullptr) s_live.insert(block);
   return block;
 }
 
 void* freed(void* block) {
-  const std::lock_guard lock(s_lock);
   s_live.erase(block);
   return block;
 }
@@ -118,7 +111,6 @@ void turn(void** slot, void* function) {
 
 // Makes the k-th allocation from now on fail; with 0, none.
 void arm(long k) {
-  s_thread = pthread_self();
   s_failAt = k;
   s_count = 0;
 }
@@ -129,7 +121,6 @@ long count() {
 
 // How many blocks that were allocated here are not freed.
 long live() {
-  const std::lock_guard lock(s_lock);
   return static_cast<long>(s_live.size());
 }
 

@@ -9,15 +9,15 @@ from __future__ import annotations
 
 import collections
 import ctypes
+import gc
 import random
 import subprocess
 import sys
 from collections.abc import Iterator
 from pathlib import Path
-from typing import Any
+from typing import Any, TextIO
 
 import part
-import trials
 from helpers.operations import LARGE, MIDDLE, SMALL, Operation, every_operation, seen
 
 NO_SUCH = 10**9  # number of an allocation that is never made
@@ -74,9 +74,8 @@ def turn_slots(replacements: Any) -> int:
 def library() -> Any:
     source = Path(__file__).with_suffix(".cpp")
     built = part.WORKING_FOLDER / "libfailing_allocations.so"
-    if not built.exists() or built.stat().st_mtime < source.stat().st_mtime:
-        flags = ["-std=c++20", "-O1", "-shared", "-fPIC", "-Wall", "-Wextra"]
-        subprocess.run(["g++", *flags, str(source), "-o", str(built)], check=True)
+    flags = ["-std=c++20", "-O1", "-shared", "-fPIC", "-Wall", "-Wextra"]
+    subprocess.run(["g++", *flags, str(source), "-o", str(built)], check=True)
     loaded = ctypes.CDLL(str(built))
     loaded.turn.argtypes = (ctypes.c_void_p, ctypes.c_void_p)
     loaded.arm.argtypes = (ctypes.c_long,)
@@ -101,13 +100,13 @@ def state(array: Any) -> Any:
 class Trial:
     """Tests one operation with each of its allocations failing."""
 
-    def __init__(self, operation: Operation, allocations: Any, is_contended: bool):
+    def __init__(self, operation: Operation, allocations: Any):
         self.operation = operation
         self.name = operation.name
         self.allocations = allocations
-        self.is_contended = is_contended  # by a thread that has blocks, too
         self.outcomes: collections.Counter[str] = collections.Counter()
         self.before = state(operation.make())
+        self.count = 0  # allocations of the last call
         self.prepare()
         self.level = allocations.live()
         self.blocks = max(self.blocks_of_failure(NO_SUCH)[1] for _ in range(MOST_LOOKS))
@@ -120,15 +119,6 @@ class Trial:
         self.after = state(made)
         self.once_more = seen(self.operation.of(made))
         self.after_that = state(made)
-
-    def count(self) -> int:
-        """How many allocations the operation makes."""
-        made = self.operation.make()
-        self.allocations.arm(0)
-        given = self.operation.of(made)
-        number = self.allocations.count()
-        del given
-        return number
 
     def blocks_of_failure(self, k: int) -> tuple[str | None, int]:
         """What fail() returns, and the memory blocks of the interpreter that stay."""
@@ -147,7 +137,7 @@ class Trial:
             outcome = stated(caught)
             error = outcome or f"{type(caught).__name__}: {caught}"
         finally:
-            has_failed = self.allocations.count() >= k
+            self.count = self.allocations.count()
             self.allocations.arm(0)
         where = f"{self.name}: allocation {k}"
         if error is None:
@@ -155,7 +145,7 @@ class Trial:
             del given
         if outcome is None:
             return f"{where}: unexpected: {error or 'result'}"
-        self.outcomes[outcome if has_failed else "no such allocation"] += 1
+        self.outcomes[outcome if self.count >= k else "no such allocation"] += 1
         is_done = state(made) == (self.before if error else self.after)
         if not is_done and state(made) != self.refused_state(error):
             return f"{where}: {outcome}: the array is now {str(state(made))[:200]}"
@@ -184,7 +174,7 @@ class Trial:
         allowed = self.blocks + self.operation.constructs
         for _ in range(MOST_LOOKS):
             found, lost = self.blocks_of_failure(k)
-            if found or self.is_contended:
+            if found:
                 return found
             level = self.allocations.live()
             if level != self.level:
@@ -197,31 +187,34 @@ class Trial:
 class FailingAllocations:
     """Trials of all operations."""
 
-    def __init__(self, arguments: Any):
+    def __init__(self, seed: int):
         self.allocations = library()
-        self.turned = turn_slots(self.allocations)
-        assert self.turned >= 12, "the module's calls of the allocating functions were not found"
-        self.is_contended = arguments.contended
+        turned = turn_slots(self.allocations)
+        assert turned >= 12, "the module's calls of the allocating functions were not found"
         self.todo = every_operation((SMALL, MIDDLE, LARGE))
-        random.Random(arguments.seed).shuffle(self.todo)
+        random.Random(seed).shuffle(self.todo)
         self.findings: list[str] = []
         self.outcomes: collections.Counter[str] = collections.Counter()
         self.failed = 0
 
-    def try_out(self, operation: Operation, log: part.Log) -> None:
-        trial = Trial(operation, self.allocations, self.is_contended)
-        for k in range(1, trial.count() + 1):
-            log.write(str(k))
+    def try_out(self, operation: Operation, log: TextIO) -> None:
+        trial = Trial(operation, self.allocations)
+        for k in range(1, trial.count + 1):
+            print(f"{operation.name}: allocation {k}", file=log)
             found = trial.fail_without_loss(k)
             self.failed += 1
             if found:
                 self.findings.append(found)
         self.outcomes += trial.outcomes
 
-    def figures(self) -> dict[str, Any]:
-        outcomes = dict(self.outcomes.most_common())
-        return {"failed allocations": self.failed, "outcomes": outcomes, "slots": self.turned}
+    def figures(self, done: int) -> dict[str, Any]:
+        figures = {"operations": done, "of": len(self.todo), "failed allocations": self.failed}
+        return {**figures, "outcomes": dict(self.outcomes.most_common())}
 
 
 if __name__ == "__main__":
-    sys.exit(trials.main("failing allocations", __doc__, FailingAllocations))
+    arguments = part.begin(__doc__)
+    trials = FailingAllocations(arguments.seed)
+    gc.disable()
+    gc.freeze()
+    sys.exit(part.try_all(trials, arguments))

@@ -13,10 +13,9 @@ import os
 import random
 import sys
 from collections.abc import Callable
-from typing import Any
+from typing import Any, TextIO
 
 import part
-import trials
 import velmar
 from helpers.memory_blocks import references_per_call
 from helpers.operations import DICTIONARY, MIDDLE, RECORD, SMALL, Operation, every_operation
@@ -32,7 +31,7 @@ RESIDENT_CALLS = 4000  # calls for the check of resident memory
 PAGE = os.sysconf("SC_PAGESIZE")
 SLACK = 64  # pages that the allocator can take in addition
 
-# The cache of freed blocks would count as in use.
+# Of this process, which starts again with them. The cache of freed blocks would count as in use.
 SETTINGS = {"PYTHONMALLOC": "malloc", "MALLOC_ARENA_MAX": "1"}
 SETTINGS |= {"GLIBC_TUNABLES": "glibc.malloc.tcache_count=0"}
 
@@ -97,16 +96,16 @@ def chosen(seed: int) -> list[Operation]:
 class Leaks:
     """Looks for leaks in one operation after the other."""
 
-    def __init__(self, arguments: Any):
-        self.todo = chosen(arguments.seed)
+    def __init__(self, seed: int):
+        self.todo = chosen(seed)
         self.findings: list[str] = []
         self.expected = {"": 0, RECORD: chunk(velmar.double.__basicsize__)}
         self.expected[DICTIONARY] = round(bytes_per_call(keep_dictionary))
         self.level = 0  # operations that keep nothing
         self.grown: dict[str, dict[str, Any]] = {}
-        self.most_references = 0.0
 
-    def try_out(self, operation: Operation, log: part.Log) -> None:
+    def try_out(self, operation: Operation, log: TextIO) -> None:
+        print(operation.name, file=log)
         wanted = self.expected[operation.kept]
         slack = UNSPLIT + ROUNDING if wanted else 1
         growth = 0.0
@@ -122,22 +121,18 @@ class Leaks:
         else:
             self.level += 1
         kept = references_per_call(type(operation.make()), operation.act, CALLS)
-        self.most_references = max(kept, self.most_references)
         if kept < 0 or kept != int(kept):
             self.findings.append(f"{operation.name}: {kept} references a call")
 
-    def figures(self) -> dict[str, Any]:
+    def figures(self, done: int) -> dict[str, Any]:
         one = velmar.double(size=(2, 3))
         text = "reference to the class, of each array and view"
         self.grown[text] = kept_reference(velmar.double, lambda: one[0])
         text = "reference to MCPyIter, of each iterator"
         self.grown[text] = kept_reference(velmar.MCPyIter, lambda: iter(one))
-        return {
-            "level": self.level,
-            "grown": self.grown,
-            "most references a call": self.most_references,
-            "resident growth in pages": self.resident_growth(),
-        }
+        figures = {"operations": done, "of": len(self.todo), "level": self.level}
+        growth = self.resident_growth()
+        return {**figures, "grown": self.grown, "resident growth in pages": growth}
 
     def resident_growth(self) -> int:
         """Pages by which resident memory grows over a mix of operations that must not grow."""
@@ -163,4 +158,10 @@ def kept_reference(cls: type, act: Callable[[], Any]) -> dict[str, Any]:
 
 
 if __name__ == "__main__":
-    sys.exit(trials.main("leaks", __doc__, Leaks, SETTINGS))
+    if not SETTINGS.items() <= os.environ.items():
+        os.execve(sys.executable, sys.orig_argv, os.environ | SETTINGS)
+    arguments = part.begin(__doc__)
+    trials = Leaks(arguments.seed)
+    gc.disable()
+    gc.freeze()
+    sys.exit(part.try_all(trials, arguments))

@@ -3,6 +3,10 @@
 from __future__ import annotations
 
 import argparse
+import json
+import re
+import subprocess
+import sys
 import time
 from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
@@ -12,6 +16,7 @@ import part
 import sanitized
 
 LINES_SHOWN = 40
+MOST_CRASHES = 10
 
 
 class Task(NamedTuple):
@@ -29,12 +34,12 @@ TASKS = [
     Task("programs against the model, seed 1", 0.20, "walks --target=programs", seed=1),
     Task("programs against the model, seed 2", 0.10, "walks --target=programs", seed=2),
     Task("hostile walks", 0.15, "walks --target=hostile", seed=1),
-    Task("fuzzer: programs against the model", 0.25, "fuzz --target=programs"),
-    Task("fuzzer: outside buffers", 0.20, "fuzz --target=buffers"),
+    Task("fuzzer: programs against the model", 0.25, "fuzz --target=programs", is_sanitized=True),
+    Task("fuzzer: outside buffers", 0.20, "fuzz --target=buffers", is_sanitized=True),
     Task("programs beside a busy thread", 0.15, "walks --target=programs --contended", seed=3),
     Task("hostile walks beside a busy thread", 0.15, "walks --target=hostile --contended", seed=4),
     Task("hostile walks under sanitizers", 0.15, "walks --target=hostile", 5, is_sanitized=True),
-    Task("fuzzer: hostile walks", 0.15, "fuzz --target=hostile"),
+    Task("fuzzer: hostile walks", 0.15, "fuzz --target=hostile", is_sanitized=True),
     Task("failing allocations", 0.25, "failing_allocations"),
     Task("leaks", 0.25, "leaks"),
 ]
@@ -42,38 +47,71 @@ TASKS = [
 
 class Outcome(NamedTuple):
     task: Task
+    seconds: float
+    counts: tuple[int, int, int]  # crashes, reports and divergences
     figures: dict[str, Any]
-    crashes: int
-    reports: int
-    divergences: int
     text: str
 
-    def is_clean(self) -> bool:
-        return not (self.crashes or self.reports or self.divergences)
+
+def figures_of(lines: list[str], errors: str) -> dict[str, Any]:
+    """The last line of a program, which is removed, or what libFuzzer prints at its end."""
+    if lines and lines[-1].startswith("{"):
+        return json.loads(lines.pop())
+    patterns = {
+        "inputs": r"number_of_executed_units: (\d+)",
+        "places covered": r"cov: (\d+)",
+        "corpus": r"corp: (\d+)",
+    }
+    found = {name: re.findall(pattern, errors) for name, pattern in patterns.items()}
+    numbers = {name: int(texts[-1]) for name, texts in found.items() if texts}
+    return {"engine": "libFuzzer", **numbers} if numbers else {}
 
 
 def run_task(task: Task, seed: int, seconds: float) -> Outcome:
+    """Runs a program. After a crash it runs again, from the trial after the one that crashed."""
+    start = time.monotonic()
     program, *options = task.command.split()
     name = f"{TASKS.index(task)}-{program}"
     log, steps = (part.WORKING_FOLDER / f"{name}.{end}" for end in ("log", "steps"))
-    command = [str(Path(__file__).with_name(f"{program}.py")), *options, f"--log={steps}"]
-    command += [f"--seed={seed + task.seed}", f"--seconds={task.share * seconds:.1f}"]
-    ended = part.run_child(command, log, sanitized.environment(name) if task.is_sanitized else None)
-    found = sanitized.reports(name) if task.is_sanitized else []
-    text = "\n".join([*found, *ended.lines][:LINES_SHOWN])
-    if not ended.figures:
-        last = steps.read_text(errors="replace").splitlines()[-5:] if steps.exists() else []
-        text += f"\nended with {ended.status}; last steps: {last}; see {name}.log"
-    crashes = ended.figures.get("crashes", 0) if ended.figures else 1
-    reports = len(found) + ended.figures.get("sanitizer reports", 0)
-    divergences = max(ended.figures.get("findings", 0) - crashes - reports, 0)
-    outcome = Outcome(task, ended.figures, crashes, reports, divergences, text)
-    print(f"== {task.title}: {'nothing found' if outcome.is_clean() else 'FOUND'}", flush=True)
-    return outcome
-
-
-LEFT_OUT = {"part", "seed", "findings", "seconds", "crashes", "divergences", "sanitizer reports"}
-LEFT_OUT |= {"grown", "outcomes", "slots", "most references a call"}
+    steps.write_text("")  # some programs have no trials
+    command = [sys.executable, str(Path(__file__).with_name(f"{program}.py")), *options]
+    command += [f"--log={steps}", f"--seed={seed + task.seed}"]
+    environment = sanitized.environment(name) if task.is_sanitized else None
+    lines: list[str] = []
+    crashes, divergences, first = 0, 0, 0
+    while crashes < MOST_CRASHES:
+        left = max(start + task.share * seconds - time.monotonic(), 1)
+        limits = [f"--first={first}", f"--seconds={left:.1f}"]
+        with log.open("w") as file:
+            done = subprocess.run(
+                [*command, *limits],
+                env=environment,
+                stdout=subprocess.PIPE,
+                stderr=file,
+                text=True,
+                errors="replace",
+            )
+        errors = log.read_text(errors="replace")
+        printed = done.stdout.splitlines()
+        figures = figures_of(printed, errors)
+        divergences += figures.pop("findings", 0)
+        lines += printed
+        if figures and done.returncode in (0, 1):
+            break
+        is_divergence = "Disagreement: " in done.stdout  # of a target of the fuzzer
+        divergences += is_divergence
+        crashes += not is_divergence
+        trial = steps.read_text(errors="replace").splitlines()
+        last = [*trial[:2], *trial[-3:]]
+        lines.append(f"ended with {done.returncode}; steps: {last}; see {log}: {errors[-1500:]}")
+        if not trial:
+            break
+        first = int(trial[0]) + 1
+    reports = sanitized.reports(name) if task.is_sanitized else []
+    counts = (crashes, len(reports), divergences)
+    print(f"== {task.title}: {'FOUND' if any(counts) else 'nothing found'}", flush=True)
+    text = "\n".join([*reports, *lines][:LINES_SHOWN])
+    return Outcome(task, round(time.monotonic() - start, 1), counts, figures, text)
 
 
 def shown(figures: dict[str, Any]) -> str:
@@ -83,14 +121,13 @@ def shown(figures: dict[str, Any]) -> str:
 def table(outcomes: list[Outcome]) -> str:
     lines = ["| part | seconds | crashes | reports | divergences | figures |"]
     lines += ["|---|--:|--:|--:|--:|---|"]
-    for one in outcomes:
-        row = [one.task.title, one.figures.get("seconds", "-"), *one[2:5]]
-        kept = {name: value for name, value in one.figures.items() if value != 0}
-        row.append(shown({name: kept[name] for name in kept if name not in LEFT_OUT}))
-        lines.append("| " + " | ".join(map(str, row)) + " |")
-        for name, count in one.figures.get("outcomes", {}).items():
+    for task, seconds, counts, figures, _ in outcomes:
+        ends, grown = figures.pop("outcomes", {}), figures.pop("grown", {})
+        kept = shown({name: value for name, value in figures.items() if value != 0})
+        lines.append("| " + " | ".join(map(str, [task.title, seconds, *counts, kept])) + " |")
+        for name, count in ends.items():
             lines.append(f"| - a failed allocation ends as: {name} | | | | | {count} times |")
-        for name, facts in one.figures.get("grown", {}).items():
+        for name, facts in grown.items():
             lines.append(f"| - required to grow: {name} | | | | | {shown(facts)} |")
     return "\n".join(lines)
 
@@ -98,9 +135,8 @@ def table(outcomes: list[Outcome]) -> str:
 def main() -> int:
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("--seconds", type=float, default=600, help="time limit for everything")
-    parser.add_argument(
-        "--seed", type=int, default=int(time.time()) // 60, help="seed of all programs"
-    )
+    now = int(time.time()) // 60
+    parser.add_argument("--seed", type=int, default=now, help="seed of all programs")
     arguments = parser.parse_args()
     part.WORKING_FOLDER.mkdir(parents=True, exist_ok=True)
     print(f"== seed {arguments.seed}", flush=True)
@@ -108,10 +144,10 @@ def main() -> int:
         running = [pool.submit(run_task, task, arguments.seed, arguments.seconds) for task in TASKS]
         outcomes = [task.result() for task in running]
     for one in outcomes:
-        if not one.is_clean():
+        if any(one.counts):
             print(f"== {one.task.title}\n{one.text}")
     print(table(outcomes))
-    totals = [sum(counts) for counts in zip(*(one[2:5] for one in outcomes), strict=True)]
+    totals = [sum(counts) for counts in zip(*(one.counts for one in outcomes), strict=True)]
     print("total: {} crashes, {} sanitizer reports, {} divergences".format(*totals))
     return 1 if any(totals) else 0
 

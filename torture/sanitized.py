@@ -11,7 +11,6 @@ import part
 sys.path.append(str(part.ROOT / "suites"))
 import sanitizers  # noqa: E402
 
-LIBRARIES = part.ROOT / "build" / "sanitize" / "lib"
 REPORTS = part.WORKING_FOLDER / "reports"
 
 
@@ -20,7 +19,7 @@ def environment(name: str) -> dict[str, str]:
     REPORTS.mkdir(parents=True, exist_ok=True)
     for report in REPORTS.glob(f"{name}.*"):
         report.unlink()
-    imported = os.pathsep.join([str(LIBRARIES), str(part.ROOT / "python")])
+    imported = f"{part.ROOT}/build/sanitize/lib{os.pathsep}{part.ROOT}/python"
     return os.environ | sanitizers.settings(REPORTS / name) | {"PYTHONPATH": imported}
 
 
@@ -30,4 +29,6 @@ def reports(name: str) -> list[str]:
 
 
 if __name__ == "__main__":  # runs a program of this folder with the sanitizer build
-    sys.exit(subprocess.call([sys.executable, *sys.argv[1:]], env=environment("by_hand")))
+    status = subprocess.call([sys.executable, *sys.argv[1:]], env=environment("by_hand"))
+    print(*reports("by_hand"), sep="\n", end="")
+    sys.exit(status)
