@@ -6,7 +6,6 @@ columns: `numpy` is also numpy-F unless that follows, and `rows` is array and li
 
 from operation import ARRAY, ARROW, DOUBLES, FLAT_ARRAY, NUMPY, NUMPY_F, OURS, Layout, build, use
 
-SHARES = "The column list shares the elements instead of converting them, so it is a lower bound."
 NO_COPY = "NumPy exports the memory of its array; ours is a copy of what the view shows."
 PARTS = "The parts are copies in both columns, ours as one row."
 
@@ -23,7 +22,6 @@ def nested(title, elements, ours, theirs, letter, arrow):
     return build(
         title,
         elements,
-        note=SHARES,
         velmar=f"velmar.{ours}",
         numpy=f"np.array({theirs})",
         numpy_F=f'np.array({theirs}, order="F")',
@@ -71,7 +69,6 @@ GROUPS["Making arrays"] = {
     "flat": build(
         "from a flat list",
         "floats",
-        note=SHARES,
         velmar="velmar.double(vector=flat)",
         numpy="np.array(flat)",
         array='array("d", flat)',
@@ -131,7 +128,6 @@ GROUPS["Reading"] = {
         "a row to a list",
         "list(a[5])",
         layout=Layout.ROW,
-        note=SHARES,
         numpy="a[5].tolist()",
         pyarrow="a[5].as_py()",
     ),
@@ -147,7 +143,6 @@ GROUPS["Reading"] = {
     "to_lists": use(
         "all to nested lists",
         "[list(row) for row in a]",
-        note=SHARES,
         numpy="a.tolist()",
         pyarrow="a.to_pylist()",
     ),
@@ -166,7 +161,6 @@ GROUPS["Writing"] = {
         "write a row from a list",
         "a[5] = data[5]",
         layout=Layout.ROW,
-        note=SHARES,
         array='a[5] = array("d", data[5])',
         list="a[5] = data[5][:]",
         **NO_ARROW,
@@ -174,7 +168,6 @@ GROUPS["Writing"] = {
     "write_all": use(
         "write all from nested lists",
         "a[:] = data",
-        note=SHARES,
         array='a[:] = [array("d", row) for row in data]',
         list="a[:] = [row[:] for row in data]",
         **NO_ARROW,
@@ -214,7 +207,6 @@ GROUPS["Arrays as a whole"] = {
     "clone": use(
         "a copy",
         "a[:].clone()",
-        note=SHARES,
         numpy="a.copy()",
         numpy_F='a.copy("F")',
         rows="[row[:] for row in a]",

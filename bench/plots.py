@@ -6,10 +6,10 @@ import math
 from contextlib import contextmanager
 
 from figure_text import group_picture_name, time_text
-from fits import ratios_of, times_of
 from matplotlib import rc_context
 from matplotlib.figure import Figure
 from operation import ARRAY, ARROW, LIST, NUMPY, NUMPY_F, OURS
+from ratios import ratios_of, times_of
 
 # Colours that colour-blind readers can tell apart, each with its own marker.
 STYLES = {

@@ -16,16 +16,14 @@ from figure_text import (
     table,
     time_text,
 )
-from fits import crossings, decided, fairest_peer, fit_line, one_digit, ratios_of, times_of
 from operation import NUMPY, NUMPY_F, OURS, Kind
+from ratios import decided, fairest_peer, ratios_of, times_of
 from sweep import LONG_REPEATS, LONG_SECONDS, REPEATS
 
 ROOT = Path(__file__).resolve().parents[1]
 OVERVIEW_SIZES = (1, 100, 10_000, 1_000_000, 10_000_000)
-# A line that grows by less than this factor over all sizes counts as flat.
-FLAT_GROWTH = 1.5
-# A line that misses a point by more than this factor counts as rough.
-ROUGH_FACTOR = 1.5
+# A time that grows by less than this factor over all sizes counts as the same.
+FLAT_GROWTH = 3
 # More than this many times slower than the neighbour counts as much slower.
 MUCH_SLOWER = 3
 
@@ -45,12 +43,11 @@ that is used instead. The first line of the table has the numbers of elements.""
 GROUP = """\
 A dot for each size, darker for more elements: our time divided by that of NumPy in column-major \
 order. In the green part we are faster."""
-READING = f"""\
+READING = """\
 How to read the sections below:
 
-- "500 ns and 2 ns an element" is the line with the smallest relative errors over all sizes. The
-  text gives it if every point is within a factor of {ROUGH_FACTOR:g} of the line. Otherwise the
-  text has the figures at both ends: "1 us at 1, 3 ns an element at 10^6".
+- "1 us at 1, 3 ns an element at 10^6" has the figures at the smallest and at the largest size.
+  "95 ns at any size" is the median of figures that differ less than threefold at these two.
 - "About as fast" is within a tenth. A difference at only one size is ignored.
 - In the calls, `a` is the array of the column, or the memory from which one is made. `b` is equal
   to `a` and shares nothing with it. `data` has the elements as nested lists, `flat` as one list."""
@@ -72,8 +69,8 @@ MEASURED = """\
 - An array has as many rows as columns, or three, ten or thirty times as many columns. The size of
   an operation on one row is the length of the row, one of ten.
 - `numpy-F` is NumPy in column-major order. `array` is a list of `array.array` rows, or a flat one;
-  `list` is a list of lists, which shares its elements instead of converting them; `pyarrow` is a
-  list array, or a flat one.
+  `list` is a list of lists, which shares its elements instead of converting them, so it is a lower
+  bound; `pyarrow` is a list array, or a flat one.
 - A column ends where the next size would have taken more than its share of the time.
 - The upper quartile of the samples was {spread:.2g} % above the lower one in the median of all \
 figures, and {worst_spread:.2g} % or more in the worst twentieth.
@@ -90,32 +87,29 @@ def fold(summary, text):
     return f"<details><summary>{summary}</summary>\n\n{text}\n\n</details>"
 
 
-def fit_text(times):
-    """Text for the growth of a column: constant, a line, or the times at both ends."""
-    fit = fit_line(list(times), list(times.values()))
+def growth_text(times):
+    """Text for the times of a column: one for all sizes, or those at both ends."""
     smallest, largest = min(times), max(times)
-    if fit.at(largest) < FLAT_GROWTH * fit.at(smallest):
+    if times[largest] < FLAT_GROWTH * times[smallest]:
         return f"{time_text(statistics.median(times.values()))} at any size"
-    if fit.off > ROUGH_FACTOR:
-        start, each = time_text(times[smallest]), time_text(times[largest] / largest)
-        return f"{start} at {smallest}, {each} an element at {count_text(largest)}"
-    each = f"{time_text(fit.each)} an element"
-    return f"{time_text(fit.fixed)} and {each}" if fit.fixed else each
+    start, each = time_text(times[smallest]), time_text(times[largest] / largest)
+    return f"{start} at {smallest}, {each} an element at {count_text(largest)}"
 
 
 def comparison_text(ratios_by_size, peer):
-    """Text that says which side is faster, and from which size on."""
-    clear = list(decided(ratios_by_size).values())
-    if not clear:
-        return f"About as fast as {peer} at every size."
-    places = list(crossings(ratios_by_size))
-    if not places:
-        word = "Faster" if clear[0] < 1 else "Slower"
-        return f"{word} than {peer} at every size where the two differ."
-    if len(places) > 1:
-        return f"Faster than {peer} at some sizes, slower at others."
-    word = "up to" if clear[0] < 1 else "from"
-    return f"Faster than {peer} {word} about {count_text(one_digit(places[0]))} elements."
+    """Text that says which side is faster, and at which sizes."""
+    clear = decided(ratios_by_size)
+    words = {size: "faster" if ratio < 1 else "slower" for size, ratio in clear.items()}
+    runs = [(word, list(sizes)) for word, sizes in itertools.groupby(words, words.get)]
+    match runs:
+        case []:
+            return f"About as fast as {peer} at every size."
+        case [(word, _)]:
+            return f"{word.title()} than {peer} at every size where the two differ."
+        case [(word, [*_, last]), (other_word, [first, *_])]:
+            sizes = f"up to size {count_text(last)}, {other_word} from size {count_text(first)} on"
+            return f"{word.title()} than {peer} {sizes}."
+    return f"Faster than {peer} at some sizes, slower at others."
 
 
 def link_to(row):
@@ -153,7 +147,7 @@ def section(row):
         columns_by_statement.setdefault(statement, []).append(column)
     calls = [f"{', '.join(names)}: `{text}`" for text, names in columns_by_statement.items()]
     peer = fairest_peer(row)
-    ours, theirs = (fit_text(times_of(row, column)) for column in (OURS, peer))
+    ours, theirs = (growth_text(times_of(row, column)) for column in (OURS, peer))
     words = f"{comparison_text(ratios_of(row), peer)} {OURS}: {ours}; {peer}: {theirs}."
     picture = f"![Time against size, {row['title']}](plots/{row['key']}.svg)"
     folded = fold("Calls and diagram", f"{'; '.join(calls)}. {picture}")
