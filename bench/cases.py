@@ -1,6 +1,6 @@
 # The jobs of the benchmark table, with the limits for our results.
-"""A new row calls listed() for an operation that operation_list.py has, job() for another statement
-on arrays, made() for one that makes an object, or buffer() for one that makes an array from memory.
+"""A new row calls listed() for an operation of operation_list.py, job() for another statement on
+arrays, build() for one that makes an object, or buffer() for one that makes an array from memory.
 """
 
 from operation import (
@@ -25,30 +25,23 @@ TALL, WIDE = Shape(1000, 100), Shape(100, 1000)
 MILLION, LONG, TWO_ROWS = Shape(1, 10**6), Shape(1, 10**7), Shape(2, 5_000_000)
 
 
-def listed(key, name, limit=None, shape=THOUSAND, **changes):
-    """The operation over sizes with this key, changed."""
-    return OPERATIONS[key].changed(title=name, limit=limit, shape=shape, **changes | NO_ARROW)
+def listed(title, limit=None, shape=THOUSAND, **changes):
+    """The operation over sizes with this title, changed."""
+    return OPERATIONS[title].changed(limit=limit, shape=shape, **changes | NO_ARROW)
 
 
-def job(statement, limit=None, shape=HUNDRED, name=None, **changes):
+def job(statement, limit=None, shape=THOUSAND, **changes):
     """A statement on an array, of doubles unless the changes say otherwise."""
-    name = name or f"{statement}, {shape}"
-    return use(name, statement, limit=limit, shape=shape, **changes | NO_ARROW)
+    return use(statement, limit=limit, shape=shape, **changes | NO_ARROW)
 
 
-def made(name, limit=None, shape=TEN, elements="", **changes):
-    """A job that makes an object. The column numpy-F is left out."""
-    return build(name, elements, limit=limit, shape=shape, **changes, numpy_F=None)
-
-
-def buffer(name, shape, limit, maker="n.flatten()"):
+def buffer(shape, limit, maker="n.flatten()"):
     """Construction from memory of doubles, flat unless another maker is given."""
     makers = dict.fromkeys((OURS, NUMPY, NUMPY_F), maker) | {BYTES: "bytearray(n)"}
     return job(
         "velmar.double(a)",
         limit,
         shape,
-        f"buffer, {name}",
         makers=makers | ({ARRAY: FLAT_ARRAY} if shape.rows == 1 else {}),
         numpy="np.array(a)",
         numpy_F='np.array(a, order="F")',
@@ -71,7 +64,14 @@ FLAT_INT32 = {
     "numpy_F": None,
     "array": 'array("i", flat)',
 }
-HELD = {"elements": "floats", "velmar": DOUBLES[OURS], "numpy": "np.array(n)", "array": FLAT_ARRAY}
+HELD = {
+    "elements": "floats",
+    "velmar": DOUBLES[OURS],
+    "numpy": "np.array(n)",
+    "numpy_F": None,
+    "array": FLAT_ARRAY,
+    "kind": Kind.HELD,
+}
 ZEROS = {"bytearray": "bytearray({count} * 8)"}
 ONE_ROW = {"array": 'a[3] = array("d", data[0])', "list": "a[3] = data[0][:]"}
 SIX_ROWS = {
@@ -117,76 +117,80 @@ FROM_MEMORY = {
 }
 FLAT = {"makers": dict.fromkeys((OURS, NUMPY_F), "n.flatten()"), "numpy_F": "np.array(a)[7]"}
 REAL = {"numpy": "a.real.copy()", "numpy_F": None}
-IMPORTS = {module: f"import {module}" for module in (OURS, NUMPY, ARRAY)}
+IMPORTS = {module: f"import {module}" for module in (OURS, NUMPY, ARRAY)} | {"numpy_F": None}
 SINGLE = "velmar.single(a)"
 INFINITE = "np.full_like(n, np.inf)"
 INFINITE_LISTS = {OURS: f"{INFINITE}.tolist()", OTHERWISE: "n.tolist()"}
 INFINITE_ARRAYS = {OURS: f"velmar.double({INFINITE})", OTHERWISE: DOUBLES[OURS]}
 
-CASES = (
-    made("import", Limit(0.1, NUMPY), kind=Kind.IMPORT, **IMPORTS),
-    listed("floats", "1000x1000 from floats", Limit(0.6, NUMPY_F)),
-    listed("ints", "1000x1000 from ints", Limit(0.8, NUMPY_F)),
-    listed("floats", "10x10 from floats", Limit(1.0, NUMPY_F, aim=0.5), TEN),
-    listed("ints", "10x10 from ints", shape=TEN),
-    listed("int32", "1000x1000 int32"),
-    listed("uint8", "1000x1000 uint8"),
-    listed("logical", "1000x1000 logical"),
-    listed("complex", "1000x1000 complex"),
-    listed("flat", "vector of 1e6 floats", shape=MILLION, numpy_F=None),
-    listed("flat", "vector of 1e6 int32", shape=MILLION, **FLAT_INT32),
-    job(VECTOR, Limit(1.3, NUMPY_F), MILLION, "vector of an array.array", **FROM_MEMORY),
-    made(
-        "1x1 from a number", velmar="velmar.double(1.5)", numpy="np.array([[1.5]])", list="[[1.5]]"
+CASES = {
+    "import": build(limit=Limit(0.1, NUMPY), kind=Kind.IMPORT, **IMPORTS),
+    "1000x1000 from floats": listed("from nested floats", Limit(0.6, NUMPY_F)),
+    "1000x1000 from ints": listed("double from nested ints", Limit(0.8, NUMPY_F)),
+    "10x10 from floats": listed("from nested floats", Limit(1.0, NUMPY_F, aim=0.5), TEN),
+    "10x10 from ints": listed("double from nested ints", shape=TEN),
+    "1000x1000 int32": listed("int32 from nested ints"),
+    "1000x1000 uint8": listed("uint8 from nested ints"),
+    "1000x1000 logical": listed("logical from nested bools"),
+    "1000x1000 complex": listed("from nested complex numbers"),
+    "vector of 1e6 floats": listed("from a flat list", shape=MILLION, numpy_F=None),
+    "vector of 1e6 int32": listed("from a flat list", shape=MILLION, **FLAT_INT32),
+    "vector of an array.array": job(VECTOR, Limit(1.3, NUMPY_F), MILLION, **FROM_MEMORY),
+    "1x1 from a number": build(
+        velmar="velmar.double(1.5)", numpy="np.array([[1.5]])", numpy_F=None, list="[[1.5]]"
     ),
-    listed("zeros", "size=(10, 10)", Limit(2.7, NUMPY_F), TEN, **ZEROS),
-    listed("zeros", "size=(1000, 1000)", Limit(3.0, BYTES), **ZEROS),
-    listed("zeros", "size=(3162, 3162)", Limit(1.6, NUMPY_F), LARGE, **ZEROS),
-    job("a[3][7]", Limit(1.0, NUMPY, aim=0.6)),
-    job("a[3]", Limit(1.5, NUMPY)),
-    job("a[2:8]", Limit(1.5, NUMPY)),
-    job("a[::2]", shape=TALL),
-    job("a[2:8][3]"),
-    job("a[::2][1:6]", shape=TALL),
-    job("list(a[3])", shape=WIDE, numpy="a[3].tolist()"),
-    listed("text", "str(a), 100x100", Limit(0.25, NUMPY), HUNDRED),
-    job("a[3][7] = 1.5", Limit(1.0, NUMPY, aim=0.6)),
-    job("a[3] = data[0]", Limit(0.6, NUMPY), shape=WIDE, **ONE_ROW),
-    job("a[2:8] = data[:6]", shape=WIDE, **SIX_ROWS),
-    job("a[3] = b[3]", Limit(1.5, NUMPY_F), THOUSAND, makers_of_b=DOUBLES, rows="a[3] = b[3][:]"),
-    listed("write_array", "a[:] = b, 1000x1000", Limit(1.3, NUMPY_F)),
-    listed("write_array", "a[:] = b of int32, 1000x1000", Limit(1.3, NUMPY_F), **INT32_IN),
-    listed("loop", "all elements, 1000x1000", Limit(1.0, NUMPY)),
-    job("a == b", Limit(0.2, NUMPY_F), TEN, **EQUAL),
-    job("a == b", Limit(1.3, NUMPY_F), THOUSAND, **EQUAL),
+    "size=(10, 10)": listed("zeros", Limit(2.7, NUMPY_F), TEN, **ZEROS),
+    "size=(1000, 1000)": listed("zeros", Limit(3.0, BYTES), **ZEROS),
+    "size=(3162, 3162)": listed("zeros", Limit(1.6, NUMPY_F), LARGE, **ZEROS),
+    "a[3][7], 100x100": job("a[3][7]", Limit(1.0, NUMPY, aim=0.6), HUNDRED),
+    "a[3], 100x100": job("a[3]", Limit(1.5, NUMPY), HUNDRED),
+    "a[2:8], 100x100": job("a[2:8]", Limit(1.5, NUMPY), HUNDRED),
+    "a[::2], 1000x100": job("a[::2]", shape=TALL),
+    "a[2:8][3], 100x100": job("a[2:8][3]", shape=HUNDRED),
+    "a[::2][1:6], 1000x100": job("a[::2][1:6]", shape=TALL),
+    "list(a[3]), 100x1000": job("list(a[3])", shape=WIDE, numpy="a[3].tolist()"),
+    "str(a), 100x100": listed("text in full", Limit(0.25, NUMPY), HUNDRED),
+    "a[3][7] = 1.5, 100x100": job("a[3][7] = 1.5", Limit(1.0, NUMPY, aim=0.6), HUNDRED),
+    "a[3] = data[0], 100x1000": job("a[3] = data[0]", Limit(0.6, NUMPY), shape=WIDE, **ONE_ROW),
+    "a[2:8] = data[:6], 100x1000": job("a[2:8] = data[:6]", shape=WIDE, **SIX_ROWS),
+    "a[3] = b[3], 1000x1000": job(
+        "a[3] = b[3]", Limit(1.5, NUMPY_F), makers_of_b=DOUBLES, rows="a[3] = b[3][:]"
+    ),
+    "a[:] = b, 1000x1000": listed("write all from another array", Limit(1.3, NUMPY_F)),
+    "a[:] = b of int32, 1000x1000": listed(
+        "write all from another array", Limit(1.3, NUMPY_F), **INT32_IN
+    ),
+    "all elements, 1000x1000": listed("a loop over all", Limit(1.0, NUMPY)),
+    "a == b, 10x10": job("a == b", Limit(0.2, NUMPY_F), TEN, **EQUAL),
+    "a == b, 1000x1000": job("a == b", Limit(1.3, NUMPY_F), **EQUAL),
     # An array keeps its snapshot; each a[:] is a new view without one.
-    listed("clone", "a[:].clone(), 10x10", Limit(2.5, NUMPY_F), TEN),
-    listed("clone", "a[:].clone(), 1000x1000", Limit(1.2, NUMPY_F)),
-    listed("clone", "a[:].clone(), 3162x3162", Limit(1.2, NUMPY_F), LARGE, **ONLY_NUMPY_F),
-    listed("other_class", "velmar.single(a), 1000x1000", Limit(1.6, NUMPY_F)),
-    job(
-        "velmar.double(a)", Limit(2.5, NUMPY_F), THOUSAND, "double of int32, 1000x1000", **OF_INT32
+    "a[:].clone(), 10x10": listed("a copy", Limit(2.5, NUMPY_F), TEN),
+    "a[:].clone(), 1000x1000": listed("a copy", Limit(1.2, NUMPY_F)),
+    "a[:].clone(), 3162x3162": listed("a copy", Limit(1.2, NUMPY_F), LARGE, **ONLY_NUMPY_F),
+    "velmar.single(a), 1000x1000": listed("from an array of another class", Limit(1.6, NUMPY_F)),
+    "double of int32, 1000x1000": job("velmar.double(a)", Limit(2.5, NUMPY_F), **OF_INT32),
+    "infinities from lists": job(SINGLE, Limit(1.2, OTHERWISE), makers=INFINITE_LISTS),
+    "infinities, an array": job(SINGLE, Limit(1.2, OTHERWISE), makers=INFINITE_ARRAYS),
+    "pickle, 1000x1000": listed("a pickle there and back", Limit(1.1, OTHERWISE), **PICKLES),
+    "buffer, 100 doubles": buffer(Shape(1, 100), Limit(2.0, NUMPY_F)),
+    "buffer, 1e6 doubles": buffer(MILLION, Limit(3.0, BYTES)),
+    "buffer, 1000x1000 by column": buffer(THOUSAND, Limit(3.0, BYTES), 'n.copy("F")'),
+    "buffer, 1e7 doubles": buffer(LONG, Limit(3.0, BYTES)),
+    "buffer, 3162x3162 by column": buffer(LARGE, Limit(3.0, BYTES), 'n.copy("F")'),
+    "buffer, 3162x1000 by row": buffer(Shape(3162, 1000), Limit(0.6, NUMPY_F), "n.copy()"),
+    "first read of 1e7 doubles": job("velmar.double(a)[0][7]", Limit(1.1, NUMPY_F), LONG, **FLAT),
+    "memoryview(a)": listed("memoryview", Limit(1.0, NUMPY), HUNDRED, numpy_F=None),
+    "memoryview(a[3]), 1000x1000": job("memoryview(a[3])", Limit(2.0, NUMPY_F), **EXPORTED_ROW),
+    "memoryview(a[100:200]), 1000x1000": job(
+        "memoryview(a[100:200])", Limit(1.7, NUMPY_F), **EXPORTED_ROWS
     ),
-    job(SINGLE, Limit(1.2, OTHERWISE), THOUSAND, "infinities from lists", makers=INFINITE_LISTS),
-    job(SINGLE, Limit(1.2, OTHERWISE), THOUSAND, "infinities, an array", makers=INFINITE_ARRAYS),
-    listed("pickle", "pickle, 1000x1000", Limit(1.1, OTHERWISE), **PICKLES),
-    buffer("100 doubles", Shape(1, 100), Limit(2.0, NUMPY_F)),
-    buffer("1e6 doubles", MILLION, Limit(3.0, BYTES)),
-    buffer("1000x1000 by column", THOUSAND, Limit(3.0, BYTES), 'n.copy("F")'),
-    buffer("1e7 doubles", LONG, Limit(3.0, BYTES)),
-    buffer("3162x3162 by column", LARGE, Limit(3.0, BYTES), 'n.copy("F")'),
-    buffer("3162x1000 by row", Shape(3162, 1000), Limit(0.6, NUMPY_F), "n.copy()"),
-    job("velmar.double(a)[0][7]", Limit(1.1, NUMPY_F), LONG, "first read of 1e7 doubles", **FLAT),
-    listed("memoryview", "memoryview(a)", Limit(1.0, NUMPY), HUNDRED, numpy_F=None),
-    job("memoryview(a[3])", Limit(2.0, NUMPY_F), THOUSAND, **EXPORTED_ROW),
-    job("memoryview(a[100:200])", Limit(1.7, NUMPY_F), THOUSAND, **EXPORTED_ROWS),
-    job(RESHAPES, Limit(3.0, NUMPY), TWO_ROWS, "two reshapes of 1e7", makers=OURS_AND_NUMPY),
-    job(RESHAPES, Limit(2.0, OTHERWISE), TWO_ROWS, "reshapes, 1e7 and ten", **BESIDE_TEN),
-    listed("real", "real(), 1000x1000", Limit(4.0, NUMPY), **REAL),
-    listed("floats", "peak, 1000x1000 from floats", Limit(4.0), kind=Kind.PEAK),
-    listed("ints", "peak, 1000x1000 from ints", Limit(4.0), kind=Kind.PEAK),
-    listed("int32", "peak, 1000x1000 int32", kind=Kind.PEAK, item_bytes=4),
-    listed("clone", "peak, a[:].clone()", Limit(1.2), kind=Kind.GROWTH, rows=None),
-    made("held, 1000x1000", Limit(1.1 * 8_000_000), THOUSAND, kind=Kind.HELD, **HELD),
-    made("held, 1x1", Limit(560), Shape(1, 1), kind=Kind.HELD, **HELD),
-)
+    "two reshapes of 1e7": job(RESHAPES, Limit(3.0, NUMPY), TWO_ROWS, makers=OURS_AND_NUMPY),
+    "reshapes, 1e7 and ten": job(RESHAPES, Limit(2.0, OTHERWISE), TWO_ROWS, **BESIDE_TEN),
+    "real(), 1000x1000": listed("the real part", Limit(4.0, NUMPY), **REAL),
+    "peak, 1000x1000 from floats": listed("from nested floats", Limit(4.0), kind=Kind.PEAK),
+    "peak, 1000x1000 from ints": listed("double from nested ints", Limit(4.0), kind=Kind.PEAK),
+    "peak, 1000x1000 int32": listed("int32 from nested ints", kind=Kind.PEAK, item_bytes=4),
+    "peak, a[:].clone()": listed("a copy", Limit(1.2), kind=Kind.GROWTH, rows=None),
+    "held, 1000x1000": build(limit=Limit(1.1 * 8_000_000), shape=THOUSAND, **HELD),
+    "held, 1x1": build(limit=Limit(560), shape=Shape(1, 1), **HELD),
+}

@@ -1,5 +1,7 @@
 # Formats times, ratios, limits and counts for tables and pages.
 
+import re
+
 from operation import OURS, Kind
 
 OURS_WIDTH = 8
@@ -63,8 +65,9 @@ def count_text(count):
     return ("" if first == "1" else f"{first}x") + f"10^{int(power)}"
 
 
-def group_picture_name(group):
-    return f"group_{group.lower().replace(' ', '_')}.svg"
+def slug(title):
+    """The anchor of a section of a page, which is also the name of its picture."""
+    return re.sub(r"[^\w -]", "", title.lower()).replace(" ", "-")
 
 
 def table(head, rows, numbers=0):

@@ -67,7 +67,7 @@ def bytes_held(job, column):
 
 
 def main(name, column):
-    job = next(job for job in CASES if job.title == name)
+    job = CASES[name]
     print(bytes_held(job, column) if job.kind is Kind.HELD else peak_of(job, column))
 
 

@@ -102,15 +102,14 @@ class Limit:
 class Operation:
     """Statements and makers are dicts by column. A job is an operation at one shape."""
 
-    title: str
-    statements: dict[str, str]
+    statements: dict[str, str] = field(default_factory=dict)
     makers: dict[str, str] = field(default_factory=dict)
     makers_of_b: dict[str, str] = field(default_factory=dict)
     elements: str = ""  # a key of ELEMENTS
     layout: Layout = Layout.WHOLE
     note: str = ""
     # Of a job:
-    shape: Shape | None = None
+    shape: Shape = Shape(10, 10)
     limit: Limit | None = None
     kind: Kind = Kind.TIME
     item_bytes: int = 8
@@ -135,8 +134,7 @@ class Operation:
 
     def shown(self, column):
         """The statement in one line, with words instead of numbers."""
-        lines = self.statements[column].format(**SHOWN).splitlines()
-        return " ".join(line.strip() for line in lines)
+        return " ".join(self.statements[column].format(**SHOWN).split())
 
     def uses(self, name):
         texts = (*self.statements.values(), *self.makers.values(), *self.makers_of_b.values())
@@ -170,12 +168,12 @@ DOUBLES = {
 FLAT_ARRAY = 'array("d", n.tobytes())'
 
 
-def build(title, elements, **changes):
+def build(elements="", **changes):
     """An operation that makes an array from data, flat or n."""
-    return Operation(title, {}, elements=elements).changed(**changes)
+    return Operation(elements=elements).changed(**changes)
 
 
-def use(title, statement, makers=DOUBLES, **changes):
+def use(statement, makers=DOUBLES, **changes):
     """An operation with the same statement in all columns of the makers, except for the changes."""
     statements = dict.fromkeys(makers, statement)
-    return Operation(title, statements, makers, elements="floats").changed(**changes)
+    return Operation(statements, makers, elements="floats").changed(**changes)

@@ -1,7 +1,7 @@
 # The operations that are timed over sizes, in the groups and order of docs/performance.md.
-"""A new row calls use() for a statement on arrays, or build() for one that makes an array. The key
-is the name of its picture; the note tells readers what the columns do differently. Keywords are
-columns: `numpy` is also numpy-F unless that follows, and `rows` is array and list.
+"""A new row calls use() for a statement on arrays, or build() for one that makes an array. The note
+tells readers what the columns do differently. Keywords are columns: `numpy` is also numpy-F unless
+that follows, and `rows` is array and list.
 """
 
 from operation import ARRAY, ARROW, DOUBLES, FLAT_ARRAY, NUMPY, NUMPY_F, OURS, Layout, build, use
@@ -17,10 +17,9 @@ IN_ROWS = "a[:] = [row[:] for row in b]"
 COPY_TO = "{}.copy_to(pa.default_cpu_memory_manager())"
 
 
-def nested(title, elements, ours, theirs, letter, arrow):
+def nested(elements, ours, theirs, letter, arrow):
     """An array of one class from nested lists. None: the column has no such type."""
     return build(
-        title,
         elements,
         velmar=f"velmar.{ours}",
         numpy=f"np.array({theirs})",
@@ -31,15 +30,14 @@ def nested(title, elements, ours, theirs, letter, arrow):
     )
 
 
-def from_memory(title, maker):
+def from_memory(maker):
     makers = dict.fromkeys((OURS, NUMPY, NUMPY_F), maker)
     theirs = {"numpy": 'np.array(a, order="C")', "numpy_F": 'np.array(a, order="F")'}
-    return use(title, "velmar.double(a)", makers, **theirs)
+    return use("velmar.double(a)", makers, **theirs)
 
 
-def to_bytes(title, order):
+def to_bytes(order):
     return use(
-        title,
         f'memoryview(a).tobytes("{order}")',
         numpy=f'a.tobytes("{order}")',
         array='b"".join([row.tobytes() for row in a])',
@@ -48,11 +46,11 @@ def to_bytes(title, order):
     )
 
 
-def part(title, name):
+def part(name):
     makers = {column: DOUBLES[column] for column in (OURS, NUMPY, NUMPY_F)}
     makers[OURS] = "velmar.double(n, is_complex=True)"
     theirs = f'a.{name}.copy("K")'
-    return use(title, f"a.{name}()", makers, elements="complex", note=PARTS, numpy=theirs)
+    return use(f"a.{name}()", makers, elements="complex", note=PARTS, numpy=theirs)
 
 
 IS_COMPLEX = "double(data, is_complex=True)"
@@ -60,14 +58,13 @@ FLOAT64, INT32, UINT8 = "data, dtype=float", 'data, dtype="int32"', 'data, dtype
 FLAT = {OURS: "n.ravel()", NUMPY: "n.ravel()", ARRAY: FLAT_ARRAY, ARROW: "n.ravel()"}
 GROUPS = {}
 GROUPS["Making arrays"] = {
-    "floats": nested("from nested floats", "floats", "double(data)", "data", "d", "float64"),
-    "ints": nested("double from nested ints", "ints", "double(data)", FLOAT64, "d", "float64"),
-    "int32": nested("int32 from nested ints", "ints", "int32(data)", INT32, "i", "int32"),
-    "uint8": nested("uint8 from nested ints", "small_ints", "uint8(data)", UINT8, "B", "uint8"),
-    "logical": nested("logical from nested bools", "bools", "logical(data)", "data", "B", "bool_"),
-    "complex": nested("from nested complex numbers", "complex", IS_COMPLEX, "data", None, None),
-    "flat": build(
-        "from a flat list",
+    "from nested floats": nested("floats", "double(data)", "data", "d", "float64"),
+    "double from nested ints": nested("ints", "double(data)", FLOAT64, "d", "float64"),
+    "int32 from nested ints": nested("ints", "int32(data)", INT32, "i", "int32"),
+    "uint8 from nested ints": nested("small_ints", "uint8(data)", UINT8, "B", "uint8"),
+    "logical from nested bools": nested("bools", "logical(data)", "data", "B", "bool_"),
+    "from nested complex numbers": nested("complex", IS_COMPLEX, "data", None, None),
+    "from a flat list": build(
         "floats",
         velmar="velmar.double(vector=flat)",
         numpy="np.array(flat)",
@@ -75,8 +72,7 @@ GROUPS["Making arrays"] = {
         list="list(flat)",
         pyarrow="pa.array(flat, type=pa.float64())",
     ),
-    "flat_with_size": build(
-        "from a flat list, with a size",
+    "from a flat list, with a size": build(
         "floats",
         note="Column by column here and in numpy-F, row by row in numpy.",
         velmar="velmar.double(vector=flat, size=({rows}, {columns}))",
@@ -84,8 +80,6 @@ GROUPS["Making arrays"] = {
         numpy_F='np.array(flat).reshape(({rows}, {columns}), order="F")',
     ),
     "zeros": build(
-        "zeros",
-        "",
         velmar="velmar.double(size=({rows}, {columns}))",
         numpy="np.zeros(({rows}, {columns}))",
         numpy_F='np.zeros(({rows}, {columns}), order="F")',
@@ -93,18 +87,16 @@ GROUPS["Making arrays"] = {
         list="[[0.0] * {columns} for _ in range({rows})]",
         pyarrow="pa.repeat(0.0, {count})",
     ),
-    "flat_memory": use(
-        "from flat memory",
+    "from flat memory": use(
         "velmar.double(a)",
         FLAT,
         numpy="np.array(a)",
         array='array("d", a)',
         pyarrow=COPY_TO.format("pa.array(a)"),
     ),
-    "memory_by_column": from_memory("from memory by column", 'n.copy("F")'),
-    "memory_by_row": from_memory("from memory by row", "n"),
-    "other_class": use(
-        "from an array of another class",
+    "from memory by column": from_memory('n.copy("F")'),
+    "from memory by row": from_memory("n"),
+    "from an array of another class": use(
         "velmar.single(a)",
         numpy='a.astype("float32")',
         array='[array("f", row) for row in a]',
@@ -115,24 +107,15 @@ GROUPS["Making arrays"] = {
 
 LOOP = "for row in a:\n    for x in row:\n        pass"
 GROUPS["Reading"] = {
-    "element": use("read an element", "a[{row}][{column}]", pyarrow="a[{row}][{column}].as_py()"),
-    "row": use("take a row", "a[{row}]"),
-    "slice": use(
-        "take a slice", "a[{low}:{high}]", note="The column list copies references to rows."
+    "read an element": use("a[{row}][{column}]", pyarrow="a[{row}][{column}].as_py()"),
+    "take a row": use("a[{row}]"),
+    "take a slice": use("a[{low}:{high}]", note="The column list copies references to rows."),
+    "take a slice with a step": use("a[::2]", note="PyArrow copies every other row."),
+    "take a slice of a slice": use("a[{low}:][::-1]"),
+    "a row to a list": use(
+        "list(a[5])", layout=Layout.ROW, numpy="a[5].tolist()", pyarrow="a[5].as_py()"
     ),
-    "stepped_slice": use(
-        "take a slice with a step", "a[::2]", note="PyArrow copies every other row."
-    ),
-    "slice_of_slice": use("take a slice of a slice", "a[{low}:][::-1]"),
-    "row_to_list": use(
-        "a row to a list",
-        "list(a[5])",
-        layout=Layout.ROW,
-        numpy="a[5].tolist()",
-        pyarrow="a[5].as_py()",
-    ),
-    "row_to_array": use(
-        "a row to array.array",
+    "a row to array.array": use(
         "a[5].toarray()",
         layout=Layout.ROW,
         numpy='array("d", a[5].tobytes())',
@@ -140,15 +123,11 @@ GROUPS["Reading"] = {
         list='array("d", a[5])',
         pyarrow='array("d", a[5].values)',
     ),
-    "to_lists": use(
-        "all to nested lists",
-        "[list(row) for row in a]",
-        numpy="a.tolist()",
-        pyarrow="a.to_pylist()",
+    "all to nested lists": use(
+        "[list(row) for row in a]", numpy="a.tolist()", pyarrow="a.to_pylist()"
     ),
-    "loop": use("a loop over all", LOOP),
-    "text": use(
-        "text in full",
+    "a loop over all": use(LOOP),
+    "text in full": use(
         "str(a)",
         numpy="np.array2string(a, threshold=sys.maxsize)",
         pyarrow="a.values.to_string(window={count})",
@@ -156,37 +135,30 @@ GROUPS["Reading"] = {
 }
 
 GROUPS["Writing"] = {
-    "write_element": use("write an element", "a[{row}][{column}] = 1.5", **NO_ARROW),
-    "write_row": use(
-        "write a row from a list",
+    "write an element": use("a[{row}][{column}] = 1.5", **NO_ARROW),
+    "write a row from a list": use(
         "a[5] = data[5]",
         layout=Layout.ROW,
         array='a[5] = array("d", data[5])',
         list="a[5] = data[5][:]",
         **NO_ARROW,
     ),
-    "write_all": use(
-        "write all from nested lists",
+    "write all from nested lists": use(
         "a[:] = data",
         array='a[:] = [array("d", row) for row in data]',
         list="a[:] = [row[:] for row in data]",
         **NO_ARROW,
     ),
     # In array and list the rows are copied, because an assignment would share them.
-    "write_array": use(
-        "write all from another array", "a[:] = b", makers_of_b=DOUBLES, rows=IN_ROWS, **NO_ARROW
-    ),
+    "write all from another array": use("a[:] = b", makers_of_b=DOUBLES, rows=IN_ROWS, **NO_ARROW),
 }
 
 GROUPS["Memory out"] = {
-    "memoryview": use(
-        "memoryview", "memoryview(a)", rows=None, pyarrow="memoryview(a.values.buffers()[1])"
-    ),
-    "view_memoryview": use("memoryview of a view", "memoryview(a[:])", note=NO_COPY, **ONLY_NUMPY),
-    "stored_bytes": to_bytes("bytes as stored", "A"),
-    "bytes_by_row": to_bytes("bytes row by row", "C"),
-    "to_numpy": use(
-        "to NumPy",
+    "memoryview": use("memoryview(a)", rows=None, pyarrow="memoryview(a.values.buffers()[1])"),
+    "memoryview of a view": use("memoryview(a[:])", note=NO_COPY, **ONLY_NUMPY),
+    "bytes as stored": to_bytes("A"),
+    "bytes row by row": to_bytes("C"),
+    "to NumPy": use(
         "np.asarray(memoryview(a))",
         DOUBLES | {ARRAY: FLAT_ARRAY},
         note="The column list copies.",
@@ -196,39 +168,32 @@ GROUPS["Memory out"] = {
 }
 
 GROUPS["Arrays as a whole"] = {
-    "equal": use(
-        "a == b, all equal",
+    "a == b, all equal": use(
         "a == b",
         makers_of_b=DOUBLES,
         note="The columns list and array compare Python numbers.",
         numpy="(a == b).all()",
         pyarrow="a.equals(b)",
     ),
-    "clone": use(
-        "a copy",
+    "a copy": use(
         "a[:].clone()",
         numpy="a.copy()",
         numpy_F='a.copy("F")',
         rows="[row[:] for row in a]",
         pyarrow=COPY_TO.format("a"),
     ),
-    "pickle": use(
-        "a pickle there and back",
-        "pickle.loads(pickle.dumps(a))",
-        note="Our pickle holds nested lists.",
+    "a pickle there and back": use(
+        "pickle.loads(pickle.dumps(a))", note="Our pickle holds nested lists."
     ),
-    "reshape": use(
-        "reshape, there and back",
+    "reshape, there and back": use(
         "a.reshape({columns}, {rows}).reshape({rows}, {columns})",
         numpy_F='a.reshape(({columns}, {rows}), order="F").reshape(({rows}, {columns}), order="F")',
         **ONLY_NUMPY,
     ),
-    "real": part("the real part", "real"),
-    "imag": part("the imaginary part", "imag"),
-    "noncomplex": use(
-        "all elements as one row", "a.noncomplex()", numpy='a.flatten("A")', **ONLY_NUMPY
-    ),
-    "length": use("len(a)", "len(a)"),
+    "the real part": part("real"),
+    "the imaginary part": part("imag"),
+    "all elements as one row": use("a.noncomplex()", numpy='a.flatten("A")', **ONLY_NUMPY),
+    "len(a)": use("len(a)"),
 }
 
-OPERATIONS = {key: one for group in GROUPS.values() for key, one in group.items()}
+OPERATIONS = {title: one for group in GROUPS.values() for title, one in group.items()}

@@ -5,7 +5,7 @@ import itertools
 import math
 from contextlib import contextmanager
 
-from figure_text import group_picture_name, time_text
+from figure_text import slug, time_text
 from matplotlib import rc_context
 from matplotlib.figure import Figure
 from operation import ARRAY, ARROW, LIST, NUMPY, NUMPY_F, OURS
@@ -102,7 +102,7 @@ def draw_all(results, folder):
     folder.mkdir(parents=True, exist_ok=True)
     for group, members in itertools.groupby(results["operations"], lambda row: row["group"]):
         rows = list(members)
-        draw_group(rows, folder / group_picture_name(group))
+        draw_group(rows, folder / f"{slug(group)}.svg")
         for row in rows:
-            draw(row, folder / f"{row['key']}.svg")
+            draw(row, folder / f"{slug(row['title'])}.svg")
     print(f"drew the pictures in {folder}")

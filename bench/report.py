@@ -2,20 +2,11 @@
 
 import itertools
 import json
-import re
 import statistics
 from pathlib import Path
 
 from console import machine_text
-from figure_text import (
-    cells,
-    count_text,
-    group_picture_name,
-    limit_cells,
-    ratio_text,
-    table,
-    time_text,
-)
+from figure_text import cells, count_text, limit_cells, ratio_text, slug, table, time_text
 from operation import NUMPY, NUMPY_F, OURS, Kind
 from ratios import decided, fairest_peer, ratios_of, times_of
 from sweep import LONG_REPEATS, LONG_SECONDS, REPEATS
@@ -112,17 +103,14 @@ def comparison_text(ratios_by_size, peer):
     return f"Faster than {peer} at some sizes, slower at others."
 
 
-def link_to(row):
-    anchor = re.sub(r"[^\w -]", "", row["title"].lower()).replace(" ", "-")
-    return f"[{row['title']}](#{anchor})"
-
-
 # --- The parts of the page.
 
 
 def overview_cells(row):
     peer, found = fairest_peer(row), ratios_of(row)
-    name = link_to(row) + ("" if peer in (NUMPY, NUMPY_F) else f", over {peer}")
+    name = f"[{row['title']}](#{slug(row['title'])})" + (
+        "" if peer in (NUMPY, NUMPY_F) else f", over {peer}"
+    )
     return [name, *(ratio_text(found[size]) if size in found else "-" for size in OVERVIEW_SIZES)]
 
 
@@ -149,7 +137,7 @@ def section(row):
     peer = fairest_peer(row)
     ours, theirs = (growth_text(times_of(row, column)) for column in (OURS, peer))
     words = f"{comparison_text(ratios_of(row), peer)} {OURS}: {ours}; {peer}: {theirs}."
-    picture = f"![Time against size, {row['title']}](plots/{row['key']}.svg)"
+    picture = f"![Time against size, {row['title']}](plots/{slug(row['title'])}.svg)"
     folded = fold("Calls and diagram", f"{'; '.join(calls)}. {picture}")
     return "\n".join([f"### {row['title']}", f"{words} {row['note']}".rstrip(), folded])
 
@@ -157,7 +145,7 @@ def section(row):
 def sections(rows):
     for group, members in itertools.groupby(rows, lambda row: row["group"]):
         yield f"## {group}"
-        yield f"![{group}, ratios to NumPy](plots/{group_picture_name(group)})"
+        yield f"![{group}, ratios to NumPy](plots/{slug(group)}.svg)"
         yield GROUP
         yield from map(section, members)
 

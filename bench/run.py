@@ -29,7 +29,7 @@ print(time.perf_counter() - start)
 """
 
 
-def result_of(job, medians):
+def result_of(name, job, medians):
     """A row of the results: the medians of a job, and whether its limit holds."""
     ratios = {peer: medians[OURS] / medians[peer] for peer in medians if peer != OURS}
     holds = None
@@ -39,7 +39,7 @@ def result_of(job, medians):
             judged -= PEAK_CONSTANT_BYTES / job.element_bytes
         holds = judged <= job.limit.ratio
     return {
-        "name": job.title,
+        "name": name,
         "figures": job.kind.value,
         "medians": medians,
         "ratios": ratios,
@@ -57,22 +57,22 @@ def line_of_result(row):
     return line_of(row["name"], figures, *limit_cells(row))
 
 
-def fresh_sampler(job, column):
+def fresh_sampler(name, job, column):
     """Takes a sample in a fresh process: of an import, or of memory."""
-    program = (BENCH / "memory.py", job.title, column)
+    program = (BENCH / "memory.py", name, column)
     if job.kind is Kind.IMPORT:
         program = ("-c", IMPORT_PROGRAM.format(statement=job.statements[column]))
     settings = {"PYTHONMALLOC": "malloc"} if job.kind is Kind.HELD else {}
     return lambda: run_fresh(*program, **settings)
 
 
-def measured(job, quick):
+def measured(name, job, quick):
     """The median of every column of the job."""
     columns = job.statements
     if job.kind is Kind.TIME:
         samplers = samplers_for(job, columns, job.shape, 0.002 if quick else 0.02)
     else:
-        samplers = {column: fresh_sampler(job, column) for column in columns}
+        samplers = {column: fresh_sampler(name, job, column) for column in columns}
     if job.kind is Kind.IMPORT:
         samples_of(samplers, dict.fromkeys(columns, 1))  # writes byte code, warms the file cache
     repeats = REPEATS[job.kind] // (3 if quick else 1)
@@ -87,9 +87,9 @@ def main():
     print(console.machine_text(machine))
     print("\n" + line_of("operation", TABLE_COLUMNS, "at most", "verdict"))
     rows = []
-    for job in CASES:
-        if arguments.only in job.title:
-            rows.append(result_of(job, measured(job, arguments.quick)))
+    for name, job in CASES.items():
+        if arguments.only in name:
+            rows.append(result_of(name, job, measured(name, job, arguments.quick)))
             print(line_of_result(rows[-1]), flush=True)
     held = [row["holds"] for row in rows if row["limit"]]
     print(f"\n{sum(held)} of {len(held)} limits hold")

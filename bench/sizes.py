@@ -25,26 +25,25 @@ def measured(arguments, least_seconds):
     The time is divided among all columns of all operations.
     """
     chosen = [
-        (group, key, operation, columns_of(operation))
+        (group, title, operation, columns_of(operation))
         for group, operations in GROUPS.items()
-        for key, operation in operations.items()
-        if arguments.only in operation.title or arguments.only in key
+        for title, operation in operations.items()
+        if arguments.only in title
     ]
     all_columns = sum(len(columns) for *_, columns in chosen)
     steps = (1,) if arguments.quick else (1, 3)
-    for group, key, operation, columns in chosen:
-        print(f"\n{operation.title}: {operation.shown(OURS)}\n{line_of('size', columns)}")
+    for group, title, operation, columns in chosen:
+        print(f"\n{title}: {operation.shown(OURS)}\n{line_of('size', columns)}")
         seconds = arguments.minutes * 60 / all_columns
         sizes = sizes_up_to(arguments.most, operation.layout, steps)
-        found = run_fresh(BENCH / "sweep.py", key, seconds, least_seconds, *sizes)
+        found = run_fresh(BENCH / "sweep.py", title, seconds, least_seconds, *sizes)
         for point in found["points"]:
             print(line_of(count_text(point["size"]), cells(point["medians"], columns)))
         for column, size in found["stopped"].items():
             print(f"{column}: no time for {count_text(size)} and more")
         yield {
             "group": group,
-            "key": key,
-            "title": operation.title,
+            "title": title,
             "size_counts": operation.layout.value,
             "note": operation.note,
             "statements": {column: operation.shown(column) for column in columns},

@@ -1,5 +1,5 @@
 # Runs in a fresh process for one operation: times all its columns over sizes, smallest first.
-"""sweep.py KEY SECONDS LEAST SIZE...: prints the results as JSON.
+"""sweep.py TITLE SECONDS LEAST SIZE...: prints the results as JSON.
 
 The samples of a column can take SECONDS in total; a sample takes at least LEAST seconds. A column
 stops if its next size would need more than the remaining time; the other columns continue.
@@ -64,8 +64,8 @@ def sweep(operation, seconds, least_seconds, sizes):
     return {"points": points, "stopped": stopped, "peak_bytes": resident_bytes("VmHWM")}
 
 
-def main(key, seconds, least_seconds, *sizes):
-    found = sweep(OPERATIONS[key], float(seconds), float(least_seconds), map(int, sizes))
+def main(title, seconds, least_seconds, *sizes):
+    found = sweep(OPERATIONS[title], float(seconds), float(least_seconds), map(int, sizes))
     print(json.dumps(found))
 
 

@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import itertools
 import json
 import re
 import sys
@@ -16,11 +17,14 @@ import measure  # noqa: E402
 import operation  # noqa: E402
 import sweep  # noqa: E402
 from cases import CASES  # noqa: E402
+from figure_text import slug  # noqa: E402
 from operation_list import GROUPS, OPERATIONS  # noqa: E402
 
 # Jobs that take less than a second in a test.
 SMALL_JOBS = [
-    job for job in CASES if job.element_bytes < 1_000_000 and job.kind is not operation.Kind.IMPORT
+    title
+    for title, job in CASES.items()
+    if job.element_bytes < 1_000_000 and job.kind is not operation.Kind.IMPORT
 ]
 
 
@@ -84,7 +88,7 @@ class TestSweep:
         return json.loads(capsys.readouterr().out)
 
     def test_a_point_for_each_size(self, capsys):
-        found = self.found(capsys, "length", "5", "0.0001", "1", "3")
+        found = self.found(capsys, "len(a)", "5", "0.0001", "1", "3")
         assert [point["size"] for point in found["points"]] == [1, 3]
         for point in found["points"]:
             assert {"velmar", "numpy", "numpy-F", "array", "list"} <= set(point["medians"])
@@ -94,7 +98,7 @@ class TestSweep:
         assert found["peak_bytes"] > 1_000_000
 
     def test_columns_without_time_stop(self, capsys):
-        found = self.found(capsys, "real", "0", "0.0001", "1", "3")
+        found = self.found(capsys, "the real part", "0", "0.0001", "1", "3")
         [point] = found["points"]
         assert point["size"] == 1
         assert set(point["medians"]) == {"velmar", "numpy", "numpy-F"}
@@ -120,7 +124,7 @@ class TestSweep:
             lambda _, columns, shape, __: dict.fromkeys(columns, Known(shape)),
         )
         # The first size takes ten times 0.02 s, the second 0.1 s, its six runs 0.6 s.
-        found = sweep.sweep(OPERATIONS["length"], 0.2 + 0.6 * left, 0.02, [1000, 10_000])
+        found = sweep.sweep(OPERATIONS["len(a)"], 0.2 + 0.6 * left, 0.02, [1000, 10_000])
         assert len(found["points"]) == (1 if stops else 2)
         assert set(found["stopped"].values()) == ({10_000} if stops else set())
 
@@ -128,10 +132,9 @@ class TestSweep:
 class TestOperations:
     """All columns of an operation give the same result, where results can be compared."""
 
-    def test_keys_and_titles_are_unique(self):
-        listed = [(key, one) for group in GROUPS.values() for key, one in group.items()]
-        assert len({key for key, _ in listed}) == len(listed)
-        assert len({one.title for _, one in listed}) == len(listed)
+    def test_pictures_have_names_of_their_own(self):
+        titles = [*GROUPS, *itertools.chain(*GROUPS.values())]
+        assert len({slug(title) for title in titles}) == len(titles)
 
     def numbers(self, value):
         """All numbers of a result, sorted: the columns differ in the order of elements."""
@@ -175,14 +178,11 @@ class TestOperations:
             assert numpy.allclose(ours, theirs, rtol=1e-6, atol=1e-6), column
 
     @pytest.mark.parametrize("size", [1, 3, 300])
-    @pytest.mark.parametrize("key", OPERATIONS)
-    def test_columns_agree(self, key, size):
-        tested = OPERATIONS[key]
+    @pytest.mark.parametrize("title", OPERATIONS)
+    def test_columns_agree(self, title, size):
+        tested = OPERATIONS[title]
         self.check_columns(tested, operation.shape_of(size, tested.layout))
 
-    @pytest.mark.parametrize("job", SMALL_JOBS, ids=[job.title for job in SMALL_JOBS])
-    def test_columns_of_jobs_agree(self, job):
-        self.check_columns(job, job.shape)
-
-    def test_names_of_jobs_are_unique(self):
-        assert len({job.title for job in CASES}) == len(CASES)
+    @pytest.mark.parametrize("title", SMALL_JOBS)
+    def test_columns_of_jobs_agree(self, title):
+        self.check_columns(CASES[title], CASES[title].shape)
