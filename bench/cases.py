@@ -1,5 +1,6 @@
-# The jobs of the benchmark table, with the limits for our results.
-"""A new row calls listed() for an operation of operation_list.py, job() for another statement on
+"""The jobs of the benchmark table, with the limits for our results.
+
+A new row calls listed() for an operation of operation_list.py, job() for another statement on
 arrays, build() for one that makes an object, or buffer() for one that makes an array from memory.
 """
 

@@ -4,8 +4,7 @@ import re
 
 from operation import OURS, Kind
 
-OURS_WIDTH = 8
-PEER_WIDTH = 15
+WIDTH = 15  # of a column on the screen
 
 
 def time_text(seconds):
@@ -52,9 +51,9 @@ def limit_cells(row):
     return text, verdict
 
 
-def aligned(ours, *peers):
+def aligned(texts):
     """One line of a table on the screen: names of columns, or cells."""
-    return " ".join([ours.rjust(OURS_WIDTH), *(text.rjust(PEER_WIDTH) for text in peers)])
+    return " ".join(text.rjust(WIDTH) for text in texts)
 
 
 def count_text(count):

@@ -1,8 +1,7 @@
-# Runs in a fresh process for one column of one job: measures the memory of its statement.
-"""memory.py JOB COLUMN: prints the growth of the resident peak, in sizes of the elements, or the
-bytes that one object holds.
+"""memory.py JOB COLUMN: measures the memory of a statement, in a fresh process.
 
-A peak includes the result and temporary memory, but not the input, which is made before.
+It prints the growth of the resident peak, in sizes of the elements, or the bytes that one object
+holds. A peak includes the result and temporary memory, but not the input, which is made before.
 
 To measure what an object holds, many are made. run.py sets PYTHONMALLOC=malloc, so all Python
 objects are on the heap, and the counts of the heap are exact, including the overhead of malloc.

@@ -1,5 +1,6 @@
-# What an operation is: its statement and its array in each column; and what a job with a limit is.
-"""Statements and makers are templates; {rows}, {columns} and so on are the words of Shape.
+"""What an operation is: its statement and its array in each column; and what a job with a limit is.
+
+Statements and makers are templates; {rows}, {columns} and so on are the words of Shape.
 
 A statement can use velmar, np, pa, array, pickle, sys; n, a NumPy array of random elements in row
 order; data, the same as nested lists; flat, the same as one list; and a, which the maker of the

@@ -1,5 +1,6 @@
-# The operations that are timed over sizes, in the groups and order of docs/performance.md.
-"""A new row calls use() for a statement on arrays, or build() for one that makes an array. The note
+"""The operations that are timed over sizes, in the groups and order of docs/performance.md.
+
+A new row calls use() for a statement on arrays, or build() for one that makes an array. The note
 tells readers what the columns do differently. Keywords are columns: `numpy` is also numpy-F unless
 that follows, and `rows` is array and list.
 """

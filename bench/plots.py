@@ -2,7 +2,6 @@
 # of numbers are logarithmic.
 
 import itertools
-import math
 from contextlib import contextmanager
 
 from figure_text import slug, time_text
@@ -31,6 +30,8 @@ SETTINGS = {
     "axes.spines.right": False,
     "grid.color": "#dddddd",
     "grid.linewidth": 0.6,
+    "image.cmap": "Blues",
+    "scatter.edgecolors": "#08306b",
 }
 INCHES = (4.8, 3.4)
 GROUP_INCHES, GROUP_INCHES_PER_ROW = 0.6, 0.2
@@ -45,7 +46,9 @@ def picture(file, title, height):
     """The axes to draw on; the picture is written at the end."""
     with rc_context(SETTINGS):
         figure = Figure(figsize=(INCHES[0], height), layout="constrained", facecolor="white")
-        yield figure.subplots()
+        axes = figure.subplots()
+        yield axes
+        axes.minorticks_off()
         figure.savefig(file, metadata={"Date": None, "Creator": None, "Title": title})
 
 
@@ -61,39 +64,28 @@ def draw(row, file):
             axes.loglog(list(times), list(times.values()), label=column, **STYLES[column])
         axes.set_xlabel(row["size_counts"])
         set_ticks(axes.yaxis, 14, time_text)
-        axes.minorticks_off()
         axes.grid()
         axes.figure.legend(loc="outside upper center", ncols=3, frameon=False)
 
 
 def draw_group(rows, file):
-    """One line for each operation: a dot for each size, darker for larger ones, over the ratio."""
+    """One line for each operation: a dot for each size, darker for larger ones, at the ratio."""
     title = f"{rows[0]['group']}: ratios to NumPy"
     with picture(file, title, GROUP_INCHES + GROUP_INCHES_PER_ROW * len(rows)) as axes:
+        dots = [
+            (ratio, place, size)
+            for place, row in enumerate(rows)
+            for size, ratio in ratios_of(row).items()
+        ]
+        ratios, places, sizes = zip(*dots, strict=True)
         axes.axvspan(1e-3, 1, color="#e8f3ea", zorder=0)
         axes.axvline(1, color="#333333", linewidth=1)
-        for place, row in enumerate(rows):
-            found = ratios_of(row)
-            axes.hlines(place, min(found.values()), max(found.values()), color="#999999")
-            axes.scatter(
-                found.values(),
-                [place] * len(found),
-                s=26,
-                c=[math.log10(size) for size in found],
-                cmap="Blues",
-                vmin=-2,
-                vmax=7,
-                edgecolors="#08306b",
-                linewidths=0.5,
-                zorder=3,
-            )
-        every = [ratio for row in rows for ratio in ratios_of(row).values()]
+        axes.scatter(ratios, places, s=26, c=sizes, norm="log", vmin=0.01, linewidths=0.5, zorder=3)
         axes.set_xscale("log")
-        axes.set_xlim(min([0.5, *every]) / 1.3, max([2, *every]) * 1.3)
+        axes.set_xlim(min(0.5, *ratios) / 1.3, max(2, *ratios) * 1.3)
         axes.set_ylim(len(rows) - 0.4, -0.6)
         axes.set_yticks(range(len(rows)), [row["title"] for row in rows])
         set_ticks(axes.xaxis, 8, ratio_tick)
-        axes.minorticks_off()
         axes.set_xlabel("our time / time of NumPy")
         axes.grid(axis="y")
 

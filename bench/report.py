@@ -31,12 +31,11 @@ OVERVIEW = """\
 The table shows our time divided by that of NumPy in column-major order, which is our order as \
 well. Below 1 we are faster. Where NumPy does not have the operation, the row names the column \
 that is used instead. The first line of the table has the numbers of elements."""
-GROUP = """\
-A dot for each size, darker for more elements: our time divided by that of NumPy in column-major \
-order. In the green part we are faster."""
 READING = """\
 How to read the sections below:
 
+- The picture of a group has a dot for each size, darker for more elements: our time divided by that
+  of NumPy in column-major order. In the green part we are faster.
 - "1 us at 1, 3 ns an element at 10^6" has the figures at the smallest and at the largest size.
   "95 ns at any size" is the median of figures that differ less than threefold at these two.
 - "About as fast" is within a tenth. A difference at only one size is ignored.
@@ -146,7 +145,6 @@ def sections(rows):
     for group, members in itertools.groupby(rows, lambda row: row["group"]):
         yield f"## {group}"
         yield f"![{group}, ratios to NumPy](plots/{slug(group)}.svg)"
-        yield GROUP
         yield from map(section, members)
 
 

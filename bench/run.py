@@ -1,6 +1,5 @@
-# Runs the jobs of the benchmark and prints one table: medians, ratios, limits.
-"""Times the arrays against their neighbours. A cell of the table is a neighbour's median and, in
-brackets, ours divided by it: below 1 we are faster or smaller.
+"""Runs the jobs of the benchmark and prints one table: medians, ratios, limits. A cell is a
+neighbour's median and, in brackets, ours divided by it: below 1 we are faster or smaller.
 """
 
 import sys
@@ -49,7 +48,7 @@ def result_of(name, job, medians):
 
 
 def line_of(name, figures, limit, verdict):
-    return f"{name:33} {aligned(*figures)}  {limit:27} {verdict}"
+    return f"{name:33} {aligned(figures)}  {limit:27} {verdict}"
 
 
 def line_of_result(row):
@@ -73,8 +72,6 @@ def measured(name, job, quick):
         samplers = samplers_for(job, columns, job.shape, 0.002 if quick else 0.02)
     else:
         samplers = {column: fresh_sampler(name, job, column) for column in columns}
-    if job.kind is Kind.IMPORT:
-        samples_of(samplers, dict.fromkeys(columns, 1))  # writes byte code, warms the file cache
     repeats = REPEATS[job.kind] // (3 if quick else 1)
     return medians_of(samples_of(samplers, dict.fromkeys(columns, repeats)))
 

@@ -1,6 +1,5 @@
-# Times every operation over sizes, ours and the neighbours'; prints, writes and draws the results.
-"""Times the arrays over sizes. The table of an operation has for each size our median, each
-neighbour's median and, in brackets, ours divided by it: below 1 we are faster.
+"""Times every operation over sizes. Its table has for each size our median, each neighbour's median
+and, in brackets, ours divided by it: below 1 we are faster.
 """
 
 import time
@@ -16,7 +15,7 @@ LEAST_SECONDS, QUICK_LEAST_SECONDS = 0.01, 0.002
 
 
 def line_of(size, figures):
-    return f"{size:>9} {aligned(*figures)}"
+    return f"{size:>9} {aligned(figures)}"
 
 
 def measured(arguments, least_seconds):

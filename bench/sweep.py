@@ -1,8 +1,8 @@
-# Runs in a fresh process for one operation: times all its columns over sizes, smallest first.
-"""sweep.py TITLE SECONDS LEAST SIZE...: prints the results as JSON.
+"""sweep.py TITLE SECONDS LEAST SIZE...: times all columns of an operation, in a fresh process.
 
-The samples of a column can take SECONDS in total; a sample takes at least LEAST seconds. A column
-stops if its next size would need more than the remaining time; the other columns continue.
+It begins with the smallest size, and at the end it prints the results as JSON. The samples of a
+column can take SECONDS in total; a sample takes at least LEAST seconds. A column stops if its next
+size would need more than the remaining time; the other columns continue.
 """
 
 import json
