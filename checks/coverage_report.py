@@ -16,7 +16,8 @@ import os
 import re
 import subprocess
 import sys
-from collections import defaultdict
+from collections import Counter, defaultdict
+from itertools import pairwise
 from pathlib import Path
 
 ROOT = Path(__file__).resolve().parents[1]
@@ -30,23 +31,31 @@ class Line:
     def __init__(self, text):
         self.text = text
         self.count = 0
-        self.branches = {}  # number of branches in an instance -> count of each branch
+        # How often each branch ran, by the number of branches in an instance and its index.
+        self.branches = Counter()
 
     def add(self, count, branches):
         self.count += count
-        before = self.branches.get(len(branches), [0] * len(branches))
-        self.branches[len(branches)] = [sum(pair) for pair in zip(before, branches, strict=True)]
+        self.branches.update({(len(branches), i): count for i, count in enumerate(branches)})
 
     def branch_counts(self):
-        return [count for number in sorted(self.branches) for count in self.branches[number]]
+        return [count for _, count in sorted(self.branches.items())]
 
 
-def run_gcov(notes):
-    """Yields name from the root and lines of each file that went into one object."""
-    # An object that no process loaded has only the .gcno file: nothing in it ran.
-    data = notes.with_suffix(".gcda")
-    command = ["gcov", "--json-format", "--stdout", "--branch-probabilities"]
-    command.append(str(data if data.exists() else notes))
+def made_by_conditions(branches):
+    """The counts without exceptional exits of calls and the normal exits that belong to them."""
+    return [
+        branch["count"]
+        for branch, following in pairwise([*branches, {"throw": False}])
+        if not branch["throw"] and not following["throw"]
+    ]
+
+
+def run_gcov(build_folder):
+    """Yields name from the root and lines of each file that went into each object."""
+    # An object that no process loaded has only these notes and no counts: nothing in it ran.
+    notes = sorted(build_folder.rglob("*.gcno"))
+    command = ["gcov", "--json-format", "--stdout", "--branch-probabilities", *notes]
     done = subprocess.run(command, stdout=subprocess.PIPE, check=True)
     for document in map(json.loads, done.stdout.splitlines()):
         for file in document["files"]:
@@ -54,33 +63,22 @@ def run_gcov(notes):
             yield os.path.relpath(path, ROOT), file["lines"]
 
 
-def made_by_conditions(branches):
-    """The counts without exceptional exits of calls and the normal exits that belong to them."""
-    throws = [branch["throw"] for branch in branches] + [False]
-    return [
-        branch["count"]
-        for index, branch in enumerate(branches)
-        if not throws[index] and not throws[index + 1]
-    ]
-
-
 def read(build_folder):
     """Returns file -> line number -> Line."""
     files, sources = defaultdict(dict), {}
-    for notes in sorted(build_folder.rglob("*.gcno")):
-        for name, counted in run_gcov(notes):
-            if not name.startswith(MEASURED):
-                continue
-            source = sources.setdefault(name, (ROOT / name).read_text().splitlines())
-            for entry in counted:
-                number = entry["line_number"]
-                text = source[number - 1].strip()
-                # The code of a line with only a bracket is destructor calls of the compiler.
-                if not BRACKETS.fullmatch(text):
-                    branches = made_by_conditions(entry["branches"])
-                    is_handler = NO_CONDITION.fullmatch(text)
-                    line = files[name].setdefault(number, Line(text))
-                    line.add(entry["count"], [] if is_handler else branches)
+    for name, counted in run_gcov(build_folder):
+        if not name.startswith(MEASURED):
+            continue
+        source = sources.setdefault(name, (ROOT / name).read_text().splitlines())
+        for entry in counted:
+            number = entry["line_number"]
+            text = source[number - 1].strip()
+            # The code of a line with only a bracket is destructor calls of the compiler.
+            if not BRACKETS.fullmatch(text):
+                branches = made_by_conditions(entry["branches"])
+                is_handler = NO_CONDITION.fullmatch(text)
+                line = files[name].setdefault(number, Line(text))
+                line.add(entry["count"], [] if is_handler else branches)
     return files
 
 
@@ -96,17 +94,12 @@ def uncovered(files):
                 yield f"{name}:{number}: branch {which}: {line.text}"
 
 
-class Share:
-    """How many of some counts are not zero."""
-
-    def __init__(self, counts):
-        self.covered, self.total = sum(count > 0 for count in counts), len(counts)
-        self.percent = 100 * self.covered / self.total if self.total else 100.0
-
-
 def shares(lines):
+    """What was counted, how many of these ran, how many there are, and the percentage."""
     branches = [count for line in lines for count in line.branch_counts()]
-    return {"lines": Share([line.count for line in lines]), "branches": Share(branches)}
+    for what, counts in (("lines", [line.count for line in lines]), ("branches", branches)):
+        covered, total = sum(count > 0 for count in counts), len(counts)
+        yield what, covered, total, 100 * covered / total if total else 100.0
 
 
 def main():
@@ -117,16 +110,16 @@ def main():
     files = read(arguments.build_folder)
     for name, lines in sorted(files.items()):
         texts = [
-            f"{what} {share.covered:5}/{share.total:<5} {share.percent:5.1f} %"
-            for what, share in shares(lines.values()).items()
+            f"{what} {covered:5}/{total:<5} {percent:5.1f} %"
+            for what, covered, total, percent in shares(lines.values())
         ]
         print(f"{name:50} {'   '.join(texts)}")
-    total = shares([line for lines in files.values() for line in lines.values()])
-    passed = total["lines"].total > 0
-    for (what, share), least in zip(total.items(), arguments.least, strict=True):
-        passed = passed and share.percent >= least
-        counts = f"{share.covered} of {share.total}"
-        print(f"{what}: {share.percent:.2f} % ({counts}), at least {least:g} %")
+    all_lines = [line for lines in files.values() for line in lines.values()]
+    passed = bool(all_lines)
+    for row, least in zip(shares(all_lines), arguments.least, strict=True):
+        what, covered, total, percent = row
+        passed = passed and percent >= least
+        print(f"{what}: {percent:.2f} % ({covered} of {total}), at least {least:g} %")
     for gap in uncovered(files):
         print(gap)
     return 0 if passed else 1

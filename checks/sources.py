@@ -7,23 +7,37 @@ import re
 import sys
 from pathlib import Path
 
-from rooms import is_above, room_of
-
 ROOT = Path(__file__).resolve().parents[1]
+# The rooms of src, lowest first. A room may use itself and the rooms before it.
+ROOMS = ("module", "storage", "elements", "construct", "indexing", "operations", "module/entry")
 PYTHON_DOOR = Path("src/module/python.hpp")
 
 # PyRef uses Py_IncRef and Py_DecRef; the macros would access the fields of the object.
-BANNED = re.compile(
-    r"\b(Py_INCREF|Py_DECREF|Py_XINCREF|Py_XDECREF|Py_CLEAR|Py_SETREF|Py_XSETREF|Py_NewRef"
-    r"|Py_XNewRef|Py_RETURN_\w+)\b"
-)
-COUNTING = re.compile(r"\b(Py_IncRef|Py_DecRef)\b")
+MACROS = r"\b(Py_X?(?:INCREF|DECREF|SETREF|NewRef)|Py_CLEAR|Py_RETURN_\w+)\b"
+COUNTING = r"\b(Py_IncRef|Py_DecRef)\b"
+# An out-parameter for failure; the result of a function says whether it failed.
+BOOL_OUT_PARAMETER = r"[(,]\s*(bool\s*&(?!&)\s*\w*)"
+# A pattern in the code, the finding, and the files that it is for.
+BANNED = [
+    (MACROS, "uses {}, which is banned", ""),
+    (COUNTING, "uses {}; only PyRef may", r"src/(?!module/py_ref\.hpp)"),
+    (BOOL_OUT_PARAMETER, "has the parameter {}; report failure through the result", "src/"),
+]
 INCLUDE = re.compile(r'^\s*#\s*include\s+(["<])([^">]+)[">]', re.MULTILINE)
 COMMENT_OR_TEXT = re.compile(r'//[^\n]*|/\*.*?\*/|"(?:\\.|[^"\\\n])*"', re.DOTALL)
-# Out-parameters for failure; the result of a function says whether it failed.
-BOOL_OUT_PARAMETER = re.compile(r"[(,]\s*(bool\s*&(?!&)\s*\w*)")
 USING = re.compile(r"^\s*using (?:\w+::)+(\w+);", re.MULTILINE)
 LONGEST_FILE = {"src": 400, "velmardata": 400, "tests": 500}
+
+
+def room_of(path):
+    """The room of a path from the root of the project or from src; None if it is in no room."""
+    folder = path.parent.as_posix().removeprefix("src/")
+    return folder if folder in ROOMS else None
+
+
+def is_above(room, other):
+    """Whether `other` may not use `room`."""
+    return ROOMS.index(room) > ROOMS.index(other)
 
 
 def check_include(file, quote, name):
@@ -60,27 +74,23 @@ def check_file(file):
     for quote, name in INCLUDE.findall(text):
         yield from check_include(file, quote, name)
     code = COMMENT_OR_TEXT.sub(" ", text)
-    for name in sorted(set(BANNED.findall(code))):
-        yield f"uses {name}, which is banned"
+    for pattern, finding, files in BANNED:
+        if re.match(files, str(file)):
+            for found in sorted(set(re.findall(pattern, code))):
+                yield finding.format(found)
     # A using declaration of a header is for the files that include it.
     for name in USING.findall(code) if file.suffix == ".cpp" else ():
         if not re.search(rf"(?<!::)\b{name}\b", code):
             yield f"has a using declaration for {name} and does not use it"
-    if file.parts[0] == "src" and file.name != "py_ref.hpp":
-        for name in sorted(set(COUNTING.findall(code))):
-            yield f"uses {name}; only PyRef may"
-    if file.parts[0] == "src":
-        if room_of(file) is None:
-            yield "is in no room of checks/rooms.py"
-        for parameter in BOOL_OUT_PARAMETER.findall(code):
-            yield f"has the parameter {parameter}; report failure through the result"
+    if file.parts[0] == "src" and room_of(file) is None:
+        yield "is in no room of checks/sources.py"
 
 
 def check_lists():
     """Every source is in the list of its CMakeLists.txt: a test off the list would never run."""
     for folder in (Path("src"), Path("velmardata"), Path("tests/native")):
-        listed = (ROOT / folder / "CMakeLists.txt").read_text().split()
-        listed = {word.strip("()") for word in listed}
+        words = (ROOT / folder / "CMakeLists.txt").read_text().split()
+        listed = {word.strip("()") for word in words}
         for source in sorted((ROOT / folder).rglob("*.cpp")):
             name = source.relative_to(ROOT / folder)
             if str(name) not in listed:

@@ -19,21 +19,19 @@ import re
 import shlex
 import subprocess
 import sys
-from collections import defaultdict
 from pathlib import Path
 
-from names import is_foreign, is_special_member, parse_name, source_name
-from rooms import ROOMS, is_above, room_of
+from names import is_special_member, source_name
+from sources import ROOMS, is_above, room_of
 
 ROOT = Path(__file__).resolve().parents[1]
 BUILD = ROOT / "build/lint-objects"
 KEPT_FUNCTIONS = "checks/kept_functions.txt"
-PUBLIC_HEADERS = ROOT / "velmardata/include/velmardata"
-DATA_NAMESPACES = {"foundation", "velmardata", "standalone", "velmar", "data", "impl", "detail"}
+PUBLIC_HEADERS = "velmardata/include/"
 
 # An always-inlined function is never called and would look unused: replace that attribute by one
 # that changes nothing.
-FLAGS = "-O0 -DNDEBUG -ffunction-sections -fdata-sections -Dalways_inline=unused"
+FLAGS = "-O0 -g1 -DNDEBUG -ffunction-sections -fdata-sections -Dalways_inline=unused"
 CONFIGURE = [
     *("cmake", "-G", "Ninja", "-S", str(ROOT), "-B", str(BUILD), "--log-level=ERROR"),
     *("-DCMAKE_CXX_COMPILER=g++", "-DCMAKE_BUILD_TYPE=Debug"),
@@ -41,8 +39,10 @@ CONFIGURE = [
     f"-DCMAKE_CXX_FLAGS_DEBUG={FLAGS}",
     "-DCMAKE_SHARED_LINKER_FLAGS=-Wl,--gc-sections",
     "-DCMAKE_MODULE_LINKER_FLAGS=-Wl,--gc-sections",
-    f"-DPython_EXECUTABLE={ROOT / '.venv/bin/python'}",
+    f"-DPython_EXECUTABLE={sys.executable}",
 ]
+# A line of nm. The file is that of the definition; only functions have one.
+SYMBOL = re.compile(r".{16} (\w) (.+?)(?:\t(.+):\d+)?")
 # Letters of nm: functions with local, global and weak names.
 FUNCTIONS = "tTW"
 
@@ -54,91 +54,69 @@ def run(*command, cwd=ROOT):
 
 
 def read_symbols(file):
-    """The set of (letter, name in C++) of a file's symbols; undefined ones have the letter U."""
-    lines = run("nm", "--demangle", str(file)).splitlines()
-    return {(line[17], line[19:]) for line in lines if not is_foreign(line[19:])}
+    """The set of (letter, name in C++, file) of all symbols but those that other projects define.
+    Undefined symbols have the letter U.
+    """
+    text = run("nm", "--demangle", "--line-numbers", str(file)).replace(f"\t{ROOT}/", "\t")
+    symbols = [SYMBOL.fullmatch(line).groups(default="") for line in text.splitlines()]
+    return {symbol for symbol in symbols if symbol[0] == "U" or not symbol[2].startswith("/")}
 
 
-def inline_functions(command):
-    """Names of the inline functions in our headers. The command compiles any one source of src."""
+def compile_headers(command):
+    """Emits the inline functions in our headers. The command compiles any one source of src."""
     headers = [*(ROOT / "src").rglob("*.hpp"), *(ROOT / "velmardata/source").rglob("*.hpp")]
-    source = BUILD / "all_headers.cpp"
+    source, compiled = BUILD / "all_headers.cpp", BUILD / "all_headers.o"
     # python.hpp has to come first.
     names = ["module/python.hpp", *sorted(map(str, headers))]
     source.write_text("".join(f'#include "{name}"\n' for name in names))
-    words = [*shlex.split(command), "-fkeep-inline-functions"]
-    words[words.index("-c") + 1] = str(source)
-    words[words.index("-o") + 1] = str(source.with_suffix(".o"))
-    run(*words, cwd=BUILD)
-    return {name for letter, name in read_symbols(source.with_suffix(".o")) if letter in FUNCTIONS}
+    flags = [*shlex.split(command.partition(" -o ")[0]), "-fkeep-inline-functions"]
+    run(*flags, "-o", str(compiled), "-c", str(source), cwd=BUILD)
+    return compiled
 
 
 def order_findings(objects):
     """Each room may use what it defines itself and what lower rooms define."""
-    definers, users = defaultdict(set), defaultdict(set)
-    for source, symbols in objects.items():
-        room = room_of(source)
-        for letter, name in symbols if room else ():
-            if letter == "U":
-                users[name].add((source, room))
-            elif letter.isupper():
-                definers[name].add(room)
-    for name, places in sorted(users.items()):
-        for source, room in sorted(places):
-            if definers[name] and all(is_above(definer, room) for definer in definers[name]):
-                definer = min(definers[name], key=ROOMS.index)
+    rooms = {source: room_of(source) for source in sorted(objects) if room_of(source)}
+    definers = {}
+    # From the highest room down: the lowest room that defines a symbol stays.
+    for source in sorted(rooms, key=lambda source: ROOMS.index(rooms[source]), reverse=True):
+        for letter, name, _ in objects[source]:
+            if letter.isupper() and letter != "U":
+                definers[name] = rooms[source]
+    for source, room in rooms.items():
+        for letter, name, _ in sorted(objects[source]):
+            if letter == "U" and name in definers and is_above(definers[name], room):
                 used = source_name(name)
-                yield f"{source}: {room} uses {used}, which {definer} above it defines"
-
-
-def is_for_clients(readable, public_words):
-    """Whether a function with its body in a header is in a public header of the data library."""
-    parts = parse_name(readable).qualified.split("::")
-    own = [part for part in parts if part not in DATA_NAMESPACES]
-    return parts[0] in DATA_NAMESPACES and bool(own) and own[0] in public_words
-
-
-def find_functions(objects, inline):
-    """Dictionary from the name of each function of the project to the first source that has it."""
-    public_words = set(re.findall(r"\w+", "".join(f.read_text() for f in PUBLIC_HEADERS.iterdir())))
-    rows = {(letter, name, str(source)) for source in objects for letter, name in objects[source]}
-    rows |= {("W", name, "the headers") for name in inline}
-    found = {}
-    for letter, name, source in sorted(rows, key=lambda row: row[2]):
-        # The compiler makes parts of a lambda by itself, and warns about an unused lambda. It can
-        # leave out special members, and clients use the functions of public headers.
-        is_made = letter == "W" and (is_special_member(name) or is_for_clients(name, public_words))
-        if letter in FUNCTIONS and "{lambda" not in name and not is_made:
-            found.setdefault(name, source)
-    return found
+                yield f"{source}: {room} uses {used}, which {definers[name]} above it defines"
 
 
 def read_kept():
-    """Dictionary from a name to its line number in kept_functions.txt; each entry has a reason."""
-    kept = {}
-    lines = (ROOT / KEPT_FUNCTIONS).read_text(encoding="utf-8").splitlines()
-    for number, line in enumerate(lines, 1):
-        if line.startswith("function: "):
-            reason = lines[number] if number < len(lines) else ""
-            if not reason.startswith("reason: "):
-                raise SystemExit(f"{KEPT_FUNCTIONS}:{number}: the reason has to follow")
-            kept[line.removeprefix("function: ")] = number
-    return kept
+    """Dictionary from a name to its line number in kept_functions.txt. Entries have a reason."""
+    text = (ROOT / KEPT_FUNCTIONS).read_text(encoding="utf-8")
+    entries = re.finditer("^function: (.*)\nreason: ", text, re.MULTILINE)
+    return {entry[1]: text.count("\n", 0, entry.start()) + 1 for entry in entries}
 
 
-def unused_findings(found, linked, kept):
-    """`found` is from find_functions(), `kept` from read_kept(); `linked` are names."""
-    linked = {source_name(name) for name in linked & set(found)}
-    places = {}
-    for name, source in found.items():
-        places.setdefault(source_name(name), source)
-    for name, source in sorted(places.items()):
-        if name not in linked and name not in kept:
+def unused_findings(objects, linked, kept):
+    """`linked` are the names in the libraries, `kept` is from read_kept()."""
+    found, used = {}, set()
+    for source, symbols in sorted(objects.items()):
+        for letter, name, definition in symbols:
+            # The compiler makes parts of a lambda by itself, and warns about an unused lambda. It
+            # can leave out special members, and clients use the functions of public headers.
+            is_for_clients = definition.startswith(PUBLIC_HEADERS)
+            is_made = letter == "W" and (is_special_member(name) or is_for_clients)
+            if letter in FUNCTIONS and definition and "{lambda" not in name and not is_made:
+                found.setdefault(source_name(name), source)
+                if name in linked:
+                    used.add(source_name(name))
+    for name, source in sorted(found.items()):
+        if name not in used and name not in kept:
             yield f"{source}: nothing uses {name}"
     for name, number in kept.items():
-        if name not in places:
+        if name not in found:
             yield f"{KEPT_FUNCTIONS}:{number}: there is no function {name}"
-        elif name in linked:
+        elif name in used:
             yield f"{KEPT_FUNCTIONS}:{number}: {name} is used; remove the entry"
 
 
@@ -151,11 +129,11 @@ def check():
         Path(entry["file"]).relative_to(ROOT): read_symbols(BUILD / entry["output"])
         for entry in entries
     }
-    linked = {name for file in BUILD.glob("lib/*.so") for _, name in read_symbols(file)}
+    linked = {name for file in BUILD.glob("lib/*.so") for _, name, _ in read_symbols(file)}
     of_module = next(entry["command"] for entry in entries if "/src/module/" in entry["file"])
-    found = find_functions(objects, inline_functions(of_module))
+    objects[Path("the headers")] = read_symbols(compile_headers(of_module))
     yield from order_findings(objects)
-    yield from unused_findings(found, linked, read_kept())
+    yield from unused_findings(objects, linked, read_kept())
 
 
 def main():
