@@ -16,7 +16,6 @@ import velmar
 from figure_text import ratio_text, table, time_text
 from velmar import transport
 
-DASK = {"n_workers": 1, "threads_per_worker": 1, "dashboard_address": None}
 MARKS = "<!-- figures -->", "<!-- end of figures -->"
 
 
@@ -111,30 +110,23 @@ def in_joblib(array, packed):
     yield "joblib.hash", partial(joblib.hash, array)
 
 
-def in_dask_after_register_pickle(array, packed):
-    """Dask after register_pickle(), {0} by {0}"""
-    from dask.tokenize import tokenize
-    from distributed import Client
-
-    with Client(**DASK) as client:
-        if packed:
-            transport.register_pickle()
-            client.run(transport.register_pickle)
-        submit = partial(client.submit, pure=False)
-        yield "token", partial(tokenize, array)
-        yield "argument of submit, result fetched", lambda: submit(same, array).result()
-
-
 def under_dask(array, packed):
     """Dask, one worker process, {0} by {0}"""
     from dask.tokenize import tokenize
     from distributed import Client, wait
 
-    with Client(**DASK) as client:
-        if packed:
-            transport.register_dask(client)
+    with Client(n_workers=1, threads_per_worker=1, dashboard_address=None) as client:
         submit = partial(client.submit, pure=False)
         scatter = partial(client.scatter, array, hash=False)
+        if packed:
+            transport.register_pickle()
+            client.run(transport.register_pickle)
+        yield "register_pickle(): token", partial(tokenize, array)
+        yield "register_pickle(): argument, result", lambda: submit(same, array).result()
+        if packed:
+            transport.unregister_pickle()
+            client.run(transport.unregister_pickle)
+            transport.register_dask(client)
         yield "token", partial(tokenize, array)
         yield "scatter, a job on it", lambda: wait(submit(len, scatter()))
         yield "result fetched", lambda: submit(zeros, len(array)).result()
@@ -164,15 +156,7 @@ def under_ray(array, packed):
     ray.shutdown()
 
 
-TABLES = (
-    in_one_process,
-    in_a_pool,
-    after_register_pickle,
-    in_joblib,
-    in_dask_after_register_pickle,
-    under_dask,
-    under_ray,
-)
+TABLES = (in_one_process, in_a_pool, after_register_pickle, in_joblib, under_dask, under_ray)
 
 
 def best_of_each(jobs_of, side, packed, repeats):
