@@ -4,22 +4,8 @@ A new row calls listed() for an operation of operation_list.py, job() for anothe
 arrays, build() for one that makes an object, or buffer() for one that makes an array from memory.
 """
 
-from operation import (
-    ARRAY,
-    BYTES,
-    DOUBLES,
-    FLAT_ARRAY,
-    NUMPY,
-    NUMPY_F,
-    OTHERWISE,
-    OURS,
-    Kind,
-    Limit,
-    Shape,
-    build,
-    use,
-)
-from operation_list import NO_ARROW, OPERATIONS
+from operation import ARRAY, BYTES, NUMPY, NUMPY_F, OTHERWISE, OURS, Kind, Limit, Shape
+from operation_list import DOUBLES, FLAT_ARRAY, NO_ARROW, OPERATIONS, build, use
 
 TEN, HUNDRED, THOUSAND, LARGE = (Shape(side, side) for side in (10, 100, 1000, 3162))
 TALL, WIDE = Shape(1000, 100), Shape(100, 1000)

@@ -28,9 +28,9 @@ def processor():
 
 
 def machine():
-    """Versions, the system, the processor and the load, by name."""
+    """Text with the versions, the system, the processor and the load."""
     packages = [name for name in ("numpy", ARROW) if find_spec(name)]
-    return {
+    found = {
         "python": platform.python_version(),
         **{name: metadata.version(name) for name in packages},
         "system": platform.platform(),
@@ -38,9 +38,6 @@ def machine():
         "processors": os.cpu_count(),
         "load": round(os.getloadavg()[0], 2),
     }
-
-
-def machine_text(found):
     return ", ".join(f"{name} {value}" for name, value in found.items())
 
 

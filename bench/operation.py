@@ -142,8 +142,7 @@ class Operation:
         return any(re.search(rf"\b{name}\b", text) for text in texts)
 
 
-# --- Makers of `n`. In a list each element is a separate object, except small ints and bools.
-
+# Makers of `n`. In a list each element is a separate object, except small ints and bools.
 ELEMENTS = {
     "floats": "generator.random(shape) * 1000",
     "ints": "generator.integers(-1_000_000, 1_000_000, shape)",
@@ -152,29 +151,3 @@ ELEMENTS = {
     "bools": "generator.random(shape) < 0.5",
     "complex": "generator.random(shape) + 1j * generator.random(shape)",
 }
-
-# --- Makers of `a` by column: arrays in resident memory.
-
-DOUBLES = {
-    OURS: "velmar.double(n)",
-    NUMPY: "n.copy()",
-    NUMPY_F: 'n.copy("F")',
-    ARRAY: '[array("d", row.tobytes()) for row in n]',
-    LIST: "n.tolist()",
-    ARROW: (
-        "pa.ListArray.from_arrays(np.arange(0, {count} + 1, {columns}, dtype='int32'),"
-        " n.copy().ravel())"
-    ),
-}
-FLAT_ARRAY = 'array("d", n.tobytes())'
-
-
-def build(elements="", **changes):
-    """An operation that makes an array from data, flat or n."""
-    return Operation(elements=elements).changed(**changes)
-
-
-def use(statement, makers=DOUBLES, **changes):
-    """An operation with the same statement in all columns of the makers, except for the changes."""
-    statements = dict.fromkeys(makers, statement)
-    return Operation(statements, makers, elements="floats").changed(**changes)

@@ -5,7 +5,33 @@ tells readers what the columns do differently. Keywords are columns: `numpy` is 
 that follows, and `rows` is array and list.
 """
 
-from operation import ARRAY, ARROW, DOUBLES, FLAT_ARRAY, NUMPY, NUMPY_F, OURS, Layout, build, use
+from operation import ARRAY, ARROW, LIST, NUMPY, NUMPY_F, OURS, Layout, Operation
+
+# Makers of `a` by column: arrays in resident memory.
+DOUBLES = {
+    OURS: "velmar.double(n)",
+    NUMPY: "n.copy()",
+    NUMPY_F: 'n.copy("F")',
+    ARRAY: '[array("d", row.tobytes()) for row in n]',
+    LIST: "n.tolist()",
+    ARROW: (
+        "pa.ListArray.from_arrays(np.arange(0, {count} + 1, {columns}, dtype='int32'),"
+        " n.copy().ravel())"
+    ),
+}
+FLAT_ARRAY = 'array("d", n.tobytes())'
+
+
+def build(elements="", **changes):
+    """An operation that makes an array from data, flat or n."""
+    return Operation(elements=elements).changed(**changes)
+
+
+def use(statement, makers=DOUBLES, **changes):
+    """An operation with the same statement in all columns of the makers, except for the changes."""
+    statements = dict.fromkeys(makers, statement)
+    return Operation(statements, makers, elements="floats").changed(**changes)
+
 
 NO_COPY = "NumPy exports the memory of its array; ours is a copy of what the view shows."
 PARTS = "The parts are copies in both columns, ours as one row."

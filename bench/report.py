@@ -2,10 +2,9 @@
 
 import itertools
 import json
-import statistics
 from pathlib import Path
+from statistics import median, quantiles
 
-from console import machine_text
 from figure_text import cells, count_text, limit_cells, ratio_text, slug, table, time_text
 from operation import NUMPY, NUMPY_F, OURS, Kind
 from ratios import decided, fairest_peer, ratios_of, times_of
@@ -52,21 +51,6 @@ divided by that of the column. An aim is a lower value to work towards.
 - `ours otherwise` is our array of ten elements for the reshapes, and finite values for the \
 infinities. In other rows it is the steps of the statement as separate calls: nested lists, their \
 pickle, a construction."""
-MEASURED = """\
-- Each operation runs in a fresh process. The columns of one size are sampled in turn, with the
-  garbage collector off; a figure is the median of {repeats} samples of at least {least}, or of
-  {long_repeats} where a run takes longer than {long}.
-- An array has as many rows as columns, or three, ten or thirty times as many columns. The size of
-  an operation on one row is the length of the row, one of ten.
-- `numpy-F` is NumPy in column-major order. `array` is a list of `array.array` rows, or a flat one;
-  `list` is a list of lists, which shares its elements instead of converting them, so it is a lower
-  bound; `pyarrow` is a list array, or a flat one.
-- A column ends where the next size would have taken more than its share of the time.
-- The upper quartile of the samples was {spread:.2g} % above the lower one in the median of all \
-figures, and {worst_spread:.2g} % or more in the worst twentieth.
-- The run took {minutes:g} minutes and {memory:.2g} GB of memory.
-- To do it again: `script/bench --sizes --json bench/results/sizes.json`, `script/bench --json \
-bench/results/table.json`, then `python bench/report.py`."""
 
 
 # --- Words and cells.
@@ -81,7 +65,7 @@ def growth_text(times):
     """Text for the times of a column: one for all sizes, or those at both ends."""
     smallest, largest = min(times), max(times)
     if times[largest] < FLAT_GROWTH * times[smallest]:
-        return f"{time_text(statistics.median(times.values()))} at any size"
+        return f"{time_text(median(times.values()))} at any size"
     start, each = time_text(times[smallest]), time_text(times[largest] / largest)
     return f"{start} at {smallest}, {each} an element at {count_text(largest)}"
 
@@ -107,9 +91,9 @@ def comparison_text(ratios_by_size, peer):
 
 def overview_cells(row):
     peer, found = fairest_peer(row), ratios_of(row)
-    name = f"[{row['title']}](#{slug(row['title'])})" + (
-        "" if peer in (NUMPY, NUMPY_F) else f", over {peer}"
-    )
+    name = f"[{row['title']}](#{slug(row['title'])})"
+    if peer not in (NUMPY, NUMPY_F):
+        name += f", over {peer}"
     return [name, *(ratio_text(found[size]) if size in found else "-" for size in OVERVIEW_SIZES)]
 
 
@@ -153,25 +137,37 @@ def job_cells(row):
     return [row["name"], *figures, *limit_cells(row)]
 
 
+def measured(sizes):
+    rows = sizes["operations"]
+    points = [point for row in rows for point in row["points"]]
+    spreads = [100 * (spread - 1) for point in points for spread in point["spreads"].values()]
+    worst = quantiles(spreads, n=20)[-1]
+    memory = max(row["peak_bytes"] for row in rows)
+    least, long = time_text(sizes["least_seconds"]), time_text(LONG_SECONDS)
+    return f"""\
+- Each operation runs in a fresh process. The columns of one size are sampled in turn, with the
+  garbage collector off; a figure is the median of {REPEATS} samples of at least {least}, or of
+  {LONG_REPEATS} where a run takes longer than {long}.
+- An array has as many rows as columns, or three, ten or thirty times as many columns. The size of
+  an operation on one row is the length of the row, one of ten.
+- `numpy-F` is NumPy in column-major order. `array` is a list of `array.array` rows, or a flat one;
+  `list` is a list of lists, which shares its elements instead of converting them, so it is a lower
+  bound; `pyarrow` is a list array, or a flat one.
+- A column ends where the next size would have taken more than its share of the time.
+- The upper quartile of the samples was {median(spreads):.2g} % above the lower one in the median of
+  all figures, and {worst:.2g} % or more in the worst twentieth.
+- The run took {sizes["minutes"]:g} minutes and {memory / 1e9:.2g} GB of memory.
+- To do it again: `script/bench --sizes --json bench/results/sizes.json`, `script/bench --json \
+bench/results/table.json`, then `python bench/report.py`."""
+
+
 def page_of(sizes, jobs):
     rows = sizes["operations"]
     head = ["operation", *map(count_text, OVERVIEW_SIZES)]
     overview = table(head, map(overview_cells, rows), len(OVERVIEW_SIZES))
     job_table = table(["job", "here", NUMPY, NUMPY_F, "at most", ""], map(job_cells, jobs["rows"]))
-    points = [point for row in rows for point in row["points"]]
-    spreads = [100 * (spread - 1) for point in points for spread in point["spreads"].values()]
-    measured = MEASURED.format(
-        repeats=REPEATS,
-        least=time_text(sizes["least_seconds"]),
-        long_repeats=LONG_REPEATS,
-        long=time_text(LONG_SECONDS),
-        spread=statistics.median(spreads),
-        worst_spread=statistics.quantiles(spreads, n=20)[-1],
-        minutes=sizes["minutes"],
-        memory=max(row["peak_bytes"] for row in rows) / 1e9,
-    )
     parts = [
-        START.format(machine=machine_text(sizes["machine"])),
+        START.format(machine=sizes["machine"]),
         "## In short",
         judgement(rows),
         OVERVIEW,
@@ -183,7 +179,7 @@ def page_of(sizes, jobs):
         READING,
         *sections(rows),
         "## How it was measured",
-        measured,
+        measured(sizes),
     ]
     return "\n\n".join(parts) + "\n"
 

@@ -81,7 +81,7 @@ def main():
     parser.add_argument("--check", action="store_true", help="exit status 1 if a limit is missed")
     arguments = parser.parse_args()
     machine = console.machine()
-    print(console.machine_text(machine))
+    print(machine)
     print("\n" + line_of("operation", TABLE_COLUMNS, "at most", "verdict"))
     rows = []
     for name, job in CASES.items():

@@ -59,7 +59,7 @@ def main():
     if arguments.plots:  # before the samples, because matplotlib may be missing
         from plots import draw_all
     machine = console.machine()
-    print(console.machine_text(machine))
+    print(machine)
     least_seconds = QUICK_LEAST_SECONDS if arguments.quick else LEAST_SECONDS
     start = time.monotonic()
     rows = list(measured(arguments, least_seconds))
@@ -67,7 +67,6 @@ def main():
     print(f"\n{len(rows)} operations in {minutes:.1f} minutes")
     results = {
         "machine": machine,
-        "most": arguments.most,
         "least_seconds": least_seconds,
         "minutes": round(minutes, 1),
         "operations": rows,
