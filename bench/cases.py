@@ -51,14 +51,7 @@ FLAT_INT32 = {
     "numpy_F": None,
     "array": 'array("i", flat)',
 }
-HELD = {
-    "elements": "floats",
-    "velmar": DOUBLES[OURS],
-    "numpy": "np.array(n)",
-    "numpy_F": None,
-    "array": FLAT_ARRAY,
-    "kind": Kind.HELD,
-}
+HELD = {"velmar": DOUBLES[OURS], "numpy": "np.array(n)", "numpy_F": None, "array": FLAT_ARRAY}
 ZEROS = {"bytearray": "bytearray({count} * 8)"}
 ONE_ROW = {"array": 'a[3] = array("d", data[0])', "list": "a[3] = data[0][:]"}
 SIX_ROWS = {
@@ -178,6 +171,8 @@ CASES = {
     "peak, 1000x1000 from ints": listed("double from nested ints", Limit(4.0), kind=Kind.PEAK),
     "peak, 1000x1000 int32": listed("int32 from nested ints", kind=Kind.PEAK, item_bytes=4),
     "peak, a[:].clone()": listed("a copy", Limit(1.2), kind=Kind.GROWTH, rows=None),
-    "held, 1000x1000": build(limit=Limit(1.1 * 8_000_000), shape=THOUSAND, **HELD),
-    "held, 1x1": build(limit=Limit(560), shape=Shape(1, 1), **HELD),
+    "held, 1000x1000": build(
+        "floats", limit=Limit(1.1 * 8_000_000), shape=THOUSAND, kind=Kind.HELD, **HELD
+    ),
+    "held, 1x1": build("floats", limit=Limit(560), shape=Shape(1, 1), kind=Kind.HELD, **HELD),
 }

@@ -41,13 +41,9 @@ def machine():
     return ", ".join(f"{name} {value}" for name, value in found.items())
 
 
-def json_text(results, rows):
-    """The results as JSON, with one line for each row of the list with this name."""
+def write_json(file, results, rows):
+    """Writes the results, with one line for each row of the list with this name."""
     start = {name: value for name, value in results.items() if name != rows}
     lines = ",\n".join(json.dumps(row) for row in results[rows])
-    return f'{json.dumps(start)[:-1]}, "{rows}": [\n{lines}\n]}}\n'
-
-
-def write_json(file, results, rows):
-    if file:
-        Path(file).write_text(json_text(results, rows), encoding="utf-8")
+    text = f'{json.dumps(start)[:-1]}, "{rows}": [\n{lines}\n]}}\n'
+    Path(file).write_text(text, encoding="utf-8")

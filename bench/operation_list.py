@@ -34,7 +34,6 @@ def use(statement, makers=DOUBLES, **changes):
 
 
 NO_COPY = "NumPy exports the memory of its array; ours is a copy of what the view shows."
-PARTS = "The parts are copies in both columns, ours as one row."
 
 # Columns that do not have an operation.
 NO_ARROW = {"pyarrow": None}
@@ -57,31 +56,11 @@ def nested(elements, ours, theirs, letter, arrow):
     )
 
 
-def from_memory(maker):
-    makers = dict.fromkeys((OURS, NUMPY, NUMPY_F), maker)
-    theirs = {"numpy": 'np.array(a, order="C")', "numpy_F": 'np.array(a, order="F")'}
-    return use("velmar.double(a)", makers, **theirs)
-
-
-def to_bytes(order):
-    return use(
-        f'memoryview(a).tobytes("{order}")',
-        numpy=f'a.tobytes("{order}")',
-        array='b"".join([row.tobytes() for row in a])',
-        list=None,
-        pyarrow="a.values.buffers()[1].to_pybytes()",
-    )
-
-
-def part(name):
-    makers = {column: DOUBLES[column] for column in (OURS, NUMPY, NUMPY_F)}
-    makers[OURS] = "velmar.double(n, is_complex=True)"
-    theirs = f'a.{name}.copy("K")'
-    return use(f"a.{name}()", makers, elements="complex", note=PARTS, numpy=theirs)
-
-
 IS_COMPLEX = "double(data, is_complex=True)"
 FLOAT64, INT32, UINT8 = "data, dtype=float", 'data, dtype="int32"', 'data, dtype="uint8"'
+BY_COLUMN = dict.fromkeys((OURS, NUMPY, NUMPY_F), 'n.copy("F")')
+BY_ROW = dict.fromkeys((OURS, NUMPY, NUMPY_F), "n")
+COPIES = {"numpy": 'np.array(a, order="C")', "numpy_F": 'np.array(a, order="F")'}
 FLAT = {OURS: "n.ravel()", NUMPY: "n.ravel()", ARRAY: FLAT_ARRAY, ARROW: "n.ravel()"}
 GROUPS = {}
 GROUPS["Making arrays"] = {
@@ -121,8 +100,8 @@ GROUPS["Making arrays"] = {
         array='array("d", a)',
         pyarrow=COPY_TO.format("pa.array(a)"),
     ),
-    "from memory by column": from_memory('n.copy("F")'),
-    "from memory by row": from_memory("n"),
+    "from memory by column": use("velmar.double(a)", BY_COLUMN, **COPIES),
+    "from memory by row": use("velmar.double(a)", BY_ROW, **COPIES),
     "from an array of another class": use(
         "velmar.single(a)",
         numpy='a.astype("float32")',
@@ -180,11 +159,16 @@ GROUPS["Writing"] = {
     "write all from another array": use("a[:] = b", makers_of_b=DOUBLES, rows=IN_ROWS, **NO_ARROW),
 }
 
+JOINED = {
+    "array": 'b"".join([row.tobytes() for row in a])',
+    "list": None,
+    "pyarrow": "a.values.buffers()[1].to_pybytes()",
+}
 GROUPS["Memory out"] = {
     "memoryview": use("memoryview(a)", rows=None, pyarrow="memoryview(a.values.buffers()[1])"),
     "memoryview of a view": use("memoryview(a[:])", note=NO_COPY, **ONLY_NUMPY),
-    "bytes as stored": to_bytes("A"),
-    "bytes row by row": to_bytes("C"),
+    "bytes as stored": use('memoryview(a).tobytes("A")', numpy='a.tobytes("A")', **JOINED),
+    "bytes row by row": use('memoryview(a).tobytes("C")', numpy='a.tobytes("C")', **JOINED),
     "to NumPy": use(
         "np.asarray(memoryview(a))",
         DOUBLES | {ARRAY: FLAT_ARRAY},
@@ -194,6 +178,12 @@ GROUPS["Memory out"] = {
     ),
 }
 
+PARTS = {
+    "makers": DOUBLES | {OURS: "velmar.double(n, is_complex=True)"},
+    "elements": "complex",
+    "note": "The parts are copies in both columns, ours as one row.",
+    **ONLY_NUMPY,
+}
 GROUPS["Arrays as a whole"] = {
     "a == b, all equal": use(
         "a == b",
@@ -217,8 +207,8 @@ GROUPS["Arrays as a whole"] = {
         numpy_F='a.reshape(({columns}, {rows}), order="F").reshape(({rows}, {columns}), order="F")',
         **ONLY_NUMPY,
     ),
-    "the real part": part("real"),
-    "the imaginary part": part("imag"),
+    "the real part": use("a.real()", numpy='a.real.copy("K")', **PARTS),
+    "the imaginary part": use("a.imag()", numpy='a.imag.copy("K")', **PARTS),
     "all elements as one row": use("a.noncomplex()", numpy='a.flatten("A")', **ONLY_NUMPY),
     "len(a)": use("len(a)"),
 }

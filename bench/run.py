@@ -90,7 +90,8 @@ def main():
             print(line_of_result(rows[-1]), flush=True)
     held = [row["holds"] for row in rows if row["limit"]]
     print(f"\n{sum(held)} of {len(held)} limits hold")
-    console.write_json(arguments.json, {"machine": machine, "rows": rows}, "rows")
+    if arguments.json:
+        console.write_json(arguments.json, {"machine": machine, "rows": rows}, "rows")
     return 1 if arguments.check and not all(held) else 0
 
 

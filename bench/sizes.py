@@ -71,7 +71,8 @@ def main():
         "minutes": round(minutes, 1),
         "operations": rows,
     }
-    console.write_json(arguments.json, results, "operations")
+    if arguments.json:
+        console.write_json(arguments.json, results, "operations")
     if arguments.plots:
         draw_all(results, Path(arguments.plots))
 

@@ -303,8 +303,9 @@ class TestTableOfSizes:
         assert " ".join(line.split()) == cells
         assert len(line) == len(sizes.line_of("size", self.COLUMNS))
 
-    def test_results_have_a_line_for_each_operation(self):
-        results = {"most": 10, "operations": [result_row(), result_row(title="from ints")]}
-        text = console.json_text(results, "operations")
+    def test_results_have_a_line_for_each_operation(self, tmp_path):
+        results = {"minutes": 10, "operations": [result_row(), result_row(title="from ints")]}
+        console.write_json(tmp_path / "results.json", results, "operations")
+        text = (tmp_path / "results.json").read_text("utf-8")
         assert json.loads(text) == results
         assert len(text.splitlines()) == 4
