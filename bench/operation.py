@@ -28,14 +28,9 @@ MOST_ELEMENTS = 10**7
 ROWS_BESIDE = 10
 
 
-class Layout(Enum):
-    """The meaning of the size of an operation, which determines the shape of its arrays."""
-
-    # The array has as many columns as rows, or three, ten or thirty times as many.
-    WHOLE = "elements of the array"
-    # The array has ten rows; the operation is on one of them.
-    ROW = "elements of the row"
-
+# What the size of an operation counts. A whole array has as many columns as rows, or three, ten or
+# thirty times as many. For an operation on a row the array has ten rows.
+WHOLE, ROW = "elements of the array", "elements of the row"
 
 # Shown to readers instead of the numbers.
 SHOWN = {"row": "i", "column": "j", "rows": "rows", "columns": "columns", "count": "rows * columns"}
@@ -62,17 +57,17 @@ class Shape(NamedTuple):
         }
 
 
-def shape_of(size, layout):
-    if layout is Layout.ROW:
+def shape_of(size, size_counts):
+    if size_counts == ROW:
         return Shape(ROWS_BESIDE, size)
     digits = len(str(size))
     rows = 10 ** ((digits - 1) // 2)
     return Shape(rows, size // rows)
 
 
-def sizes_up_to(most, layout, steps=(1, 3)):
+def sizes_up_to(most, size_counts, steps=(1, 3)):
     """1, 3, 10, 30, ... (with one step: powers of ten), for arrays of at most `most` elements."""
-    most //= ROWS_BESIDE if layout is Layout.ROW else 1
+    most //= ROWS_BESIDE if size_counts == ROW else 1
     sizes = [step * 10**power for power in range(len(str(most))) for step in steps]
     return [size for size in sizes if size <= most]
 
@@ -107,7 +102,7 @@ class Operation:
     makers: dict[str, str] = field(default_factory=dict)
     makers_of_b: dict[str, str] = field(default_factory=dict)
     elements: str = ""  # a key of ELEMENTS
-    layout: Layout = Layout.WHOLE
+    size_counts: str = WHOLE
     note: str = ""
     # Of a job:
     shape: Shape = Shape(10, 10)

@@ -5,7 +5,7 @@ tells readers what the columns do differently. Keywords are columns: `numpy` is 
 that follows, and `rows` is array and list.
 """
 
-from operation import ARRAY, ARROW, LIST, NUMPY, NUMPY_F, OURS, Layout, Operation
+from operation import ARRAY, ARROW, LIST, NUMPY, NUMPY_F, OURS, ROW, Operation
 
 # Makers of `a` by column: arrays in resident memory.
 DOUBLES = {
@@ -119,11 +119,11 @@ GROUPS["Reading"] = {
     "take a slice with a step": use("a[::2]", note="PyArrow copies every other row."),
     "take a slice of a slice": use("a[{low}:][::-1]"),
     "a row to a list": use(
-        "list(a[5])", layout=Layout.ROW, numpy="a[5].tolist()", pyarrow="a[5].as_py()"
+        "list(a[5])", size_counts=ROW, numpy="a[5].tolist()", pyarrow="a[5].as_py()"
     ),
     "a row to array.array": use(
         "a[5].toarray()",
-        layout=Layout.ROW,
+        size_counts=ROW,
         numpy='array("d", a[5].tobytes())',
         array="a[5][:]",
         list='array("d", a[5])',
@@ -144,7 +144,7 @@ GROUPS["Writing"] = {
     "write an element": use("a[{row}][{column}] = 1.5", **NO_ARROW),
     "write a row from a list": use(
         "a[5] = data[5]",
-        layout=Layout.ROW,
+        size_counts=ROW,
         array='a[5] = array("d", data[5])',
         list="a[5] = data[5][:]",
         **NO_ARROW,

@@ -53,9 +53,6 @@ infinities. In other rows it is the steps of the statement as separate calls: ne
 pickle, a construction."""
 
 
-# --- Words and cells.
-
-
 def fold(summary, text):
     """Text that a click on the summary shows. Markdown inside HTML begins after an empty line."""
     return f"<details><summary>{summary}</summary>\n\n{text}\n\n</details>"
@@ -84,9 +81,6 @@ def comparison_text(ratios_by_size, peer):
             sizes = f"up to size {count_text(last)}, {other_word} from size {count_text(first)} on"
             return f"{word.title()} than {peer} {sizes}."
     return f"Faster than {peer} at some sizes, slower at others."
-
-
-# --- The parts of the page.
 
 
 def overview_cells(row):

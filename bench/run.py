@@ -19,13 +19,8 @@ PEAK_CONSTANT_BYTES = 1 << 20
 # Samples of each column; in a quick run a third of them.
 REPEATS = {Kind.TIME: 9, Kind.IMPORT: 15, Kind.PEAK: 3, Kind.GROWTH: 3, Kind.HELD: 3}
 
-# The child measures its own import, so that the start of the interpreter is not included.
-IMPORT_PROGRAM = """
-import time
-start = time.perf_counter()
-{statement}
-print(time.perf_counter() - start)
-"""
+# The child times its own import, so that the start of the interpreter is not included.
+IMPORT_PROGRAM = "import timeit; print(timeit.timeit({statement!r}, number=1))"
 
 
 def result_of(name, job, medians):

@@ -34,7 +34,7 @@ def measured(arguments, least_seconds):
     for group, title, operation, columns in chosen:
         print(f"\n{title}: {operation.shown(OURS)}\n{line_of('size', columns)}")
         seconds = arguments.minutes * 60 / all_columns
-        sizes = sizes_up_to(arguments.most, operation.layout, steps)
+        sizes = sizes_up_to(arguments.most, operation.size_counts, steps)
         found = run_fresh(BENCH / "sweep.py", title, seconds, least_seconds, *sizes)
         for point in found["points"]:
             print(line_of(count_text(point["size"]), cells(point["medians"], columns)))
@@ -43,7 +43,7 @@ def measured(arguments, least_seconds):
         yield {
             "group": group,
             "title": title,
-            "size_counts": operation.layout.value,
+            "size_counts": operation.size_counts,
             "note": operation.note,
             "statements": {column: operation.shown(column) for column in columns},
         } | found

@@ -51,7 +51,7 @@ def sweep(operation, seconds, least_seconds, sizes):
                 del left[column], each[column]
         if not left:
             break
-        shape = shape_of(size, operation.layout)
+        shape = shape_of(size, operation.size_counts)
         samplers = measure.samplers_for(operation, left, shape, least_seconds)
         repeats = {column: repeats_for(sampler.seconds) for column, sampler in samplers.items()}
         samples = measure.samples_of(samplers, repeats)

@@ -30,36 +30,36 @@ SMALL_JOBS = [
 
 class TestSizes:
     @rows(
-        "size, layout, rows, columns",
+        "size, size_counts, rows, columns",
         [
-            ("one", 1, operation.Layout.WHOLE, 1, 1),
-            ("below ten", 3, operation.Layout.WHOLE, 1, 3),
-            ("ten", 10, operation.Layout.WHOLE, 1, 10),
-            ("a square", 100, operation.Layout.WHOLE, 10, 10),
-            ("thirty to one", 3000, operation.Layout.WHOLE, 10, 300),
-            ("the largest", 10**7, operation.Layout.WHOLE, 1000, 10_000),
-            ("a row", 300, operation.Layout.ROW, 10, 300),
+            ("one", 1, operation.WHOLE, 1, 1),
+            ("below ten", 3, operation.WHOLE, 1, 3),
+            ("ten", 10, operation.WHOLE, 1, 10),
+            ("a square", 100, operation.WHOLE, 10, 10),
+            ("thirty to one", 3000, operation.WHOLE, 10, 300),
+            ("the largest", 10**7, operation.WHOLE, 1000, 10_000),
+            ("a row", 300, operation.ROW, 10, 300),
         ],
     )
-    def test_shape(self, size, layout, rows, columns):
-        assert operation.shape_of(size, layout) == operation.Shape(rows, columns)
+    def test_shape(self, size, size_counts, rows, columns):
+        assert operation.shape_of(size, size_counts) == operation.Shape(rows, columns)
 
     @rows(
-        "most, layout, steps, expected",
+        "most, size_counts, steps, expected",
         [
-            ("whole", 100, operation.Layout.WHOLE, (1, 3), [1, 3, 10, 30, 100]),
-            ("between", 250, operation.Layout.WHOLE, (1, 3), [1, 3, 10, 30, 100]),
-            ("rows", 1000, operation.Layout.ROW, (1, 3), [1, 3, 10, 30, 100]),
-            ("powers", 1000, operation.Layout.WHOLE, (1,), [1, 10, 100, 1000]),
-            ("none", 9, operation.Layout.ROW, (1, 3), []),
+            ("whole", 100, operation.WHOLE, (1, 3), [1, 3, 10, 30, 100]),
+            ("between", 250, operation.WHOLE, (1, 3), [1, 3, 10, 30, 100]),
+            ("rows", 1000, operation.ROW, (1, 3), [1, 3, 10, 30, 100]),
+            ("powers", 1000, operation.WHOLE, (1,), [1, 10, 100, 1000]),
+            ("none", 9, operation.ROW, (1, 3), []),
         ],
     )
-    def test_sizes(self, most, layout, steps, expected):
-        assert operation.sizes_up_to(most, layout, steps) == expected
+    def test_sizes(self, most, size_counts, steps, expected):
+        assert operation.sizes_up_to(most, size_counts, steps) == expected
 
     @rows("size", [(str(n), n) for n in (1, 3, 10, 30, 100, 1000)])
     def test_words_stay_inside_the_array(self, size):
-        shape = operation.shape_of(size, operation.Layout.WHOLE)
+        shape = operation.shape_of(size, operation.WHOLE)
         words = shape.words()
         assert words["count"] == size
         assert 0 <= words["row"] < shape.rows and 0 <= words["column"] < shape.columns
@@ -181,7 +181,7 @@ class TestOperations:
     @pytest.mark.parametrize("title", OPERATIONS)
     def test_columns_agree(self, title, size):
         tested = OPERATIONS[title]
-        self.check_columns(tested, operation.shape_of(size, tested.layout))
+        self.check_columns(tested, operation.shape_of(size, tested.size_counts))
 
     @pytest.mark.parametrize("title", SMALL_JOBS)
     def test_columns_of_jobs_agree(self, title):
