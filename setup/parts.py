@@ -7,8 +7,6 @@ list of interpreters as script/interpreters prints it, and the parts.
 import fcntl
 import subprocess
 import sys
-import tempfile
-from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 from typing import NamedTuple
 
@@ -27,7 +25,6 @@ class Part(NamedTuple):
 
 PARTS = {
     "build": Part("the build tools (cmake, ninja, scikit-build-core)", ("build",)),
-    "native": Part(),
     "demo": Part("NumPy and matplotlib", ("demo", "neighbours")),
     "tests": Part(
         "the test tools (pytest, hypothesis, NumPy, abi3audit, tools of the recipes)",
@@ -47,6 +44,10 @@ def requirements(name):
     return Path(f"script/requirements-{name}.txt")
 
 
+def requirement_options(names):
+    return [f"--requirement={requirements(name)}" for name in names]
+
+
 def inputs_of(name, interpreters):
     """A part is set up again when one of these changes."""
     part = PARTS[name]
@@ -62,9 +63,8 @@ def is_set_up(name, interpreters):
 
 
 def wanted_parts(names):
-    """These parts and those that they need, in the order in which they are set up."""
-    wanted = {"build", *names} | ({"native"} if "tests" in names else set())
-    return [name for name in PARTS if name in wanted]
+    """The parts with Python packages, in the order in which they are set up."""
+    return [name for name in PARTS if name == "build" or name in names]
 
 
 def pip(*options, **settings):
@@ -81,34 +81,19 @@ def make_venv():
     pip("uninstall", "-qq", "-y", "setuptools", stderr=subprocess.DEVNULL)
 
 
-def fill_venv(part):
-    say(f"installing {part.purpose} into {VENV}")
-    files = [f"--requirement={requirements(name)}" for name in part.in_venv]
-    # Without bytecode, which Python writes at the first import.
-    pip("install", "-qq", "--no-compile", *files)
-
-
 def fetch(interpreter, names, **settings):
-    """Downloads packages for an interpreter. Several can run at the same time.
-
-    Each downloads to a folder of its own, and a file is moved when it is complete.
-    """
-    files = [f"--requirement={requirements(name)}" for name in names]
-    with tempfile.TemporaryDirectory(prefix="fetched.", dir=CACHE) as folder:
-        options = ("download", "-qq", "--only-binary", ":all:", "-d", folder, *files)
-        pip("--python", interpreter, *options, **settings)
-        WHEELHOUSE.mkdir(exist_ok=True)
-        for file in Path(folder).iterdir():
-            file.replace(WHEELHOUSE / file.name)
+    """Downloads packages for an interpreter."""
+    options = ["-qq", "--only-binary", ":all:", "-d", WHEELHOUSE, *requirement_options(names)]
+    pip("--python", interpreter, "download", *options, **settings)
 
 
-def fetch_tests_of(version, interpreter):
+def fetch_for_tests(version, interpreter):
     """NumPy has no wheel for some versions."""
     say(f"fetching the test packages of CPython {version} ({interpreter})")
     try:
-        fetch(interpreter, ("tests", "neighbours"), stderr=subprocess.DEVNULL)
+        fetch(interpreter, PARTS["tests"].downloads, stderr=subprocess.DEVNULL)
     except subprocess.CalledProcessError:
-        fetch(interpreter, ("tests",))
+        fetch(interpreter, ["tests"])
         say(f"CPython {version} is tested without NumPy: it has no wheel for this version")
 
 
@@ -116,11 +101,12 @@ def set_up(name, interpreters):
     (STAMPS / name).unlink(missing_ok=True)
     part = PARTS[name]
     if part.in_venv:
-        fill_venv(part)
-    if name == "tests":  # all at once, because pip waits for the network most of the time
-        pairs = [line.split(" ", 1) for line in interpreters.splitlines()]
-        with ThreadPoolExecutor(len(pairs)) as pool:
-            list(pool.map(fetch_tests_of, *zip(*pairs, strict=True)))
+        say(f"installing {part.purpose} into {VENV}")
+        # Without bytecode, which Python writes at the first import.
+        pip("install", "-qq", "--no-compile", *requirement_options(part.in_venv))
+    if name == "tests":
+        for line in interpreters.splitlines():
+            fetch_for_tests(*line.split(" ", 1))
     elif part.downloads:
         say(f"fetching the packages of the {name}")
         fetch(sys.executable, part.downloads)
