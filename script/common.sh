@@ -14,26 +14,6 @@ use_venv() {
   unset PYTHONPATH PYTHONHOME
 }
 
-# show_steps LOG: copies standard input to the file LOG, and shows the steps of ninja in it: in place in
-# a terminal, elsewhere every five seconds.
-show_steps() {
-  local line shown=0 begun=$SECONDS pattern='^ *\[([0-9]+)/([0-9]+)\] (.*)'
-  : >"$1"
-  while IFS= read -r line; do
-    printf '%s\n' "$line" >>"$1"
-    [[ $line =~ $pattern ]] || continue
-    if [[ -t 1 ]]; then
-      printf '\r   step %d of %d, %d s \e[K' "${BASH_REMATCH[1]}" "${BASH_REMATCH[2]}" $((SECONDS - begun))
-    elif ((SECONDS - shown >= 5)); then
-      printf '   step %d of %d, %d s\n' "${BASH_REMATCH[1]}" "${BASH_REMATCH[2]}" $((SECONDS - begun))
-      shown=$SECONDS
-    fi
-  done
-  if [[ -t 1 ]]; then
-    printf '\r\e[K'
-  fi
-}
-
 # install_packages [OPTION...] PACKAGE...: installs Debian packages on this computer.
 install_packages() {
   local as_root=()

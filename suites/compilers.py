@@ -5,18 +5,16 @@ import sys
 
 from count import report
 from suite import (
-    ONLY_MODULE,
     ROOT,
-    build_wheel,
     find_interpreters,
     fresh_results,
-    install,
     make_environment,
     run_native_suites,
     run_pytest,
     say,
     test_example,
 )
+from wheel import build_wheel
 
 FLAGS = {"clang": "", "libcxx": "-stdlib=libc++"}
 WHEEL_TESTS = {
@@ -29,10 +27,10 @@ def test_with(results, name, flags, native):
     folder = ROOT / "build/compilers" / name
     settings = {"CXX": "clang++", "CXXFLAGS": flags}
     definitions = {"CMAKE_CXX_COMPILER": "clang++", "CMAKE_CXX_FLAGS": flags}
-    wheel = build_wheel(folder, definitions, settings, () if native else ONLY_MODULE)
+    options = {"native": native, "definitions": definitions, "settings": settings}
+    wheel = build_wheel(folder, folder / "build", **options)
     say(f"{name}: built without a warning")
-    python = make_environment(f"compilers-{name}", find_interpreters()[0][1])
-    install(f"compilers-{name}", "--no-deps", wheel)
+    python = make_environment(f"compilers-{name}", find_interpreters()[0][1], wheel)
 
     for suite, tests in WHEEL_TESTS.items():
         if not (flags and suite == "recipes"):  # the recipes have flags of their own

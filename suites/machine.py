@@ -9,28 +9,23 @@ import subprocess
 import sys
 from pathlib import Path
 
-from suite import ONLY_MODULE, ROOT, build_wheel, run, say
+from suite import ROOT, run, say
+from wheel import build_wheel
 
 DEBIAN_NAMES = {"aarch64": "arm64", "s390x": "s390x"}
 # Python, its headers and all libraries that it needs.
 PACKAGES = ("python3", "libpython3-dev", "libstdc++6")
-# Apt neither reads nor changes what is installed on this computer: all its files are in the folder
-# {apt}, and for it no package is installed.
+# Apt uses the archives of this computer, but neither reads nor changes what is installed here: its
+# files are in the folder {apt}, and for it no package is installed.
 APT_SETTINGS = (
+    "APT::Architecture={architecture}",
+    "APT::Architectures={architecture}",
     "APT::Install-Recommends=false",
     "APT::Sandbox::User=",
     "Acquire::Languages=none",
     "Dir::State={apt}",
-    "Dir::State::lists=lists",
     "Dir::State::status={apt}/status",
     "Dir::Cache={apt}",
-    "Dir::Cache::archives=archives",
-)
-APT_SETTINGS_OF_MACHINE = (
-    "APT::Architecture={architecture}",
-    "APT::Architectures={architecture}",
-    "Dir::Etc::sourcelist={apt}/sources.list",
-    "Dir::Etc::sourceparts=/dev/null",
 )
 
 
@@ -57,77 +52,60 @@ class Machine:
         self.name = name
         self.folder = ROOT / "build/machines" / name
         self.root = self.folder / "root"  # unpacked Debian packages of the machine
-        self.apt = self.folder / "apt"
 
     def prepare(self):
         self.folder.mkdir(parents=True, exist_ok=True)
         missing = missing_tools(self.name)
         if missing:
             install_on_this_computer(missing)
-        if not self.is_made("root", " ".join(PACKAGES)):
-            say(f"unpacking Debian packages of {self.name} in {self.root}")
-            self.make_root()
-            self.mark_made("root", " ".join(PACKAGES))
+        self.make_once("root", " ".join(PACKAGES), self.make_root)
 
-    def is_made(self, name, inputs):
-        """Whether the folder `name` is there and mark_made() recorded that it has these inputs."""
+    def make_once(self, name, inputs, make):
+        """Calls make(), unless the folder `name` is there and was made from the same inputs."""
         record = self.folder / f"{name}.made"
-        return (self.folder / name).exists() and record.exists() and record.read_text() == inputs
-
-    def mark_made(self, name, inputs):
-        (self.folder / f"{name}.made").write_text(inputs)
-
-    def apt_get(self, settings, *command, **options):
-        names = {"apt": self.apt, "architecture": DEBIAN_NAMES[self.name]}
-        settings = [f"--option={setting.format(**names)}" for setting in settings]
-        return run("apt-get", "-qq", *settings, *command, stdin=subprocess.DEVNULL, **options)
+        is_there = (self.folder / name).exists() and record.exists()
+        if not is_there or record.read_text() != inputs:
+            say(f"making {self.folder / name}")
+            make()
+            record.write_text(inputs)
 
     def download_packages(self):
-        """Into the folder apt/archives, with the packages that they need."""
-        shutil.rmtree(self.apt, ignore_errors=True)
-        for name in ("lists", "archives"):
-            (self.apt / name / "partial").mkdir(parents=True)
-        (self.apt / "status").touch()
-        # Use the archives of Debian that this computer uses. The origin of an archive is known
-        # after an update.
-        self.apt_get(APT_SETTINGS, "update")
-        source = "deb $(REPO_URI) $(RELEASE) $(COMPONENT)"
-        show = ("indextargets", "--format", source, "Identifier: Packages", "Origin: Debian")
-        found = self.apt_get(APT_SETTINGS, *show, stdout=subprocess.PIPE).stdout
-        (self.apt / "sources.list").write_text("".join(sorted(set(found.splitlines(True)))))
-        settings = APT_SETTINGS + APT_SETTINGS_OF_MACHINE
-        self.apt_get(settings, "update")
-        self.apt_get(settings, "install", "-y", "--download-only", *PACKAGES)
+        """Returns the files of the packages and of those that they need."""
+        apt = self.folder / "apt"
+        shutil.rmtree(apt, ignore_errors=True)
+        apt.mkdir()
+        (apt / "status").touch()
+        names = {"apt": apt, "architecture": DEBIAN_NAMES[self.name]}
+        settings = [f"--option={setting.format(**names)}" for setting in APT_SETTINGS]
+        for command in (["update"], ["install", "-y", "--download-only", *PACKAGES]):
+            run("apt-get", "-qq", *settings, *command, stdin=subprocess.DEVNULL)
+        return sorted(apt.glob("archives/*.deb"))
 
     def make_root(self):
         """Unpacks the packages, and puts the headers of Python into the folder `include`."""
         include = self.folder / "include"
         shutil.rmtree(self.root, ignore_errors=True)
         shutil.rmtree(include, ignore_errors=True)
-        self.download_packages()
         # As on an installed Debian; some packages still have files in /lib.
         for name in ("bin", "sbin", "lib"):
             (self.root / "usr" / name).mkdir(parents=True)
             (self.root / name).symlink_to(f"usr/{name}")
         unpack = 'dpkg-deb --fsys-tarfile "$0" | tar -x --keep-directory-symlink -C "$1"'
-        for package in sorted(self.apt.glob("archives/*.deb")):
+        for package in self.download_packages():
             run("bash", "-o", "pipefail", "-c", unpack, package, self.root)
         # Debian's pyconfig.h includes that of the machine from a folder which would also offer the
         # headers of the C library; here it is the machine's own.
         python, headers = self.python_name(), self.root / "usr/include"
         shutil.copytree(headers / python, include, symlinks=True)
         shutil.copy(headers / f"{self.name}-linux-gnu" / python / "pyconfig.h", include)
-        self.compile_bytecode(self.root / "usr/lib" / python)
+        # Bytecode is the same for all machines. The emulator would make it slowly. No check,
+        # because the standard library has files with intended mistakes.
+        compiler = [sys.executable, "-W", "ignore", "-m", "compileall", "-qq"]
+        subprocess.run([*compiler, self.root / "usr/lib" / python], check=False)
 
     def python_name(self):
         """Of the interpreter of the machine, such as python3.11."""
         return os.readlink(self.root / "usr/bin/python3")
-
-    def compile_bytecode(self, folder):
-        """It is the same for all machines; without this the emulator would make it, slowly."""
-        python = shutil.which(self.python_name())
-        if python:  # no check, because the standard library has files with intended mistakes
-            subprocess.run([python, "-W", "ignore", "-m", "compileall", "-qq", folder], check=False)
 
     def site_packages(self, environment):
         return self.folder / environment / "lib" / self.python_name() / "site-packages"
@@ -155,27 +133,27 @@ class Machine:
         """Makes the environment with the test tools if they changed. Returns its interpreter."""
         requirements = ROOT / "script/requirements-tests.txt"
         inputs = requirements.read_text() + Path(__file__).read_text()
-        if not self.is_made("environment", inputs):
+
+        def make():
             self.make_environment("environment")
-            say(f"installing the test tools for {self.name}")
             self.install("environment", "-r", requirements)
-            self.mark_made("environment", inputs)
+
+        self.make_once("environment", inputs, make)
         return self.folder / "environment/bin/python"
 
     def install(self, environment, *options):
         """Installs wheels of the machine with the pip of this computer, which is faster."""
         site = self.site_packages(environment)
         run(
-            *(sys.executable, "-m", "pip", "install", "-qq", "--target", site, "--no-compile"),
+            *(sys.executable, "-m", "pip", "install", "-qq", "--target", site),
             *("--only-binary", ":all:", "--platform", f"manylinux_2_17_{self.name}"),
             *("--platform", f"linux_{self.name}"),
             *("--python-version", self.python_name().removeprefix("python"), *options),
             cwd=ROOT,
         )
-        self.compile_bytecode(site)
 
-    def build_wheel(self):
-        """Returns the wheel, with the tag linux_NAME. The native tests are only configured."""
+    def build_wheel(self, native):
+        """Builds the wheel, with the tag linux_NAME, and the native tests if asked."""
         multiarch = run("g++", "-print-multiarch", stdout=subprocess.PIPE).stdout.strip()
         definitions = {
             "CMAKE_SYSTEM_NAME": "Linux",
@@ -185,7 +163,7 @@ class Machine:
             # Headers only, so those of this computer will do.
             "Boost_DIR": min(Path("/usr/lib", multiarch, "cmake").glob("Boost-*"), default=""),
         }
-        say(f"building the wheel for {self.name}; all messages are in {self.folder}/wheel.log")
         # The tag is that of the platform on which Python believes to run.
         settings = {"_PYTHON_HOST_PLATFORM": f"linux-{self.name}"}
-        return build_wheel(self.folder, definitions, settings, ONLY_MODULE)
+        options = {"native": native, "definitions": definitions, "settings": settings}
+        return build_wheel(self.folder, self.folder / "build", **options)

@@ -2,32 +2,15 @@
 
 import argparse
 import os
-import subprocess
 import sys
 import time
 
 from count import report
 from machine import DEBIAN_NAMES, Machine
-from suite import (
-    ROOT,
-    fresh_results,
-    run,
-    run_logged,
-    run_native_suites,
-    run_python_suites,
-    say,
-)
+from suite import fresh_results, run, run_native_suites, run_python_suites, say
 
 # Seconds of a suite and of a test, because the emulator is slow.
 LONGEST, LONGEST_TEST = 3600, 1200
-DESCRIBE = """\
-import platform, sys
-print(f"CPython {platform.python_version()}, {platform.machine()}, {sys.byteorder}-endian")
-"""
-
-
-def describe(python):
-    return run(python, "-P", "-c", DESCRIBE, stdout=subprocess.PIPE).stdout.strip()
 
 
 def test(machine, files):
@@ -35,17 +18,14 @@ def test(machine, files):
     start = time.monotonic()
     results = fresh_results(machine.name)
     python = machine.make_test_environment()
-    wheel = machine.build_wheel()
+    wheel = machine.build_wheel(native=not files)
     machine.install("environment", "--no-index", "--no-deps", "--upgrade", wheel)
-    say(f"running the Python tests in {describe(python)}")
+    run(python, "-P", "-m", "platform")
     limit = f"faulthandler_timeout={LONGEST_TEST}"
     options = ["--program-steps=10000", "-o", limit, *files]
     run_python_suites(results, python, options, {"HYPOTHESIS_PROFILE": "brief"}, LONGEST)
     if not files:
-        build = machine.folder / "build"
-        say("building and running the native tests")
-        run_logged(results / "build.log", "cmake", "--build", build)
-        run_native_suites(results, build, python, longest=LONGEST)
+        run_native_suites(results, machine.folder / "build", python, longest=LONGEST)
     times = os.times()
     user, system = times.user + times.children_user, times.system + times.children_system
     seconds = time.monotonic() - start
@@ -54,23 +34,9 @@ def test(machine, files):
 
 
 def package(machine):
-    """Makes the wheel in dist, installs it alone and runs the examples of the README."""
-    built = machine.build_wheel()
-    dist = ROOT / "dist"
-    for old in dist.glob(f"*_{machine.name}.whl"):
-        old.unlink()
-    run("auditwheel", "repair", "--wheel-dir", dist, built)
-    wheel = next(dist.glob(f"*_{machine.name}.whl"))
-    say("checking")
-    run("abi3audit", "--strict", wheel)
-    run("check-wheel-contents", wheel)
-    run("twine", "check", "--strict", wheel)
-    python = machine.make_environment("clean")
-    pip = (sys.executable, "-m", "pip", "--python", python, "install", "-qq", "--no-index")
-    run(*pip, "--no-deps", "--no-compile", wheel)
-    run(python, "-P", "-m", "doctest", "README.md", cwd=ROOT)
-    say(f"{describe(python)} with the wheel alone: the README is right")
-    say(f"made {wheel.relative_to(ROOT)}")
+    """Makes the wheel, and an environment with nothing installed. script/package does the rest."""
+    machine.build_wheel(native=False)
+    machine.make_environment("clean")
     return True
 
 

@@ -2,29 +2,26 @@
 
 import argparse
 import os
-import shutil
 import subprocess
 import sys
 from concurrent.futures import ThreadPoolExecutor
-from dataclasses import dataclass
-from pathlib import Path
 
 import sanitizers
 from count import report
 from suite import (
+    ENVIRONMENTS,
     ROOT,
     find_interpreters,
     fresh_results,
     install,
     make_environment,
-    run,
-    run_logged,
     run_native_suites,
     run_pytest,
     run_python_suites,
     say,
     test_example,
 )
+from wheel import build_release, build_wheel
 
 # Files that also test arrays beside other libraries where these are installed.
 BESIDE_NEIGHBOURS = (
@@ -45,85 +42,56 @@ def profile_of(version, versions, is_all):
     return "ci" if version in in_full else "brief"
 
 
-@dataclass
-class WheelRun:
+def test_release(results, files, is_all):
     """The wheel on every CPython; with files, only these on the lowest CPython."""
+    wheel = build_release(native=is_all)
+    interpreters = find_interpreters()[: 1 if files else None]
+    lowest_version, lowest = interpreters[0]
+    profiles = {
+        version: profile_of(version, [version for version, _ in interpreters], is_all)
+        for version, _ in interpreters
+    }
 
-    results: Path
-    files: list[str]
-    is_all: bool
-
-    def test(self):
-        build = ["script/wheel", "--native-tests"] if self.is_all else ["script/wheel"]
-        self.wheel = run(*build, cwd=ROOT, stdout=subprocess.PIPE).stdout.strip()
-        interpreters = find_interpreters()[: 1 if self.files else None]
-        lowest_version, lowest = interpreters[0]
-        versions = [version for version, _ in interpreters]
-        jobs = [
-            (version, interpreter, profile_of(version, versions, self.is_all))
-            for version, interpreter in interpreters
-        ]
-        # The longest suites come first, so that no processor waits at the end.
-        jobs.sort(key=lambda job: job[2] != "ci")
-        with ThreadPoolExecutor(os.cpu_count()) as pool:
-            started = [pool.submit(self.test_on, *job) for job in jobs]
-            if not self.files:
-                started.append(pool.submit(self.test_wheel))
-            if self.is_all:
-                python = ROOT / f"build/environments/python-{lowest_version}/bin/python"
-                started.append(pool.submit(self.test_neighbours, lowest))
-                release = ROOT / "build/release"
-                started.append(pool.submit(run_native_suites, self.results, release, lowest))
-                client = ROOT / "build/native_client/test"
-                started.append(pool.submit(test_example, self.results, "example", client, python))
-            for job in started:
-                job.result()
-
-    def make_environment(self, name, interpreter):
-        python = make_environment(name, interpreter)
-        install(name, "--no-deps", self.wheel)
-        return python
-
-    def test_on(self, version, interpreter, profile):
+    def test_on(version, interpreter):
         name = f"python-{version}"
-        python = self.make_environment(name, interpreter)
-        settings = {"HYPOTHESIS_PROFILE": profile}
-        run_pytest(self.results, name, python, *self.files, settings=settings)
+        python = make_environment(name, interpreter, wheel)
+        settings = {"HYPOTHESIS_PROFILE": profiles[version]}
+        run_pytest(results, name, python, *files, settings=settings)
 
-    def test_wheel(self):
-        options = ["tests/wheel", "--wheel", self.wheel]
-        run_pytest(self.results, "wheel", sys.executable, *options)
-
-    def test_neighbours(self, interpreter):
-        python = self.make_environment("neighbours", interpreter)
+    def test_neighbours():
+        python = make_environment("neighbours", lowest, wheel)
         install("neighbours", "-r", "script/requirements-examples.txt")
-        run_pytest(self.results, "neighbours", python, "tests/neighbours")
-        files = [f"tests/python/test_{name}.py" for name in BESIDE_NEIGHBOURS]
-        run_pytest(self.results, "beside_neighbours", python, *files)
+        run_pytest(results, "neighbours", python, "tests/neighbours")
+        beside = [f"tests/python/test_{name}.py" for name in BESIDE_NEIGHBOURS]
+        run_pytest(results, "beside_neighbours", python, *beside)
 
-
-def install_preset(results, preset, is_native):
-    """Builds a preset. Returns an interpreter, the lowest CPython, with the module and packages."""
-    native = "ON" if is_native else "OFF"
-    build_log = results / "build.log"
-    run_logged(build_log, "script/build", preset, f"-DVELMAR_NATIVE_TESTS={native}")
-    python = make_environment(preset, find_interpreters()[0][1])
-    find_site = "import sysconfig; print(sysconfig.get_path('platlib'))"
-    site = run(python, "-c", find_site, stdout=subprocess.PIPE).stdout.strip()
-    install_log = results / "install.log"
-    run_logged(install_log, "cmake", "--install", f"build/{preset}", "--prefix", site)
-    for package in ("velmar", "vlexceptions"):
-        shutil.copytree(ROOT / "python" / package, Path(site) / package, dirs_exist_ok=True)
-    return python
+    # The longest suites come first, so that no processor waits at the end.
+    jobs = [
+        (test_on, *pair)
+        for pair in sorted(interpreters, key=lambda pair: profiles[pair[0]] != "ci")
+    ]
+    if not files:
+        jobs.append((run_pytest, results, "wheel", sys.executable, "tests/wheel", "--wheel", wheel))
+    if is_all:
+        python = ENVIRONMENTS / f"python-{lowest_version}/bin/python"
+        client = ROOT / "build/native_client/test"
+        jobs.append((test_neighbours,))
+        jobs.append((run_native_suites, results, ROOT / "build/release", lowest))
+        jobs.append((test_example, results, "example", client, python))
+    with ThreadPoolExecutor(os.cpu_count()) as pool:
+        for job in [pool.submit(*job) for job in jobs]:
+            job.result()
 
 
 def test_preset(results, files, preset, profile, flags="", settings=None):
-    """A build for tests. `flags` are for the compiler of the client of examples."""
+    """A build for tests, on the lowest CPython. `flags` are for the client of examples."""
     settings = settings or {}
-    python = install_preset(results, preset, is_native=not files)
+    build = ROOT / "build" / preset
+    wheel = build_wheel(results, build, preset, native=not files)
+    python = make_environment(preset, find_interpreters()[0][1], wheel)
 
     def test_others():
-        run_native_suites(results, ROOT / "build" / preset, python, settings)
+        run_native_suites(results, build, python, settings)
         client = ROOT / "build/native_client" / preset
         test_example(results, "example", client, python, flags, settings)
 
@@ -165,19 +133,20 @@ def report_coverage(results, files):
 
 def main():
     parser = argparse.ArgumentParser()
+    parser.set_defaults(mode="test")
     modes = parser.add_mutually_exclusive_group()
     for mode in ("all", "sanitize", "coverage"):
         modes.add_argument(f"--{mode}", dest="mode", action="store_const", const=mode)
     parser.add_argument("files", nargs="*")
     arguments = parser.parse_args()
     mode, files = arguments.mode, arguments.files
-    results = fresh_results(mode if mode in ("sanitize", "coverage") else "test")
+    results = fresh_results("test" if mode == "all" else mode)
     if mode == "sanitize":
         test_sanitized(results, files)
     elif mode == "coverage":
         test_covered(results, files)
     else:
-        WheelRun(results, files, mode == "all").test()
+        test_release(results, files, mode == "all")
     is_good = report([results], with_logs=True)
     if mode == "coverage":
         is_good = report_coverage(results, files) and is_good

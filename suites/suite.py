@@ -10,42 +10,14 @@ from pathlib import Path
 ROOT = Path(__file__).resolve().parents[1]
 ENVIRONMENTS = ROOT / "build/environments"
 LONGEST = 1200  # seconds
-ONLY_MODULE = ("-C", "build.targets=velmarmultidimarrayforpython")  # not the native tests
 
 
 def say(text):
-    print(f"== {text}", flush=True)
+    print(f"== {text}", file=sys.stderr, flush=True)
 
 
 def run(*command, **options):
     return subprocess.run([str(part) for part in command], check=True, text=True, **options)
-
-
-def run_logged(log, *command, **options):
-    """Shows the output only if the command fails, and then ends this program."""
-    try:
-        with log.open("w") as file:
-            run(*command, stdout=file, stderr=subprocess.STDOUT, cwd=ROOT, **options)
-    except subprocess.CalledProcessError:
-        print(log.read_text(errors="replace"))
-        sys.exit("the build failed")
-
-
-def build_wheel(folder, definitions, settings, targets=()):
-    """Builds the wheel in a folder of its own, with these variables of CMake. Returns the wheel."""
-    wheels = folder / "wheel"
-    shutil.rmtree(wheels, ignore_errors=True)
-    folder.mkdir(parents=True, exist_ok=True)
-    run_logged(
-        folder / "wheel.log",
-        *(sys.executable, "-m", "pip", "wheel", ".", "-v", "--no-deps", "--no-build-isolation"),
-        *("--no-index", "-w", wheels, "-C", f"build-dir={folder / 'build'}"),
-        *("-C", "cmake.args=--preset=release"),
-        *(f"-Ccmake.define.{name}={value}" for name, value in definitions.items()),
-        *targets,
-        env=os.environ | settings,
-    )
-    return next(wheels.glob("*.whl"))
 
 
 def fresh_results(name):
@@ -79,11 +51,15 @@ def run_suite(results, name, command, settings=None, longest=LONGEST):
     say(f"{name}, {time.monotonic() - start:.0f} s: {last}")
 
 
-def run_pytest(results, name, python, *options, settings=None, longest=LONGEST):
-    """Runs a suite of Python tests."""
+def pytest_command(results, name, python, *options):
     report = ("--junit-xml", results / f"{name}.xml")
     cache = ("-o", f"cache_dir={ENVIRONMENTS / name}.cache")
-    command = [python, "-P", "-m", "pytest", "-q", "-rs", *report, *cache, *options]
+    return [python, "-P", "-m", "pytest", "-q", "-rs", *report, *cache, *options]
+
+
+def run_pytest(results, name, python, *options, settings=None, longest=LONGEST):
+    """Runs a suite of Python tests."""
+    command = pytest_command(results, name, python, *options)
     run_suite(results, name, command, settings, longest)
 
 
@@ -102,30 +78,24 @@ def run_python_suites(results, python, options, settings, longest=LONGEST):
 
 def without_passed_tests(lines):
     """The log of GoogleTest without the tests that passed silently, but with an unfinished one."""
-    kept, started = [], None
+    kept, started = [], []
     for line in lines:
         if line.startswith("[ RUN"):
-            started = line
+            started = [line]
         elif line.startswith("[       OK"):
-            started = None
+            started = []
         elif not line.startswith("[-----"):
-            if started is not None:
-                kept.append(started)
-                started = None
-            kept.append(line)
-    return kept if started is None else [*kept, started]
+            kept += [*started, line]
+            started = []
+    return kept + started
 
 
 def run_native_suites(results, build, python, settings=None, longest=LONGEST, prefix=""):
     """Runs the native tests of a build, and those of its client, in an interpreter."""
     for module in ("native", "client"):
         name = prefix + module
-        command = [
-            python,
-            "-P",
-            "tests/native/run.py",
-            build / f"lib/velmar_{module}_tests.abi3.so",
-        ]
+        library = build / f"lib/velmar_{module}_tests.abi3.so"
+        command = [python, "-P", "tests/native/run.py", library]
         command.append(f"--gtest_output=xml:{results / name}.xml")
         run_suite(results, name, command, settings, longest)
         log = results / f"{name}.log"
@@ -140,14 +110,15 @@ def install(environment, *options, **settings):
     run(*pip, "--find-links", ".cache/wheelhouse", *options, cwd=ROOT, **settings)
 
 
-def make_environment(name, interpreter):
-    """A fresh virtual environment with the test tools. Returns its interpreter."""
+def make_environment(name, interpreter, wheel):
+    """A fresh virtual environment with the test tools and the wheel. Returns its interpreter."""
     run(interpreter, "-m", "venv", "--clear", "--without-pip", ENVIRONMENTS / name)
     install(name, "-r", "script/requirements-tests.txt")
     try:
         install(name, "-r", "script/requirements-neighbours.txt", stderr=subprocess.DEVNULL)
     except subprocess.CalledProcessError:
         say(f"{name} has no NumPy: tests that need it are skipped")
+    install(name, "--no-deps", wheel)
     return ENVIRONMENTS / name / "bin/python"
 
 
@@ -160,23 +131,12 @@ def find_interpreters():
 def test_example(results, name, folder, python, flags="", settings=None):
     """Builds the client of examples as a project of its own, and runs its tests as one suite."""
     shutil.rmtree(folder, ignore_errors=True)
-    settings = settings or {}
-    with (results / f"{name}.log").open("w") as log:
-        options = {"cwd": ROOT, "env": os.environ | settings, "stderr": log}
-        try:
-            find_kit = [python, "-P", "-m", "velmar", "--cmake-dir"]
-            kit = run(*find_kit, stdout=subprocess.PIPE, **options)
-            options["stdout"] = log
-            run(
-                *("cmake", "-G", "Ninja", "-S", "examples/native_client", "-B", folder),
-                f"-DCMAKE_CXX_FLAGS=-Werror {flags}",
-                f"-DPython_EXECUTABLE={python}",
-                f"-Dvelmarmultidimarrayforpython_DIR={kit.stdout.strip()}",
-                **options,
-            )
-            run("cmake", "--build", folder, **options)
-        except subprocess.CalledProcessError as error:
-            (results / f"{name}.status").write_text(f"{error.returncode}\n")
-            return
-    settings = settings | {"PYTHONPATH": str(folder)}
-    run_pytest(results, name, python, "examples/native_client", settings=settings)
+    client = ROOT / "examples/native_client"
+    settings = (settings or {}) | {"PYTHONPATH": str(folder)}
+    find_kit = [python, "-P", "-m", "velmar", "--cmake-dir"]
+    kit = run(*find_kit, stdout=subprocess.PIPE, env=os.environ | settings).stdout.strip()
+    command = ["ctest", "--build-and-test", client, folder, "--build-generator", "Ninja"]
+    command += ["--build-noclean", "--build-options", f"-DCMAKE_CXX_FLAGS=-Werror {flags}"]
+    command += [f"-DPython_EXECUTABLE={python}", f"-Dvelmarmultidimarrayforpython_DIR={kit}"]
+    command += ["--test-command", *pytest_command(results, name, python, client)]
+    run_suite(results, name, command, settings)

@@ -87,11 +87,15 @@ def test_what_is_made_again(tmp_path, monkeypatch):
     monkeypatch.setattr(machine, "ROOT", tmp_path)
     of_machine = machine.Machine("s390x")
     root = of_machine.folder / "root"
-    assert not of_machine.is_made("root", "inputs")
     root.mkdir(parents=True)
-    assert not of_machine.is_made("root", "inputs")
-    of_machine.mark_made("root", "inputs")
-    assert of_machine.is_made("root", "inputs")
-    assert not of_machine.is_made("root", "other inputs")
+    made = []
+
+    def make(inputs):
+        of_machine.make_once("root", inputs, lambda: made.append(inputs))
+
+    for inputs in ("first", "first", "second", "second", "first"):
+        make(inputs)
+    assert made == ["first", "second", "first"]
     root.rmdir()
-    assert not of_machine.is_made("root", "inputs")
+    make("first")
+    assert made == ["first", "second", "first", "first"]

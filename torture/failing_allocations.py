@@ -146,18 +146,16 @@ class Trial:
         if outcome is None:
             return f"{where}: unexpected: {error or 'result'}"
         self.outcomes[outcome if self.count >= k else "no such allocation"] += 1
-        is_done = state(made) == (self.before if error else self.after)
-        if not is_done and state(made) != self.refused_state(error):
-            return f"{where}: {outcome}: the array is now {str(state(made))[:200]}"
-        is_second = is_done and error is None
-        wanted = (self.once_more, self.after_that) if is_second else (self.usual, self.after)
+        now = state(made)
+        is_done = error is None and now == self.after
+        # A call that has to fail can also fail for lack of memory, before it changes anything.
+        may_be_unchanged = error is not None or isinstance(self.usual, str)
+        if not is_done and not (may_be_unchanged and now == self.before):
+            return f"{where}: {outcome}: the array is now {str(now)[:200]}"
+        wanted = (self.once_more, self.after_that) if is_done else (self.usual, self.after)
         if (seen(self.operation.of(made)), state(made)) != wanted:
             return f"{where}: {outcome}: the operation does not give its usual result again"
         return None
-
-    def refused_state(self, error: str | None) -> Any:
-        """A call that has to fail can also fail for lack of memory, before it changes anything."""
-        return self.before if error is None and isinstance(self.usual, str) else None
 
     def judge_result(self, result: Any) -> str | None:
         if result == self.usual:

@@ -88,9 +88,8 @@ def chosen(seed: int) -> list[Operation]:
     # A few operations that keep a record are enough; most of the time is for the others.
     records = [one for one in todo if one.kept == RECORD]
     few = len(records) // 4
-    dictionaries = [one for one in todo if one.kept == DICTIONARY]
-    others = [one for one in todo if not one.kept]
-    return [*records[:few], *dictionaries, *others, *records[few:]]
+    others = sorted((one for one in todo if one.kept != RECORD), key=lambda one: not one.kept)
+    return [*records[:few], *others, *records[few:]]
 
 
 class Leaks:
