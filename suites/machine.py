@@ -1,8 +1,11 @@
 """Prepares this computer to build for another machine and to run its programs in an emulator.
 
 Debian's cross compilers build, qemu-user runs the programs. All files are in build/machines/NAME.
+script/package runs this with the name of a machine. It makes the wheel, and the environment `clean`
+with nothing installed.
 """
 
+import argparse
 import os
 import shutil
 import subprocess
@@ -167,3 +170,12 @@ class Machine:
         settings = {"_PYTHON_HOST_PLATFORM": f"linux-{self.name}"}
         options = {"native": native, "definitions": definitions, "settings": settings}
         return build_wheel(self.folder, self.folder / "build", **options)
+
+
+if __name__ == "__main__":
+    parser = argparse.ArgumentParser(usage="script/package --on MACHINE")
+    parser.add_argument("machine", choices=DEBIAN_NAMES)
+    machine = Machine(parser.parse_args().machine)
+    machine.prepare()
+    machine.build_wheel(native=False)
+    machine.make_environment("clean")

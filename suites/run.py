@@ -4,10 +4,12 @@ import argparse
 import os
 import subprocess
 import sys
+import time
 from concurrent.futures import ThreadPoolExecutor
 
 import sanitizers
 from count import report
+from machine import DEBIAN_NAMES, Machine
 from suite import (
     ENVIRONMENTS,
     ROOT,
@@ -15,6 +17,7 @@ from suite import (
     fresh_results,
     install,
     make_environment,
+    run,
     run_native_suites,
     run_pytest,
     run_python_suites,
@@ -34,6 +37,14 @@ BESIDE_NEIGHBOURS = (
 # The least shares of lines and branches. The Python tests alone reach less, because some code is
 # for native clients only.
 LEAST, LEAST_BY_SOME_FILES = ("98", "95"), ("85", "80")
+# Compiler flags of the builds with clang++.
+CLANG_FLAGS = {"clang": "", "libcxx": "-stdlib=libc++"}
+CLANG_WHEEL_TESTS = {
+    "client_kit": ["tests/wheel/test_client_kit.py", "tests/wheel/test_native_clients_page.py"],
+    "recipes": ["tests/wheel/test_recipes.py"],
+}
+# Seconds of a suite and of a test in an emulator, which is slow.
+LONGEST_EMULATED, LONGEST_TEST_EMULATED = 3600, 1200
 
 
 def profile_of(version, versions, is_all):
@@ -131,20 +142,68 @@ def report_coverage(results, files):
     return done.returncode == 0
 
 
+def test_clang(results, name, flags, is_native):
+    folder = ROOT / "build/compilers" / name
+    settings = {"CXX": "clang++", "CXXFLAGS": flags}
+    definitions = {"CMAKE_CXX_COMPILER": "clang++", "CMAKE_CXX_FLAGS": flags}
+    options = {"native": is_native, "definitions": definitions, "settings": settings}
+    wheel = build_wheel(folder, folder / "build", **options)
+    say(f"{name}: built without a warning")
+    python = make_environment(f"compilers-{name}", find_interpreters()[0][1], wheel)
+
+    for suite, tests in CLANG_WHEEL_TESTS.items():
+        if not (flags and suite == "recipes"):  # the recipes have flags of their own
+            options = [*tests, "--wheel", wheel]
+            run_pytest(results, f"{name}_{suite}", sys.executable, *options, settings=settings)
+    test_example(results, f"{name}_example", folder / "example", python, flags, settings)
+    options = ["-n", os.cpu_count(), "--dist", "worksteal"]
+    brief = settings | {"HYPOTHESIS_PROFILE": "brief"}
+    run_pytest(results, f"{name}_python", python, *options, settings=brief)
+    if is_native:
+        run_native_suites(results, folder / "build", python, prefix=f"{name}_")
+
+
+def test_on_machine(results, files, machine):
+    """The wheel for another machine, in an emulator."""
+    machine.prepare()
+    start = time.monotonic()
+    python = machine.make_test_environment()
+    wheel = machine.build_wheel(native=not files)
+    machine.install("environment", "--no-index", "--no-deps", "--upgrade", wheel)
+    run(python, "-P", "-m", "platform")
+    limit = f"faulthandler_timeout={LONGEST_TEST_EMULATED}"
+    options = ["--program-steps=10000", "-o", limit, *files]
+    brief = {"HYPOTHESIS_PROFILE": "brief"}
+    run_python_suites(results, python, options, brief, LONGEST_EMULATED)
+    if not files:
+        run_native_suites(results, machine.folder / "build", python, longest=LONGEST_EMULATED)
+    times = os.times()
+    user, system = times.user + times.children_user, times.system + times.children_system
+    seconds = time.monotonic() - start
+    say(f"{seconds:.0f} s; processor time: {user:.0f} s user, {system:.0f} s system")
+
+
 def main():
     parser = argparse.ArgumentParser()
     parser.set_defaults(mode="test")
     modes = parser.add_mutually_exclusive_group()
-    for mode in ("all", "sanitize", "coverage"):
+    for mode in ("all", "sanitize", "coverage", "compilers"):
         modes.add_argument(f"--{mode}", dest="mode", action="store_const", const=mode)
+    modes.add_argument("--on", choices=DEBIAN_NAMES)
+    parser.add_argument("--native", action="store_true", help="with --compilers: native tests, too")
     parser.add_argument("files", nargs="*")
     arguments = parser.parse_args()
     mode, files = arguments.mode, arguments.files
-    results = fresh_results("test" if mode == "all" else mode)
-    if mode == "sanitize":
+    results = fresh_results(arguments.on or ("test" if mode == "all" else mode))
+    if arguments.on:
+        test_on_machine(results, files, Machine(arguments.on))
+    elif mode == "sanitize":
         test_sanitized(results, files)
     elif mode == "coverage":
         test_covered(results, files)
+    elif mode == "compilers":
+        for name, flags in CLANG_FLAGS.items():
+            test_clang(results, name, flags, arguments.native)
     else:
         test_release(results, files, mode == "all")
     is_good = report([results], with_logs=True)
