@@ -27,7 +27,6 @@ KEYWORDS = {"numpy": (NUMPY, NUMPY_F), "numpy_F": (NUMPY_F,), "rows": (ARRAY, LI
 MOST_ELEMENTS = 10**7
 ROWS_BESIDE = 10
 
-
 # What the size of an operation counts. A whole array has as many columns as rows, or three, ten or
 # thirty times as many. For an operation on a row the array has ten rows.
 WHOLE, ROW = "elements of the array", "elements of the row"
@@ -40,9 +39,6 @@ SHOWN |= {"low": "low", "high": "high"}
 class Shape(NamedTuple):
     rows: int
     columns: int
-
-    def __str__(self):
-        return f"{self.rows}x{self.columns}"
 
     def words(self):
         low = self.rows // 4

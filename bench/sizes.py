@@ -32,7 +32,7 @@ def measured(arguments, least_seconds):
     all_columns = sum(len(columns) for *_, columns in chosen)
     steps = (1,) if arguments.quick else (1, 3)
     for group, title, operation, columns in chosen:
-        print(f"\n{title}: {operation.shown(OURS)}\n{line_of('size', columns)}")
+        print(f"\n{title}: {operation.shown(OURS)}\n{line_of('size', columns)}", flush=True)
         seconds = arguments.minutes * 60 / all_columns
         sizes = sizes_up_to(arguments.most, operation.size_counts, steps)
         found = run_fresh(BENCH / "sweep.py", title, seconds, least_seconds, *sizes)
@@ -52,7 +52,7 @@ def measured(arguments, least_seconds):
 def main():
     parser = console.parser("script/bench --sizes", __doc__)
     add = parser.add_argument
-    add("--most", type=int, default=MOST_ELEMENTS, help="largest number of elements of an array")
+    add("--most", type=int, default=MOST_ELEMENTS, help="most elements of an array, at least 10")
     add("--minutes", type=float, default=60, help="most time of all samples, approximately")
     add("--plots", metavar="FOLDER", help="draw a picture of each operation into this folder")
     arguments = parser.parse_args()
