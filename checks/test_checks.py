@@ -1,4 +1,4 @@
-"""Tests of what the checks report about sources, names, branches and results of tests."""
+"""Tests of what the checks report about sources, symbols and coverage."""
 
 from pathlib import Path
 
@@ -6,8 +6,6 @@ import pytest
 import sources
 import symbols
 from coverage_report import Line, made_by_conditions, uncovered
-from names import is_special_member, source_name
-from symbols import order_findings, read_symbols, unused_findings
 
 HIGH, LOW = 'includes "indexing/high.hpp"', 'includes "indexing/low.hpp"'
 
@@ -64,8 +62,8 @@ def test_sources(text, finding, tmp_path, monkeypatch):
 
 @pytest.mark.parametrize("readable, name, is_special", NAMES)
 def test_names(readable, name, is_special):
-    assert source_name(readable) == name
-    assert is_special_member(readable) == is_special
+    assert symbols.source_name(readable) == name
+    assert symbols.is_special_member(readable) == is_special
 
 
 @pytest.mark.parametrize("path, room", ROOMS)
@@ -107,13 +105,13 @@ def symbols_of(rows):
 @pytest.mark.parametrize("high, low, finding", ORDERS)
 def test_order_of_rooms(high, low, finding):
     objects = {HIGH_ROOM: symbols_of(high), LOW_ROOM: symbols_of(low)}
-    assert list(order_findings(objects)) == ([finding] if finding else [])
+    assert list(symbols.order_findings(objects)) == ([finding] if finding else [])
 
 
 @pytest.mark.parametrize("functions, linked, kept, findings", UNUSED)
 def test_unused_functions(functions, linked, kept, findings):
     objects = {LOW_ROOM: symbols_of(functions)}
-    assert list(unused_findings(objects, set(linked), dict.fromkeys(kept, 7))) == findings
+    assert list(symbols.unused_findings(objects, set(linked), dict.fromkeys(kept, 7))) == findings
 
 
 # What nm prints behind the address, and the symbol of it.
@@ -129,7 +127,7 @@ LINES = [
 def test_symbols(line, expected, monkeypatch):
     monkeypatch.setattr(symbols, "ROOT", Path("/project"))
     monkeypatch.setattr(symbols, "run", lambda *_: f"{'':17}{line}\n")
-    assert read_symbols("a.o") == expected
+    assert symbols.read_symbols("a.o") == expected
 
 
 # Whether each branch of a line is an exceptional exit, and which of them are of conditions.

@@ -13,7 +13,7 @@ declaration or function that follows.
 
 import re
 
-from places import parse, word
+from places import captures
 
 PHRASE = re.compile("no test detects a change", re.IGNORECASE)
 MARK = re.compile(r"(?<=\w, so )no test detects a change(?: of ((?:[^`.]|`[^`]*`)+))?\.")
@@ -21,38 +21,33 @@ WHAT = re.compile(r"(the condition|`[^`]+`)(?: to `([^`]+)`)?")
 EVERYTHING = ("", "")
 
 
-def comment_blocks(node):
+def comment_blocks(text):
     """Lists of comments that continue each other: in lines that follow, from the same column."""
-    block, next_line = [], None
-    for child in node.children:
-        if child.type == "comment":
-            if block and child.start_point != next_line:
-                yield block
-                block = []
-            block.append(child)
-            next_line = (child.start_point.row + 1, child.start_point.column)
-            continue
-        if block:
-            yield block
-            block = []
-        yield from comment_blocks(child)
-    if block:
-        yield block
+    blocks = []
+    for comment in sorted(captures(text)["comment"], key=lambda node: node.byte_range):
+        row, column = comment.start_point
+        before = comment.prev_sibling
+        if before and before.type == "comment" and before.start_point == (row - 1, column):
+            blocks[-1].append(comment)
+        else:
+            blocks.append([comment])
+    return blocks
 
 
 def scope_of(block, text):
     """The positions that a mark in this block is for."""
-    line_start = text.rfind("\n", 0, block[0].start_byte) + 1
-    if text[line_start : block[0].start_byte].strip():
-        return range(line_start, block[0].start_byte)
+    start = block[0].start_byte
+    line_start = text.rfind("\n", 0, start) + 1
+    if text[line_start:start].strip():
+        return range(line_start, start)
     marked = block[-1].next_named_sibling
-    return range(marked.start_byte, marked.end_byte) if marked else range(0)
+    return range(*marked.byte_range) if marked else range(0)
 
 
 def read_marks(text):
     """Line number, scope and list of (what, new code) of each mark."""
-    for block in comment_blocks(parse(text)):
-        words = " ".join(word(comment).lstrip("/ ") for comment in block)
+    for block in comment_blocks(text):
+        words = " ".join(comment.text.decode().lstrip("/ ") for comment in block)
         for phrase in PHRASE.finditer(words):
             match = MARK.match(words, phrase.start())
             changes = []
@@ -61,15 +56,17 @@ def read_marks(text):
             yield block[0].start_point.row + 1, scope_of(block, text), changes
 
 
-def fits(what, new, change, text):
+def fits(what, new, change):
+    if not what:
+        return True
     if what == "the condition":
         values = ("true", "false")
-        is_condition = change.new in values and change.old(text) not in values
+        is_condition = change.new in values and change.old not in values
         return is_condition and new in ("", change.new)
     code = what.strip("`")
     for start in range(max(0, change.end - len(code)), change.start + 1):
         after = code[: change.start - start] + change.new + code[change.end - start :]
-        if text.startswith(code, start) and new in ("", after):
+        if change.text.startswith(code, start) and new in ("", after):
             return True
     return False
 
@@ -81,11 +78,7 @@ def find_exempt(file, text, changes):
         if not wanted:
             messages.append(f"{file}:{line}: mutation/marks.py has the form of this comment")
         for what, new in wanted:
-            found = {
-                change
-                for change in changes
-                if change.start in scope and (not what or fits(what, new, change, text))
-            }
+            found = {c for c in changes if c.start in scope and fits(what, new, c)}
             exempt |= found
             if not found:
                 shown = f" of {what}" + (f" to `{new}`" if new else "") if what else ""

@@ -5,7 +5,6 @@ import collections
 import hashlib
 import itertools
 import json
-import os
 import queue
 import random
 import shutil
@@ -14,38 +13,28 @@ import time
 from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
-from known_faults import plant_known_faults
 from marks import find_exempt
-from places import places
+from places import Change, places
 from trial import NATIVE, Verdict, Workshop
 
 ROOT = Path(__file__).resolve().parents[1]
 FOLDER = ROOT / "build/mutate"
 ENOUGH = 95.0  # percent
 
-
-class Kills:
-    """Earlier kills, kept in a file. They are valid as long as the sources are the same."""
-
-    def __init__(self, file, sources, is_used):
-        self.file = file
-        digest = hashlib.sha256(repr(sorted(sources.texts.items())).encode()).hexdigest()
-        before = json.loads(file.read_text()) if is_used and file.exists() else {}
-        is_valid = before.get("sources") == digest
-        self.kept = before if is_valid else {"sources": digest, "kills": {}}
-
-    @staticmethod
-    def name(change):
-        return f"{change.file}:{change.start}:{change.end}:{change.new}"
-
-    def find(self, change):
-        found = self.kept["kills"].get(self.name(change))
-        return Verdict(**found) if found else None
-
-    def add(self, change, verdict):
-        if verdict.outcome != "survived":
-            self.kept["kills"][self.name(change)] = vars(verdict)
-            self.file.write_text(json.dumps(self.kept))
+# Faults for --self-test: file, text that occurs there once, its replacement, expected outcome.
+# Every test that takes the length of an array runs this code. One replacement changes nothing.
+LENGTH = "src/indexing/view_composition.cpp"
+SUPPORT = "src/module/support.hpp"
+ACTIVE = "const std::size_t active = view.chain().integers().size();"
+KNOWN = [
+    (LENGTH, "return storage->shape()[active];", "return storage->shape()[active] + 1;", "killed"),
+    (LENGTH, ACTIVE, "__builtin_trap(); " + ACTIVE, "killed by crash"),
+    (LENGTH, ACTIVE, "while (true) {} " + ACTIVE, "killed by hang"),
+    (LENGTH, ACTIVE, "auto active = ;", "uncompiled"),
+    (LENGTH, ACTIVE, ACTIVE.replace("active = ", "active = 0 + "), "survived"),
+    (SUPPORT, "slice step cannot be zero.", "slice step can be zero.", "killed"),
+]
+LONGEST_TEST = 20  # seconds; a longer one counts as a hang here
 
 
 class Sources:
@@ -53,47 +42,41 @@ class Sources:
 
     def __init__(self, tree, names=()):
         folders = (tree / "src", tree / "velmardata")
-        files = sorted(path for folder in folders for path in folder.rglob("*.[ch]pp"))
-        files = [str(path.relative_to(tree)) for path in files]
-        unknown = sorted(set(names) - set(files))
-        if unknown:
-            sys.exit(f"no C++ source below src or velmardata: {', '.join(unknown)}")
-        self.texts = {file: (tree / file).read_text() for file in names or files}
-        self.places, self.exempt, self.stale_marks = [], set(), []
-        for file, text in self.texts.items():
-            found = places(file, text)
+        paths = sorted(path for folder in folders for path in folder.rglob("*.[ch]pp"))
+        self.texts = {str(path.relative_to(tree)): path.read_text() for path in paths}
+        if unknown := set(names) - set(self.texts):
+            sys.exit(f"no C++ source below src or velmardata: {', '.join(sorted(unknown))}")
+        self.places, self.exempt, self.marks_are_current = [], set(), True
+        for file in names or self.texts:
+            found = places(file, self.texts[file])
             changes = [change for place in found for change in place]
-            exempt, messages = find_exempt(file, text, changes)
+            exempt, messages = find_exempt(file, self.texts[file], changes)
             self.places += found
             self.exempt |= exempt
-            self.stale_marks += messages
-
-    def describe(self, change):
-        number, before, after = change.lines(self.texts[change.file])
-        before = "\n".join(f"    - {line.strip()}" for line in before.splitlines())
-        after = "\n".join(f"    + {line.strip()}" for line in after.splitlines())
-        return f"{change.file}:{number}\n{before}\n{after}"
-
-    def marks_are_current(self):
-        for message in self.stale_marks:
-            print(message, file=sys.stderr)
-        return not self.stale_marks
+            for message in messages:
+                self.marks_are_current = False
+                print(message, file=sys.stderr)
 
 
 class Run:
     """Tests changes in free workshops until enough mutants have been counted."""
 
-    def __init__(self, sources, workshops, kills, arguments):
+    def __init__(self, sources, workshops, arguments, folder=FOLDER):
         self.sources = sources
-        self.kills = kills
         self.wanted = arguments.count
-        self.deadline = time.monotonic() + 60 * arguments.minutes
+        self.start = time.monotonic()
+        self.deadline = self.start + 60 * arguments.minutes
         self.generator = random.Random(arguments.seed)
         self.marked = 0
         self.results = []
         self.free = queue.SimpleQueue()
         for workshop in workshops:
             self.free.put(workshop)
+        # Earlier verdicts. They are valid as long as the sources are the same.
+        digest = hashlib.sha256(repr(sources.texts).encode()).hexdigest()
+        self.kills_file = folder / f"kills-{digest}.json"
+        is_kept = arguments.again and self.kills_file.exists()
+        self.kills = json.loads(self.kills_file.read_text()) if is_kept else {}
 
     def drawn(self):
         """All places have the same probability, and so have all changes at a place."""
@@ -114,34 +97,41 @@ class Run:
         workshop = self.free.get()
         try:
             if time.monotonic() < self.deadline:
-                return self.kills.find(change) or workshop.judge(change)
+                known = self.kills.get(str(change))
+                return Verdict(**known) if known else workshop.judge(change)
         finally:
             self.free.put(workshop)
 
-    def test(self, pool):
+    def test(self):
         draw = self.drawn()
-        # Another change replaces each one that does not compile.
-        while changes := list(itertools.islice(draw, self.wanted - self.counted())):
-            for change, verdict in zip(changes, pool.map(self.judge, changes), strict=True):
-                if verdict is None:
-                    return
-                self.results.append((change, verdict))
-                self.kills.add(change, verdict)
-                by = f" by {verdict.by}: {verdict.where}" if verdict.by else ""
-                print(f"{verdict.outcome}{by} ({verdict.seconds:.0f} s)", flush=True)
-                print(self.sources.describe(change), flush=True)
+        with ThreadPoolExecutor(self.free.qsize()) as pool:
+            # Another change replaces each one that does not compile.
+            while changes := list(itertools.islice(draw, self.wanted - self.counted())):
+                for change, verdict in zip(changes, pool.map(self.judge, changes), strict=True):
+                    if verdict is None:
+                        return
+                    self.add(change, verdict)
 
-    def report(self, seconds):
+    def add(self, change, verdict):
+        self.results.append((change, verdict))
+        if verdict.outcome != "survived":
+            self.kills[str(change)] = vars(verdict)
+            self.kills_file.write_text(json.dumps(self.kills))
+        print(f"{verdict} ({verdict.seconds:.0f} s)")
+        print(change.describe(), flush=True)
+
+    def report(self):
         """Prints the figures. True if the share of killed mutants is high enough."""
         outcomes = collections.Counter(verdict.outcome for _, verdict in self.results)
         killers = collections.Counter(v.by for _, v in self.results if v.outcome == "killed")
         counted = self.counted()
-        survivors = [c for c, verdict in self.results if verdict.outcome == "survived"]
-        print("\n== survived" + ("" if survivors else ": none"))
-        for change in survivors:
-            print(self.sources.describe(change))
+        print("\n== survived" + ("" if outcomes["survived"] else ": none"))
+        for change, verdict in self.results:
+            if verdict.outcome == "survived":
+                print(change.describe())
         percent = 100 * outcomes["killed"] / counted if counted else 0.0
         tried = max(1, len(self.results))
+        elapsed = time.monotonic() - self.start
         spent = sum(verdict.seconds for _, verdict in self.results)
         rows = [
             ("places that can be changed", len(self.sources.places)),
@@ -151,7 +141,7 @@ class Run:
             ("did not compile, not counted", outcomes["uncompiled"]),
             ("drawn, but marked as equivalent", self.marked),
             ("seconds a change, of one job", f"{spent / tried:.1f}"),
-            ("seconds a change, of all jobs", f"{seconds / tried:.1f}"),
+            ("seconds a change, of all jobs", f"{elapsed / tried:.1f}"),
             ("killed, percent", f"{percent:.1f}"),
         ]
         print("\n== mutants")
@@ -160,48 +150,55 @@ class Run:
         return counted > 0 and percent >= ENOUGH
 
 
-def prepared(jobs=1, trust=False, native=NATIVE):
+def prepared(arguments):
     """Builds the workshops of all jobs, and measures the suites in the first one."""
-    results = sorted((ROOT / "build/results/test").glob("python-*.xml")) if trust else []
-    first, *others = [
-        Workshop(FOLDER / f"job-{number}", sys.executable, native) for number in range(jobs)
-    ]
+    results = (ROOT / "build/results/test").glob("python-*.xml") if arguments.trust else []
+    native = () if arguments.python_only else NATIVE
+    workshops = [Workshop(FOLDER / f"job-{job}", native) for job in range(arguments.jobs)]
+    first = workshops[0]
     start = time.monotonic()
-    first.prepare(ROOT)
-    for workshop in others:
-        workshop.prepare(first.tree)
+    for workshop in workshops:
+        workshop.prepare(ROOT if workshop is first else first.tree)
     built = time.monotonic()
-    first.measure(*results[:1])
-    for workshop in others:
+    first.measure(min(results, default=None))
+    for workshop in workshops:
         workshop.times = first.times
     tested = time.monotonic()
     print(f"built unchanged in {built - start:.0f} s, tested in {tested - built:.0f} s", flush=True)
-    return [first, *others]
+    return workshops
 
 
 def mutate(arguments):
-    native = () if arguments.python_only else NATIVE
-    workshops = prepared(arguments.jobs, arguments.trust, native)
+    workshops = prepared(arguments)
     sources = Sources(workshops[0].tree, arguments.files)
-    is_current = sources.marks_are_current()
-    kills = Kills(FOLDER / "kills.json", Sources(workshops[0].tree), arguments.again)
-    run = Run(sources, workshops, kills, arguments)
-    start = time.monotonic()
-    with ThreadPoolExecutor(len(workshops)) as pool:
-        run.test(pool)
-    return run.report(time.monotonic() - start) and is_current
+    run = Run(sources, workshops, arguments)
+    run.test()
+    return run.report() and sources.marks_are_current
 
 
-def list_changes(files):
-    sources = Sources(ROOT, files)
-    for place in sources.places:
-        for change in place:
-            print(sources.describe(change))
+def plant_known_faults(workshop):
+    workshop.times["test"] = min(LONGEST_TEST, workshop.times["test"])
+    good = True
+    for file, old, new, expected in KNOWN:
+        text = (workshop.tree / file).read_text()
+        before, _ = text.split(old)
+        start = len(before)
+        verdict = workshop.judge(Change(file, text, start, start + len(old), new))
+        fits = str(verdict).startswith(expected)
+        good = good and fits
+        print(f"{'as expected' if fits else 'WRONG'}: {new}: {verdict}", flush=True)
+    return good
+
+
+def list_changes(arguments):
+    sources = Sources(ROOT, arguments.files)
+    for change in itertools.chain(*sources.places):
+        print(change.describe())
     print(f"{len(sources.places)} places")
-    return sources.marks_are_current()
+    return sources.marks_are_current
 
 
-def parsed():
+def main():
     parser = argparse.ArgumentParser(prog="script/mutate")
     add = parser.add_argument
     add("--count", type=int, default=60, help="number of changes that compile")
@@ -215,18 +212,13 @@ def parsed():
     add("--self-test", action="store_true", help="plant faults with a known outcome")
     add("--clean", action="store_true", help="remove build/mutate first")
     add("files", nargs="*", metavar="FILE", help="change only these sources")
-    return parser.parse_args()
-
-
-def main():
-    os.chdir(ROOT)
-    arguments = parsed()
+    arguments = parser.parse_args()
     if arguments.clean:
         shutil.rmtree(FOLDER, ignore_errors=True)
     if arguments.list:
-        passed = list_changes(arguments.files)
+        passed = list_changes(arguments)
     elif arguments.self_test:
-        passed = plant_known_faults(prepared()[0])
+        passed = plant_known_faults(prepared(arguments)[0])
     else:
         passed = mutate(arguments)
     return 0 if passed else 1
