@@ -1,7 +1,14 @@
-"""The environment variables for a program that loads libraries with sanitizers, and its reports."""
+"""The environment variables for a program that loads libraries with sanitizers, and its reports.
+
+`python suites/sanitizers.py PROGRAM...` runs a Python program with the build in build/sanitize, and
+prints the reports.
+"""
 
 import os
 import subprocess
+import sys
+
+from suite import ROOT
 
 ERRORS = ("ERROR:", "runtime error:", "AddressSanitizer:DEADLYSIGNAL")
 
@@ -13,7 +20,10 @@ def _runtime(name):
 
 
 def settings(reports):
-    """Reports go to files named `reports` and the number of the process."""
+    """Reports go to files named `reports` and the number of the process. Old ones are removed."""
+    reports.parent.mkdir(parents=True, exist_ok=True)
+    for file in reports.parent.glob(f"{reports.name}.*"):
+        file.unlink()
     options = f"halt_on_error=1:print_stacktrace=1:log_path={reports}"
     # The runtimes have to be loaded before the interpreter allocates or throws.
     runtimes = [_runtime(name) for name in ("libasan.so", "libubsan.so", "libstdc++.so.6")]
@@ -27,8 +37,22 @@ def settings(reports):
     }
 
 
+def settings_of_build(reports):
+    """The same, and where Python finds the libraries in build/sanitize."""
+    imported = f"{ROOT}/build/sanitize/lib{os.pathsep}{ROOT}/python"
+    return settings(reports) | {"PYTHONPATH": imported}
+
+
 def errors(reports):
     """The texts of the reports of errors. Other files have warnings about failed allocations."""
     files = sorted(reports.parent.glob(f"{reports.name}.*"))
     texts = [file.read_text(errors="replace") for file in files]
     return [text for text in texts if any(mark in text for mark in ERRORS)]
+
+
+if __name__ == "__main__":
+    reports = ROOT / "build/results/by_hand/report"
+    environment = os.environ | settings_of_build(reports)
+    status = subprocess.call([sys.executable, *sys.argv[1:]], env=environment)
+    print(*errors(reports), sep="\n", end="")
+    sys.exit(status)

@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import argparse
 import json
+import os
 import re
 import subprocess
 import sys
@@ -13,7 +14,9 @@ from pathlib import Path
 from typing import Any, NamedTuple
 
 import part
-import sanitized
+
+sys.path.append(str(part.ROOT / "suites"))
+import sanitizers  # noqa: E402
 
 LINES_SHOWN = 40
 MOST_CRASHES = 10
@@ -76,7 +79,8 @@ def run_task(task: Task, seed: int, seconds: float) -> Outcome:
     steps.write_text("")  # some programs have no trials
     command = [sys.executable, str(Path(__file__).with_name(f"{program}.py")), *options]
     command += [f"--log={steps}", f"--seed={seed + task.seed}"]
-    environment = sanitized.environment(name) if task.is_sanitized else None
+    reports = part.WORKING_FOLDER / "reports" / name
+    settings = sanitizers.settings_of_build(reports) if task.is_sanitized else {}
     lines: list[str] = []
     crashes, divergences, first = 0, 0, 0
     while crashes < MOST_CRASHES:
@@ -85,7 +89,7 @@ def run_task(task: Task, seed: int, seconds: float) -> Outcome:
         with log.open("w") as file:
             done = subprocess.run(
                 [*command, *limits],
-                env=environment,
+                env=os.environ | settings,
                 stdout=subprocess.PIPE,
                 stderr=file,
                 text=True,
@@ -107,10 +111,10 @@ def run_task(task: Task, seed: int, seconds: float) -> Outcome:
         if not trial:
             break
         first = int(trial[0]) + 1
-    reports = sanitized.reports(name) if task.is_sanitized else []
-    counts = (crashes, len(reports), divergences)
+    found = sanitizers.errors(reports) if task.is_sanitized else []
+    counts = (crashes, len(found), divergences)
     print(f"== {task.title}: {'FOUND' if any(counts) else 'nothing found'}", flush=True)
-    text = "\n".join([*reports, *lines][:LINES_SHOWN])
+    text = "\n".join([*found, *lines][:LINES_SHOWN])
     return Outcome(task, round(time.monotonic() - start, 1), counts, figures, text)
 
 
