@@ -173,7 +173,7 @@ def main() -> None:
     rng = random.Random(arguments.seed)
     for i in range(FIRST_INPUTS):
         (folder / f"first-{i}").write_bytes(rng.randbytes(rng.randrange(40, LONGEST_INPUT)))
-    sys.path.append(str(part.WORKING_FOLDER / "packages"))
+    sys.path += map(str, part.ROOT.glob("build/environments/torture/lib/*/site-packages"))
     try:
         import atheris
         from atheris import core_with_libfuzzer
