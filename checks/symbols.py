@@ -29,7 +29,7 @@ KEPT_FUNCTIONS = "checks/kept_functions.txt"
 PUBLIC_HEADERS = "velmardata/include/"
 
 # An always-inlined function is never called and would look unused: replace that attribute by one
-# that changes nothing.
+# that changes nothing. With -g1, nm finds the files of functions.
 FLAGS = "-O0 -g1 -DNDEBUG -ffunction-sections -fdata-sections -Dalways_inline=unused"
 CONFIGURE = [
     *("cmake", "-G", "Ninja", "-S", str(ROOT), "-B", str(BUILD), "--log-level=ERROR"),
@@ -142,7 +142,7 @@ def unused_findings(objects, linked, kept):
         for letter, name, definition in symbols:
             # The compiler makes parts of a lambda by itself, and warns about an unused lambda. It
             # can leave out special members, and clients use the functions of public headers.
-            is_for_clients = definition.startswith(PUBLIC_HEADERS)
+            is_for_clients = PUBLIC_HEADERS in definition
             is_made = letter == "W" and (is_special_member(name) or is_for_clients)
             if letter in FUNCTIONS and definition and "{lambda" not in name and not is_made:
                 found.setdefault(source_name(name), source)
