@@ -75,8 +75,6 @@ def make_venv():
     say(f"making {VENV} with {sys.executable}")
     subprocess.run([sys.executable, "-m", "venv", "--clear", VENV], check=True)
     STAMPS.mkdir()
-    pins = requirements("build").read_text().splitlines()
-    pip("install", "-qq", "--no-compile", *(pin for pin in pins if pin.startswith("pip==")))
     # CPython 3.11 adds an old one.
     pip("uninstall", "-qq", "-y", "setuptools", stderr=subprocess.DEVNULL)
 
