@@ -24,7 +24,7 @@ from suite import (
     say,
     test_example,
 )
-from wheel import build_release, build_wheel
+from wheel import build_wheel
 
 # Files that also test arrays beside other libraries where these are installed.
 BESIDE_NEIGHBOURS = (
@@ -55,13 +55,11 @@ def profile_of(version, versions, is_all):
 
 def test_release(results, files, is_all):
     """The wheel on every CPython; with files, only these on the lowest CPython."""
-    wheel = build_release(native=is_all)
+    wheel = build_wheel(native=is_all)
     interpreters = find_interpreters()[: 1 if files else None]
     lowest_version, lowest = interpreters[0]
-    profiles = {
-        version: profile_of(version, [version for version, _ in interpreters], is_all)
-        for version, _ in interpreters
-    }
+    versions = [version for version, _ in interpreters]
+    profiles = {version: profile_of(version, versions, is_all) for version in versions}
 
     def test_on(version, interpreter):
         name = f"python-{version}"
@@ -77,10 +75,8 @@ def test_release(results, files, is_all):
         run_pytest(results, "beside_neighbours", python, *beside)
 
     # The longest suites come first, so that no processor waits at the end.
-    jobs = [
-        (test_on, *pair)
-        for pair in sorted(interpreters, key=lambda pair: profiles[pair[0]] != "ci")
-    ]
+    longest_first = sorted(interpreters, key=lambda pair: profiles[pair[0]] != "ci")
+    jobs = [(test_on, *pair) for pair in longest_first]
     if not files:
         jobs.append((run_pytest, results, "wheel", sys.executable, "tests/wheel", "--wheel", wheel))
     if is_all:

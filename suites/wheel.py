@@ -11,10 +11,16 @@ from suite import ROOT, say
 
 STEP = re.compile(r" *\[(\d+)/(\d+)\]")  # of ninja
 SECONDS_BETWEEN_STEPS = 5  # that are shown
-MODULE = "velmarmultidimarrayforpython"
 
 
-def build_wheel(folder, build, preset="release", native=False, definitions=None, settings=None):
+def build_wheel(
+    folder=ROOT / "build",
+    build=ROOT / "build/release",
+    preset="release",
+    native=False,
+    definitions=None,
+    settings=None,
+):
     """Builds the wheel, and the native tests as well if asked. Returns the wheel.
 
     `folder` is for the wheel and the messages, `build` for everything else. `definitions` are
@@ -27,7 +33,7 @@ def build_wheel(folder, build, preset="release", native=False, definitions=None,
     }
     options |= {f"cmake.define.{name}": value for name, value in (definitions or {}).items()}
     if not native:
-        options["build.targets"] = MODULE
+        options["build.targets"] = "velmarmultidimarrayforpython"
         # Configuring a folder without its native tests would delete those that are built.
         cache = build / "CMakeCache.txt"
         if not (cache.exists() and "VELMAR_NATIVE_TESTS:BOOL=ON" in cache.read_text()):
@@ -55,10 +61,5 @@ def build_wheel(folder, build, preset="release", native=False, definitions=None,
     return next(wheels.glob("*.whl"))
 
 
-def build_release(native):
-    """The wheel of this computer, in build/wheel."""
-    return build_wheel(ROOT / "build", ROOT / "build/release", native=native)
-
-
 if __name__ == "__main__":
-    print(build_release(native=sys.argv[1:] == ["--native-tests"]).relative_to(ROOT))
+    print(build_wheel(native=sys.argv[1:] == ["--native-tests"]).relative_to(ROOT))
