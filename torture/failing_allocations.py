@@ -74,8 +74,9 @@ def turn_slots(replacements: Any) -> int:
 def library() -> Any:
     source = Path(__file__).with_suffix(".cpp")
     built = part.WORKING_FOLDER / "libfailing_allocations.so"
-    flags = ["-std=c++20", "-O1", "-shared", "-fPIC", "-Wall", "-Wextra"]
-    subprocess.run(["g++", *flags, str(source), "-o", str(built)], check=True)
+    if not built.exists() or built.stat().st_mtime < source.stat().st_mtime:
+        flags = ["-std=c++20", "-O1", "-shared", "-fPIC", "-Wall", "-Wextra"]
+        subprocess.run(["g++", *flags, str(source), "-o", str(built)], check=True)
     loaded = ctypes.CDLL(str(built))
     loaded.turn.argtypes = (ctypes.c_void_p, ctypes.c_void_p)
     loaded.arm.argtypes = (ctypes.c_long,)
