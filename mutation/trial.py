@@ -193,9 +193,9 @@ class Workshop:
         text = self.log.read_text(errors="replace")
         if suite == "python" and status in (4, 5):
             sys.exit(f"wrong arguments for pytest; see {self.log}")
-        last = "".join(re.findall(test, text, re.MULTILINE)[-1:])
+        last = re.findall(test, text, re.MULTILINE)[-1:]
         if status is None or re.search(r"Timeout \(\d+:\d\d:\d\d\)!", text):
-            return Verdict("killed", "hang", last)
+            return Verdict("killed", "hang", *last)
         if status < 0:
-            return Verdict("killed", "crash", f"{signal.Signals(-status).name} {last}")
-        return Verdict("killed", suite, last)
+            return Verdict("killed", "crash", " ".join([signal.Signals(-status).name, *last]))
+        return Verdict("killed", suite, *last)
