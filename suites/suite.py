@@ -64,9 +64,14 @@ def run_pytest(results, name, python, *options, settings=None, longest=LONGEST):
 
 
 def run_python_suites(results, python, options, settings, longest=LONGEST):
-    """Tests that start processes are apart: the workers of pytest-xdist have threads."""
+    """Tests that start processes are apart: the workers of pytest-xdist have threads.
+
+    They run without the watchdog of pytest, too. It is a thread for each test, which can hold the
+    lock of the sanitizer's allocator as it starts; a process forked then would wait for it forever.
+    """
     in_workers = ["-n", os.cpu_count(), "--dist", "worksteal", "-m", "not processes"]
-    for name, of_suite in (("python", in_workers), ("processes", ["-m", "processes"])):
+    alone = ["-m", "processes", "-o", "faulthandler_timeout=0"]
+    for name, of_suite in (("python", in_workers), ("processes", alone)):
         of_suite = [*of_suite, *options]
         run_pytest(results, name, python, *of_suite, settings=settings, longest=longest)
     # Without any such test in the given files, pytest ends with status 5.
