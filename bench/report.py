@@ -54,8 +54,11 @@ pickle, a construction."""
 
 
 def fold(summary, text):
-    """Text that a click on the summary shows. Markdown inside HTML begins after an empty line."""
-    return f"<details><summary>{summary}</summary>\n\n{text}\n\n</details>"
+    """Text that a click on the summary shows.
+
+    Markdown inside HTML begins after an empty line, and a table ends before one.
+    """
+    return f"<details><summary>{summary}</summary>\n\n{text}\n</details>"
 
 
 def growth_text(times):
@@ -165,10 +168,10 @@ def page_of(sizes, jobs):
         "## In short",
         judgement(rows),
         OVERVIEW,
-        fold("Table of ratios", overview),
+        fold("Table of ratios", overview + "\n"),
         "## Jobs with a limit",
         JOBS,
-        fold("Table of jobs", job_table),
+        fold("Table of jobs", job_table + "\n"),
         "## Operations over sizes",
         READING,
         *sections(rows),
