@@ -7,7 +7,7 @@
 
 #include "construct/external_buffer.hpp"
 #include "construct/final_constructor_parser.hpp"
-#include "construct/layout_conversion.hpp"
+#include "construct/transposition.hpp"
 #include "module/dimensions.hpp"
 #include "module/support.hpp"
 
@@ -69,8 +69,8 @@ void FinalConstructorParser<T>::takeElementsOf(const Py_buffer& view, std::uint6
     external_buffer::copyElements(view.buf, count, elements);
     return;
   }
-  layout_conversion::transpose(layout_conversion::makeTransposition(dimensions), sizeof(T),
-                               view.buf, elements);
+  transposition::transpose(transposition::makeTransposition(dimensions), sizeof(T), view.buf,
+                           elements);
   if constexpr (std::is_same_v<T, bool>) external_buffer::copyElements(elements, count, elements);
   m_shape.setBufferInStorageOrder();
 }

@@ -1,5 +1,6 @@
 // From filled buffers to arrays: enumeration of positions, the reorder, adoption without a copy.
 #include "construct/layout_conversion.hpp"
+#include "construct/transposition.hpp"
 
 #include <gtest/gtest.h>
 
@@ -171,7 +172,7 @@ const Numbers shapes[] = {
 TEST(TranspositionPlan, GivesEachElementItsPlace) {
   for (const Numbers& dimensions : shapes) {
     SCOPED_TRACE(testing::PrintToString(dimensions));
-    auto plan = layout_conversion::makeTransposition(dimensions);
+    auto plan = transposition::makeTransposition(dimensions);
     const std::int64_t count = productOf(dimensions);
     Numbers sources(static_cast<std::size_t>(count), -1);
     std::int64_t pairs = 0;
@@ -199,9 +200,9 @@ TEST(TranspositionPlan, HasShortPieces) {
       {2, 100000, 2}, {2, 2, 100000, 3}, {3, 4097, 5}, {70, 70, 70}, {9000, 2, 9000}};
   for (const Numbers& dimensions : longShapes) {
     SCOPED_TRACE(testing::PrintToString(dimensions));
-    auto plan = layout_conversion::makeTransposition(dimensions);
+    auto plan = transposition::makeTransposition(dimensions);
     std::int64_t positions = 1;
-    for (layout_conversion::Offsets* side : {&plan.rows, &plan.columns}) {
+    for (transposition::Offsets* side : {&plan.rows, &plan.columns}) {
       std::int64_t found = 0;
       std::int64_t longestFound = 0;
       while (side->findPiece()) {
