@@ -7,6 +7,7 @@
 #include <cstring>
 #include <iterator>
 
+#include "construct/streaming.hpp"
 #include "module/dimensions.hpp"
 
 void computeRowMajorStrides(std::span<const std::int64_t> dimensions,
@@ -119,11 +120,106 @@ void transposePiece(const Offsets& rows, const Offsets& columns, const std::byte
   }
 }
 
+// A few rows of a piece, and the rows just before them. Rows are counted from the first of the
+// panel: those before have negative numbers.
+struct Panel {
+  std::int64_t begin;           // the first row that has an offset; 0 if it is the first panel
+  std::int64_t end;             // the number of rows of the panel
+  bool isLast;                  // whether the piece ends here
+  const std::int64_t* offsets;  // of each row in the source, in bytes
+};
+
+// Stores those lines of a column that end in the panel; the first can begin before it. `from` is
+// the element of the column in a row with the offset 0, `to` its place for the first row of the
+// panel.
 template <std::size_t Size>
-void transposeElements(Transposition& plan, const std::byte* source, std::byte* target) {
-  while (plan.rows.findPiece()) {
-    while (plan.columns.findPiece()) transposePiece<Size>(plan.rows, plan.columns, source, target);
+void streamColumn(const Panel& panel, const std::byte* from, std::byte* to) {
+  constexpr auto size = static_cast<std::int64_t>(Size);
+  constexpr auto perLine = static_cast<std::int64_t>(streaming::lineSize) / size;
+  const auto load = [&](std::int64_t row, std::byte* element) {
+    std::memcpy(element, from + panel.offsets[row], Size);
+  };
+  const auto intoLine =
+      static_cast<std::int64_t>(reinterpret_cast<std::uintptr_t>(to) % streaming::lineSize);
+  std::int64_t row = -intoLine / size;
+  // A whole line is the same without streaming, so no test detects a change of `<` to `<=`.
+  if (row < panel.begin) {  // the first line has elements of other columns
+    row += perLine;
+    for (std::int64_t k = 0; k < std::min(row, panel.end); ++k) load(k, to + k * size);
   }
+  for (; row + perLine <= panel.end; row += perLine) {
+    std::array<std::byte, streaming::lineSize> line;
+    for (std::int64_t k = 0; k < perLine; ++k) load(row + k, line.data() + k * size);
+    streaming::storeLine(to + row * size, line.data());
+  }
+  // The next panel would store the same again, so no test detects a change of the condition to
+  // `true`.
+  if (panel.isLast) {
+    for (; row < panel.end; ++row) load(row, to + row * size);
+  }
+}
+
+// Walks in panels of a few rows, because the processor fetches ahead only in a few rows at once,
+// and within a panel along the rows.
+template <std::size_t Size>
+void streamPiece(const Offsets& rows, const Offsets& columns, const std::byte* source,
+                 std::byte* target) {
+  constexpr auto size = static_cast<std::int64_t>(Size);
+  constexpr auto perLine = static_cast<std::int64_t>(streaming::lineSize) / size;
+  constexpr std::int64_t panelRows = 32;  // For speed only, so no test detects a change.
+  constexpr std::int64_t linesAhead = 4;  // For speed only, so no test detects a change.
+  static_assert(perLine <= panelRows);
+  source += columns.first() * size;
+  target += rows.first() * size;
+  std::array<std::int64_t, static_cast<std::size_t>(perLine + panelRows)> offsets;
+  std::int64_t* const offsetOf = offsets.data() + perLine;  // of a row from the panel's first
+  for (std::int64_t first = 0; first < rows.size(); first += panelRows) {
+    const std::int64_t left = rows.size() - first;
+    const Panel panel = {first == 0 ? 0 : -perLine, std::min(panelRows, left), left <= panelRows,
+                         offsetOf};
+    for (std::int64_t row = panel.begin; row < panel.end; ++row) {
+      offsetOf[row] = rows.at(first + row) * size;
+    }
+    std::int64_t stripEnd = 0;
+    for (std::int64_t column = 0; column < columns.size(); column = stripEnd) {
+      stripEnd = std::min(column + perLine, columns.size());
+      const std::byte* const ahead = source + (column + linesAhead * perLine) * size;
+      // What is fetched affects only the speed, so no test detects a change.
+      for (std::int64_t row = 0; row < panel.end; ++row) __builtin_prefetch(ahead + offsetOf[row]);
+      for (std::int64_t k = column; k < stripEnd; ++k) {
+        streamColumn<Size>(panel, source + k * size, target + (first + columns.at(k)) * size);
+      }
+    }
+  }
+}
+
+template <std::size_t Size>
+void transposeElements(Transposition& plan, bool isStreamed, const std::byte* source,
+                       std::byte* target) {
+  while (plan.rows.findPiece()) {
+    while (plan.columns.findPiece()) {
+      // With smaller elements the work on each takes longer than the memory does.
+      if constexpr (Size >= 4) {
+        if (isStreamed) {
+          streamPiece<Size>(plan.rows, plan.columns, source, target);
+          continue;
+        }
+      }
+      transposePiece<Size>(plan.rows, plan.columns, source, target);
+    }
+  }
+}
+
+// Whether streaming is faster: targets below 8 MiB are often read again from a cache, and with few
+// rows there are few whole lines.
+bool isWorthStreaming(const Transposition& plan, std::size_t elementSize) {
+  constexpr std::int64_t leastBytes = 1 << 23;  // For speed only, so no test detects a change.
+  constexpr std::int64_t leastRows = 64;        // For speed only, so no test detects a change.
+  const std::int64_t rows = plan.rows.count();
+  // For speed only, so no test detects a change.
+  const std::int64_t bytes = rows * plan.columns.count() * static_cast<std::int64_t>(elementSize);
+  // Affects only the speed, so no test detects a change.
+  return streaming::isPossible && rows >= leastRows && bytes >= leastBytes;
 }
 
 }  // namespace
@@ -177,19 +273,28 @@ Transposition makeTransposition(const std::vector<std::int64_t>& dimensions) {
 void transpose(Transposition plan, std::size_t elementSize, const void* source, void* target) {
   const auto* from = static_cast<const std::byte*>(source);
   auto* to = static_cast<std::byte*>(target);
+  // Lines are made of whole elements.
+  const bool isStreamed = isWorthStreaming(plan, elementSize) &&
+                          reinterpret_cast<std::uintptr_t>(target) % elementSize == 0;
   switch (elementSize) {
     case 1:
-      return transposeElements<1>(plan, from, to);
+      transposeElements<1>(plan, isStreamed, from, to);
+      break;
     case 2:
-      return transposeElements<2>(plan, from, to);
+      transposeElements<2>(plan, isStreamed, from, to);
+      break;
     case 4:
-      return transposeElements<4>(plan, from, to);
+      transposeElements<4>(plan, isStreamed, from, to);
+      break;
     case 8:
-      return transposeElements<8>(plan, from, to);
+      transposeElements<8>(plan, isStreamed, from, to);
+      break;
     default:
       assert(elementSize == 16);
-      return transposeElements<16>(plan, from, to);
+      transposeElements<16>(plan, isStreamed, from, to);
   }
+  // Only other threads could see the difference, so no test detects a change of the condition.
+  if (isStreamed) streaming::finish();
 }
 
 }  // namespace transposition

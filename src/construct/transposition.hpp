@@ -49,6 +49,8 @@ class Offsets {
   Offsets(std::span<const std::int64_t> extents, std::span<const std::int64_t> strides,
           bool fromLastDimension);
 
+  // The number of all positions.
+  std::int64_t count() const { return m_count; }
   // Moves to the next piece. False when there was none; the walk then starts anew.
   bool findPiece();
   // Of the piece: the number of its first position, and how many it has.

@@ -115,6 +115,25 @@ class TestReordering:
             made = cls(memory.cast(letter, (rows, columns)))
             assert contents(made) == expected, offset
 
+    @pytest.mark.parametrize(
+        "letter, cls, shape",
+        [
+            ("f", velmar.single, (1453, 1459)),
+            ("d", velmar.double, (1031, 1033)),
+            ("d", velmar.double, (350003, 3)),
+        ],
+    )
+    def test_memory_larger_than_a_cache(self, letter, cls, shape):
+        rows, columns = shape
+        flat = array.array(letter, range(rows * columns))
+        made = cls(memoryview(flat.tobytes()).cast("B").cast(letter, shape))
+        stored = memoryview(made).tobytes("F")
+        for column in range(columns):
+            begin = column * rows * flat.itemsize
+            expected = flat[column::columns].tobytes()
+            assert stored[begin : begin + len(expected)] == expected, column
+        assert len(stored) == len(flat) * flat.itemsize
+
     LARGE = [(150, 200), (20, 30, 50)] if IS_BRIEF else [(300, 400), (40, 50, 60)]
 
     @each_form
