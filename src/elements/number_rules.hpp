@@ -18,17 +18,23 @@ constexpr float narrow(double value) {
   return static_cast<float>(__builtin_fabs(value) > largest ? infinity : value);
 }
 
-// What a float becomes on the way through double and back, by the same rule: negative infinity
-// becomes positive, and a signaling NaN quiet. On bits, because compilers take the way there and
-// back for no change at all.
-constexpr float throughDouble(float value) {
+// The float that a double has become on the way back: a signaling NaN is quiet then. On bits,
+// because compilers take the way there and back for no change at all.
+constexpr float quiet(float value) {
   constexpr std::uint32_t sign = 0x80000000;
   constexpr std::uint32_t infinity = 0x7f800000;
-  constexpr std::uint32_t quiet = 0x00400000;
+  constexpr std::uint32_t quietBit = 0x00400000;
   auto bits = std::bit_cast<std::uint32_t>(value);
-  bits = bits == (sign | infinity) ? infinity : bits;
-  bits |= (bits & ~sign) > infinity ? quiet : 0;
+  bits |= (bits & ~sign) > infinity ? quietBit : 0;
   return std::bit_cast<float>(bits);
+}
+
+// The same with narrow() as the way back: negative infinity becomes positive as well.
+constexpr float throughDouble(float value) {
+  constexpr std::uint32_t infinity = 0x7f800000;
+  constexpr std::uint32_t negativeInfinity = 0xff800000;
+  const auto bits = std::bit_cast<std::uint32_t>(value);
+  return quiet(std::bit_cast<float>(bits == negativeInfinity ? infinity : bits));
 }
 
 // The result of truncating NaN, which would otherwise depend on the processor. An integer cannot

@@ -1,9 +1,18 @@
 // toarray(): the numbers of a view as an array.array.
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+
+#include "elements/number_rules.hpp"
+#include "elements/source.hpp"
+#include "elements/transfer.hpp"
 #include "module/py_ref.hpp"
 #include "module/support.hpp"
 #include "module/type_objects.hpp"
 #include "operations/handlers.hpp"
 #include "storage/mcpy_array.hpp"
+
+namespace vd = foundation::velmardata;
 
 namespace {
 
@@ -13,15 +22,62 @@ int typecodeOf(SupportedArrayEnum type) {
   return TypeAsChar[static_cast<std::size_t>(type)];
 }
 
+// A program may have put a class of its own in the place of array.array before the import.
+bool isOriginal(PyObject* arrayClass) {
+  return arrayClass != nullptr && PyType_Check(arrayClass) != 0 &&
+         (PyType_GetFlags(reinterpret_cast<PyTypeObject*>(arrayClass)) &
+          Py_TPFLAGS_IMMUTABLETYPE) != 0;
+}
+
+// Whether array.array takes the elements: real numbers of one dimension.
+bool isRow(const Box& box) {
+  return box.lanes.size() == 1 && !getTypeAndComplexityFromArrayType(box.type).isComplex;
+}
+
+// Fills `target` with the numbers that array.array makes of the elements.
+void readRow(const Box& row, std::size_t size, void* target) {
+  if (row.type == vd::ArrayType::LOGICAL) {
+    tryTransferDense(row, Purpose::Assignment, factsOf<std::uint8_t>, Order::Storage, target);
+    return;
+  }
+  copyElements(row.first, row.lanes, size, denseLanes(row.lanes, size, true),
+               static_cast<std::byte*>(target));
+  if (row.type == vd::ArrayType::SINGLE) {
+    auto* numbers = static_cast<float*>(target);
+    std::transform(numbers, numbers + row.count, numbers, number_rules::quiet);
+  }
+}
+
+// The numbers of a row as bytes, which array.array takes at once. Null, with no error set, when it
+// has to read the elements one by one.
+PyRef tryReadBytes(PyObject* self, const MCppPyArray& view) {
+  Source source;
+  if (!isOriginal(ArrayArray::s_arrayClass) || !source.find(self) || !isRow(source.box())) {
+    return {};
+  }
+  const std::int64_t count = source.box().count;
+  const std::int64_t size = view.findWrapper()->getElementSizeInBytes();
+  PyRef bytes = PyRef::steal(PyBytes_FromStringAndSize(nullptr, count * size));
+  if (!bytes) {
+    PyErr_Clear();
+    return {};
+  }
+  // The allocation can have run a program that reshaped the array.
+  if (!source.find(self) || !isRow(source.box()) || source.box().count != count) return {};
+  readRow(source.box(), static_cast<std::size_t>(size), PyBytes_AsString(bytes.get()));
+  return bytes;
+}
+
 }  // namespace
 
 PyObject* MCPyArray_ToArrayArray(PyObject* self, PyObject*) {
   const MCppPyArray* view = getInitializedView(self);
   if (view == nullptr) return nullptr;
-  const PyRef iterator = PyRef::steal(MCPyArray_GetIter(self));
-  if (!iterator) return nullptr;
+  PyRef numbers = tryReadBytes(self, *view);
+  if (!numbers) numbers = PyRef::steal(MCPyArray_GetIter(self));
+  if (!numbers) return nullptr;
   const PyRef arguments =
-      PyRef::steal(Py_BuildValue("CO", typecodeOf(view->getSupportedArrayEnum()), iterator.get()));
+      PyRef::steal(Py_BuildValue("CO", typecodeOf(view->getSupportedArrayEnum()), numbers.get()));
   if (!arguments) {
     printAndClearErrorIfAny();
     setError(PyExc_RuntimeError, "unable to set arg tuple.");

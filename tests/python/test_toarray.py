@@ -12,6 +12,7 @@ import velmar
 from helpers.arrays import CLASS_ROWS, COMPLEX_ROWS, contents, every, exact, grid, line, subscripted
 from helpers.buffer_requests import LETTERS
 from helpers.cases import each, rows
+from helpers.child_interpreter import run_script
 from helpers.failures import STORAGE_GONE, must_fail, raises
 from helpers.memory_blocks import blocks_per_call, counts_blocks
 from helpers.view_states import WITHOUT_STORAGE, bare_record, call_method
@@ -74,6 +75,15 @@ class TestOneDimension:
         single = velmar.single(numbers)[0]
         assert exact(single.toarray().tolist()) == exact(contents(single))
 
+    def test_signaling_nan_becomes_quiet(self):
+        bits = array.array("I", [0x7F800001, 0xFFA00123, 0x7FC00055])
+        single = velmar.single(memoryview(bits).cast("B").cast("f"))[0]
+        assert array.array("I", single.toarray().tobytes()).tolist() == [
+            0x7FC00001,
+            0xFFE00123,
+            0x7FC00055,
+        ]
+
     def test_logical_numbers_are_0_and_1(self):
         got = velmar.logical([[True, False, True]])[0].toarray()
         assert got == array.array("B", [1, 0, 1])
@@ -132,6 +142,39 @@ class TestOneDimension:
         gc.collect()
         got.append(4)
         assert got.tolist() == [9, 2, 3, 4]
+
+
+class TestAnotherClass:
+    """A program can replace array.array before the import; its class gets an iterator."""
+
+    REPLACED = """
+        import array
+
+        class Own(array.array):
+            def __new__(cls, typecode, numbers):
+                made = super().__new__(cls, typecode, numbers)
+                made.source = type(numbers).__name__
+                return made
+
+        array.array = Own
+        import velmar
+        made = velmar.double([[1, 2], [3, 4]])[1].toarray()
+        report([type(made).__name__, made.source, made.tolist()])
+    """
+
+    def test_subclass(self):
+        name, source, numbers = run_script(self.REPLACED).reported
+        assert (name, numbers) == ("Own", [3.0, 4.0])
+        assert source == type(iter(velmar.double([1]))).__name__
+
+    def test_function(self):
+        script = """
+            import array
+            array.array = lambda typecode, numbers: [typecode, *numbers]
+            import velmar
+            report(velmar.double([[1, 2], [3, 4]])[1].toarray())
+        """
+        assert run_script(script).reported == ["d", 3.0, 4.0]
 
 
 class TestWithoutElements:

@@ -6,6 +6,7 @@ data in a form without memory. `--element-cases 1000000` runs many more of them.
 
 from __future__ import annotations
 
+import array
 import functools
 import math
 import operator
@@ -13,7 +14,9 @@ import pickle
 import random
 from typing import Any
 
+import velmar
 from helpers.arrays import FORMS
+from helpers.buffer_requests import LETTERS
 from helpers.capsule import there_and_back
 from helpers.cases import IS_BRIEF, rows
 from helpers.element_sources import (
@@ -194,6 +197,21 @@ def check_snapshots(choices: Choices) -> None:
     assert outcome(pickle.dumps, view) == pickled
 
 
+def check_rows(choices: Choices) -> None:
+    """toarray() gives what array.array makes of the items."""
+    kept: list = []
+    row = ours(choices, kept)
+    try:
+        while len(row.size) > 1:
+            row = row[choices.below(len(row))]
+        typecode = "B" if isinstance(row, velmar.logical) else LETTERS[type(row).__name__]
+        want = array.array(typecode, iter(row))
+    except Exception:  # complex numbers, and rows that cannot be read
+        return
+    got = row.toarray()
+    assert (got.typecode, got.tobytes()) == (want.typecode, want.tobytes())
+
+
 def check_ways(operation: Any, choices: Choices) -> None:
     got = operation(choices, itself)
     second = choices.again()
@@ -205,11 +223,12 @@ def check_ways(operation: Any, choices: Choices) -> None:
 each_check = rows(
     "check, share",
     [  # shares in a hundred cases
-        ("assignments", functools.partial(check_ways, assign), 40),
+        ("assignments", functools.partial(check_ways, assign), 35),
         ("constructions", functools.partial(check_ways, construct), 20),
         ("vectors", functools.partial(check_ways, construct_vector), 15),
         ("comparisons", check_comparison, 15),
         ("snapshots", check_snapshots, 10),
+        ("rows", check_rows, 5),
     ],
 )
 
