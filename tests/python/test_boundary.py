@@ -2,10 +2,6 @@
 
 from __future__ import annotations
 
-import os
-import sys
-from pathlib import Path
-
 import pytest
 import velmar
 from helpers.child_interpreter import run_script
@@ -57,16 +53,6 @@ OPERATIONS = {
 }
 
 
-@pytest.mark.skipif(
-    "asan" in os.environ.get("LD_PRELOAD", ""), reason="the sanitizer stops threads in its own way"
-)
-@pytest.mark.skipif(
-    sys.version_info >= (3, 12), reason="here ended threads can release no references"
-)
-@pytest.mark.skipif(
-    "/libc++.so" in Path("/proc/self/maps").read_text(),
-    reason="the C library and libc++ unwind with different libraries",
-)
 @pytest.mark.parametrize("operation", OPERATIONS.values(), ids=OPERATIONS.keys())
 def test_the_interpreter_can_end_a_thread_inside_an_operation(operation):
     outcome = run_script(DAEMON.format(operation=operation))
