@@ -17,8 +17,8 @@ namespace {
 // Some rows and columns of a piece: the offsets in bytes of the rows in the source, and of the
 // columns in the target.
 struct Tile {
-  std::int64_t rowCount = 0;
-  std::int64_t columnCount = 0;
+  std::int64_t rowCount = 0;     // Set before it is read, so no test detects a change.
+  std::int64_t columnCount = 0;  // Set before it is read, so no test detects a change.
   std::array<std::int64_t, 32> rows;
   std::array<std::int64_t, 64> columns;
 };

@@ -29,9 +29,11 @@ bool isOriginal(PyObject* arrayClass) {
           Py_TPFLAGS_IMMUTABLETYPE) != 0;
 }
 
-// Whether array.array takes the elements: real numbers of one dimension.
-bool isRow(const Box& box) {
-  return box.lanes.size() == 1 && !getTypeAndComplexityFromArrayType(box.type).isComplex;
+// Looks for elements that array.array takes: real numbers of one dimension. False, with no error
+// set, if there are none, or if they cannot be read in memory.
+bool findRow(Source& source, PyObject* object) {
+  return source.find(object) && source.box().lanes.size() == 1 &&
+         !getTypeAndComplexityFromArrayType(source.box().type).isComplex;
 }
 
 // Fills `target` with the numbers that array.array makes of the elements.
@@ -52,9 +54,8 @@ void readRow(const Box& row, std::size_t size, void* target) {
 // has to read the elements one by one.
 PyRef tryReadBytes(PyObject* self, const MCppPyArray& view) {
   Source source;
-  if (!isOriginal(ArrayArray::s_arrayClass) || !source.find(self) || !isRow(source.box())) {
-    return {};
-  }
+  // One by one the numbers are the same, so no test detects a change of the condition to `true`.
+  if (!isOriginal(ArrayArray::s_arrayClass) || !findRow(source, self)) return {};
   const std::int64_t count = source.box().count;
   const std::int64_t size = view.findWrapper()->getElementSizeInBytes();
   PyRef bytes = PyRef::steal(PyBytes_FromStringAndSize(nullptr, count * size));
@@ -62,8 +63,9 @@ PyRef tryReadBytes(PyObject* self, const MCppPyArray& view) {
     PyErr_Clear();
     return {};
   }
-  // The allocation can have run a program that reshaped the array.
-  if (!source.find(self) || !isRow(source.box()) || source.box().count != count) return {};
+  // An allocation may run a program, which may reshape the array. No interpreter does so for bytes
+  // today, so no test detects a change.
+  if (!findRow(source, self) || source.box().count != count) return {};
   readRow(source.box(), static_cast<std::size_t>(size), PyBytes_AsString(bytes.get()));
   return bytes;
 }
