@@ -60,6 +60,10 @@ const RegionRow regionRows[] = {
      "nothing"},
     {"step that overflows times the stride", chainOf({0, 0}, slice(0, largest, largest / 100, 100)),
      "nothing"},
+    {"start that overflows times the stride", chainOf({}, slice(largest - 1, largest, 1, 1)),
+     "nothing"},
+    {"start whose sum with the rest overflows", chainOf({}, slice(largest / 8, largest, 8, 1)),
+     "nothing"},
     {"no positions", chainOf({}, slice(0, 0, 1, 0)), "nothing"},
     {"no positions behind an integer", chainOf({1}, slice(2, 2, -1, 0)), "nothing"},
     {"integer outside", chainOf({4}), "nothing"},
@@ -113,6 +117,28 @@ TEST(Regions, OfStorageWithoutElementsAreRefused) {
     EXPECT_EQ(describeRegion(findRegion(storage, {}), 8), "nothing");
     EXPECT_EQ(describeRegion(findRegion(storage, chainOf({0})), 8), "nothing");
   }
+}
+
+// Behind an integer in the dimension of length 0, the lengths are as large as the caller likes, and
+// their products are beyond 64 bits.
+TEST(Regions, OfLengthsThatOverflowAreRefused) {
+  constexpr unsigned long large = 1UL << 40;
+  const struct {
+    const char* label;
+    Dimensions dimensions;
+    char order;
+    IndexChain chain;
+  } rows[] = {
+      {"number of elements", {0, large, large}, 'F', chainOf({0})},
+      {"offset of the last element", {0, 2 * large, 3, large}, 'C', chainOf({0})},
+      {"offset of the first element", {0, 2, 1UL << 60}, 'C', chainOf({0}, slice(1, 3, 1, 2))},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.label);
+    const MDArrayWrapper storage(sampleArray<double>(row.dimensions), row.order, Contents::Own);
+    EXPECT_EQ(describeRegion(findRegion(storage, row.chain), 8), "nothing");
+  }
+  EXPECT_TRUE(raisedNothing());
 }
 
 TEST(Regions, FollowAReshape) {

@@ -189,7 +189,9 @@ TEST(SourceOfMemoryview, FormatsAreThoseOfOneLetter) {
       {"d", 8, true},   {"q", 8, true},   {"Q", 8, true},   {"l", 8, true},   {"L", 8, true},
       {"=d", 8, false}, {"<d", 8, false}, {">d", 8, false}, {"!d", 8, false}, {"@d", 8, false},
       {"Zf", 8, false}, {"2f", 8, false}, {"d ", 8, false}, {"", 8, false},   {"e", 8, false},
-      {"d", 4, false},  {"i", 8, false},
+      {"d", 4, false},  {"i", 8, false},  {"b", 2, false},  {"B", 2, false},  {"h", 4, false},
+      {"H", 4, false},  {"I", 2, false},  {"q", 4, false},  {"Q", 4, false},  {"f", 8, false},
+      {"?", 2, false},  {"l", 4, true},   {"L", 4, true},   {"l", 2, false},  {"L", 1, false},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.format);
@@ -202,6 +204,35 @@ TEST(SourceOfMemoryview, FormatsAreThoseOfOneLetter) {
     ASSERT_TRUE(view);
     EXPECT_EQ(elementsFoundIn(view) != "refused", row.isFound);
     EXPECT_EQ(elementsFoundIn(exporter.object), "refused") << "other exporters are not asked";
+  }
+}
+
+// The letters for `long` tell the signedness alone.
+TEST(SourceOfMemoryview, ItemsOfLongHaveTheSizeThatTheExporterGives) {
+  const struct {
+    const char* format;
+    Py_ssize_t itemsize;
+    const char* expected;
+  } rows[] = {
+      {"l", 4, "[-1, 2, -3, 4]"},
+      {"L", 4, "[4294967295, 2, 4294967293, 4]"},
+      {"l", 8, "[12884901887, 21474836477]"},
+      {"L", 8, "[12884901887, 21474836477]"},
+      {"l", 2, "refused"},
+      {"L", 2, "refused"},
+  };
+  std::int32_t memory[] = {-1, 2, -3, 4};
+  SampleExporter<double> exporter({2});
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.format + std::to_string(row.itemsize));
+    exporter.exports.buf = memory;
+    exporter.exports.format = row.format;
+    exporter.exports.itemsize = row.itemsize;
+    exporter.exports.shape = Lengths{16 / row.itemsize};
+    exporter.exports.strides = Lengths{row.itemsize};
+    const PyRef view = PyRef::steal(PyMemoryView_FromObject(exporter.object.get()));
+    ASSERT_TRUE(view);
+    EXPECT_EQ(elementsFoundIn(view), row.expected);
   }
 }
 
