@@ -72,6 +72,12 @@ const PairRow pairRows[] = {
     {{1, 0}, "a", {1, 0}, "a", true},
     {{1, 0}, "a", {1, 0, 4}, "a", true},
     {{}, "a", {0, 1}, "a", true},
+    // The walks end at the numbers of the first, which are beside empty rows.
+    {{1, 3}, "a[0]", {3, 0}, "a", false},
+    {{3}, "a", {3, 0, 2}, "a", false},
+    {{2, 3}, "a", {2, 3, 0}, "a", false},
+    {{2, 3, 0}, "a", {2, 3, 0}, "a", true},
+    {{2, 3, 0}, "a", {2, 0}, "a", false},
 };
 
 TEST(Comparison, ComparesTheItemsOfTwoWalks) {
@@ -136,6 +142,52 @@ TEST(Comparison, OfNotANumberIsFalseForTheArrayItself) {
   EXPECT_EQ(verdict(array, array), "False True");
 }
 
+// A view of an array of samples, with indices and slices that no subscript makes.
+ViewPointer viewOfSamples(const Dimensions& dimensions, const Position& position,
+                          const std::optional<SliceIndexItem>& finalSlice = {}) {
+  const ViewPointer array = makeArray<double>(dimensions);
+  ViewPointer view = std::make_unique<MCppPyArray>(*array, position, false);
+  if (finalSlice) view->appendIndexItem(*finalSlice);
+  return view;
+}
+
+// The walks count numbers below 0 from the end, so the numbers of a slice do not tell how many rows
+// a walk yields.
+TEST(Comparison, WalksSlicesThatNoSubscriptMakes) {
+  const struct {
+    const char* label;
+    SliceIndexItem slice;
+    Dimensions equal;
+    Dimensions unequal;
+  } rows[] = {
+      {"not normalised", {0, 2, 1, 2, false}, {2, 0}, {1, 0}},
+      {"length too small", slice(0, 2, 1, 1), {2, 0}, {1, 0}},
+      {"length too large", slice(0, 2, 1, 3), {2, 0}, {3, 0}},
+      {"start below 0", slice(-1, 2, 2, 2), {0, 0}, {2, 0}},
+      {"end below 0", slice(1, -2, -2, 2), {2, 0}, {1, 0}},
+      {"nothing from below 0", slice(-1, -1, 1, 0), {0, 0}, {1, 0}},
+      {"stop below 0", slice(0, -1, 1, 0), {1, 0}, {0, 0}},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.label);
+    const ViewPointer view = viewOfSamples({4, 0}, {}, row.slice);
+    EXPECT_EQ(areEqual(*view, *makeArray<double>(row.equal)), true);
+    EXPECT_EQ(areEqual(*view, *makeArray<double>(row.unequal)), false);
+    EXPECT_EQ(areEqual(*view, *makeArray<double>({2, 2})), false);
+    EXPECT_EQ(areEqual(*view, *view), true);
+  }
+}
+
+// A walk over numbers whose slice does not tell their count, and one over rows.
+TEST(Comparison, OfWalksOverNumbersAndOverRowsIsFalse) {
+  const ViewPointer numbers = viewOfSamples({2, 3}, {0}, slice(0, 3, 1, 4));
+  const ViewPointer rows = viewOfSamples({2, 3}, {}, slice(0, 2, 1, 3));
+  EXPECT_EQ(areEqual(*numbers, *rows), false);
+  EXPECT_EQ(areEqual(*numbers, *viewOfSamples({1, 5}, {0}, slice(0, 3, 1, 4))), false);
+  EXPECT_EQ(areEqual(*numbers, *numbers), true);
+  EXPECT_EQ(areEqual(*rows, *rows), true);
+}
+
 // --- Errors in the walks
 
 // Deliberate: an item that cannot be read ends the walk, and its error is cleared.
@@ -161,6 +213,19 @@ TEST(ComparisonFailure, RowsThatCannotBeMadeAreTheEnd) {
   TypeObjectPointers[0] = type;
   EXPECT_TRUE(raisedNothing());
   EXPECT_EQ(result, true);
+}
+
+TEST(ComparisonFailure, PendingErrorStays) {
+  const ViewPointer arrays[] = {makeArray<double>({2, 3}), makeArray<double>({0, 3})};
+  for (const ViewPointer& array : arrays) {
+    setError(PyExc_KeyError, "pending");
+    EXPECT_EQ(isEqualTo(*array, *array), std::nullopt);
+    EXPECT_TRUE(raised(PyExc_KeyError, "'pending'"));
+  }
+  const ViewPointer single = makeArray<float>({2, 3});
+  setError(PyExc_KeyError, "pending");
+  EXPECT_EQ(isEqualTo(*arrays[0], *single), false) << "classes are compared first";
+  EXPECT_TRUE(raised(PyExc_KeyError, "'pending'"));
 }
 
 TEST(ComparisonFailure, StorageThatHasGone) {
