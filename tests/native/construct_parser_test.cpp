@@ -65,6 +65,50 @@ TEST(Arguments, AreCheckedByTheInterpreter) {
   }
 }
 
+struct NamedRow {
+  const char* label;
+  const char* keywords;  // a dict; `Text` is a subclass of str
+  const char* expected;  // repr() of initializer, size, vector and is_complex; or the error
+};
+const NamedRow namedRows[] = {
+    {"literal", "{'size': 1, 'is_complex': 2}", "null 1 null 2"},
+    {"another string of the same text", "{'Xvector'[1:]: 1}", "null null 1 null"},
+    {"subclass of str", "{Text('size'): 1, 'vector': 2}", "null 1 2 null"},
+    {"every name of a subclass", "{Text('initializer'): 1, Text('is_complex'): 2}",
+     "1 null null 2"},
+    {"unknown name of a subclass", "{Text('other'): 1}", "TypeError"},
+    {"name that is not a string", "{1: 1}", "TypeError"},
+};
+
+TEST(Arguments, HaveNamesOfAnyStringClass) {
+  const PyRef text = evaluate("type('Text', (str,), {})");
+  const PyRef none = evaluate("()");
+  for (const NamedRow& row : namedRows) {
+    SCOPED_TRACE(row.label);
+    const PyRef keywords = evaluate(row.keywords, {{"Text", text}});
+    ConstructorArguments arguments;
+    if (!arguments.parse(none.get(), keywords.get())) {
+      EXPECT_STREQ(row.expected, "TypeError");
+      EXPECT_TRUE(raisedOwn(PyExc_TypeError));
+      continue;
+    }
+    EXPECT_TRUE(raisedNothing());
+    EXPECT_EQ(reprOf(arguments.initializer) + " " + reprOf(arguments.size) + " " +
+                  reprOf(arguments.vector) + " " + reprOf(arguments.isComplex),
+              row.expected);
+  }
+}
+
+TEST(Arguments, LeaveAPendingError) {
+  const PyRef both = evaluate("(1, 2, 3, 4)");
+  ConstructorArguments arguments;
+  setError(PyExc_KeyError, "pending");
+  EXPECT_TRUE(arguments.parse(both.get(), nullptr));
+  EXPECT_TRUE(raised(PyExc_KeyError, "'pending'"));
+  EXPECT_EQ(reprOf(arguments.initializer), "1");
+  EXPECT_EQ(reprOf(arguments.isComplex), "4");
+}
+
 // --- From arguments to a filled buffer
 
 struct ParsedRow {
@@ -147,6 +191,8 @@ TYPED_CASE(Parser, FailureHasAnErrorAndNoBuffer) {
       {"'12'", &PyExc_ValueError, "value passed to initializer must be numeric."},
       {"vector='12'", &PyExc_ValueError, "value passed to 'vector' must be numeric."},
       {"vector=[[1]]", &PyExc_TypeError, "value of 'vector' must be an unnested sequence."},
+      {"vector=__import__('velmar').uint8([[1, 0], [0, 1]])", &PyExc_TypeError,
+       "value of 'vector' must be an unnested sequence."},
       {"[1, 2, 3], (2, 2)", &MCPyError::shapeErr,
        "dimensions of initializer (3) do not match dimensions specified by 'size' (2, 2)."},
       {"[[1, 2], [3, 4]], (1, 4)", &MCPyError::sizeErr,
@@ -157,6 +203,54 @@ TYPED_CASE(Parser, FailureHasAnErrorAndNoBuffer) {
     FinalConstructorParser<TypeParam> parser;
     EXPECT_EQ(parser.processConstructorArgsAndKwargs(argumentsOf(row.call)), nullptr);
     EXPECT_TRUE(raised(*row.exceptionClass, row.message));
+  }
+}
+
+// Rows of 3 and 2 elements as a list and in memory.
+constexpr const char* formsOfRows[] = {
+    "([1, 0, 1], [1, 0])",
+    "((1, 0, 1), (1, 0))",
+    "tuple(__import__('array').array('b', x) for x in ((1, 0, 1), (1, 0)))",
+    "(memoryview(bytes((1, 0, 1))), memoryview(bytes((1, 0))))",
+    "tuple(__import__('velmar').uint8([x])[0] for x in ([1, 0, 1], [1, 0]))",
+};
+
+TYPED_CASE(Parser, RowsInMemoryThatDoNotFitFailAsListsDo) {
+  constexpr const char* differ = "elements of array are of different lengths or types.";
+  constexpr const char* notRectangular = "arrays must be rectangular.";
+  const std::pair<const char*, const char*> rows[] = {
+      {"[[1, 0], row]", differ},
+      {"[row, [1, 0]]", differ},
+      {"[row, short]", differ},
+      {"[short, row]", differ},
+      {"[1, row]", differ},
+      {"[row, 1]", differ},
+      {"[[row], row]", differ},
+      {"[row, [row]]", differ},
+      {"[[row], [short]]", notRectangular},
+      {"[[short], [row]]", notRectangular},
+      {"[[], row]", differ},
+      {"[row, []]", differ},
+      // The lengths of the first two levels agree.
+      {"[[1], [row]]", notRectangular},
+      {"[[row], [1]]", notRectangular},
+      {"[[[1, 0]], [row]]", notRectangular},
+      {"[[row], [[1, 0]]]", notRectangular},
+      {"[[[[1]]], [row]]", notRectangular},
+      {"[[row], [[[1]]]]", notRectangular},
+  };
+  for (const char* form : formsOfRows) {
+    const PyRef both = evaluate(form);
+    const PyRef longer = PyRef::borrow(PyTuple_GetItem(both.get(), 0));
+    const PyRef shorter = PyRef::borrow(PyTuple_GetItem(both.get(), 1));
+    for (const auto& [expression, message] : rows) {
+      SCOPED_TRACE(std::string(expression) + " of " + form);
+      ConstructorArguments arguments;
+      arguments.initializer = evaluate(expression, {{"row", longer}, {"short", shorter}});
+      FinalConstructorParser<TypeParam> parser;
+      EXPECT_EQ(parser.processConstructorArgsAndKwargs(arguments), nullptr);
+      EXPECT_TRUE(raised(PyExc_ValueError, message));
+    }
   }
 }
 
