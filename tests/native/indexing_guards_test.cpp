@@ -25,6 +25,19 @@ TEST(WriteGuards, RunWithoutAPosition) {
   EXPECT_EQ(arrayElements<double>(wrapper), samples<double>(6));
 }
 
+// Contents that are shared stay shared when there is nothing to write.
+TEST(WriteGuards, WritesOfNothing) {
+  const auto array = velmardata_testing::sampleArray<double>({2, 3});
+  MDArrayWrapper wrapper(velmardata_testing::copyOf(array), 'F', Contents::Client);
+  const std::span<const double> nothing;
+  const RunResult result = storeAlong(wrapper, IndexChain(), Position{0, 0}, nothing);
+  EXPECT_EQ(result.status, WriteStatus::Stored);
+  EXPECT_EQ(result.stored, 0);
+  EXPECT_EQ(storeEach(wrapper, Position{0}, slice(0, 0, 1, 0), nothing), WriteStatus::Stored);
+  EXPECT_EQ(wrapper.array().impl(), array.impl());
+  EXPECT_EQ(arrayElements<double>(wrapper), samples<double>(6));
+}
+
 TEST(ItemGuards, StepOfZeroHasNoValues) {
   const SliceIndexItem down = {5, 2, 0, std::nullopt, true};
   EXPECT_EQ(down.numberOfValues(), 0);

@@ -1,10 +1,12 @@
 // Functions of the capsule, and handlers, with arguments that only code inside the module can make.
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <utility>
 #include <velmar/capsule_table.hpp>
 
 #include "exporter_testing.hpp"
+#include "memory_limit.hpp"
 #include "module/entry/capsule.hpp"
 #include "module/support.hpp"
 #include "module/type_objects.hpp"
@@ -25,6 +27,30 @@ TEST(CapsuleGuards, WholeArrayWhoseStorageHasExpired) {
   const PyRef expired = makeRecord(makeExpiredView<double>({2, 3}));
   EXPECT_EQ(capsuleTable().MCPyArrayToMDAImpl(expired.get()), nullptr);
   EXPECT_TRUE(raisedExpired());
+}
+
+// After a look at the elements, a client gets a copy of them.
+TEST(CapsuleGuards, WholeArrayThatCannotBeCopied) {
+  const PyRef array = makeRecord(
+      std::make_unique<MCppPyArray>(foundation::velmardata::ArrayFactory().createArray(
+                                        foundation::velmardata::ArrayType::INT8, {256UL << 20, 1}),
+                                    SupportedArrayEnum::Int8, false, true, Contents::Own));
+  const auto* const impl = viewOf(array).borrowWrapper()->array().impl();
+  viewOf(array).borrowWrapper()->buf();
+  void* handedOut = nullptr;
+  bool isLimited = false;
+  {
+    const MemoryLimit limit;
+    isLimited = limit.isSet();
+    if (isLimited) handedOut = capsuleTable().MCPyArrayToMDAImpl(array.get());
+  }
+  if (!isLimited) GTEST_SKIP() << "AddressSanitizer or an emulator ignores the limit on memory";
+  EXPECT_EQ(handedOut, nullptr);
+  EXPECT_TRUE(raised(PyExc_MemoryError,
+                     "unable to allocate memory for array with number of elements = 268435456; "
+                     "type = int8"));
+  EXPECT_EQ(viewOf(array).borrowWrapper()->array().impl(), impl);
+  EXPECT_EQ(velmardata_testing::referenceCount(viewOf(array).borrowWrapper()->array()), 1U);
 }
 
 TEST(CapsuleGuards, MissingClass) {

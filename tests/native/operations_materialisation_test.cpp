@@ -209,6 +209,14 @@ TEST(Snapshot, InMemoryHasAnyNumberOfDimensions) {
   EXPECT_EQ(copy->getDimensions(), dimensions);
 }
 
+TEST(SnapshotFailure, PendingErrorStays) {
+  const ViewPointer array = makeArray<double>({2, 3});
+  setError(PyExc_KeyError, "pending");
+  EXPECT_FALSE(getIndexedArrayAsMDA(*array));
+  EXPECT_TRUE(raised(PyExc_KeyError, "'pending'"));
+  EXPECT_FALSE(array->caches().indexedArrayAsMDA());
+}
+
 TEST(SnapshotFailure, TooManyDimensions) {
   const ViewPointer array = makeArray<double>(Dimensions(200000, 1));
   // Elements outside the storage are not copied in memory.
@@ -341,6 +349,16 @@ TEST(CloneOf, ASnapshotWhoseStorageHasGoneIsRefused) {
                                              : cloneAsMCPyArray(viewOf(weak))));
     EXPECT_TRUE(raisedExpired());
   }
+}
+
+// The snapshot is there, but the error stops the clone.
+TEST(CloneOf, AnArrayIsRefusedWhileAnErrorIsPending) {
+  const ViewPointer array = makeArray<double>({2, 3});
+  ASSERT_TRUE(getIndexedArrayAsMDA(*array));
+  setError(PyExc_KeyError, "pending");
+  EXPECT_EQ(cloneAsMCppPyArrayUniquePtr(*array, Contents::Copied), nullptr);
+  EXPECT_TRUE(raised(PyExc_KeyError, "'pending'"));
+  EXPECT_NE(cloneAsMCppPyArrayUniquePtr(*array, Contents::Copied), nullptr);
 }
 
 TEST(CloneOf, AClassThatWasNotMadeIsReported) {

@@ -317,6 +317,12 @@ TEST(DumpView, AfterACloneTheSourceShowsItsSnapshot) {
   EXPECT_EQ(dumpOf(viewOf(row)), viewLines(written, item, "1", "2 4 6 "));
 }
 
+TEST(DumpView, CachesWithoutASnapshotAreNotShown) {
+  const ViewPointer array = makeArray<double>({2, 3});
+  array->caches();
+  EXPECT_EQ(dumpOf(*array), viewLines(sampleLines));
+}
+
 TEST(DumpView, WeakViewsShowTheStorageWhileItIsThere) {
   ViewPointer owner = makeArray<double>({2, 3});
   const MCppPyArray weak(*owner, true);

@@ -221,6 +221,18 @@ VIEWS = [
     ("number_is_no_view", lambda: velmar.int32([[7]])[0][0], "7", "7"),
 ]
 
+# Lists of up to 4096 elements are made into text at once.
+LONG_SIZES = [
+    (1, 4096),
+    (1, 4097),
+    (4097, 1),
+    (2, 4096),
+    (2, 4095, 2),
+    (2, 4096, 2),
+    (1, 2, 4097, 1, 2),
+    (3, 1366, 5),
+]
+
 NAMES = {"velmar": velmar, "nan": math.nan, "inf": math.inf}
 
 
@@ -261,6 +273,13 @@ class TestForms:
         array = row.cls([[[i % 2, 1] for i in range(3)]] * 2, is_complex=is_complex)
         for view in (array, array[1], array[1][2], array[::-1], array[0][::2], array[5:]):
             assert str(view) == text_of(contents(view))
+
+    @pytest.mark.parametrize("size", LONG_SIZES)
+    def test_long_texts(self, size):
+        array = velmar.uint16(vector=range(math.prod(size)), size=size)
+        text = text_of(contents(array))
+        assert str(array) == text
+        assert repr(array) == f"velmar.uint16({text})"
 
     def test_results_are_plain_text(self):
         array = velmar.double([1])
