@@ -54,6 +54,9 @@ def long():  # lengths and strides are not among the ints that CPython prealloca
 
 def deep():  # more dimensions than the tuples that CPython keeps for reuse have items
     return velmar.double(size=(1,) * 24 + (2,))
+
+def wide():  # its text is made in parts; its elements need no objects
+    return velmar.logical(size=(1, 11000))
 """
 ATTEMPTS = """
 def in_short(error):
@@ -125,6 +128,7 @@ ROWS = [
     ("deep_slice", "real", "str(a[0:2][1][0:2])", {"MemoryError", NO_OBJECT, NO_ITEM}),
     ("from_buffer", "real", "type(a)(array.array('d', [1, 2]))", {"MemoryError", NO_OBJECT}),
     ("str", "real", "str(a)", {"MemoryError"}),
+    ("str_in_parts", "wide", "str(a)", {"MemoryError"}),
     ("repr_complex", "complex_", "repr(a)", {"MemoryError"}),
     ("repr_slice", "complex_", "repr(a[0][0:2])", {"MemoryError", NO_OBJECT, NO_ITEM}),
     ("row", "real", "a[1]", {"MemoryError", NO_OBJECT}),
@@ -179,12 +183,19 @@ def test_no_memory_for_one_object(subject, operation, failures):
 # The functions for native clients.
 CLIENT = f"""
 sys.path.append({str(Path(__file__).parent)!r})
-from helpers.capsule import from_buffer, there_and_back
+from helpers.capsule import bare_from_buffer, from_buffer, there_and_back
+from ctypes import byref, c_int
+
+number = byref(c_int())
+
+def converted(a):  # the tuple of one item that byref() leaves would be used again
+    return bare_from_buffer(a, number)
 """
 CLIENT_ROWS = {
     "adopted": ("real", "there_and_back(a)", {NO_OBJECT}),
     "converted": ("real", "from_buffer(a)", {NO_OBJECT}),
     "converted_complex": ("complex_", "from_buffer(a)", {NO_OBJECT}),
+    "converted_without_a_spare_tuple": ("real", "converted(a)", {NO_OBJECT}),
     "converted_by_items": ("hollow", "from_buffer(a)", {NO_OBJECT, NO_DATA}),
 }
 
