@@ -232,6 +232,8 @@ TYPED_CASE(Parser, RowsInMemoryThatDoNotFitFailAsListsDo) {
       {"[[], row]", differ},
       {"[row, []]", differ},
       // The lengths of the first two levels agree.
+      {"[[[]], [row]]", notRectangular},
+      {"[[row], [[]]]", notRectangular},
       {"[[1], [row]]", notRectangular},
       {"[[row], [1]]", notRectangular},
       {"[[[1, 0]], [row]]", notRectangular},
