@@ -68,6 +68,8 @@ Offsets::Offsets(std::span<const std::int64_t> extents, std::span<const std::int
     : m_count(static_cast<std::int64_t>(wrappedProduct(extents))),
       m_stride(strides.front()),
       m_traversal(extents, strides, fromLastDimension) {
+  // A list for one dimension would have the same offsets, so no test detects a change of the
+  // condition to `true`.
   if (extents.size() > 1) m_list.resize(static_cast<std::size_t>(std::min(m_count, longestList)));
 }
 

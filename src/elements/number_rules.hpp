@@ -41,7 +41,7 @@ constexpr float throughDouble(float value) {
 // have three bytes, so no test detects a change of `>= 4` to `>= 3`.
 template <class To>
 constexpr To truncatedNaN() {
-  if constexpr (sizeof(To) == 8 && std::is_unsigned_v<To>) {
+  if constexpr (std::is_same_v<To, std::uint64_t>) {
     return To{1} << 63;
   } else if constexpr (sizeof(To) >= 4 && std::is_signed_v<To>) {
     return std::numeric_limits<To>::min();

@@ -21,7 +21,7 @@ def test_a_row_that_became_longer_than_any_list():
 
 # At exit, a thread that waits inside an operation is ended when it asks for the interpreter: its
 # stack is unwound through the module. The finalizer gives it time to ask.
-DAEMON = """
+AT_EXIT = """
 import threading, time, velmar
 
 started = threading.Event()
@@ -45,6 +45,25 @@ threading.Thread(target=act, daemon=True).start()
 assert started.wait(60)
 report("at the end")
 """
+# The thread ends itself, with the same unwinding. It does not hold the interpreter's lock then,
+# because ctypes has released it.
+BY_ITSELF = """
+import ctypes, os, threading, time, velmar
+
+class Ending:
+    def __len__(self):
+        return 1
+
+    def __getitem__(self, index):
+        ctypes.CDLL(None).pthread_exit(None)
+
+slow = Ending()
+thread = threading.Thread(target={operation}, daemon=True)
+thread.start()
+while os.path.exists(f"/proc/self/task/{{thread.native_id}}"):
+    time.sleep(0.001)
+report("at the end")
+"""
 OPERATIONS = {
     "construction": "lambda: velmar.double(slow)",
     "size": "lambda: velmar.double(size=slow)",
@@ -53,8 +72,9 @@ OPERATIONS = {
 }
 
 
+@pytest.mark.parametrize("script", [AT_EXIT, BY_ITSELF], ids=["at_exit", "by_itself"])
 @pytest.mark.parametrize("operation", OPERATIONS.values(), ids=OPERATIONS.keys())
-def test_the_interpreter_can_end_a_thread_inside_an_operation(operation):
-    outcome = run_script(DAEMON.format(operation=operation))
+def test_a_thread_can_be_ended_inside_an_operation(operation, script):
+    outcome = run_script(script.format(operation=operation))
     assert outcome.reported == "at the end"
     assert outcome.error_lines == []
