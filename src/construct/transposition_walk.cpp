@@ -207,6 +207,7 @@ void streamPiece(const Offsets& rows, const Offsets& columns, const std::byte* s
     std::int64_t stripEnd = 0;
     for (std::int64_t column = 0; column < columns.size(); column = stripEnd) {
       stripEnd = std::min(column + perLine, columns.size());
+      // What is fetched affects only the speed, so no test detects a change.
       const std::byte* const ahead = source + (column + linesAhead * perLine) * size;
       // What is fetched affects only the speed, so no test detects a change.
       for (std::int64_t row = 0; row < panel.end; ++row) __builtin_prefetch(ahead + offsetOf[row]);
