@@ -126,11 +126,14 @@ bool ConstructionShape::takeDimensionsOf(const Py_buffer& view, std::uint64_t co
 
 bool ConstructionShape::takesLevels(std::span<const Lane> lanes) const {
   const std::uint64_t depth = currentDepth + lanes.size();
+  // What is refused is read one by one with the same result, so no test detects a change of the
+  // condition to `true`.
   if (leafDepth != 0 && leafDepth != static_cast<std::int64_t>(depth)) return false;
   for (std::size_t k = 0; k < lanes.size(); ++k) {
     const std::size_t level = currentDepth + k;
     if (level >= calculatedDimensions.size()) return true;
     const std::int64_t dimension = calculatedDimensions[level];
+    // The same as above, so no test detects a change of the condition to `true`.
     if (dimension != 0 && dimension != lanes[k].count) return false;
   }
   return true;
