@@ -33,7 +33,7 @@ inline void finish() {
 
 #else
 
-// Without stores of this kind the functions do the same, only slower than other ways to store.
+// On other processors the functions work, but ordinary walks are faster.
 inline constexpr bool isPossible = false;
 inline void storeLine(std::byte* to, const std::byte* line) {
   std::memcpy(to, line, lineSize);

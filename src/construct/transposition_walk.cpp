@@ -223,7 +223,7 @@ void transposeElements(Transposition& plan, bool isStreamed, const std::byte* so
                        std::byte* target) {
   while (plan.rows.findPiece()) {
     while (plan.columns.findPiece()) {
-      // With smaller elements the work on each takes longer than the memory does.
+      // Smaller elements are faster in squares.
       if constexpr (Size >= 4) {
         if (isStreamed) {
           streamPiece<Size>(plan.rows, plan.columns, source, target);

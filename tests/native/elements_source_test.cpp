@@ -180,6 +180,16 @@ TEST(SourceOf, AnythingIsRefusedWhileAnErrorIsPending) {
 
 // --- Memoryviews of buffers with any fields
 
+// A memoryview of so many bytes of the exporter, as items of one dimension.
+PyRef viewOfItems(SampleExporter<double>& exporter, const char* format, Py_ssize_t itemsize,
+                  Py_ssize_t bytes) {
+  exporter.exports.format = format;
+  exporter.exports.itemsize = itemsize;
+  exporter.exports.shape = Lengths{bytes / itemsize};
+  exporter.exports.strides = Lengths{itemsize};
+  return PyRef::steal(PyMemoryView_FromObject(exporter.object.get()));
+}
+
 TEST(SourceOfMemoryview, FormatsAreThoseOfOneLetter) {
   const struct {
     const char* format;
@@ -196,11 +206,7 @@ TEST(SourceOfMemoryview, FormatsAreThoseOfOneLetter) {
   for (const auto& row : rows) {
     SCOPED_TRACE(row.format);
     SampleExporter<double> exporter({3});
-    exporter.exports.format = row.format;
-    exporter.exports.itemsize = row.itemsize;
-    exporter.exports.shape = Lengths{24 / row.itemsize};
-    exporter.exports.strides = Lengths{row.itemsize};
-    const PyRef view = PyRef::steal(PyMemoryView_FromObject(exporter.object.get()));
+    const PyRef view = viewOfItems(exporter, row.format, row.itemsize, 24);
     ASSERT_TRUE(view);
     EXPECT_EQ(elementsFoundIn(view) != "refused", row.isFound);
     EXPECT_EQ(elementsFoundIn(exporter.object), "refused") << "other exporters are not asked";
@@ -226,11 +232,7 @@ TEST(SourceOfMemoryview, ItemsOfLongHaveTheSizeThatTheExporterGives) {
   for (const auto& row : rows) {
     SCOPED_TRACE(row.format + std::to_string(row.itemsize));
     exporter.exports.buf = memory;
-    exporter.exports.format = row.format;
-    exporter.exports.itemsize = row.itemsize;
-    exporter.exports.shape = Lengths{16 / row.itemsize};
-    exporter.exports.strides = Lengths{row.itemsize};
-    const PyRef view = PyRef::steal(PyMemoryView_FromObject(exporter.object.get()));
+    const PyRef view = viewOfItems(exporter, row.format, row.itemsize, 16);
     ASSERT_TRUE(view);
     EXPECT_EQ(elementsFoundIn(view), row.expected);
   }
