@@ -12,13 +12,6 @@
 
 namespace {
 
-// Appends with room for the lengths of most arrays, so that these need one allocation.
-void append(std::vector<std::int64_t>& lengths, std::int64_t length) {
-  constexpr std::size_t usualDimensions = 4;
-  if (lengths.capacity() == 0) lengths.reserve(usualDimensions);
-  lengths.push_back(length);
-}
-
 // One entry of `size`; empty with an error set.
 std::optional<std::int64_t> readDimension(PyObject* size, Py_ssize_t index) {
   const PyRef item = PyRef::steal(PySequence_GetItem(size, index));
@@ -77,7 +70,7 @@ bool ConstructionShape::processSizeKwarg(PyObject* size) {
     setError(PyExc_ValueError, "sequence passed to 'size' must not be empty.");
     return false;
   }
-  std::vector<std::int64_t> dimensions;
+  Lengths dimensions;
   // Throws when the list cannot be had, before an item is asked for.
   dimensions.reserve(static_cast<std::size_t>(length));
   SignalWatch signals;
@@ -100,22 +93,22 @@ void ConstructionShape::processSize(std::span<const std::int64_t> dimensions) {
 }
 
 void ConstructionShape::takeLengthOfVector(std::int64_t length) {
-  if (specifiedDimensions.empty()) append(calculatedDimensions, 1);
-  append(calculatedDimensions, length);
+  if (specifiedDimensions.empty()) calculatedDimensions.push_back(1);
+  calculatedDimensions.push_back(length);
 }
 
 bool ConstructionShape::takeDimensionsOf(const Py_buffer& view, std::uint64_t count) {
   using external_buffer::refuse;
   if (view.ndim < 2) {
     if (view.ndim == 0 && count != 1) return refuse(external_buffer::doesNotFit);
-    append(calculatedDimensions, static_cast<std::int64_t>(count));
+    calculatedDimensions.push_back(static_cast<std::int64_t>(count));
     return true;
   }
   if (view.shape == nullptr) return refuse("shape is null.");
   calculatedDimensions.assign(view.shape, view.shape + view.ndim);
   const bool hasNegative = std::any_of(calculatedDimensions.begin(), calculatedDimensions.end(),
                                        [](std::int64_t length) { return length < 0; });
-  if (hasNegative || exactProduct(calculatedDimensions) != count || view.strides == nullptr ||
+  if (hasNegative || exactProduct(getCalculatedDimensions()) != count || view.strides == nullptr ||
       view.itemsize <= 0) {
     return refuse(external_buffer::doesNotFit);
   }
@@ -141,14 +134,14 @@ bool ConstructionShape::takesLevels(std::span<const Lane> lanes) const {
 
 void ConstructionShape::takeDimensionsOf(std::span<const Lane> lanes) {
   assert(calculatedDimensions.empty());
-  for (const Lane& lane : lanes) append(calculatedDimensions, lane.count);
+  for (const Lane& lane : lanes) calculatedDimensions.push_back(lane.count);
 }
 
 void ConstructionShape::enterLevel(std::int64_t length) {
   assert(length >= 0);
   ++currentDepth;
-  if (calculatedDimensions.size() < currentDepth) append(calculatedDimensions, 0);
-  if (sequenceLengths.size() < currentDepth) append(sequenceLengths, 0);
+  if (calculatedDimensions.size() < currentDepth) calculatedDimensions.push_back(0);
+  if (sequenceLengths.size() < currentDepth) sequenceLengths.push_back(0);
   sequenceLengths[currentDepth - 1] = length;
 }
 
@@ -172,20 +165,20 @@ bool ConstructionShape::enterLeaf() {
 }
 
 std::uint64_t ConstructionShape::numberOfElementsByLengths() const {
-  return wrappedProduct(sequenceLengths);
+  return wrappedProduct(spanOf(sequenceLengths));
 }
 
 void ConstructionShape::setMismatch(PyObject* exceptionClass) const {
   setError(exceptionClass, "dimensions of initializer (" +
-                               getDimensionsAsStdString(calculatedDimensions) +
+                               getDimensionsAsStdString(getCalculatedDimensions()) +
                                ") do not match dimensions specified by 'size' (" +
-                               getDimensionsAsStdString(specifiedDimensions) + ").");
+                               getDimensionsAsStdString(getSpecifiedDimensions()) + ").");
 }
 
 bool ConstructionShape::specifiedAndCalculatedDimensionsMatch() {
   if (specifiedDimensions.empty() || specifiedDimensions == calculatedDimensions) return true;
-  const std::uint64_t product = wrappedProduct(specifiedDimensions);
-  if (product != wrappedProduct(calculatedDimensions)) {
+  const std::uint64_t product = wrappedProduct(getSpecifiedDimensions());
+  if (product != wrappedProduct(getCalculatedDimensions())) {
     setMismatch(MCPyError::shapeErr);
     return false;
   }
@@ -227,8 +220,7 @@ void ConstructionShape::dropTrailingOnes() {
 }
 
 std::int64_t ConstructionShape::calculateNumberOfElements() {
-  const std::vector<std::int64_t>& dimensions = getDimensions();
-  const auto product = static_cast<std::int64_t>(wrappedProduct(dimensions));
+  const auto product = static_cast<std::int64_t>(wrappedProduct(getDimensions()));
   if (product > 0 && numberOfElements == 0) numberOfElements = product;
   return numberOfElements;
 }

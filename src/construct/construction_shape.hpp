@@ -4,9 +4,9 @@
 #include <cstdint>
 #include <optional>
 #include <span>
-#include <vector>
 
 #include "elements/box.hpp"
+#include "module/dimensions.hpp"
 #include "module/python.hpp"
 #include "module/signals.hpp"
 
@@ -66,11 +66,16 @@ class ConstructionShape {
   // later changes of the dimensions do not change it.
   std::int64_t calculateNumberOfElements();
 
-  const std::vector<std::int64_t>& getCalculatedDimensions() const { return calculatedDimensions; }
-  const std::vector<std::int64_t>& getSpecifiedDimensions() const { return specifiedDimensions; }
+  // Borrowed from this object until the next change of its dimensions.
+  std::span<const std::int64_t> getCalculatedDimensions() const {
+    return spanOf(calculatedDimensions);
+  }
+  std::span<const std::int64_t> getSpecifiedDimensions() const {
+    return spanOf(specifiedDimensions);
+  }
   // Those of `size` if there are any.
-  const std::vector<std::int64_t>& getDimensions() const {
-    return specifiedDimensions.empty() ? calculatedDimensions : specifiedDimensions;
+  std::span<const std::int64_t> getDimensions() const {
+    return specifiedDimensions.empty() ? getCalculatedDimensions() : getSpecifiedDimensions();
   }
   // Whether the elements need no reordering.
   bool isBufferInStorageOrder() const { return bufferInStorageOrder; }
@@ -79,13 +84,13 @@ class ConstructionShape {
  private:
   void setMismatch(PyObject* exceptionClass) const;
 
-  std::vector<std::int64_t> specifiedDimensions;
-  std::vector<std::int64_t> calculatedDimensions;
+  Lengths specifiedDimensions;
+  Lengths calculatedDimensions;
   std::int64_t numberOfElements = 0;  // 0 while not calculated
   bool bufferInStorageOrder = false;
   std::uint64_t currentDepth = 0;
-  std::int64_t leafDepth = 0;                 // depth of the first element, 0 before it
-  std::vector<std::int64_t> sequenceLengths;  // of the sequence being walked at each depth
+  std::int64_t leafDepth = 0;  // depth of the first element, 0 before it
+  Lengths sequenceLengths;     // of the sequence being walked at each depth
 };
 
 // The length of a sequence, or 1 for an object that is not a sequence. Empty with an error set:

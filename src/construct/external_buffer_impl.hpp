@@ -63,7 +63,7 @@ bool FinalConstructorParser<T>::fillVectorFromExternalBuffer(const Py_buffer& vi
 template <class T>
 void FinalConstructorParser<T>::takeElementsOf(const Py_buffer& view, std::uint64_t count) {
   if (count == 0) return;
-  const std::vector<std::int64_t>& dimensions = m_shape.getCalculatedDimensions();
+  const std::span<const std::int64_t> dimensions = m_shape.getCalculatedDimensions();
   T* elements = flattenedElements.replace(count);
   if (m_shape.isBufferInStorageOrder() || isSameInBothOrders(dimensions)) {
     external_buffer::copyElements(view.buf, count, elements);

@@ -9,7 +9,7 @@ namespace vd = foundation::velmardata;
 
 std::optional<vd::Array> makeTypedArrayFromBuf(const ElementFacts& element, UntypedBuffer&& buffer,
                                                bool bufferInStorageOrder,
-                                               const std::vector<std::int64_t>& dimensions,
+                                               std::span<const std::int64_t> dimensions,
                                                std::int64_t numberOfElements) {
   if (numberOfElements < 2 || bufferInStorageOrder || isSameInBothOrders(dimensions)) {
     return makeArrayFromBuffer(element.type, std::move(buffer), dimensions);
@@ -19,7 +19,7 @@ std::optional<vd::Array> makeTypedArrayFromBuf(const ElementFacts& element, Unty
 }
 
 std::optional<vd::Array> convertRowMajorBufferToColumnMajor(
-    const ElementFacts& element, const void* source, const std::vector<std::int64_t>& dimensions,
+    const ElementFacts& element, const void* source, std::span<const std::int64_t> dimensions,
     std::int64_t numberOfElements) {
   const auto count = static_cast<std::uint64_t>(numberOfElements);
   UntypedBuffer target = tryCreateBuffer(element.type, count);

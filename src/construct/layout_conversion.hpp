@@ -3,7 +3,7 @@
 
 #include <cstdint>
 #include <optional>
-#include <vector>
+#include <span>
 #include <velmardata/velmardata.hpp>
 
 #include "module/element_types.hpp"
@@ -15,11 +15,11 @@
 // MemoryError set when memory for the reordered elements is short.
 std::optional<foundation::velmardata::Array> makeTypedArrayFromBuf(
     const ElementFacts& element, UntypedBuffer&& buffer, bool bufferInStorageOrder,
-    const std::vector<std::int64_t>& dimensions, std::int64_t numberOfElements);
+    std::span<const std::int64_t> dimensions, std::int64_t numberOfElements);
 template <class T>
 std::optional<foundation::velmardata::Array> makeTypedArrayFromBuf(
-    ElementBuffer<T>&& buffer, bool bufferInStorageOrder,
-    const std::vector<std::int64_t>& dimensions, std::int64_t numberOfElements) {
+    ElementBuffer<T>&& buffer, bool bufferInStorageOrder, std::span<const std::int64_t> dimensions,
+    std::int64_t numberOfElements) {
   const auto deleter = buffer.get_deleter();
   return makeTypedArrayFromBuf(factsOf<T>, UntypedBuffer(buffer.release(), deleter),
                                bufferInStorageOrder, dimensions, numberOfElements);
@@ -27,5 +27,5 @@ std::optional<foundation::velmardata::Array> makeTypedArrayFromBuf(
 
 // The array that holds the elements of a row-major source in column-major order. Fails as above.
 std::optional<foundation::velmardata::Array> convertRowMajorBufferToColumnMajor(
-    const ElementFacts& element, const void* source, const std::vector<std::int64_t>& dimensions,
+    const ElementFacts& element, const void* source, std::span<const std::int64_t> dimensions,
     std::int64_t numberOfElements);

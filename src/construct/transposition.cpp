@@ -53,12 +53,6 @@ namespace transposition {
 
 namespace {
 
-using Numbers = boost::container::small_vector<std::int64_t, 8>;
-
-std::span<const std::int64_t> spanOf(const Numbers& numbers) {
-  return {numbers.data(), numbers.size()};
-}
-
 constexpr std::int64_t longestList = 4096;
 
 }  // namespace
@@ -85,14 +79,14 @@ bool Offsets::findPiece() {
   return true;
 }
 
-Transposition makeTransposition(const std::vector<std::int64_t>& dimensions) {
-  Numbers extents;  // without the dimensions of length 1
+Transposition makeTransposition(std::span<const std::int64_t> dimensions) {
+  Lengths extents;  // without the dimensions of length 1
   std::copy_if(dimensions.begin(), dimensions.end(), std::back_inserter(extents),
                [](std::int64_t dimension) { return dimension != 1; });
   if (extents.size() < 2) extents.insert(extents.begin(), 2 - extents.size(), 1);
-  Numbers sourceStrides(extents.size());
+  Lengths sourceStrides(extents.size());
   computeRowMajorStrides(spanOf(extents), {sourceStrides.data(), sourceStrides.size()});
-  Numbers targetStrides(extents.size(), 1);
+  Lengths targetStrides(extents.size(), 1);
   for (std::size_t i = 1; i < extents.size(); ++i) {
     targetStrides[i] = targetStrides[i - 1] * extents[i - 1];
   }
@@ -105,8 +99,8 @@ Transposition makeTransposition(const std::vector<std::int64_t>& dimensions) {
   while (leading + 1 < extents.size() && targetStrides[leading] * targetStrides[leading] < total) {
     ++leading;
   }
-  const auto rows = [&](const Numbers& numbers) { return spanOf(numbers).first(leading); };
-  const auto columns = [&](const Numbers& numbers) { return spanOf(numbers).subspan(leading); };
+  const auto rows = [&](const Lengths& numbers) { return spanOf(numbers).first(leading); };
+  const auto columns = [&](const Lengths& numbers) { return spanOf(numbers).subspan(leading); };
   return {Offsets(rows(extents), rows(sourceStrides), true),
           Offsets(columns(extents), columns(targetStrides), false)};
 }

@@ -78,7 +78,7 @@ struct Transposition {
   Offsets columns;
 };
 
-Transposition makeTransposition(const std::vector<std::int64_t>& dimensions);
+Transposition makeTransposition(std::span<const std::int64_t> dimensions);
 
 // Moves elements of 1, 2, 4, 8 or 16 bytes from the source, which may lie at any address, to the
 // target. Linear in the number of elements.

@@ -75,7 +75,7 @@ int setMultipleElementsFromNonFinalIntegerIndex(MCppPyArray& view, std::int64_t 
   const WrapperAccess storage = view.wrapper();
   if (!storage) return -1;
   const std::span<const std::int64_t> shape = storage->shape();
-  const std::vector<std::int64_t>& given = parser.shape().getCalculatedDimensions();
+  const std::span<const std::int64_t> given = parser.shape().getCalculatedDimensions();
   const std::size_t first = view.chain().integers().size() + 1;
   if (first > shape.size() || !std::equal(shape.begin() + static_cast<std::ptrdiff_t>(first),
                                           shape.end(), given.begin(), given.end())) {

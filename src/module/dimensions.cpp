@@ -4,15 +4,15 @@
 #include <algorithm>
 
 std::optional<std::uint64_t> exactProduct(std::span<const std::int64_t> dimensions) {
-  // The other lengths may overflow before a zero is met.
-  if (std::find(dimensions.begin(), dimensions.end(), 0) != dimensions.end()) return 0;
   std::uint64_t product = 1;
+  bool fits = true;
   for (const std::int64_t dimension : dimensions) {
+    if (dimension == 0) return 0;  // also behind lengths whose product does not fit
     if (__builtin_mul_overflow(product, static_cast<std::uint64_t>(dimension), &product)) {
-      return std::nullopt;
+      fits = false;
     }
   }
-  return product;
+  return fits ? std::optional(product) : std::nullopt;
 }
 
 std::uint64_t wrappedProduct(std::span<const std::int64_t> dimensions) {

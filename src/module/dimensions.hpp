@@ -1,11 +1,18 @@
 // Arithmetic on the lengths of dimensions: products, and the form that every shape is brought into.
 #pragma once
 
+#include <boost/container/small_vector.hpp>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <span>
 #include <string>
+
+// Lengths of dimensions. Up to four need no heap block.
+using Lengths = boost::container::small_vector<std::int64_t, 4>;
+inline std::span<const std::int64_t> spanOf(const Lengths& lengths) {
+  return {lengths.data(), lengths.size()};
+}
 
 // No length is negative. An empty list has the product 1.
 
@@ -26,7 +33,7 @@ std::string getDimensionsAsStdString(std::span<const std::int64_t> dimensions);
 
 template <class Dimensions>
 void dropTrailingOnes(Dimensions& dimensions) {
-  dimensions.resize(countWithoutTrailingOnes(dimensions));
+  dimensions.resize(countWithoutTrailingOnes({dimensions.data(), dimensions.size()}));
 }
 
 // A single length n becomes 1 and n.

@@ -7,9 +7,9 @@
 #include <iostream>
 #include <optional>
 #include <span>
-#include <vector>
 
 #include "elements/equality.hpp"
+#include "module/dimensions.hpp"
 #include "module/py_ref.hpp"
 #include "module/support.hpp"
 #include "operations/handlers.hpp"
@@ -25,8 +25,6 @@ std::optional<bool> numbersAreEqual(PyObject* x, PyObject* y) {
   std::cout << "PyObject_RichCompareBool() generated an error.\n" << std::flush;
   return std::nullopt;
 }
-
-using Lengths = std::vector<std::int64_t>;  // of the open dimensions
 
 // The lengths of a view without elements. Empty, with no error set, for
 // other views, and for those whose walk their lengths do not tell.

@@ -30,10 +30,10 @@ std::optional<vd::Array> tryCopyContents(const MCppPyArray& view) {
                    static_cast<std::byte*>(buffer.get()))) {
     return std::nullopt;
   }
-  std::vector<std::int64_t> dimensions;
+  Lengths dimensions;
   for (const Lane& lane : box->lanes) dimensions.push_back(lane.count);
   makeTwoDimensional(dimensions);
-  return makeArrayFromBuffer(box->type, std::move(buffer), dimensions);
+  return makeArrayFromBuffer(box->type, std::move(buffer), spanOf(dimensions));
 }
 
 // The way through Python values: the same that a construction takes from nested values to an array.
@@ -49,7 +49,8 @@ struct MDAFromIndexedArrayVisitor {
     ElementBuffer<T> buffer = parser.getFilledBuffer();
     if (buffer == nullptr) return std::nullopt;
     const std::int64_t count = shape.calculateNumberOfElements();
-    std::vector<std::int64_t> dimensions = shape.getCalculatedDimensions();
+    const std::span<const std::int64_t> calculated = shape.getCalculatedDimensions();
+    Lengths dimensions(calculated.begin(), calculated.end());
     if (count == 0) {
       // Deliberate: without elements the dimensions are those of the whole storage, because the
       // list tells only the lengths before the first 0.
@@ -61,7 +62,7 @@ struct MDAFromIndexedArrayVisitor {
       dimensions.assign(all.begin(), all.end());
       dimensions.front() = 0;
     }
-    return makeTypedArrayFromBuf(std::move(buffer), false, dimensions, count);
+    return makeTypedArrayFromBuf(std::move(buffer), false, spanOf(dimensions), count);
   }
 
  private:

@@ -46,7 +46,7 @@ Parsed<T> parse(const PyRef& exporter, const char* size = "None") {
   Parsed<T> parsed;
   auto buffer = parser.processConstructorArgsAndKwargs(arguments);
   if (buffer == nullptr) return parsed;
-  parsed.dimensions = parser.shape().getDimensions();
+  parsed.dimensions = numbersOf(parser.shape().getDimensions());
   const std::optional<Array> array =
       makeTypedArrayFromBuf(std::move(buffer), parser.shape().isBufferInStorageOrder(),
                             parsed.dimensions, parser.getNumberOfFlattenedElements());
@@ -57,7 +57,7 @@ Parsed<T> parse(const PyRef& exporter, const char* size = "None") {
 
 // The samples of an exporter with that order of memory, in storage order.
 template <class T>
-std::vector<T> samplesInStorageOrder(const Lengths& shape, char order) {
+std::vector<T> samplesInStorageOrder(const Sizes& shape, char order) {
   std::vector<T> elements;
   for (std::size_t k = 0; k < SampleExporter<T>::countOf(shape); ++k) {
     std::size_t left = k;
@@ -84,7 +84,7 @@ TYPED_SUITE(ExternalBuffer, WritableTypes, TypeWords);
 // --- Correct exporters
 
 struct ShapeRow {
-  Lengths shape;
+  Sizes shape;
   char order;
   Numbers dimensions;
 };
@@ -358,7 +358,7 @@ TYPED_CASE(ExternalBuffer, LengthsInBytesFitTheElements) {
 }
 
 TYPED_CASE(ExternalBuffer, ElementsAtANullAddressAreRefused) {
-  for (const Lengths& shape : {Lengths{}, Lengths{6}, Lengths{2, 3}}) {
+  for (const Sizes& shape : {Sizes{}, Sizes{6}, Sizes{2, 3}}) {
     SampleExporter<TypeParam> exporter(shape);
     exporter.exports.buf = nullptr;
     EXPECT_FALSE(parse<TypeParam>(exporter.object).isOk);
@@ -436,7 +436,7 @@ TYPED_CASE(ExternalBuffer, RefusalOfTheExporterStaysSet) {
 // --- With a size
 
 struct SizeRow {
-  Lengths shape;
+  Sizes shape;
   char order;
   const char* size;
   Numbers dimensions;

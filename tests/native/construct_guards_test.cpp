@@ -105,7 +105,7 @@ TEST(Reordering, NeedsNoLevelsForAListOfElements) {
 }
 
 TEST(Reordering, NeedsNoLevelsForABuffer) {
-  const SampleExporter<std::int16_t> exporter(Lengths(10, 2), 'C');
+  const SampleExporter<std::int16_t> exporter(Sizes(10, 2), 'C');
   ConstructorArguments arguments;
   arguments.initializer = PyRef::borrow(exporter.object.get());
   FinalConstructorParser<std::int16_t> parser;

@@ -265,14 +265,14 @@ TEST(ReorderOfDoubles, KnownOrders) {
 
 TEST(ReorderFailure, MemoryIsShort) {
   const auto source = scatteredBuffer<double>(4);
-  EXPECT_FALSE(convertRowMajorBufferToColumnMajor(factsOf<double>, source.get(), {2, 2},
+  EXPECT_FALSE(convertRowMajorBufferToColumnMajor(factsOf<double>, source.get(), Numbers{2, 2},
                                                   std::int64_t{1} << 60));
   EXPECT_TRUE(raised(PyExc_MemoryError,
                      "unable to allocate memory for array with number of elements = "
                      "1152921504606846976; type = double"));
   const auto characters = scatteredBuffer<char16_t>(4);
-  EXPECT_FALSE(convertRowMajorBufferToColumnMajor(factsOf<char16_t>, characters.get(), {2, 2},
-                                                  std::int64_t{1} << 61));
+  EXPECT_FALSE(convertRowMajorBufferToColumnMajor(factsOf<char16_t>, characters.get(),
+                                                  Numbers{2, 2}, std::int64_t{1} << 61));
   EXPECT_TRUE(raised(PyExc_MemoryError,
                      "unable to allocate memory for array with number of elements = "
                      "2305843009213693952; type = double"));
@@ -333,7 +333,7 @@ ElementBuffer<double> countedBuffer(std::size_t count) {
 
 TEST(ReorderedBuffer, IsFreedAfterwards) {
   auto buffer = countedBuffer(6);
-  const auto array = makeTypedArrayFromBuf(std::move(buffer), false, {2, 3}, 6);
+  const auto array = makeTypedArrayFromBuf(std::move(buffer), false, Numbers{2, 3}, 6);
   EXPECT_EQ(buffer.get(), nullptr) << "the function takes the buffer";
   EXPECT_EQ(s_freed, 1);
   ASSERT_TRUE(array);
@@ -341,7 +341,8 @@ TEST(ReorderedBuffer, IsFreedAfterwards) {
 }
 
 TEST(ReorderedBuffer, IsFreedAfterAFailure) {
-  EXPECT_FALSE(makeTypedArrayFromBuf(countedBuffer(4), false, {2, 2}, std::int64_t{1} << 60));
+  EXPECT_FALSE(
+      makeTypedArrayFromBuf(countedBuffer(4), false, Numbers{2, 2}, std::int64_t{1} << 60));
   EXPECT_EQ(s_freed, 1);
   EXPECT_TRUE(raisedOwn(PyExc_MemoryError));
 }

@@ -154,8 +154,8 @@ TYPED_CASE(Parser, FillsABufferAndFindsTheDimensions) {
     EXPECT_FALSE(shape.isBufferInStorageOrder());
     const auto buffer = parser.processConstructorArgsAndKwargs(argumentsOf(row.call));
     ASSERT_NE(buffer, nullptr);
-    EXPECT_EQ(shape.getDimensions(), row.dimensions);
-    EXPECT_EQ(shape.getCalculatedDimensions(), row.calculated);
+    EXPECT_EQ(numbersOf(shape.getDimensions()), row.dimensions);
+    EXPECT_EQ(numbersOf(shape.getCalculatedDimensions()), row.calculated);
     EXPECT_EQ(shape.isBufferInStorageOrder(), row.isInStorageOrder);
     EXPECT_EQ(parser.getNumberOfFlattenedElements(), row.flattened);
     for (std::size_t i = 0; i < row.elements.size(); ++i) {
@@ -303,7 +303,7 @@ TEST(Flattening, AppendsToEarlierElements) {
   FinalConstructorParser<std::int16_t> parser;
   for (const char* expression : {"[[1, 2], [3, 4]]", "[[5, 6], [7, 8]]"}) {
     ASSERT_TRUE(parser.flattenWithUnspecifiedDimensions(evaluate(expression).get(), true));
-    EXPECT_EQ(parser.shape().getDimensions(), (Numbers{2, 2}));
+    EXPECT_EQ(numbersOf(parser.shape().getDimensions()), (Numbers{2, 2}));
   }
   EXPECT_EQ(parser.getNumberOfFlattenedElements(), 8);
   const auto elements = parser.getFilledBuffer();
@@ -315,7 +315,7 @@ TEST(Flattening, AppendsToEarlierElements) {
 TEST(Flattening, ScalarsAreOneByOne) {
   FinalConstructorParser<double> parser;
   ASSERT_TRUE(parser.flattenWithUnspecifiedDimensions(evaluate("2.5").get(), true));
-  EXPECT_EQ(parser.shape().getDimensions(), (Numbers{1, 1}));
+  EXPECT_EQ(numbersOf(parser.shape().getDimensions()), (Numbers{1, 1}));
   EXPECT_EQ(parser.getFilledBuffer()[0], 2.5);
 }
 

@@ -103,8 +103,8 @@ TEST(SizeArgument, IsNormalised) {
     SCOPED_TRACE(expression);
     ConstructionShape shape;
     EXPECT_TRUE(shape.processSizeKwarg(evaluate(expression).get()));
-    EXPECT_EQ(shape.getSpecifiedDimensions(), expected);
-    EXPECT_EQ(shape.getDimensions(), expected);
+    EXPECT_EQ(numbersOf(shape.getSpecifiedDimensions()), expected);
+    EXPECT_EQ(numbersOf(shape.getDimensions()), expected);
     EXPECT_TRUE(shape.getCalculatedDimensions().empty());
     EXPECT_TRUE(raisedNothing());
   }
@@ -194,7 +194,7 @@ TEST(Walk, FindsTheDimensions) {
     ConstructionShape shape;
     EXPECT_EQ(walk(shape, row.steps), row.expected.has_value());
     if (row.expected) {
-      EXPECT_EQ(shape.getCalculatedDimensions(), *row.expected);
+      EXPECT_EQ(numbersOf(shape.getCalculatedDimensions()), *row.expected);
       EXPECT_TRUE(raisedNothing());
     } else {
       EXPECT_TRUE(raised(PyExc_ValueError, "arrays must be rectangular."));
@@ -216,12 +216,12 @@ TEST(Walk, KnowsTheNumberOfElementsAtTheFirstLeaf) {
 TEST(VectorLength, IsOneByNUnlessThereIsASize) {
   ConstructionShape alone;
   alone.takeLengthOfVector(3);
-  EXPECT_EQ(alone.getCalculatedDimensions(), (Numbers{1, 3}));
+  EXPECT_EQ(numbersOf(alone.getCalculatedDimensions()), (Numbers{1, 3}));
   ConstructionShape sized;
   sized.processSize(Numbers{3, 1});
   sized.takeLengthOfVector(3);
-  EXPECT_EQ(sized.getCalculatedDimensions(), (Numbers{3}));
-  EXPECT_EQ(sized.getDimensions(), (Numbers{3, 1}));
+  EXPECT_EQ(numbersOf(sized.getCalculatedDimensions()), (Numbers{3}));
+  EXPECT_EQ(numbersOf(sized.getDimensions()), (Numbers{3, 1}));
 }
 
 // --- Agreement
@@ -299,7 +299,7 @@ TEST(SingleDimension, BecomesTwoOrMustFillTheSize) {
     EXPECT_EQ(shape.handleSingleSingletonDimensionEdgeCase(row.flattened),
               row.expected.has_value());
     if (row.expected) {
-      EXPECT_EQ(shape.getCalculatedDimensions(), *row.expected);
+      EXPECT_EQ(numbersOf(shape.getCalculatedDimensions()), *row.expected);
       EXPECT_TRUE(raisedNothing());
     } else {
       EXPECT_TRUE(raised(MCPyError::shapeErr,
@@ -312,10 +312,10 @@ TEST(SingleDimension, BecomesTwoOrMustFillTheSize) {
 TEST(CalculatedDimensions, AreBroughtIntoTheFormOfArrays) {
   ConstructionShape shape = makeShape({}, {2, 3, 1, 1});
   shape.dropTrailingOnes();
-  EXPECT_EQ(shape.getCalculatedDimensions(), (Numbers{2, 3}));
+  EXPECT_EQ(numbersOf(shape.getCalculatedDimensions()), (Numbers{2, 3}));
   ConstructionShape flat = makeShape({}, {5});
   flat.makeTwoDimensional();
-  EXPECT_EQ(flat.getCalculatedDimensions(), (Numbers{1, 5}));
+  EXPECT_EQ(numbersOf(flat.getCalculatedDimensions()), (Numbers{1, 5}));
 }
 
 // --- The number of elements
@@ -325,7 +325,7 @@ TEST(NumberOfElements, WithoutDimensionsIsOneAndDoesNotChange) {
   EXPECT_EQ(shape.calculateNumberOfElements(), 1);
   EXPECT_EQ(shape.calculateNumberOfElements(), 1);
   ASSERT_TRUE(walk(shape, "(3...)"));
-  EXPECT_EQ(shape.getDimensions(), (Numbers{3}));
+  EXPECT_EQ(numbersOf(shape.getDimensions()), (Numbers{3}));
   EXPECT_EQ(shape.calculateNumberOfElements(), 1);
 }
 
@@ -337,7 +337,7 @@ TEST(NumberOfElements, FirstPositiveProductIsKept) {
   EXPECT_EQ(shape.calculateNumberOfElements(), 3);
   ASSERT_FALSE(walk(shape, "(1(2.."));
   EXPECT_TRUE(raised(PyExc_ValueError, "arrays must be rectangular."));
-  EXPECT_NE(shape.getDimensions(), (Numbers{3}));
+  EXPECT_NE(numbersOf(shape.getDimensions()), (Numbers{3}));
   EXPECT_EQ(shape.calculateNumberOfElements(), 3);
 }
 

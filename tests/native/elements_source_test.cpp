@@ -185,8 +185,8 @@ PyRef viewOfItems(SampleExporter<double>& exporter, const char* format, Py_ssize
                   Py_ssize_t bytes) {
   exporter.exports.format = format;
   exporter.exports.itemsize = itemsize;
-  exporter.exports.shape = Lengths{bytes / itemsize};
-  exporter.exports.strides = Lengths{itemsize};
+  exporter.exports.shape = Sizes{bytes / itemsize};
+  exporter.exports.strides = Sizes{itemsize};
   return PyRef::steal(PyMemoryView_FromObject(exporter.object.get()));
 }
 
@@ -241,8 +241,8 @@ TEST(SourceOfMemoryview, ItemsOfLongHaveTheSizeThatTheExporterGives) {
 TEST(SourceOfMemoryview, ItemsWithoutBytesAreRefused) {
   SampleExporter<double> exporter({3});
   exporter.exports.itemsize = 0;
-  exporter.exports.shape = Lengths{3};
-  exporter.exports.strides = Lengths{0};
+  exporter.exports.shape = Sizes{3};
+  exporter.exports.strides = Sizes{0};
   const PyRef view = PyRef::steal(PyMemoryView_FromObject(exporter.object.get()));
   ASSERT_TRUE(view);
   EXPECT_EQ(elementsFoundIn(view), "refused");
@@ -255,7 +255,7 @@ TEST(SourceOfMemoryview, ElementsThatAreNotAlignedAreRefused) {
     for (const Py_ssize_t stride : {8, 12, 16, -8, 0}) {
       SCOPED_TRACE(testing::PrintToString(std::vector<Py_ssize_t>{distance, stride}));
       exporter.exports.buf = reinterpret_cast<std::byte*>(memory.data() + 2) + distance;
-      exporter.exports.strides = Lengths{stride};
+      exporter.exports.strides = Sizes{stride};
       const PyRef view = PyRef::steal(PyMemoryView_FromObject(exporter.object.get()));
       const bool isExpected = distance % 8 == 0 && stride % 8 == 0;
       EXPECT_EQ(elementsFoundIn(view) != "refused", isExpected);
@@ -267,7 +267,7 @@ TEST(SourceOfMemoryview, SuboffsetsAreRefused) {
   SampleExporter<double> exporter({3});
   const PyRef plain = PyRef::steal(PyMemoryView_FromObject(exporter.object.get()));
   EXPECT_NE(elementsFoundIn(plain), "refused");
-  exporter.exports.suboffsets = Lengths{0};
+  exporter.exports.suboffsets = Sizes{0};
   const PyRef indirect = PyRef::steal(PyMemoryView_FromObject(exporter.object.get()));
   EXPECT_EQ(elementsFoundIn(indirect), "refused");
 }

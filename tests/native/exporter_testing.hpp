@@ -33,7 +33,7 @@ std::string formatOf() {
   }
 }
 
-using Lengths = std::vector<Py_ssize_t>;
+using Sizes = std::vector<Py_ssize_t>;
 
 // The flags of requests for buffers: contiguous in any order, with a format.
 constexpr int contiguousWithFormat = 0x9C;
@@ -46,9 +46,9 @@ struct Exports {
   Py_ssize_t itemsize = 0;
   std::optional<std::string> format;
   int ndim = 0;
-  std::optional<Lengths> shape;
-  std::optional<Lengths> strides;
-  std::optional<Lengths> suboffsets;
+  std::optional<Sizes> shape;
+  std::optional<Sizes> strides;
+  std::optional<Sizes> suboffsets;
   bool refuses = false;  // with LookupError "nothing to export."
   std::function<void()> onRelease;
 
@@ -74,7 +74,7 @@ inline int exportBuffer(PyObject* self, Py_buffer* buffer, int flags) {
     return -1;
   }
   ++exports.obtained;
-  const auto first = [](std::optional<Lengths>& numbers) {
+  const auto first = [](std::optional<Sizes>& numbers) {
     return numbers ? numbers->data() : nullptr;
   };
   buffer->buf = exports.buf;
@@ -114,7 +114,7 @@ inline PyRef makeExporter(Exports& exports) {
 // wrong ones changes `exports`. order: 'F' or 'C'.
 template <class T>
 struct SampleExporter {
-  explicit SampleExporter(const Lengths& shape, char order = 'F')
+  explicit SampleExporter(const Sizes& shape, char order = 'F')
       : memory(velmardata_testing::sampleBuffer<T>(countOf(shape))) {
     exports.buf = memory.get();
     exports.itemsize = sizeof(T);
@@ -122,7 +122,7 @@ struct SampleExporter {
     exports.format = formatOf<T>();
     exports.ndim = static_cast<int>(shape.size());
     exports.shape = shape;
-    exports.strides = Lengths(shape.size());
+    exports.strides = Sizes(shape.size());
     PyBuffer_FillContiguousStrides(exports.ndim, exports.shape->data(), exports.strides->data(),
                                    static_cast<int>(sizeof(T)), order);
     object = makeExporter(exports);
@@ -130,7 +130,7 @@ struct SampleExporter {
   SampleExporter(const SampleExporter&) = delete;
   SampleExporter& operator=(const SampleExporter&) = delete;
 
-  static unsigned long countOf(const Lengths& shape) {
+  static unsigned long countOf(const Sizes& shape) {
     unsigned long count = 1;
     for (const Py_ssize_t length : shape) count *= static_cast<unsigned long>(length);
     return count;

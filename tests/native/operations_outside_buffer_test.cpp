@@ -217,7 +217,7 @@ TEST(FillPyBuffer, TypeIsThatOfTheLetter) {
 TEST(FillPyBuffer, FieldsAreThoseOfTheExporterUnchecked) {
   SampleExporter<std::int16_t> exporter({2, 3}, 'C');
   Exports& exports = exporter.exports;
-  exports.suboffsets = Lengths{-1, -1};
+  exports.suboffsets = Sizes{-1, -1};
   Py_buffer buffer = {};
   bool isComplex = true;
   ASSERT_EQ(fillPyBuffer(exporter.object.get(), &buffer, &isComplex), 8);

@@ -65,8 +65,8 @@ TYPED_CASE(Adoption, OffersTheElementsAsMemory) {
   EXPECT_EQ(buffer.len, 6 * size);
   EXPECT_EQ(buffer.itemsize, size);
   EXPECT_EQ(buffer.format, formatOf<TypeParam>());
-  EXPECT_EQ(Lengths(buffer.shape, buffer.shape + buffer.ndim), (Lengths{2, 3}));
-  EXPECT_EQ(Lengths(buffer.strides, buffer.strides + buffer.ndim), (Lengths{size, 2 * size}));
+  EXPECT_EQ(Sizes(buffer.shape, buffer.shape + buffer.ndim), (Sizes{2, 3}));
+  EXPECT_EQ(Sizes(buffer.strides, buffer.strides + buffer.ndim), (Sizes{size, 2 * size}));
   EXPECT_EQ(buffer.readonly, 1);
   EXPECT_EQ(std::memcmp(buffer.buf, addressOf(array), 6 * sizeof(TypeParam)), 0);
   EXPECT_NE(buffer.buf, addressOf(array));
