@@ -16,8 +16,11 @@ TABLE_COLUMNS = tuple(column for column in COLUMNS if column != ARROW)
 # Allowed in addition for a construction of any size: arenas of the allocator, pages of code.
 PEAK_CONSTANT_BYTES = 1 << 20
 
-# Samples of each column; in a quick run a third of them.
+# Samples of each column; in a quick run a third of them. Times have more while the seconds for
+# their row last: the machine changes its speed several times a second, and many short turns put
+# every change into all columns.
 REPEATS = {Kind.TIME: 9, Kind.IMPORT: 15, Kind.PEAK: 3, Kind.GROWTH: 3, Kind.HELD: 3}
+SAMPLE_SECONDS, ROW_SECONDS = 0.002, 1.0
 
 # The child times its own import, so that the start of the interpreter is not included.
 IMPORT_PROGRAM = "import timeit; print(timeit.timeit({statement!r}, number=1))"
@@ -63,11 +66,15 @@ def fresh_sampler(name, job, column):
 def measured(name, job, quick):
     """The median of every column of the job."""
     columns = job.statements
+    repeats = REPEATS[job.kind]
     if job.kind is Kind.TIME:
-        samplers = samplers_for(job, columns, job.shape, 0.002 if quick else 0.02)
+        samplers = samplers_for(job, columns, job.shape, SAMPLE_SECONDS)
+        turn = sum(sampler.seconds * sampler.runs for sampler in samplers.values())
+        repeats = max(repeats, int(ROW_SECONDS / turn))
     else:
         samplers = {column: fresh_sampler(name, job, column) for column in columns}
-    repeats = REPEATS[job.kind] // (3 if quick else 1)
+    if quick:
+        repeats //= 3
     return medians_of(samples_of(samplers, dict.fromkeys(columns, repeats)))
 
 
