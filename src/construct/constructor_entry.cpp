@@ -29,28 +29,31 @@ bool takeLeadingDictAsKeywords(PyObject*& args, PyObject*& kwargs, PyRef& rest) 
   return static_cast<bool>(rest);
 }
 
-// The array that the arguments describe; empty with an error set.
+// Gives the record an array of such elements. False with an error set.
 template <class T>
-std::optional<vd::Array> parseAndMakeTypedArray(const ConstructorArguments& arguments) {
+bool parseAndMakeTypedArray(PyObject* record, const ConstructorArguments& arguments) {
   FinalConstructorParser<T> parser;
   ElementBuffer<T> buffer = parser.processConstructorArgsAndKwargs(arguments);
-  if (buffer == nullptr) return std::nullopt;
+  if (buffer == nullptr) return false;
   const ConstructionShape& shape = parser.shape();
-  return makeTypedArrayFromBuf(std::move(buffer), shape.isBufferInStorageOrder(),
-                               shape.getDimensions(), parser.getNumberOfFlattenedElements());
+  std::optional<vd::Array> array =
+      makeTypedArrayFromBuf(std::move(buffer), shape.isBufferInStorageOrder(),
+                            shape.getDimensions(), parser.getNumberOfFlattenedElements());
+  return array && giveNewView(record, std::move(*array), classOf<Part<T>>, isComplexElement<T>,
+                              Contents::Own, shape.getDimensions()) != nullptr;
 }
 
 template <class T>
-std::optional<vd::Array> makeArray(const ConstructorArguments& arguments, bool isComplex) {
+bool makeArray(PyObject* record, const ConstructorArguments& arguments, bool isComplex) {
   if constexpr (std::is_same_v<T, bool>) {
     if (isComplex) {
       setError(PyExc_TypeError, "logical arrays must not be complex.");
-      return std::nullopt;
+      return false;
     }
   } else if (isComplex) {
-    return parseAndMakeTypedArray<std::complex<T>>(arguments);
+    return parseAndMakeTypedArray<std::complex<T>>(record, arguments);
   }
-  return parseAndMakeTypedArray<T>(arguments);
+  return parseAndMakeTypedArray<T>(record, arguments);
 }
 
 // Gives the record the array that the arguments describe. False with an error set.
@@ -60,10 +63,7 @@ bool construct(PyObject* record, PyObject* args, PyObject* kwargs) {
   if (!arguments.parse(args, kwargs)) return false;
   std::optional<bool> isComplex = false;
   if (arguments.isComplex) isComplex = retrieveBoolKwarg(arguments.isComplex.get(), "is_complex");
-  if (!isComplex) return false;
-  std::optional<vd::Array> array = makeArray<T>(arguments, *isComplex);
-  return array &&
-         giveNewView(record, std::move(*array), classOf<T>, *isComplex, Contents::Own) != nullptr;
+  return isComplex && makeArray<T>(record, arguments, *isComplex);
 }
 
 }  // namespace

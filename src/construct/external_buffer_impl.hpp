@@ -67,10 +67,10 @@ void FinalConstructorParser<T>::takeElementsOf(const Py_buffer& view, std::uint6
   T* elements = flattenedElements.replace(count);
   if (m_shape.isBufferInStorageOrder() || isSameInBothOrders(dimensions)) {
     external_buffer::copyElements(view.buf, count, elements);
-    return;
+  } else {
+    transposition::transpose(transposition::makeTransposition(dimensions), sizeof(T), view.buf,
+                             elements);
+    if constexpr (std::is_same_v<T, bool>) external_buffer::copyElements(elements, count, elements);
   }
-  transposition::transpose(transposition::makeTransposition(dimensions), sizeof(T), view.buf,
-                           elements);
-  if constexpr (std::is_same_v<T, bool>) external_buffer::copyElements(elements, count, elements);
   m_shape.setBufferInStorageOrder();
 }

@@ -8,8 +8,10 @@
 namespace vd = foundation::velmardata;
 
 MCppPyArray::MCppPyArray(vd::Array&& array, SupportedArrayEnum type, bool isComplex,
-                         bool isColumnMajor, Contents contents)
-    : m_storage(StorageLink::make(std::move(array), isColumnMajor ? 'F' : 'C', contents)),
+                         bool isColumnMajor, Contents contents,
+                         std::span<const std::int64_t> dimensions)
+    : m_storage(
+          StorageLink::make(std::move(array), isColumnMajor ? 'F' : 'C', contents, dimensions)),
       m_supportedArrayEnum(type),
       m_isComplex(isComplex) {}
 

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <iosfwd>
 #include <memory>
-#include <new>
+#include <span>
 #include <utility>
 #include <velmardata/velmardata.hpp>
 
@@ -14,6 +14,7 @@
 #include "module/support.hpp"
 #include "storage/index_chain.hpp"
 #include "storage/md_array_wrapper.hpp"
+#include "storage/small_object.hpp"
 #include "storage/storage_link.hpp"
 #include "storage/view_caches.hpp"
 
@@ -45,12 +46,12 @@ class WrapperAccess {
 // Kept for Python programs: a strong copy of a weak view has no storage (rows from loops take
 // integers, not slices), and the caches are never refreshed, so that what a view has exported does
 // not change.
-class MCppPyArray {
+class MCppPyArray : public SmallObject {
  public:
   // A new array with storage of its own, held strongly. The caller tests hasMirror() of the
-  // storage; makeNewView() does both.
+  // storage; makeNewView() does both. The dimensions are those that MDArrayWrapper takes.
   MCppPyArray(foundation::velmardata::Array&& array, SupportedArrayEnum type, bool isComplex,
-              bool isColumnMajor, Contents contents);
+              bool isColumnMajor, Contents contents, std::span<const std::int64_t> dimensions = {});
   // A view with other's chain and empty caches. With useWeakPtr false it takes other's strong
   // pointer even if that is empty.
   MCppPyArray(const MCppPyArray& other, bool useWeakPtr);
@@ -68,15 +69,6 @@ class MCppPyArray {
   MCppPyArray(const MCppPyArray&) = delete;
   MCppPyArray& operator=(const MCppPyArray&) = delete;
   ~MCppPyArray();
-
-  // The interpreter's allocator for small objects: every subscript makes a view and most views are
-  // dropped at once. Throws std::bad_alloc.
-  static void* operator new(std::size_t size) {
-    void* memory = PyObject_Malloc(size);
-    if (memory == nullptr) throw std::bad_alloc();
-    return memory;
-  }
-  static void operator delete(void* memory) { PyObject_Free(memory); }
 
   WrapperAccess wrapper() const {
     return m_hasWeakPtrToWrapper ? WrapperAccess(lockWrapper()) : WrapperAccess(borrowWrapper());

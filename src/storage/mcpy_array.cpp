@@ -27,9 +27,10 @@ bool MCPyArray_Check(PyObject* object) {
 }
 
 std::unique_ptr<MCppPyArray> makeNewView(vd::Array&& array, SupportedArrayEnum type, bool isComplex,
-                                         Contents contents, bool isColumnMajor) {
-  auto view =
-      std::make_unique<MCppPyArray>(std::move(array), type, isComplex, isColumnMajor, contents);
+                                         Contents contents, bool isColumnMajor,
+                                         std::span<const std::int64_t> dimensions) {
+  auto view = std::make_unique<MCppPyArray>(std::move(array), type, isComplex, isColumnMajor,
+                                            contents, dimensions);
   const WrapperAccess storage = view->wrapper();
   if (storage->hasMirror()) return view;
   setOutOfMemory(static_cast<std::uint64_t>(storage->getNumberOfElements()), typeWordOf(type));
@@ -37,9 +38,11 @@ std::unique_ptr<MCppPyArray> makeNewView(vd::Array&& array, SupportedArrayEnum t
 }
 
 MCppPyArray* giveNewView(PyObject* record, vd::Array&& array, SupportedArrayEnum type,
-                         bool isComplex, Contents contents) {
+                         bool isComplex, Contents contents,
+                         std::span<const std::int64_t> dimensions) {
   assert(getMCPyArrayFromPyObject(record)->mcppPyArray == nullptr);
-  MCppPyArray* view = makeNewView(std::move(array), type, isComplex, contents).release();
+  MCppPyArray* view =
+      makeNewView(std::move(array), type, isComplex, contents, true, dimensions).release();
   getMCPyArrayFromPyObject(record)->mcppPyArray = view;
   return view;
 }

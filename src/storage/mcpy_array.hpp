@@ -1,7 +1,9 @@
 // The Python record of an array, and the functions through which every handler reaches it.
 #pragma once
 
+#include <cstdint>
 #include <memory>
+#include <span>
 
 #include "module/python.hpp"
 #include "module/support.hpp"
@@ -39,14 +41,17 @@ inline MCppPyArray* getInitializedView(PyObject* object) {
 }
 
 // The one way to make an array: a view with storage of its own around the elements. Null with
-// MemoryError set when there is no memory for the mirror.
+// MemoryError set when there is no memory for the mirror. The dimensions are those that
+// MDArrayWrapper takes.
 std::unique_ptr<MCppPyArray> makeNewView(foundation::velmardata::Array&& array,
                                          SupportedArrayEnum type, bool isComplex, Contents contents,
-                                         bool isColumnMajor = true);
+                                         bool isColumnMajor = true,
+                                         std::span<const std::int64_t> dimensions = {});
 // Gives a record without a view such a view, and returns the view, which the record owns. Null with
 // MemoryError set.
 MCppPyArray* giveNewView(PyObject* record, foundation::velmardata::Array&& array,
-                         SupportedArrayEnum type, bool isComplex, Contents contents);
+                         SupportedArrayEnum type, bool isComplex, Contents contents,
+                         std::span<const std::int64_t> dimensions = {});
 
 // The destructor slot of the classes, and thereby the mark by which MCPyArray_Check knows them.
 extern "C" void MCPyArray_Delete(PyObject* object) noexcept;

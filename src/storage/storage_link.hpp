@@ -3,10 +3,10 @@
 
 #include <cassert>
 #include <cstdint>
-#include <new>
 #include <utility>
 
 #include "storage/md_array_wrapper.hpp"
+#include "storage/small_object.hpp"
 
 // Strong, weak or none. The storage lives as long as there is a strong link; a weak link owns
 // nothing of it and finds out when it has gone. The counts are not atomic, because the
@@ -51,7 +51,7 @@ class StorageLink {
   enum class Kind : std::uint8_t { Strong, Weak };
 
   // Freed with the last link of either kind; the storage in it dies with the last strong one.
-  struct Block {
+  struct Block : SmallObject {
     template <class... Arguments>
     explicit Block(Arguments&&... arguments) : storage(std::forward<Arguments>(arguments)...) {}
     Block(const Block&) = delete;
