@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <array>
 #include <cassert>
-#include <stdexcept>
 #include <string>
 
 #include "construct/element_conversion_impl.hpp"
@@ -237,19 +236,13 @@ bool FinalConstructorParser<T>::fillFromVector(PyObject* vector, std::int64_t le
       setError(PyExc_TypeError, "value of 'vector' must be an unnested sequence.");
       return false;
     }
-    try {
-      ConversionResult<T> element = convertPyObjectToElement<T>(item, true);
-      if (!element.value) {
-        // Deliberate: ValueError whatever class the failure names, since the fault is the
-        // argument's.
-        setError(PyExc_ValueError, element.failure->message);
-        return false;
-      }
-      elements[i] = *element.value;
-    } catch (const std::runtime_error& error) {
-      setError(PyExc_RuntimeError, error.what());
+    const ConversionResult<T> element = convertPyObjectToElement<T>(item, true);
+    if (!element.value) {
+      // Deliberate: ValueError whatever class the failure names, since the fault is the argument's.
+      setError(PyExc_ValueError, element.failure->message);
       return false;
     }
+    elements[i] = *element.value;
   }
   return true;
 }

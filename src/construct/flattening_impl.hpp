@@ -1,8 +1,6 @@
 // `initializer`: the recursive walk of nested sequences, which finds elements and dimensions.
 #pragma once
 
-#include <stdexcept>
-
 #include "construct/element_conversion_impl.hpp"
 #include "construct/external_buffer_impl.hpp"
 #include "construct/final_constructor_parser.hpp"
@@ -22,19 +20,14 @@ inline constexpr const char* notNumeric = "value passed to initializer must be n
 template <class T>
 bool FinalConstructorParser<T>::flattenWithUnspecifiedDimensions(PyObject* value,
                                                                  bool allowFloatingPoint) {
-  try {
-    if (value == nullptr) {
-      setError(PyExc_RuntimeError, messages::nullDataPointer);
-      return false;
-    }
-    if (!isPlainNumber(value) && PySequence_Check(value) != 0) {
-      return flattenSequence(value, allowFloatingPoint);
-    }
-    return flattenLeaf(value, allowFloatingPoint);
-  } catch (const std::runtime_error& error) {
-    setError(PyExc_RuntimeError, error.what());
+  if (value == nullptr) {
+    setError(PyExc_RuntimeError, messages::nullDataPointer);
     return false;
   }
+  if (!isPlainNumber(value) && PySequence_Check(value) != 0) {
+    return flattenSequence(value, allowFloatingPoint);
+  }
+  return flattenLeaf(value, allowFloatingPoint);
 }
 
 template <class T>

@@ -63,9 +63,7 @@ std::optional<Box> findBox(const MCppPyArray& view) {
   if (storage == nullptr) return std::nullopt;
   std::optional<Region> region = findRegion(*storage, view.chain());
   if (!region) return std::nullopt;
-  const std::byte* elements = storage->buf();
-  if (elements == nullptr) return std::nullopt;
-  return Box{elements + region->offset, storage->getType(), std::move(region->lanes),
+  return Box{storage->buf() + region->offset, storage->getType(), std::move(region->lanes),
              region->count};
 }
 

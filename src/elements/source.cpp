@@ -14,7 +14,7 @@ namespace {
 // The element type whose elements are read as the same Python numbers as items of a format of one
 // letter; ArrayType{} for other formats.
 vd::ArrayType typeOfItems(const char* format, Py_ssize_t itemsize) {
-  if (format == nullptr) format = "B";  // bytes
+  assert(format != nullptr);  // a memoryview of bytes says "B"
   if (format[0] == '\0' || format[1] != '\0') return vd::ArrayType{};
   char letter = format[0];
   if (letter == 'l' || letter == 'L') {

@@ -2,6 +2,7 @@
 #include "indexing/element_read.hpp"
 
 #include <complex>
+#include <memory>
 #include <span>
 #include <string>
 #include <type_traits>
@@ -35,7 +36,8 @@ template <class T, class Item>
 PyObject* makeView(const MCppPyArray& parent, const Item& item, bool useWeakPtr) {
   PyRef record = PyRef::steal(allocMCPyArray(typeObjectOf(classOf<T>)));
   if (!record) return nullptr;
-  getMCPyArrayFromPyObject(record.get())->mcppPyArray = new MCppPyArray(parent, item, useWeakPtr);
+  getMCPyArrayFromPyObject(record.get())->mcppPyArray =
+      std::make_unique<MCppPyArray>(parent, item, useWeakPtr).release();
   return record.release();
 }
 

@@ -21,11 +21,12 @@ int fail(PyObject* exceptionType, const std::string& message) {
   return -1;
 }
 
-// T is the element type of the storage.
+// False with an error set unless the write stored all. T is the element type of the storage.
 template <class T>
 bool report(WriteStatus status, const MDArrayWrapper& storage) {
-  return status == WriteStatus::Stored ||
-         reportUnlessStored(status, storage.getNumberOfElements(), typeWord<T>);
+  if (status == WriteStatus::Stored) return true;
+  setErrorOfWrite(status, storage.getNumberOfElements(), typeWord<T>);
+  return false;
 }
 template <class T>
 int resultOf(WriteStatus status, const MDArrayWrapper& storage) {

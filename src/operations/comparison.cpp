@@ -46,9 +46,11 @@ std::optional<Lengths> findLengthsWithoutElements(const MCppPyArray& view) {
   return lengths;
 }
 
-Lengths lengthsOf(const Box& box) {
+// The lengths of the box of a view, or of a view without elements. Empty as above.
+std::optional<Lengths> findLengths(const MCppPyArray& view, const std::optional<Box>& box) {
+  if (!box) return findLengthsWithoutElements(view);
   Lengths lengths;
-  for (const Lane& lane : box.lanes) lengths.push_back(lane.count);
+  for (const Lane& lane : box->lanes) lengths.push_back(lane.count);
   return lengths;
 }
 
@@ -68,9 +70,9 @@ std::optional<bool> tryCompareWithoutWalk(const MCppPyArray& self, const MCppPyA
   const std::optional<Box> a = findBox(self);
   const std::optional<Box> b = findBox(other);
   if (a && b) return haveSameCounts(a->lanes, b->lanes) && areEqual(*a, *b);
-  const std::optional<Lengths> lengthsA = a ? lengthsOf(*a) : findLengthsWithoutElements(self);
+  const std::optional<Lengths> lengthsA = findLengths(self, a);
   if (!lengthsA) return std::nullopt;
-  const std::optional<Lengths> lengthsB = b ? lengthsOf(*b) : findLengthsWithoutElements(other);
+  const std::optional<Lengths> lengthsB = findLengths(other, b);
   if (!lengthsB) return std::nullopt;
   return emptyWalksAreEqual(*lengthsA, *lengthsB);
 }

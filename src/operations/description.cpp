@@ -69,8 +69,7 @@ PyObject* MCPyArray_GetElementSize(PyObject* self, void*) {
   if (view == nullptr) return nullptr;
   const MDArrayWrapper* storage = view->borrowWrapper();
   if (storage == nullptr) return nullptr;
-  PyObject* number = PyLong_FromSsize_t(storage->getElementSizeInBytes());
-  return number != nullptr ? number : refuse("unable to return size of element.");
+  return PyLong_FromSsize_t(storage->getElementSizeInBytes());
 }
 
 PyObject* MCPyArray_GetIsComplexAsAttrib(PyObject* self, void*) {

@@ -71,7 +71,7 @@ PyObject* MCppPyIter::makeRow() {
   PyRef row = PyRef::steal(allocMCPyArrayFromMCppPyArray(m_arrayView));
   if (row) {
     getMCPyArrayFromPyObject(row.get())->mcppPyArray =
-        new MCppPyArray(m_arrayView, m_currentIndices, true);
+        std::make_unique<MCppPyArray>(m_arrayView, m_currentIndices, true).release();
   }
   return row.release();
 }
@@ -98,7 +98,8 @@ PyObject* MCPyArray_GetIter(PyObject* self) {
     setError(PyExc_RuntimeError, messages::cannotInitializeObject);
     return nullptr;
   }
-  reinterpret_cast<MCPyIter*>(record.get())->mcppPyIter = new MCppPyIter(view);
+  reinterpret_cast<MCPyIter*>(record.get())->mcppPyIter =
+      std::make_unique<MCppPyIter>(view).release();
   return PyErr_Occurred() == nullptr ? record.release() : nullptr;
 }
 

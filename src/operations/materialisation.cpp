@@ -25,9 +25,9 @@ std::optional<vd::Array> tryCopyContents(const MCppPyArray& view) {
   if (!box) return std::nullopt;
   UntypedBuffer buffer = tryCreateBuffer(box->type, static_cast<std::uint64_t>(box->count));
   const auto elementSize = static_cast<std::size_t>(view.findWrapper()->getElementSizeInBytes());
-  if (buffer == nullptr ||
-      !tryTransfer(*box, Purpose::Assignment, box->type, denseLanes(box->lanes, elementSize, true),
-                   static_cast<std::byte*>(buffer.get()))) {
+  const Lanes lanes = denseLanes(box->lanes, elementSize, true);
+  if (buffer == nullptr || !tryTransfer(*box, Purpose::Assignment, box->type, lanes,
+                                        static_cast<std::byte*>(buffer.get()))) {
     return std::nullopt;
   }
   Lengths dimensions;

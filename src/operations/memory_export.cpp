@@ -48,14 +48,11 @@ int MCPyArray_GetBuffer(PyObject* self, Py_buffer* buffer, int flags) {
   buffer->len = storage->getBufferSizeInBytes();
   buffer->itemsize = storage->getElementSizeInBytes();
   buffer->ndim = storage->getNumberOfDimensions();
-  if (has(flags, PyBUF_WRITABLE) && storage->isReadOnly() != 0) {
+  if (has(flags, PyBUF_WRITABLE)) {
     return refuseExport(PyExc_ValueError, "underlying buffer is not writable.");
   }
   buffer->readonly = storage->isReadOnly();
   buffer->format = has(flags, PyBUF_FORMAT) ? classid2format(storage->getType()) : nullptr;
-  if (has(flags, PyBUF_FORMAT) && buffer->format == nullptr) {
-    return refuseExport(PyExc_ValueError, "format field is null.");
-  }
   // Deliberate: by the request alone, even if the memory is C-contiguous, so that the answer does
   // not depend on the shape.
   if (has(flags, PyBUF_C_CONTIGUOUS)) {

@@ -74,19 +74,9 @@ struct BufOstreamVisitor {
 
   template <class T>
   void operator()(const vd::TypedArray<T>&) const {
-    if (!isNull()) writeElements(os, reinterpret_cast<const T*>(elements), count);
+    writeElements(os, reinterpret_cast<const T*>(elements), count);
   }
-  void operator()(const vd::CharArray& array) const {
-    if (!isNull()) writeCharacters(os, array);
-  }
-
- private:
-  bool isNull() const {
-    if (elements != nullptr) return false;
-    os << "null";
-    endLineAndFlush(os);
-    return true;
-  }
+  void operator()(const vd::CharArray& array) const { writeCharacters(os, array); }
 };
 
 void writeNumbers(std::ostream& os, const char* label, std::span<const std::int64_t> numbers) {

@@ -13,10 +13,10 @@
 
 enum class WriteStatus { Stored, OutsideStorage, OutOfMemory };
 
-// True for a write that did not fail; false with the error of the failure set. `count` and
-// `typeWord` describe the elements of the storage, which all need memory when one of them cannot be
-// written. No writer may be alive: making an exception can run code that looks at the storage.
-bool reportUnlessStored(WriteStatus status, std::int64_t count, const char* typeWord);
+// Sets the error of a write that failed. `count` and `typeWord` describe the elements of the
+// storage, which all need memory when one of them cannot be written. No writer may be alive: making
+// an exception can run code that looks at the storage.
+void setErrorOfWrite(WriteStatus status, std::int64_t count, const char* typeWord);
 
 // One writer serves all elements of an assignment. Where array and buf() are one memory, it writes
 // there. Otherwise it takes the contents out of the wrapper, unshares them once and puts them back

@@ -71,7 +71,8 @@ class MCppPyArray : public SmallObject {
   ~MCppPyArray();
 
   WrapperAccess wrapper() const {
-    return m_hasWeakPtrToWrapper ? WrapperAccess(lockWrapper()) : WrapperAccess(borrowWrapper());
+    if (m_hasWeakPtrToWrapper) return WrapperAccess(lockWrapper());
+    return WrapperAccess(borrowWrapper());
   }
   // The storage without a hold on it, for one look that ends before Python code can run. Null, with
   // no error set, when the storage has expired.

@@ -77,6 +77,7 @@ class MDArrayWrapper {
   std::byte* buf() const {
     if (m_buf == nullptr) [[unlikely]]
       look();
+    assert(m_buf != nullptr);
     return m_buf;
   }
   // False when memory was short at construction; the wrapper must not be used then.
@@ -212,7 +213,7 @@ template <class IndexAt>
 const std::byte* MDArrayWrapper::findElement(std::size_t count, IndexAt indexAt) const {
   const std::byte* elements = buf();
   std::int64_t offset = 0;
-  if (elements == nullptr || !findByteOffset(count, indexAt, offset)) return nullptr;
+  if (!findByteOffset(count, indexAt, offset)) return nullptr;
   if (offset < 0 || offset > m_bufferSizeInBytes - m_elemSizeInBytes) return nullptr;
   return elements + offset;
 }

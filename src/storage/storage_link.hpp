@@ -3,6 +3,7 @@
 
 #include <cassert>
 #include <cstdint>
+#include <memory>
 #include <utility>
 
 #include "storage/md_array_wrapper.hpp"
@@ -18,7 +19,8 @@ class StorageLink {
   // Strong, to new storage. Takes the arguments of MDArrayWrapper and throws what it throws.
   template <class... Arguments>
   static StorageLink make(Arguments&&... arguments) {
-    return StorageLink(new Block(std::forward<Arguments>(arguments)...), Kind::Strong);
+    auto block = std::make_unique<Block>(std::forward<Arguments>(arguments)...);
+    return StorageLink(block.release(), Kind::Strong);
   }
   // Strong if this link is strong, none otherwise.
   StorageLink strong() const { return m_kind == Kind::Strong ? lock() : StorageLink(); }

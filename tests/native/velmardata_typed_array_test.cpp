@@ -320,6 +320,12 @@ TEST(Iterators, ServeAlgorithms) {
   EXPECT_EQ(std::count(std::as_const(array).begin(), array.end(), 1.5), 20);
 }
 
+TEST(Iterators, WithoutABlockCanBeCopied) {
+  const TypedIterator<double> it;
+  const TypedIterator<double> copy = it;
+  EXPECT_EQ(it, copy);
+}
+
 TEST(Iterators, WithoutABlockAreEqual) {
   EXPECT_TRUE(TypedIterator<double>() == TypedIterator<const double>());
   TypedIterator<double> it;
