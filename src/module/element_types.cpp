@@ -58,16 +58,19 @@ std::int64_t sizeOfElement(ArrayType type) {
 }
 
 char* classid2format(ArrayType type) {
-  static const std::map<ArrayType, char*> formats = {
+  switch (type) {
 #define X(name, number, enumerator, ...) \
-  {ArrayType::name, formatOf##enumerator}, {ArrayType::COMPLEX_##name, formatOfComplex##enumerator},
-      VELMARDATA_FOR_EACH_NUMERIC_TYPE(X)
+  case ArrayType::name:                  \
+    return formatOf##enumerator;         \
+  case ArrayType::COMPLEX_##name:        \
+    return formatOfComplex##enumerator;
+    VELMARDATA_FOR_EACH_NUMERIC_TYPE(X)
 #undef X
-          {ArrayType::LOGICAL, formatOfLogical}};
-  // Not map::at, whose text differs between standard libraries.
-  const auto found = formats.find(type);
-  if (found == formats.end()) throw std::out_of_range("map::at");
-  return found->second;
+    case ArrayType::LOGICAL:
+      return formatOfLogical;
+    default:
+      throw std::out_of_range("map::at");  // the text is kept for clients
+  }
 }
 
 void initializeCharToArrayTypeEnumMap(std::map<char, int>& map) {
