@@ -70,7 +70,8 @@ MDArrayWrapper::MDArrayWrapper(vd::Array&& array, char order, Contents contents,
       m_elemSizeInBytes(sizeOfElement(m_type)) {
   m_numElems = static_cast<std::int64_t>(m_array.getNumberOfElements());
   std::vector<unsigned long> found;
-  // Who gives them spares this copy, so no test detects a change of the condition to `true`.
+  // A caller that gives them only saves the copy, so no test detects a change of the condition to
+  // `true`.
   if (dimensions.empty()) {
     found = m_array.getDimensions();
     dimensions = signedNumbers(found);
