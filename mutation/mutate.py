@@ -15,7 +15,7 @@ from pathlib import Path
 
 from marks import find_exempt
 from places import Change, places
-from trial import NATIVE, Verdict, Workshop
+from trial import Verdict, Workshop
 
 ROOT = Path(__file__).resolve().parents[1]
 FOLDER = ROOT / "build/mutate"
@@ -153,8 +153,7 @@ class Run:
 def prepared(arguments):
     """Builds the workshops of all jobs, and measures the suites in the first one."""
     results = (ROOT / "build/results/test").glob("python-*.xml") if arguments.trust else []
-    native = () if arguments.python_only else NATIVE
-    workshops = [Workshop(FOLDER / f"job-{job}", native) for job in range(arguments.jobs)]
+    workshops = [Workshop(FOLDER / f"job-{job}") for job in range(arguments.jobs)]
     first = workshops[0]
     start = time.monotonic()
     for workshop in workshops:
@@ -207,7 +206,6 @@ def main():
     add("--jobs", type=int, default=1, help="changes at a time; each job has a tree and a build")
     add("--trust", action="store_true", help="script/test has just passed: use its times")
     add("--again", action="store_true", help="if no source has changed, repeat no killed mutant")
-    add("--python-only", action="store_true", help="do not build or run the native tests")
     add("--list", action="store_true", help="print all changes; status 1 if a mark exempts none")
     add("--self-test", action="store_true", help="plant faults with a known outcome")
     add("--clean", action="store_true", help="remove build/mutate first")

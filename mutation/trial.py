@@ -80,12 +80,11 @@ def run_limited(command, log, seconds, **options):
 class Workshop:
     """The folder of one job: a tree, its build, and a build of the unchanged sources."""
 
-    def __init__(self, folder, native=NATIVE):
+    def __init__(self, folder):
         self.tree = folder / "tree"
         self.build = folder / "build"
         self.pristine = folder / "pristine"
         self.log = folder / "log"
-        self.native = native
         # Limits in seconds for a suite and for one Python test; the time of each file of these.
         self.times = {"native": 3600, "python": 3600, "test": 600, "files": {}}
 
@@ -102,12 +101,12 @@ class Workshop:
             "-DCMAKE_CXX_COMPILER=g++",
             "-DCMAKE_BUILD_TYPE=Debug",
             "-DCMAKE_CXX_FLAGS_DEBUG=-O0 -w -D_GLIBCXX_ASSERTIONS",
-            f"-DVELMAR_NATIVE_TESTS={'ON' if self.native else 'OFF'}",
+            "-DVELMAR_NATIVE_TESTS=ON",
             f"-DPython_EXECUTABLE={sys.executable}",
         ]
         subprocess.run(configure, check=True, stdout=subprocess.DEVNULL)
         build = ["ninja", "--quiet", "-C", self.build, "-j", str(os.cpu_count())]
-        subprocess.run([*build, PRODUCT, *self.native], check=True)
+        subprocess.run([*build, PRODUCT, *NATIVE], check=True)
         copy_build(self.build, self.pristine)
 
     def measure(self, results=None):
@@ -165,12 +164,12 @@ class Workshop:
         return run_limited(command, self.log, LONGEST_BUILD) == 0
 
     def run_native(self):
-        if self.native and not self.ninja(*self.native):
+        if not self.ninja(*NATIVE):
             return Verdict("killed", "compiler", "tests/compile or tests/native")
-        for module in self.native:
+        for module in NATIVE:
             library = self.build / f"lib/{module}.abi3.so"
             command = ["tests/native/run.py", library, "--gtest_fail_fast"]
-            if kill := self.run("native", command, r"^\[ RUN +\] (\S+)"):
+            if kill := self.run("native", command, r"^\[ +(?:RUN|FAILED) +\] ([^\s,]+)"):
                 return kill
         return None
 
