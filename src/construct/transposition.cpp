@@ -83,6 +83,7 @@ Transposition makeTransposition(std::span<const std::int64_t> dimensions) {
   Lengths extents;  // without the dimensions of length 1
   std::copy_if(dimensions.begin(), dimensions.end(), std::back_inserter(extents),
                [](std::int64_t dimension) { return dimension != 1; });
+  // Two need no more, so no test detects a change of `extents.size() < 2` to `extents.size() <= 2`.
   if (extents.size() < 2) extents.insert(extents.begin(), 2 - extents.size(), 1);
   Lengths sourceStrides(extents.size());
   computeRowMajorStrides(spanOf(extents), {sourceStrides.data(), sourceStrides.size()});
