@@ -237,3 +237,9 @@ class TestTheCheck:
         assert made["delete_item"] and not any(made["delete_item"])
         given = [gave for of_maker in made.values() for gave in of_maker]
         assert 0.6 < sum(given) / len(given) < 0.9
+
+    def test_texts_of_countless_rows_are_not_made(self):
+        run = Run()
+        assert run.step("a = velmar.double(size=(2**31, 0))") is None
+        assert run.outcome("a", {"a"}, run.module)[1] == [("a", ("double", (2**31, 0)))]
+        assert run.outcome("a", {"a"}, run.model) == run.outcome("a", {"a"}, run.module)

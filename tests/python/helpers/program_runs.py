@@ -15,6 +15,7 @@ import velmar
 
 from helpers import program_model
 from helpers.arrays import CLASS_ROWS
+from helpers.hostile_objects import has_endless_rows
 from helpers.program_steps import next_step
 from helpers.program_text import NAMES, Writer
 
@@ -47,7 +48,7 @@ def describe(value: Any) -> Any:
     """A value and its type, in a form that is equal for module and model."""
     name = name_of(type(value))
     if name in WORDS:
-        return name, attempt(repr, value)
+        return name, value.size if has_endless_rows(value) else attempt(repr, value)
     if name == "MCPyIter":
         return (name,)
     if name == "memoryview":
@@ -164,7 +165,8 @@ def random_program(
         found = run.step(lines[-1])
         if not found and (count % STEPS_BETWEEN_LOOKS == 0 or count == steps):
             found = run.look()
-        if found:
+        # Texts and lists of such an array take the model minutes.
+        if found or any(map(has_endless_rows, run.module.values())):
             return lines, found
     return lines, None
 
