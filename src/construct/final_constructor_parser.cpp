@@ -121,8 +121,8 @@ ElementBuffer<T> FinalConstructorParser<T>::processConstructorArgsAndKwargs(
   ElementBuffer<T> buffer =
       hasVector ? processVectorKwarg(vector) : processInitializerKwarg(initializer);
   if (buffer == nullptr) return buffer;
-  // The dimensions of the data are known to hold them, so no test detects a change of the condition
-  // to `false`.
+  // Without `size`, the dimensions have been tested already, so no test detects a change of the
+  // condition to `false`.
   if (!hasSize) return buffer;
   if (hasInitializer && !m_shape.specifiedAndCalculatedDimensionsMatch()) {
     return noElementBuffer<T>();

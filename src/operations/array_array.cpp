@@ -22,9 +22,9 @@ int typecodeOf(SupportedArrayEnum type) {
   return TypeAsChar[static_cast<std::size_t>(type)];
 }
 
-// A program may have put a class of its own in the place of array.array before the import. To
-// refuse a class makes reading slower, so no test detects a change of `PyType_Check(arrayClass) !=
-// 0` to `PyType_Check(arrayClass) != 1`.
+// A program may have put a class of its own in the place of array.array before the import.
+// Refusing a class only makes reading slower, so no test detects a change of
+// `PyType_Check(arrayClass) != 0` to `PyType_Check(arrayClass) != 1`.
 bool isOriginal(PyObject* arrayClass) {
   return arrayClass != nullptr && PyType_Check(arrayClass) != 0 &&
          (PyType_GetFlags(reinterpret_cast<PyTypeObject*>(arrayClass)) &
