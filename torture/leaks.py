@@ -56,9 +56,14 @@ def bytes_per_call(act: Callable[[], Any]) -> float:
         after = bytes_in_use()
         growths.append(after - before)
         before = after
-        if growths[-1] < CALLS or (len(growths) > 2 and is_steady(growths[-3:])):
+        if is_level(growths[-1]) or (len(growths) > 2 and is_steady(growths[-3:])):
             break
     return min(growths[-3:], key=abs) / CALLS
+
+
+def is_level(growth: int) -> bool:
+    """Whether a batch kept nothing. One that shrank gave back what others kept."""
+    return abs(growth) < CALLS
 
 
 def is_steady(growths: list[int]) -> bool:
