@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <limits>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -248,6 +249,55 @@ TEST(ListFailure, TooManyDimensions) {
   view.appendIndexItem(slice(0, 1, 1, 1));
   EXPECT_FALSE(allContents<double>(view));
   EXPECT_TRUE(raised(PyExc_RuntimeError, cannotSet)) << "replaces the error of the inner list";
+}
+
+// --- Signals
+
+// As Ctrl-C does it: the handler raises at the next look for signals. A process that runs in the
+// background may ignore Ctrl-C, so the handler is set first.
+void interrupt() {
+  evaluate("(lambda s: s.signal(s.SIGINT, s.default_int_handler))(__import__('signal'))");
+  PyErr_SetInterrupt();
+}
+
+TEST(InterruptedList, IsGivenUpAtTheNextLook) {
+  struct Row {
+    Dimensions dimensions;
+    Position position;
+    std::optional<SliceIndexItem> run;
+  };
+  const Row rows[] = {
+      {{1, 5000}, {}, std::nullopt},
+      {{3000, 1}, {}, std::nullopt},
+      {{2, 3, 700}, {}, std::nullopt},
+      {{1, 5000}, {0}, slice(4999, -1, -1, 5000)},
+      {{3000, 2}, {}, slice(1, 3000, 1, 2999)},
+      {{2, 5000}, {}, slice(1, 2, 1, 1)},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(testing::PrintToString(row.dimensions) + (row.run ? describe(*row.run) : ""));
+    const ViewPointer array = makeArray<double>(row.dimensions);
+    MCppPyArray view(*array, row.position, false);
+    if (row.run) view.appendIndexItem(*row.run);
+    SignalWatch signals;
+    interrupt();
+    EXPECT_EQ(getAllContentsAsPyList<double>(view, &signals), nullptr);
+    EXPECT_TRUE(signals.hasRaised());
+    EXPECT_TRUE(raised(PyExc_KeyboardInterrupt, ""));
+  }
+}
+
+TEST(InterruptedList, LooksOnlyAtLongWalksAndOnlyIfAsked) {
+  const ViewPointer longRow = makeArray<double>({1, 5000});
+  const ViewPointer shortRow = makeArray<double>({1, 1000});
+  SignalWatch signals;
+  interrupt();
+  const PyRef whole = allContents<double>(*longRow);
+  const PyRef first = PyRef::steal(getAllContentsAsPyList<double>(*shortRow, &signals));
+  EXPECT_FALSE(signals.hasRaised());
+  EXPECT_EQ(PyErr_CheckSignals(), -1) << "has waited until now";
+  EXPECT_TRUE(raised(PyExc_KeyboardInterrupt, ""));
+  EXPECT_TRUE(whole && first);
 }
 
 // --- Texts
