@@ -62,7 +62,7 @@ def bytes_per_call(act: Callable[[], Any]) -> float:
 
 
 def is_level(growth: int) -> bool:
-    """Whether a batch kept nothing. One that shrank gave back what others kept."""
+    """Whether a batch left memory as it was. If memory shrank, older blocks were freed in it."""
     return abs(growth) < CALLS
 
 

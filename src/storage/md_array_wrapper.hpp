@@ -57,8 +57,8 @@ class MDArrayWrapper {
   // order: 'F' for column-major, which is the order of the library, or 'C'. Throws
   // EArrayUnknownDataType for an array of an unsupported type. When memory for a mirror that may be
   // needed is short, hasMirror() is false and the caller reports that. Constant time.
-  // dimensions: those of the array. A caller that knows them saves a copy. If there are none here,
-  // the library is asked.
+  // dimensions: those of the array. A caller that knows them saves a copy of them. If the span is
+  // empty, the library is asked.
   MDArrayWrapper(foundation::velmardata::Array&& array, char order, Contents contents,
                  std::span<const std::int64_t> dimensions = {});
   MDArrayWrapper(const MDArrayWrapper&) = delete;

@@ -245,7 +245,7 @@ TEST(ShownBlockMemory, WithoutMemoryToHandOutNothingChanges) {
       if (isLimited) handedOut = wrapper.tryHandOut();
       isQuiet = PyErr_Occurred() == nullptr;
     }
-    if (!isLimited) GTEST_SKIP() << "AddressSanitizer or an emulator ignores the limit on memory";
+    if (!isLimited) GTEST_SKIP() << "an emulator ignores the limit on memory";
     EXPECT_EQ(handedOut, nullptr);
     EXPECT_TRUE(isQuiet) << "the caller reports";
     EXPECT_TRUE(wrapper.hasMirror());

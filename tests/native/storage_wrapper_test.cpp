@@ -241,8 +241,7 @@ TEST(WrapperMirror, CanBeMissingWhenMemoryIsShort) {
     return std::make_unique<MCppPyArray>(copyOf(array), SupportedArrayEnum::Int8, false, true,
                                          Contents::Client);
   }();
-  if (view == nullptr)
-    GTEST_SKIP() << "AddressSanitizer or an emulator ignores the limit on memory";
+  if (view == nullptr) GTEST_SKIP() << "an emulator ignores the limit on memory";
 
   const WrapperAccess storage = view->wrapper();
   EXPECT_FALSE(storage->hasMirror());
